@@ -1,0 +1,19 @@
+# Third-party packages. All of them are Debian packages (scripts/bootstrap.sh) or vcpkg ports.
+find_package(Threads REQUIRED)
+find_package(JPEG REQUIRED)
+find_package(Imath CONFIG REQUIRED)
+find_package(OpenMP REQUIRED COMPONENTS CXX)
+find_package(Eigen3 CONFIG REQUIRED)
+find_package(fmt CONFIG REQUIRED)
+find_package(nlohmann_json CONFIG REQUIRED)
+find_package(CLI11 CONFIG REQUIRED)
+
+# Highway ships a CMake package from 1.0.4 on; older ones have pkg-config files only.
+find_package(hwy CONFIG QUIET)
+if(NOT TARGET hwy::hwy)
+  find_path(HWY_INCLUDE_DIR hwy/highway.h REQUIRED)
+  find_library(HWY_LIBRARY hwy REQUIRED)
+  add_library(hwy::hwy UNKNOWN IMPORTED)
+  set_target_properties(hwy::hwy PROPERTIES
+    IMPORTED_LOCATION ${HWY_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES ${HWY_INCLUDE_DIR})
+endif()

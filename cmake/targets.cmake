@@ -1,0 +1,43 @@
+# The products: the core (what a host or a foreign step links), the steps, the loadable step library
+# made of both, and the command-line host.
+
+# Flags that every target of ours gets, kept off the installed package.
+add_library(scansteps_flags INTERFACE)
+target_compile_options(scansteps_flags INTERFACE
+  $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wconversion -Wno-sign-conversion -ffp-contract=off>
+  $<$<AND:$<BOOL:${SCANSTEPS_WERROR}>,$<CXX_COMPILER_ID:GNU,Clang>>:-Werror>)
+# The oldest processor served on x86 is x86-64-v2 (2009 on); newer instructions are chosen at run time.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND NOT MSVC)
+  target_compile_options(scansteps_flags INTERFACE -march=x86-64-v2)
+endif()
+# One AVX-512 variant is enough, and keeps the build short.
+target_compile_definitions(scansteps_flags INTERFACE HWY_DISABLED_TARGETS=\(HWY_AVX3_DL\))
+if(SCANSTEPS_SANITIZE)
+  target_compile_options(scansteps_flags INTERFACE
+    -fsanitize=${SCANSTEPS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(scansteps_flags INTERFACE -fsanitize=${SCANSTEPS_SANITIZE})
+endif()
+
+file(GLOB core_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/framework/*.cpp)
+add_library(scansteps-core STATIC ${core_sources})
+add_library(scansteps::core ALIAS scansteps-core)
+target_include_directories(scansteps-core
+  PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+  PRIVATE ${PROJECT_SOURCE_DIR}/src)
+target_compile_features(scansteps-core PUBLIC cxx_std_20)
+target_compile_definitions(scansteps-core PRIVATE SCANSTEPS_VERSION="${PROJECT_VERSION}")
+target_link_libraries(scansteps-core PRIVATE $<BUILD_INTERFACE:scansteps_flags> Imath::Imath)
+if(WIN32)
+  target_link_libraries(scansteps-core PUBLIC ws2_32)
+endif()
+
+file(GLOB step_sources CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/src/io/*.cpp ${PROJECT_SOURCE_DIR}/src/convert/*.cpp
+  ${PROJECT_SOURCE_DIR}/src/features/*.cpp ${PROJECT_SOURCE_DIR}/src/multiview/*.cpp
+  ${PROJECT_SOURCE_DIR}/src/export/*.cpp ${PROJECT_SOURCE_DIR}/src/transport/*.cpp)
+add_library(scansteps_steps STATIC ${step_sources})
+target_include_directories(scansteps_steps PUBLIC ${PROJECT_SOURCE_DIR}/src)
+target_compile_definitions(scansteps_steps PRIVATE SCANSTEPS_VERSION="${PROJECT_VERSION}")
+target_link_libraries(scansteps_steps
+  PUBLIC scansteps-core
+  PRIVATE scansteps_flags hwy::hwy JPEG::JPEG Threads::Threads OpenMP::OpenMP_CXX Eigen3::Eigen Imath::Imath)
