@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
+#
+#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), bench-peers, windows, all
+set -euo pipefail
+
+build=(
+    g++ cmake ninja-build ccache pkg-config python3
+    clang clang-format clang-tidy libclang-rt-dev
+    libjpeg-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+)
+bench_peers=(
+    libturbojpeg0-dev libyuv-dev libswscale-dev libavutil-dev libvips-dev libassimp-dev valgrind
+)
+windows=(
+    g++-mingw-w64-x86-64-posix wine64 nasm dpkg-dev zip
+)
+
+die() {
+    echo "bootstrap: $*" >&2
+    exit 1
+}
+
+wanted=()
+for group in "${@:-build}"; do
+    case $group in
+        build) wanted+=("${build[@]}") ;;
+        bench-peers) wanted+=("${bench_peers[@]}") ;;
+        windows) wanted+=("${windows[@]}") ;;
+        all) wanted+=("${build[@]}" "${bench_peers[@]}" "${windows[@]}") ;;
+        *) die "no group '$group' (build, bench-peers, windows, all)" ;;
+    esac
+done
+
+if ! command -v dpkg-query >/dev/null; then
+    echo "bootstrap: not a Debian system; these packages' counterparts are needed: ${wanted[*]}" >&2
+    exit 0
+fi
+
+installed=$(dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' "${wanted[@]}" 2>/dev/null |
+    sed -n 's/^ii *//p' || true)
+missing=()
+for package in "${wanted[@]}"; do
+    grep -qx -- "$package" <<<"$installed" || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+sudo=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || die "root or sudo is needed to install: ${missing[*]}"
+    sudo=(sudo)
+fi
+echo "bootstrap: installing ${missing[*]}" >&2
+install() {
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
+        -o DPkg::Lock::Timeout=300 "${missing[@]}" >&2
+}
+# The package lists of a fresh machine are missing or old: update them when the first try fails.
+install || { "${sudo[@]}" apt-get update -q -o DPkg::Lock::Timeout=300 >&2 && install; } ||
+    die "could not install: ${missing[*]}"
