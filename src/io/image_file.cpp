@@ -1,0 +1,188 @@
+#include "io/image_file.h"
+
+#include <algorithm>
+#include <array>
+
+#include "io/jpeg_file.h"
+
+namespace scansteps {
+namespace {
+
+struct CloseFile
+{
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+File openFile(const std::string& path, const char* mode)
+{
+    return File(std::fopen(path.c_str(), mode));
+}
+
+std::nullopt_t refuse(const char* why)
+{
+    std::fprintf(stderr, "%s\n", why);
+    return std::nullopt;
+}
+
+// The number after the "P" of a PPM file. Numbers are read with at most nine digits, which an int always
+// holds.
+std::optional<int> readMagic(std::FILE* file)
+{
+    int magic = 0;
+    if (std::fscanf(file, "P%9d", &magic) != 1) return std::nullopt;
+    return magic;
+}
+
+struct PpmHeader
+{
+    int width = 0;
+    int height = 0;
+    int maxval = 0;
+
+    bool read(std::FILE* file) { return std::fscanf(file, "%9d %9d %9d", &width, &height, &maxval) == 3; }
+};
+
+// Comment lines stand between the magic number and the sizes. Gives up after 10000 characters.
+bool readPastComments(std::FILE* file, PpmHeader& header)
+{
+    constexpr int kMaxCharacters = 10000;
+    for (int count = 0; count <= kMaxCharacters;) {
+        int c = std::getc(file);
+        ++count;
+        if (c == '#') {
+            while (c != '\n' && c != EOF && count <= kMaxCharacters) {
+                c = std::getc(file);
+                ++count;
+            }
+            continue;
+        }
+        const bool atEnd = c == EOF;
+        std::ungetc(c, file);
+        const bool matched = !atEnd && header.read(file);
+        std::puts("readppm params error");
+        if (matched || atEnd) return matched;
+    }
+    return false;
+}
+
+// Bytes from the current position to the end of the file, which leaves the position where it was.
+std::optional<std::uint64_t> remainingBytes(std::FILE* file)
+{
+    const long start = std::ftell(file);
+    if (start < 0 || std::fseek(file, 0, SEEK_END) != 0) return std::nullopt;
+    const long end = std::ftell(file);
+    if (end < start || std::fseek(file, start, SEEK_SET) != 0) return std::nullopt;
+    return static_cast<std::uint64_t>(end - start);
+}
+
+// sample × 255 / maxval for every byte. Above maxval the result does not fit a byte and keeps its low bits.
+std::array<std::uint8_t, 256> scaleTable(int maxval)
+{
+    std::array<std::uint8_t, 256> table{};
+    for (int sample = 0; sample < 256; ++sample)
+        table[static_cast<std::size_t>(sample)] = static_cast<std::uint8_t>(sample * 255 / maxval);
+    return table;
+}
+
+std::optional<RgbImage> loadPpm(std::FILE* file, int magic)
+{
+    std::printf("%15d fmt\n", magic);
+    PpmHeader header;
+    if (!header.read(file) && !readPastComments(file, header)) return std::nullopt;
+    std::getc(file);  // one blank or line end stands before the samples
+    std::printf("%15d *W\n%15d *H\n", header.width, header.height);
+    if (header.width < 1 || header.height < 1) return refuse("PPM file: width and height must be at least 1");
+    if (header.maxval < 1) return refuse("PPM file: the largest sample value must be at least 1");
+
+    const bool isRgb = magic == 6;
+    const auto width = static_cast<std::uint64_t>(header.width);
+    const std::uint64_t pixelCount = width * static_cast<std::uint64_t>(header.height);  // below 10^18
+    const std::uint64_t sampleCount = isRgb ? pixelCount * 3 : pixelCount;
+    const auto available = remainingBytes(file);
+    if (!available || *available < sampleCount) return refuse("PPM file: fewer samples than its header says");
+
+    RgbImage image{header.width, header.height, nullptr};
+    image.pixels = std::make_unique_for_overwrite<std::uint8_t[]>(image.size());
+    // Grey samples are read into the last third and spread from there, which never overtakes the reading.
+    std::uint8_t* const samples = image.pixels.get() + (image.size() - sampleCount);
+    if (std::fread(samples, 1, sampleCount, file) != sampleCount) return refuse("PPM file: read error");
+    const auto scale = scaleTable(header.maxval);
+    if (!isRgb)
+        for (std::size_t i = 0; i < pixelCount; ++i)
+            std::fill_n(image.pixels.get() + 3 * i, 3, scale[samples[i]]);
+    else if (header.maxval != 255)
+        std::transform(samples, samples + sampleCount, samples, [&](std::uint8_t s) { return scale[s]; });
+    return image;
+}
+
+std::optional<RgbImage> loadJpeg(std::FILE* file)
+{
+    const auto available = remainingBytes(file);
+    if (!available) return refuse("JPEG file: not a file that can be read twice");
+    return readJpeg(file, std::max(kJpegBytesAlways, *available * kJpegBytesPerFileByte));
+}
+
+bool holdsAnyOf(const std::string& name, std::initializer_list<const char*> texts)
+{
+    return std::any_of(texts.begin(), texts.end(),
+                       [&](const char* text) { return name.find(text) != std::string::npos; });
+}
+
+File openForWriting(const std::string& path)
+{
+    File file = openFile(path, "wb");
+    if (!file) std::fprintf(stderr, "can't open %s\n", path.c_str());
+    return file;
+}
+
+bool writePpm(std::FILE* file, int width, int height, std::span<const std::uint8_t> pixels)
+{
+    return std::fprintf(file, "P6\n%d %d\n255\n", width, height) > 0 &&
+           std::fwrite(pixels.data(), 1, pixels.size(), file) == pixels.size();
+}
+
+}  // namespace
+
+std::optional<RgbImage> loadImage(std::FILE* file)
+{
+    const long start = std::ftell(file);
+    if (const auto magic = readMagic(file)) return loadPpm(file, *magic);
+    if (start < 0 || std::fseek(file, start, SEEK_SET) != 0) return refuse("image file cannot seek");
+    return loadJpeg(file);
+}
+
+std::optional<RgbImage> loadImage(const std::string& path)
+{
+    File file = openFile(path, "rb");
+    if (!file) {
+        std::puts("image file not found");
+        return std::nullopt;
+    }
+    if (const auto magic = readMagic(file.get())) return loadPpm(file.get(), *magic);
+    file = openFile(path, "rb");
+    if (!file) {
+        std::fprintf(stderr, "can't open %s\n", path.c_str());
+        return std::nullopt;
+    }
+    return loadJpeg(file.get());
+}
+
+bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
+                std::span<const std::uint8_t> pixels)
+{
+    const bool isJpeg = holdsAnyOf(path, {".jpg", ".jpeg", ".JPG", ".JPEG"});
+    if (!isJpeg && (!isRgb || !holdsAnyOf(path, {".ppm", ".PPM"}))) return false;
+    if (width < 1 || height < 1) return false;
+    const std::size_t rowBytes = static_cast<std::size_t>(width) * (isRgb ? 3 : 1);
+    if (pixels.size() / rowBytes < static_cast<std::size_t>(height)) return false;
+    const auto image = pixels.first(rowBytes * static_cast<std::size_t>(height));
+
+    File file = openForWriting(path);
+    if (!file) return false;
+    const bool written = isJpeg ? writeJpeg(file.get(), quality, width, height, isRgb, image)
+                                : writePpm(file.get(), width, height, image);
+    return std::fclose(file.release()) == 0 && written;
+}
+
+}  // namespace scansteps

@@ -1,0 +1,54 @@
+// A folder of its own for one test, removed with everything in it at the end.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+
+namespace scansteps::test {
+
+class TempDir
+{
+  public:
+    TempDir()
+    {
+        std::random_device random;
+        do {
+            path_ = std::filesystem::temp_directory_path() / ("scansteps-" + std::to_string(random()));
+        } while (!std::filesystem::create_directory(path_));
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    ~TempDir()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    /// Path of a file in the folder.
+    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+    /// Writes a file and returns its path.
+    std::string write(const std::string& name, const std::string& bytes) const
+    {
+        std::ofstream(path_ / name, std::ios::binary) << bytes;
+        return *this / name;
+    }
+
+  private:
+    std::filesystem::path path_;
+};
+
+inline std::string readFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << "cannot read " << path;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace scansteps::test
