@@ -19,7 +19,10 @@ if(SCANSTEPS_SANITIZE)
 endif()
 
 file(GLOB core_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/framework/*.cpp)
-add_library(scansteps-core STATIC ${core_sources})
+# The table of kinds belongs to the core: a host has it without the step library.
+add_library(scansteps-core STATIC ${core_sources} src/exports/kinds.cpp)
+set_source_files_properties(src/exports/kinds.cpp src/exports/factories.cpp PROPERTIES
+  OBJECT_DEPENDS ${PROJECT_SOURCE_DIR}/src/exports/kinds.def)
 add_library(scansteps::core ALIAS scansteps-core)
 target_include_directories(scansteps-core
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
@@ -41,3 +44,15 @@ target_compile_definitions(scansteps_steps PRIVATE SCANSTEPS_VERSION="${PROJECT_
 target_link_libraries(scansteps_steps
   PUBLIC scansteps-core
   PRIVATE scansteps_flags hwy::hwy JPEG::JPEG Threads::Threads OpenMP::OpenMP_CXX Eigen3::Eigen Imath::Imath)
+
+# The loadable library: exports the functions of the table of kinds and set_handles, nothing else.
+add_library(scansteps_module MODULE src/exports/factories.cpp)
+set_target_properties(scansteps_module PROPERTIES OUTPUT_NAME scansteps)
+if(WIN32)
+  set_target_properties(scansteps_module PROPERTIES PREFIX "")
+else()
+  file(WRITE ${PROJECT_BINARY_DIR}/exports.map "{ global: create_*; getTypeIn*; getTypeOut*; set_handles; local: *; };\n")
+  target_link_options(scansteps_module PRIVATE -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map
+    $<$<NOT:$<BOOL:${SCANSTEPS_SANITIZE}>>:-Wl,--no-undefined>)
+endif()
+target_link_libraries(scansteps_module PRIVATE scansteps_flags scansteps_steps)

@@ -1,0 +1,140 @@
+// Typed arrays: three dimensions, an element kind and the elements. Frames, vertex lists and matrices are
+// arrays, in the handle table as well as in records.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <type_traits>
+
+namespace scansteps {
+
+/// Kind codes of a value, also the element kinds (0 to 9) of arrays.
+enum class Kind : std::uint32_t
+{
+    Empty = 0,
+    Char,    ///< signed 8 bit
+    Uchar,   ///< unsigned 8 bit
+    Short,   ///< signed 16 bit
+    Ushort,  ///< unsigned 16 bit
+    Int,     ///< signed 32 bit
+    Uint,    ///< unsigned 32 bit
+    Half,    ///< 16-bit float
+    Float,
+    Double,
+    String,
+    Struct,
+    Array,
+    StructArray,
+};
+
+inline constexpr std::uint32_t kKindCount = 14;
+
+/// Name used in messages, such as "unsigned short"; "?" for a code above 13.
+const char* kindName(Kind kind);
+/// Type name, such as "Ushort"; "?" for a code above 13.
+const char* kindTypeName(Kind kind);
+/// Bytes of one array element: 0 for kinds that have none (empty, string, struct, ...).
+std::size_t elementSize(Kind kind);
+
+/// IEEE 754 binary16 value; the conversions round to nearest even.
+struct Half
+{
+    std::uint16_t bits = 0;
+    Half() = default;
+    explicit Half(float value);
+    explicit operator float() const;
+    friend bool operator==(Half a, Half b) { return a.bits == b.bits; }
+};
+
+/// The kind whose payload or element is a `T`.
+template <class T>
+constexpr Kind kindOf()
+{
+    using U = std::remove_cv_t<T>;
+    if constexpr (std::is_same_v<U, std::int8_t>)
+        return Kind::Char;
+    else if constexpr (std::is_same_v<U, std::uint8_t>)
+        return Kind::Uchar;
+    else if constexpr (std::is_same_v<U, std::int16_t>)
+        return Kind::Short;
+    else if constexpr (std::is_same_v<U, std::uint16_t>)
+        return Kind::Ushort;
+    else if constexpr (std::is_same_v<U, std::int32_t>)
+        return Kind::Int;
+    else if constexpr (std::is_same_v<U, std::uint32_t>)
+        return Kind::Uint;
+    else if constexpr (std::is_same_v<U, Half>)
+        return Kind::Half;
+    else if constexpr (std::is_same_v<U, float>)
+        return Kind::Float;
+    else if constexpr (std::is_same_v<U, double>)
+        return Kind::Double;
+    else
+        return Kind::Empty;
+}
+
+/// Typed array. Field order is part of the interface: dimensions (elements per row, rows, planes), element
+/// kind, storage. A default array is 1 x 1 x 1 of kind empty, without storage. Copying copies the elements.
+class Array
+{
+  public:
+    Array() = default;
+    /// Zero-filled array. Throws "array too large" when the byte size overflows, and the allocator's
+    /// exception when there is no memory.
+    Array(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes = 1);
+    Array(const Array& other);
+    Array(Array&& other) noexcept;
+    Array& operator=(const Array& other);
+    Array& operator=(Array&& other) noexcept;
+    ~Array();
+
+    std::uint32_t dim(std::size_t axis) const { return dims_[axis]; }
+    Kind kind() const { return static_cast<Kind>(kind_); }
+    /// Product of the dimensions and of the element size; 0 for element kinds without a size.
+    std::size_t byteSize() const;
+    /// Number of elements that have storage.
+    std::size_t size() const;
+    std::byte* data() { return data_; }
+    const std::byte* data() const { return data_; }
+    std::span<std::byte> bytes() { return {data_, byteSize()}; }
+    std::span<const std::byte> bytes() const { return {data_, byteSize()}; }
+
+    /// Elements as `T`, empty unless the element kind is exactly that of `T`.
+    template <class T>
+    std::span<T> elements()
+    {
+        return kind() == kindOf<T>() ? std::span<T>{reinterpret_cast<T*>(data_), size()} : std::span<T>{};
+    }
+    template <class T>
+    std::span<const T> elements() const
+    {
+        return kind() == kindOf<T>() ? std::span<const T>{reinterpret_cast<const T*>(data_), size()}
+                                     : std::span<const T>{};
+    }
+
+    bool hasShape(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes = 1) const;
+    bool sameShape(const Array& other) const
+    {
+        return hasShape(other.kind(), other.dim(0), other.dim(1), other.dim(2));
+    }
+    /// Gives the array this shape. Elements are kept (as bytes, undefined in meaning) when the byte size does
+    /// not change, else zero-filled anew.
+    void reshape(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes = 1);
+    /// Sets all bytes of the storage to 0.
+    void clear();
+
+    /// For readers of untrusted streams: takes the shape with storage for `bytes` of its bytes only, and
+    /// grows it step by step. The array must not be used before all of byteSize() is there.
+    void beginGrowing(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes);
+    std::byte* growTo(std::size_t bytes);
+
+  private:
+    void release();
+
+    std::uint32_t dims_[3] = {1, 1, 1};
+    std::int32_t kind_ = 0;
+    std::byte* data_ = nullptr;
+};
+
+}  // namespace scansteps

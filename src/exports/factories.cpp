@@ -1,0 +1,69 @@
+// The exported functions: create_<kind>, getTypeIn<kind>, getTypeOut<kind> for every kind of the table, and
+// set_handles. Nothing else leaves the library.
+#include <memory>
+
+#include "framework/step_factory.h"
+#include "framework/unavailable_step.h"
+#include "scansteps/handles.h"
+#include "scansteps/kinds.h"
+
+#if defined(_WIN32)
+#define SCANSTEPS_EXPORT extern "C" __declspec(dllexport)
+#else
+#define SCANSTEPS_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
+
+namespace scansteps {
+
+#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) \
+    class className;                                                                       \
+    template <>                                                                            \
+    std::unique_ptr<cChain> makeStep<className>();
+#include "exports/kinds.def"
+#undef SCANSTEPS_KIND
+
+namespace {
+
+enum class Availability
+{
+    Ready,
+    Later
+};
+
+template <class Step, Availability availability>
+cChain* create(const char* className, const char* typeIn, const char* typeOut)
+{
+    std::unique_ptr<cChain> step;
+    if constexpr (availability == Availability::Ready)
+        step = makeStep<Step>();
+    else
+        step = std::make_unique<UnavailableStep>(className);
+    step->typeIn = typeIn;
+    step->typeOut = typeOut;
+    return step.release();
+}
+
+}  // namespace
+}  // namespace scansteps
+
+SCANSTEPS_EXPORT void set_handles(scansteps::HandleTable* table)
+{
+    scansteps::installHandles(table);
+}
+
+#define SCANSTEPS_KIND(kind, className, availability, role, in, out, summary, ...)                        \
+    SCANSTEPS_EXPORT scansteps::cChain* create_##kind()                                                   \
+    {                                                                                                     \
+        return scansteps::create<scansteps::className, scansteps::Availability::availability>(#className, \
+                                                                                              in, out);   \
+    }                                                                                                     \
+    SCANSTEPS_EXPORT const char* getTypeIn##kind()                                                        \
+    {                                                                                                     \
+        return in;                                                                                        \
+    }                                                                                                     \
+    SCANSTEPS_EXPORT const char* getTypeOut##kind()                                                       \
+    {                                                                                                     \
+        return out;                                                                                       \
+    }
+#include "exports/kinds.def"
+#undef SCANSTEPS_KIND

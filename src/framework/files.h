@@ -1,0 +1,42 @@
+// Files by UTF-8 path on every system; the only place that knows how each system opens them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace scansteps {
+
+struct FileCloser
+{
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+/// Opens a file as fopen() does; `path` is UTF-8 also on Windows. `mode` should hold "b".
+File openFile(const std::string& path, const char* mode);
+
+/// Unbuffered descriptor calls, as the systems have them; results as in POSIX.
+namespace rawfile {
+enum class Access
+{
+    Read,
+    Truncate
+};
+int open(const std::string& path, Access access);
+/// Bytes transferred, 0 at the end of the file, -1 on an error. Interrupted calls are repeated.
+std::int64_t read(int file, void* bytes, std::size_t length);
+std::int64_t write(int file, const void* bytes, std::size_t length);
+/// Gathered write of at most the first 64 pieces; may be partial.
+std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces);
+int close(int file);
+}  // namespace rawfile
+
+#ifdef _WIN32
+std::wstring widePath(const std::string& path);
+#endif
+
+}  // namespace scansteps

@@ -1,0 +1,105 @@
+#include "scansteps/handles.h"
+
+#include <utility>
+
+#include "scansteps/error.h"
+
+namespace scansteps {
+
+namespace {
+
+HandleTable* installed = nullptr;
+
+HandleTable& table()
+{
+    if (installed == nullptr) fail("Handle::no table installed");
+    return *installed;
+}
+
+SlotRecord*& checkedSlot(int handle)
+{
+    if (handle < 1 || handle >= kSlotCount) fail("Handle::Invalid handle!!!");
+    SlotRecord*& slot = table().slots[handle];
+    if (slot == nullptr) fail("Handle::zero handle!!!");
+    return slot;
+}
+
+}  // namespace
+
+void fillFreeHandles(HandleTable& table)
+{
+    for (int handle = 1; handle < kSlotCount; ++handle) table.freeHandles.push_back(handle);
+}
+
+void installHandles(HandleTable* table)
+{
+    installed = table;
+}
+
+HandleTable* installedHandles()
+{
+    return installed;
+}
+
+namespace handles {
+
+int allocate()
+{
+    HandleTable& to = table();
+    if (to.freeHandles.empty()) fail("Handle::no free handle");
+    const int handle = to.freeHandles.front();
+    if (handle < 1 || handle >= kSlotCount) fail("Handle::Invalid handle!!!");
+    to.slots[handle] = new SlotRecord;
+    to.freeHandles.pop_front();
+    return handle;
+}
+
+void release(int handle)
+{
+    SlotRecord*& slot = checkedSlot(handle);
+    delete slot;
+    slot = nullptr;
+    table().freeHandles.push_front(handle);
+}
+
+SlotRecord* record(int handle)
+{
+    return checkedSlot(handle);
+}
+
+SlotRecord* setKind(int handle, std::uint32_t kind)
+{
+    SlotRecord* slot = checkedSlot(handle);
+    slot->kind = kind;
+    return slot;
+}
+
+void* payload(int handle)
+{
+    return checkedSlot(handle)->payload;
+}
+
+void setPayload(int handle, void* payload)
+{
+    checkedSlot(handle)->payload = payload;
+}
+
+void swap(int a, int b)
+{
+    SlotRecord*& first = checkedSlot(a);
+    SlotRecord*& second = checkedSlot(b);
+    std::swap(first, second);
+}
+
+std::uint64_t mapGet(int key)
+{
+    return table().values[key];
+}
+
+void mapSet(std::uint64_t value, int key)
+{
+    table().values[key] = value;
+}
+
+}  // namespace handles
+}  // namespace scansteps

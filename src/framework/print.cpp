@@ -1,0 +1,51 @@
+#include "framework/print.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+
+namespace scansteps::print {
+
+void text(std::string_view text)
+{
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+void line(std::string_view text)
+{
+    print::text(std::string(text) + "\n");
+}
+
+void twice(std::string_view text)
+{
+    const std::string once(text);
+    print::text(once + "\n\"" + once + "\"\n");
+}
+
+void field(std::int64_t value, const char* label)
+{
+    std::printf("%15" PRId64 "%s", value, label);
+}
+
+void field(double value, const char* label)
+{
+    std::printf("%15g%s", value, label);
+}
+
+void labelled(std::int64_t value, const char* label)
+{
+    std::printf("%" PRId64 "%s", value, label);
+}
+
+void labelled(std::string_view value, const char* label)
+{
+    print::text(std::string(value) + label);
+}
+
+void timing(const char* name, std::int64_t microseconds)
+{
+    const auto seconds = static_cast<float>(static_cast<double>(microseconds) * 1e-6);
+    std::printf("%10s time = %10g sec \n", name, double{seconds});
+}
+
+}  // namespace scansteps::print

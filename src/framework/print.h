@@ -1,0 +1,32 @@
+// What steps print, in one place, so that widths and labels are the same everywhere. All of it goes to
+// standard output.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace scansteps::print {
+
+void text(std::string_view text);
+/// The text and a line feed.
+void line(std::string_view text);
+/// The text on a line, then the same text in double quotes on a line of its own.
+void twice(std::string_view text);
+/// Value right-aligned in 15 columns, then the label (which brings its own blank and line feed).
+void field(std::int64_t value, const char* label);
+void field(double value, const char* label);
+inline void field(int value, const char* label)
+{
+    field(std::int64_t{value}, label);
+}
+inline void field(float value, const char* label)
+{
+    field(double{value}, label);
+}
+/// Value in as many columns as it needs, then the label.
+void labelled(std::int64_t value, const char* label);
+void labelled(std::string_view value, const char* label);
+/// `name` right-aligned in 10 columns, " time = ", seconds in 10 columns, " sec \n".
+void timing(const char* name, std::int64_t microseconds);
+
+}  // namespace scansteps::print

@@ -1,0 +1,250 @@
+// Records into bytes. Everything but array storage is encoded into one buffer; the pieces of the buffer and
+// the arrays between them leave in one gathered write.
+#include <bit>
+#include <cstring>
+#include <limits>
+
+#include "scansteps/error.h"
+#include "scansteps/stream.h"
+
+namespace scansteps {
+
+static_assert(std::endian::native == std::endian::little, "the byte form is written as the memory holds it");
+
+namespace {
+
+constexpr std::uint64_t kHeaderSize = 16;
+constexpr std::uint64_t kArrayHeaderSize = 20;
+constexpr std::uint32_t kLengthOffset = 99;
+
+// What is written beside or instead of the record's own entries at the top level.
+struct Overlay
+{
+    const Array* frame = nullptr;
+};
+
+std::uint64_t stringSize(const std::string& text)
+{
+    return text.size() + 5;
+}
+
+std::uint64_t structSize(const varitype& value, const Overlay& overlay);
+
+std::uint64_t valueSize(const varitype& value)
+{
+    switch (value.kind()) {
+        case Kind::String:
+            return stringSize(value.as<std::string>());
+        case Kind::Struct:
+            return structSize(value, {});
+        case Kind::Array:
+            return kArrayHeaderSize + value.as<Array>().byteSize();
+        case Kind::StructArray: {
+            std::uint64_t size = 8;
+            for (const varitype& element : value.as<StructArray>()) size += structSize(element, {});
+            return size;
+        }
+        default:
+            return elementSize(value.kind());
+    }
+}
+
+std::uint64_t structSize(const varitype& value, const Overlay& overlay)
+{
+    if (value.kind() != Kind::Struct || !value.hasPayload()) fail("MustBe pnt ");
+    std::uint64_t size = kHeaderSize;
+    for (const auto& entry : value.as<Struct>()) {
+        if (overlay.frame != nullptr && entry.name == "handle") continue;
+        size += stringSize(entry.name) + 4 + valueSize(entry.value);
+    }
+    if (overlay.frame != nullptr)
+        size += stringSize("data") + 4 + kArrayHeaderSize + overlay.frame->byteSize();
+    return size;
+}
+
+class Encoder
+{
+  public:
+    explicit Encoder(std::uint64_t sizeHint) { bytes_.reserve(std::min<std::uint64_t>(sizeHint, 1U << 16)); }
+
+    void putStruct(const varitype& value, const Overlay& overlay)
+    {
+        if (value.kind() != Kind::Struct || !value.hasPayload()) fail("MustBe pnt ");
+        const Struct& entries = value.as<Struct>();
+        const bool withFrame = overlay.frame != nullptr;
+        const std::size_t sizeAt = bytes_.size();
+        const std::uint64_t arraysBefore = arrayBytes_;
+        put(std::uint64_t{0});  // patched below
+        put(std::uint32_t(Kind::Struct));
+        put(std::uint32_t(entries.size() + (withFrame ? 1 : 0) -
+                          (withFrame && entries.has("handle") ? 1 : 0)));
+
+        forEach(entries, overlay, [&](std::string_view name, Kind kind, const varitype*) {
+            putString(name);
+            put(std::uint32_t(kind));
+        });
+        forEach(entries, overlay, [&](std::string_view, Kind, const varitype* entry) {
+            if (entry == nullptr)
+                putArray(*overlay.frame);
+            else
+                putValue(*entry);
+        });
+        const std::uint64_t size = bytes_.size() - sizeAt + (arrayBytes_ - arraysBefore);
+        std::memcpy(bytes_.data() + sizeAt, &size, sizeof size);
+    }
+
+    void writeTo(BIO& sink)
+    {
+        std::vector<std::span<const std::byte>> pieces;
+        pieces.reserve(2 * arrays_.size() + 1);
+        std::size_t from = 0;
+        for (const auto& [at, storage] : arrays_) {
+            pieces.emplace_back(bytes_.data() + from, at - from);
+            pieces.push_back(storage);
+            from = at;
+        }
+        if (from != bytes_.size()) pieces.emplace_back(bytes_.data() + from, bytes_.size() - from);
+        sink.writeGather(pieces);
+    }
+
+  private:
+    // Entries in key order, "data" of the overlay in its place and "handle" left out.
+    template <class Visit>
+    static void forEach(const Struct& entries, const Overlay& overlay, Visit visit)
+    {
+        bool pending = overlay.frame != nullptr;
+        for (const auto& entry : entries) {
+            if (overlay.frame != nullptr && entry.name == "handle") continue;
+            if (pending && entry.name > "data") {
+                visit("data", Kind::Array, nullptr);
+                pending = false;
+            }
+            visit(std::string_view(entry.name), entry.value.kind(), &entry.value);
+        }
+        if (pending) visit("data", Kind::Array, nullptr);
+    }
+
+    void put(const void* from, std::size_t length)
+    {
+        const auto* begin = static_cast<const std::byte*>(from);
+        bytes_.insert(bytes_.end(), begin, begin + length);
+    }
+
+    template <class T>
+    void put(T value)
+    {
+        put(&value, sizeof value);
+    }
+
+    void putString(std::string_view text)
+    {
+        if (text.size() > std::numeric_limits<std::uint32_t>::max() - kLengthOffset - 1)
+            fail("string too long");
+        put(static_cast<std::uint32_t>(text.size() + 1 + kLengthOffset));
+        const std::size_t at = bytes_.size();
+        bytes_.resize(at + text.size() + 1);
+        for (std::size_t i = 0; i < text.size(); ++i)
+            bytes_[at + i] = static_cast<std::byte>(static_cast<unsigned char>(text[i]) - 10U - i);
+        bytes_[at + text.size()] = static_cast<std::byte>(0U - 10U - text.size());
+    }
+
+    void putArray(const Array& array)
+    {
+        put(std::uint32_t(Kind::Array));
+        for (std::size_t axis = 0; axis < 3; ++axis) put(array.dim(axis));
+        put(std::uint32_t(array.kind()));
+        if (array.byteSize() == 0) return;
+        arrays_.push_back({bytes_.size(), array.bytes()});
+        arrayBytes_ += array.byteSize();
+    }
+
+    void putValue(const varitype& value)
+    {
+        switch (value.kind()) {
+            case Kind::Empty:
+                break;
+            case Kind::Char:
+                put(value.as<std::int8_t>());
+                break;
+            case Kind::Uchar:
+                put(value.as<std::uint8_t>());
+                break;
+            case Kind::Short:
+                put(value.as<std::int16_t>());
+                break;
+            case Kind::Ushort:
+                put(value.as<std::uint16_t>());
+                break;
+            case Kind::Int:
+                put(value.as<std::int32_t>());
+                break;
+            case Kind::Uint:
+                put(value.as<std::uint32_t>());
+                break;
+            case Kind::Half:
+                put(value.as<Half>().bits);
+                break;
+            case Kind::Float:
+                put(value.as<float>());
+                break;
+            case Kind::Double:
+                put(value.as<double>());
+                break;
+            case Kind::String:
+                putString(value.as<std::string>());
+                break;
+            case Kind::Struct:
+                putStruct(value, {});
+                break;
+            case Kind::Array:
+                putArray(value.as<Array>());
+                break;
+            case Kind::StructArray:
+                put(std::uint32_t(Kind::StructArray));
+                put(static_cast<std::uint32_t>(value.as<StructArray>().size()));
+                for (const varitype& element : value.as<StructArray>()) putStruct(element, {});
+                break;
+        }
+    }
+
+    struct StoredArray
+    {
+        std::size_t at;  // where in bytes_ the storage belongs
+        std::span<const std::byte> storage;
+    };
+    std::vector<std::byte> bytes_;
+    std::vector<StoredArray> arrays_;
+    std::uint64_t arrayBytes_ = 0;
+};
+
+void writeWith(BIO& sink, const varitype& record, const Overlay& overlay)
+{
+    Encoder encoder(512);
+    encoder.putStruct(record, overlay);
+    encoder.writeTo(sink);
+}
+
+}  // namespace
+
+void BIO::writeGather(std::span<const std::span<const std::byte>> pieces)
+{
+    for (const auto piece : pieces) write(piece.data(), piece.size());
+}
+
+void writeRecord(BIO& sink, const varitype& record)
+{
+    writeWith(sink, record, {});
+}
+
+void writeRecordWithFrame(BIO& sink, const varitype& record, const Array& frame)
+{
+    if (record.has("data")) fail("[data] already found");
+    writeWith(sink, record, {&frame});
+}
+
+std::uint64_t recordSize(const varitype& record)
+{
+    return structSize(record, {});
+}
+
+}  // namespace scansteps

@@ -1,0 +1,86 @@
+#include "scansteps/settings.h"
+
+#include "scansteps/error.h"
+
+namespace scansteps {
+
+namespace {
+
+const KindInfo& kindOfClass(const char* className)
+{
+    const KindInfo* kind = findKindByClass(className);
+    if (kind == nullptr) failf("%s is not in the table of kinds", className);
+    return *kind;
+}
+
+}  // namespace
+
+std::optional<varitype> findPath(const varitype& params, std::string_view path)
+{
+    varitype at = params;
+    for (;;) {
+        const std::size_t dot = path.find('.');
+        const std::string_view key = path.substr(0, dot);
+        if (!at.has(key)) return std::nullopt;
+        at = at[key];
+        if (dot == std::string_view::npos) return at;
+        path.remove_prefix(dot + 1);
+    }
+}
+
+Settings::Settings(cChain& step, const varitype& params) : Settings(kindOfClass(step.getName()), params) {}
+
+const SettingInfo& Settings::info(std::string_view path) const
+{
+    const SettingInfo* setting = findSetting(kind_, path);
+    if (setting == nullptr) failf("%s has no setting %.*s", kind_.className, int(path.size()), path.data());
+    return *setting;
+}
+
+std::optional<varitype> Settings::value(const SettingInfo& setting) const
+{
+    if (!setting.required) return findPath(params_, setting.path);
+    // Look-ups, so that the error names the first part that is absent.
+    varitype at = params_;
+    for (std::string_view rest = setting.path;;) {
+        const std::size_t dot = rest.find('.');
+        at = at[rest.substr(0, dot)];
+        if (dot == std::string_view::npos) return at;
+        rest.remove_prefix(dot + 1);
+    }
+}
+
+void Settings::checkRange(const SettingInfo& setting, double value) const
+{
+    if (setting.enforced && !(value >= setting.min && value <= setting.max))
+        failf("%s: %s = %g, must be %g to %g", kind_.className, setting.path, value, setting.min,
+              setting.max);
+}
+
+int Settings::integer(std::string_view path) const
+{
+    const SettingInfo& setting = info(path);
+    const auto found = value(setting);
+    const int result = found ? found->as<std::int32_t>() : static_cast<int>(setting.number);
+    checkRange(setting, result);
+    return result;
+}
+
+float Settings::real(std::string_view path) const
+{
+    const SettingInfo& setting = info(path);
+    const auto found = value(setting);
+    const float result = found ? found->as<float>() : static_cast<float>(setting.number);
+    checkRange(setting, double{result});
+    return result;
+}
+
+std::string Settings::text(std::string_view path) const
+{
+    const SettingInfo& setting = info(path);
+    const auto found = value(setting);
+    if (found) return found->as<std::string>();
+    return setting.text != nullptr ? setting.text : "";
+}
+
+}  // namespace scansteps
