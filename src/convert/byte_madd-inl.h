@@ -1,0 +1,62 @@
+// Dot products of byte pairs, which Highway 1.0.3 does not offer: u8 x s8, two neighbours added to 16 bits.
+// Included once for every instruction set, inside scansteps::HWY_NAMESPACE.
+#if defined(SCANSTEPS_BYTE_MADD_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef SCANSTEPS_BYTE_MADD_INL_H_
+#undef SCANSTEPS_BYTE_MADD_INL_H_
+#else
+#define SCANSTEPS_BYTE_MADD_INL_H_
+#endif
+
+#include <cstddef>
+#include <cstdint>
+
+#include "hwy/highway.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace scansteps {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+/// The coefficient pair (c0, c1) in every 16-bit lane, to be applied to the low and the high byte of a lane.
+template <class D16>
+hn::Vec<D16> BytePair(D16 d, int c0, int c1)
+{
+    return hn::Set(d, static_cast<std::int16_t>((c0 & 0xFF) | ((c1 & 0xFF) << 8)));
+}
+
+// c0 * low byte + c1 * high byte of every 16-bit lane of `bytes`, bytes unsigned, coefficients signed. The
+// instruction saturates; callers choose coefficients that stay within 16 bits.
+#if HWY_ARCH_X86
+template <std::size_t N>
+hn::Vec128<std::int16_t, N> MaddBytes(hn::Vec128<std::int16_t, N> bytes, hn::Vec128<std::int16_t, N> pair)
+{
+    return hn::Vec128<std::int16_t, N>{_mm_maddubs_epi16(bytes.raw, pair.raw)};
+}
+#if HWY_TARGET <= HWY_AVX2
+inline hn::Vec256<std::int16_t> MaddBytes(hn::Vec256<std::int16_t> bytes, hn::Vec256<std::int16_t> pair)
+{
+    return hn::Vec256<std::int16_t>{_mm256_maddubs_epi16(bytes.raw, pair.raw)};
+}
+#endif
+#if HWY_TARGET <= HWY_AVX3
+inline hn::Vec512<std::int16_t> MaddBytes(hn::Vec512<std::int16_t> bytes, hn::Vec512<std::int16_t> pair)
+{
+    return hn::Vec512<std::int16_t>{_mm512_maddubs_epi16(bytes.raw, pair.raw)};
+}
+#endif
+#else
+template <class V>
+V MaddBytes(V bytes, V pair)
+{
+    const hn::DFromV<V> d;
+    const auto low = hn::And(bytes, hn::Set(d, std::int16_t{0xFF}));
+    const auto high = hn::And(hn::ShiftRight<8>(bytes), hn::Set(d, std::int16_t{0xFF}));
+    return hn::Add(hn::Mul(low, hn::ShiftRight<8>(hn::ShiftLeft<8>(pair))),
+                   hn::Mul(high, hn::ShiftRight<8>(pair)));
+}
+#endif
+
+}  // namespace HWY_NAMESPACE
+}  // namespace scansteps
+HWY_AFTER_NAMESPACE();
+#endif
