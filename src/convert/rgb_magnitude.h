@@ -1,0 +1,18 @@
+// Length of the colour vector of RGB pixels as offset 16-bit samples.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace scansteps {
+
+/// Sample = integer part of (255 m + 32768), the sum in double precision, m = sqrt((a1 a1 + a0 a0) + a2 a2)
+/// in single precision with a_k = c_k * 0.003921568859368563f: 32768 (black) to 33209 (white). `src` holds
+/// three bytes for every sample of `dst`; converts min(src / 3, dst) pixels. Never throws.
+void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst);
+
+namespace scalar {
+void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst);
+}
+
+}  // namespace scansteps

@@ -1,0 +1,51 @@
+#include "convert/grey_window.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "support/targets.h"
+
+namespace scansteps {
+namespace {
+
+TEST(GreyWindow, documentedValues)
+{
+    const std::vector<std::uint16_t> in = {32768 + 128, 32768 + 129, 32768 + 127, 32768, 33024, 0, 65535};
+    std::vector<std::uint8_t> out(3 * in.size());
+    greyWindow(in, out, 0, 128);
+    const std::vector<int> saturated = {127, 255, 0, 0, 255, 0, 255};
+    for (std::size_t i = 0; i < out.size(); ++i) EXPECT_EQ(out[i], saturated[i / 3]) << i;
+    greyWindow(in, out, 256, 128);
+    const std::vector<int> ramp = {127, 128, 126, 0, 255, 0, 255};
+    for (std::size_t i = 0; i < out.size(); ++i) EXPECT_EQ(out[i], ramp[i / 3]) << i;
+}
+
+// All samples under windows of every kind; multiples of 255 and 510 put many results next to whole numbers.
+TEST(GreyWindow, vectorEqualsScalarForAllSamples)
+{
+    std::vector<std::uint16_t> in(65536 + 7);
+    std::iota(in.begin(), in.end(), std::uint16_t{0});
+    std::vector<std::pair<int, int>> settings = {
+        {0, 0},         {1, 0},     {-1, 5},      {INT_MAX, 0},    {INT_MIN, 0},      {256, INT_MAX},
+        {256, INT_MIN}, {65536, 0}, {3, 1 << 24}, {3, -(1 << 24)}, {INT_MAX, INT_MAX}};
+    for (int k = 1; k <= 128; k *= 2)
+        for (const int window : {255, 510, 85, 17, 30, 6}) settings.emplace_back(window * k, k - 3);
+    std::mt19937 random(3);
+    for (int k = 0; k < 150; ++k)
+        settings.emplace_back(int(random() % 70000) - 2000, int(random() % 70000) - 35000);
+    std::vector<std::uint8_t> expected(3 * in.size()), out(3 * in.size());
+    for (const auto& [window, level] : settings) {
+        scalar::greyWindow(in, expected, window, level);
+        test::forEachTarget([&, w = window, l = level] {
+            greyWindow(in, out, w, l);
+            ASSERT_EQ(out, expected) << w << " " << l;
+        });
+    }
+}
+
+}  // namespace
+}  // namespace scansteps
