@@ -1,0 +1,62 @@
+// Speed of the region detector on photographs, with the settings of the corner detector. The larger images
+// are the same photograph in reflected copies, so the content for each pixel stays the same.
+#include <benchmark/benchmark.h>
+
+#include "../tests/support/images.h"
+#include "features/mser.h"
+
+namespace {
+
+using namespace scansteps;
+
+std::vector<std::uint8_t> reflected(const test::Image& photo, int width, int height)
+{
+    const std::vector<std::uint8_t> grey = test::greyOf(photo);
+    const auto fold = [](int v, int n) { return v / n % 2 ? n - 1 - v % n : v % n; };
+    std::vector<std::uint8_t> out(std::size_t(width) * std::size_t(height));
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            out[std::size_t(y) * std::size_t(width) + std::size_t(x)] =
+                grey[std::size_t(fold(y, photo.height) * photo.width + fold(x, photo.width))];
+    return out;
+}
+
+void regions(benchmark::State& state, const char* name)
+{
+    const int width = int(state.range(0));
+    const int height = int(state.range(1));
+    const std::vector<std::uint8_t> grey = reflected(test::examplePhoto(name), width, height);
+    const int area = width * height;
+    MSER detector(1, MSER::fractionOf(9, area), MSER::fractionOf(1024, area), 0.2, 0.33, true);
+    std::vector<Region> found;
+    for (auto _ : state) {
+        found.clear();
+        detector(grey, width, height, found);
+    }
+    state.counters["regions"] = double(found.size());
+    state.counters["MPix/s"] =
+        benchmark::Counter(1e-6 * area * double(state.iterations()), benchmark::Counter::kIsRate);
+}
+
+BENCHMARK_CAPTURE(regions, coffee, "img0000.jpg")
+    ->Args({640, 480})
+    ->Args({1280, 960})
+    ->Args({1920, 1080})
+    ->Args({3840, 2160})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(regions, rocket, "photo_rocket.jpg")
+    ->Args({640, 480})
+    ->Args({3840, 2160})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(regions, chelsea, "photo_chelsea.jpg")
+    ->Args({640, 480})
+    ->Args({3840, 2160})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(regions, astronaut, "photo_astronaut.jpg")
+    ->Args({640, 480})
+    ->Args({3840, 2160})
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
