@@ -56,3 +56,11 @@ else()
     $<$<NOT:$<BOOL:${SCANSTEPS_SANITIZE}>>:-Wl,--no-undefined>)
 endif()
 target_link_libraries(scansteps_module PRIVATE scansteps_flags scansteps_steps)
+
+# The command-line host. It loads the step library at run time and never links it.
+file(GLOB host_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/host/*.cpp)
+add_executable(scansteps_host ${host_sources})
+set_target_properties(scansteps_host PROPERTIES OUTPUT_NAME scansteps)
+target_compile_definitions(scansteps_host PRIVATE SCANSTEPS_VERSION="${PROJECT_VERSION}")
+target_link_libraries(scansteps_host PRIVATE
+  scansteps_flags scansteps-core fmt::fmt nlohmann_json::nlohmann_json CLI11::CLI11 ${CMAKE_DL_LIBS})

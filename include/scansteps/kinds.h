@@ -24,6 +24,7 @@ struct SettingInfo
     double max = std::numeric_limits<double>::infinity();
     bool enforced =
         false;  ///< values outside min ... max are refused before a run; else the step has its own word
+    bool writesFile = false;  ///< the value names a file that the step writes
     const char* unitName = "";
     const char* doc = "";
 
@@ -41,6 +42,12 @@ struct SettingInfo
         SettingInfo copy = *this;
         copy.min = low;
         copy.max = high;
+        return copy;
+    }
+    constexpr SettingInfo writes() const
+    {
+        SettingInfo copy = *this;
+        copy.writesFile = true;
         return copy;
     }
     constexpr SettingInfo unit(const char* name) const

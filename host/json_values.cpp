@@ -1,0 +1,287 @@
+#include "json_values.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <limits>
+#include <optional>
+
+namespace scansteps::host {
+
+namespace {
+
+[[noreturn]] void failValue(const std::string& where, const std::string& what)
+{
+    throw UsageError{fmt::format("{}: {}", where, what)};
+}
+
+std::optional<Kind> kindOfTypeName(const std::string& name)
+{
+    for (std::uint32_t code = 0; code < kKindCount; ++code)
+        if (name == kindTypeName(Kind(code))) return Kind(code);
+    return std::nullopt;
+}
+
+// A double that may be written as text: JSON has no NaN and no infinity.
+double realFromJson(const Json& json, const std::string& where)
+{
+    if (json.is_number()) return json.get<double>();
+    if (json.is_boolean()) return json.get<bool>() ? 1 : 0;
+    if (json.is_string()) {
+        const auto text = json.get<std::string>();
+        if (text == "nan") return std::numeric_limits<double>::quiet_NaN();
+        if (text == "inf") return std::numeric_limits<double>::infinity();
+        if (text == "-inf") return -std::numeric_limits<double>::infinity();
+    }
+    failValue(where, fmt::format("{} is not a number", json.dump()));
+}
+
+template <class T>
+T integerFromJson(const Json& json, const std::string& where)
+{
+    const double value = realFromJson(json, where);
+    if (!(value >= double(std::numeric_limits<T>::min()) && value <= double(std::numeric_limits<T>::max())) ||
+        value != std::trunc(value))
+        failValue(where, fmt::format("{} does not fit {}", json.dump(), kindTypeName(kindOf<T>())));
+    return static_cast<T>(value);
+}
+
+float floatFromJson(const Json& json, const std::string& where)
+{
+    const double value = realFromJson(json, where);
+    if (std::isfinite(value) && std::abs(value) > double(std::numeric_limits<float>::max()))
+        failValue(where, fmt::format("{} does not fit Float", json.dump()));
+    return static_cast<float>(value);
+}
+
+template <class T>
+T elementFromJson(const Json& json, const std::string& where)
+{
+    if constexpr (std::is_same_v<T, Half>)
+        return Half(floatFromJson(json, where));
+    else if constexpr (std::is_same_v<T, float>)
+        return floatFromJson(json, where);
+    else if constexpr (std::is_same_v<T, double>)
+        return realFromJson(json, where);
+    else
+        return integerFromJson<T>(json, where);
+}
+
+// Calls visit with a null pointer of the element type of `kind`.
+template <class Visit>
+void withElementType(Kind kind, Visit visit)
+{
+    switch (kind) {
+        case Kind::Char:
+            return visit(static_cast<std::int8_t*>(nullptr));
+        case Kind::Uchar:
+            return visit(static_cast<std::uint8_t*>(nullptr));
+        case Kind::Short:
+            return visit(static_cast<std::int16_t*>(nullptr));
+        case Kind::Ushort:
+            return visit(static_cast<std::uint16_t*>(nullptr));
+        case Kind::Int:
+            return visit(static_cast<std::int32_t*>(nullptr));
+        case Kind::Uint:
+            return visit(static_cast<std::uint32_t*>(nullptr));
+        case Kind::Half:
+            return visit(static_cast<Half*>(nullptr));
+        case Kind::Float:
+            return visit(static_cast<float*>(nullptr));
+        case Kind::Double:
+            return visit(static_cast<double*>(nullptr));
+        default:
+            return;
+    }
+}
+
+Array arrayFromJson(const Json& json, const std::string& where)
+{
+    const auto fail = [&](const char* what) { failValue(where, what); };
+    if (!json.is_object() || !json.contains("type") || !json["type"].is_string() || !json.contains("dims"))
+        fail("an Array needs \"type\" and \"dims\"");
+    const auto kind = kindOfTypeName(json["type"].get<std::string>());
+    if (!kind || *kind > Kind::Double) fail("no such element type");
+    const Json& dims = json["dims"];
+    if (!dims.is_array() || dims.size() != 3) fail("\"dims\" is three numbers");
+    std::uint32_t d[3];
+    for (std::size_t i = 0; i < 3; ++i) d[i] = integerFromJson<std::uint32_t>(dims[i], where);
+    const Json data = json.value("data", Json::array());
+    const double count = double(d[0]) * d[1] * d[2];
+    // Without data an array is zeroed; its size is bounded like a frame's.
+    if (!data.is_array() || (!data.empty() && double(data.size()) != count) || count > double(1U << 30))
+        fail("\"data\" does not have the number of elements that \"dims\" says");
+    Array array(*kind, d[0], d[1], d[2]);
+    withElementType(*kind, [&](auto* type) {
+        using T = std::remove_pointer_t<decltype(type)>;
+        const auto elements = array.elements<T>();
+        for (std::size_t i = 0; i < data.size() && i < elements.size(); ++i)
+            elements[i] = elementFromJson<T>(data[i], where);
+    });
+    return array;
+}
+
+Struct structFromJson(const Json& json, const std::string& where)
+{
+    if (!json.is_object()) failValue(where, "an object was expected");
+    Struct result;
+    for (const auto& [key, member] : json.items()) {
+        varitype value = valueFromJson(member, where + "." + key);
+        if (!(value.kind() == Kind::Empty && !isForcedKind(member))) result.set(key, std::move(value));
+    }
+    return result;
+}
+
+StructArray structArrayFromJson(const Json& json, const std::string& where)
+{
+    if (!json.is_array()) failValue(where, "a StructArray is a list of objects");
+    StructArray result;
+    for (const Json& element : json) result.emplace_back(structFromJson(element, where));
+    return result;
+}
+
+Json jsonFromReal(double value, Kind kind)
+{
+    Json number = value;
+    if (!std::isfinite(value)) number = std::isnan(value) ? "nan" : value > 0 ? "inf" : "-inf";
+    if (kind == Kind::Float && std::isfinite(value)) return number;
+    return Json{{kindTypeName(kind), number}};
+}
+
+Json jsonFromArray(const Array& array, const JsonOptions& options)
+{
+    Json json = {{"type", kindTypeName(array.kind())},
+                 {"dims", {array.dim(0), array.dim(1), array.dim(2)}},
+                 {"bytes", array.byteSize()}};
+    if (!options.arrayData) return json;
+    Json data = Json::array();
+    withElementType(array.kind(), [&](auto* type) {
+        using T = std::remove_pointer_t<decltype(type)>;
+        for (const T& element : array.elements<T>()) {
+            if constexpr (std::is_same_v<T, Half>)
+                data.push_back(double(float(element)));
+            else
+                data.push_back(element);
+        }
+    });
+    json["data"] = std::move(data);
+    return json;
+}
+
+}  // namespace
+
+bool isForcedKind(const Json& json)
+{
+    return json.is_object() && json.size() == 1 && kindOfTypeName(json.begin().key()).has_value();
+}
+
+varitype valueFromJson(const Json& json, const std::string& where)
+{
+    if (isForcedKind(json))
+        return valueFromJson(json.begin().value(), *kindOfTypeName(json.begin().key()), where);
+    switch (json.type()) {
+        case Json::value_t::null:
+            return {};
+        case Json::value_t::boolean:
+            return json.get<bool>() ? varitype(1) : varitype();
+        case Json::value_t::number_integer:
+        case Json::value_t::number_unsigned:
+            return integerFromJson<std::int32_t>(json, where);
+        case Json::value_t::number_float:
+            return floatFromJson(json, where);
+        case Json::value_t::string:
+            return json.get<std::string>();
+        case Json::value_t::object:
+            return structFromJson(json, where);
+        default:
+            break;
+    }
+    failValue(where, "a list stands for nothing; write {\"Array\": ...} or {\"StructArray\": [...]}");
+}
+
+varitype valueFromJson(const Json& json, Kind kind, const std::string& where)
+{
+    switch (kind) {
+        case Kind::Empty:
+            return {};
+        case Kind::String:
+            if (!json.is_string()) failValue(where, fmt::format("{} is not a text", json.dump()));
+            return json.get<std::string>();
+        case Kind::Struct: {
+            if (!json.is_null()) return structFromJson(json, where);
+            varitype bare;
+            bare.setKind(Kind::Struct);
+            return bare;
+        }
+        case Kind::Array:
+            return arrayFromJson(json, where);
+        case Kind::StructArray:
+            return structArrayFromJson(json, where);
+        default:
+            break;
+    }
+    varitype result;
+    withElementType(kind, [&](auto* type) {
+        using T = std::remove_pointer_t<decltype(type)>;
+        result = varitype(elementFromJson<T>(json, where));
+    });
+    return result;
+}
+
+Json jsonFromRecord(const Struct& record, const JsonOptions& options)
+{
+    Json json = Json::object();
+    for (const auto& [name, value] : record) json[name] = jsonFromValue(value, options);
+    return json;
+}
+
+Json jsonFromValue(const varitype& value, const JsonOptions& options)
+{
+    const Kind kind = value.kind();
+    const auto forced = [&](Json json) { return Json{{kindTypeName(kind), std::move(json)}}; };
+    switch (kind) {
+        case Kind::Empty:
+            return forced(nullptr);
+        case Kind::Char:
+            return forced(value.as<std::int8_t>());
+        case Kind::Uchar:
+            return forced(value.as<std::uint8_t>());
+        case Kind::Short:
+            return forced(value.as<std::int16_t>());
+        case Kind::Ushort:
+            return forced(value.as<std::uint16_t>());
+        case Kind::Int:
+            return value.as<std::int32_t>();
+        case Kind::Uint:
+            return forced(value.as<std::uint32_t>());
+        case Kind::Half:
+            return jsonFromReal(double(float(value.as<Half>())), kind);
+        case Kind::Float:
+            return jsonFromReal(double(value.as<float>()), kind);
+        case Kind::Double:
+            return jsonFromReal(value.as<double>(), kind);
+        case Kind::String:
+            return value.as<std::string>();
+        case Kind::Struct: {
+            if (!value.hasPayload()) return forced(nullptr);
+            Json json = jsonFromRecord(value.as<Struct>(), options);
+            return isForcedKind(json) ? forced(std::move(json)) : json;
+        }
+        case Kind::Array:
+            return forced(jsonFromArray(value.as<Array>(), options));
+        case Kind::StructArray: {
+            Json list = Json::array();
+            for (const varitype& element : value.as<StructArray>())
+                list.push_back(jsonFromRecord(element.as<Struct>(), options));
+            return forced(std::move(list));
+        }
+    }
+    return nullptr;
+}
+
+std::string dumpLine(const Json& json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace scansteps::host

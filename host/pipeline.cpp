@@ -1,0 +1,262 @@
+#include "pipeline.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <optional>
+
+#include "scansteps/settings.h"
+#include "setting_lookup.h"
+#include "system.h"
+
+namespace scansteps::host {
+
+namespace {
+
+const KindInfo& kindNamed(const std::string& name)
+{
+    if (const KindInfo* kind = findKind(name)) return *kind;
+    std::vector<std::string> names;
+    for (const KindInfo& kind : kinds()) names.emplace_back(kind.kind);
+    const std::string near = nearest(name, names);
+    throw UsageError{near.empty() ? fmt::format("there is no kind \"{}\" (scansteps steps lists them)", name)
+                                  : fmt::format("there is no kind \"{}\"; did you mean \"{}\"?", name, near)};
+}
+
+// A value given as text, of the kind that the table names, or of the kind it looks like.
+std::optional<varitype> valueFromText(const std::string& text, const SettingInfo* setting,
+                                      const std::string& where)
+{
+    if (setting != nullptr && setting->kind == Kind::String) return varitype(text);
+    const Json json = Json::parse(text, nullptr, false);
+    if (!json.is_discarded()) {
+        if (json.is_null() || (json.is_boolean() && !json.get<bool>())) return std::nullopt;
+        if (isForcedKind(json)) return valueFromJson(json, where);
+        if (setting != nullptr && !setting->presence) return valueFromJson(json, setting->kind, where);
+        if (!json.is_array()) return valueFromJson(json, where);
+    }
+    if (setting != nullptr && !setting->presence)
+        throw UsageError{
+            fmt::format("{}: \"{}\" is not a value of kind {}", where, text, kindTypeName(setting->kind))};
+    return varitype(text);
+}
+
+void setPath(Struct& settings, std::string_view path, const varitype& value)
+{
+    const std::size_t dot = path.find('.');
+    const std::string_view key = path.substr(0, dot);
+    if (dot == std::string_view::npos) {
+        settings.set(key, value);
+        return;
+    }
+    const varitype* family = settings.find(key);
+    if (family == nullptr || family->kind() != Kind::Struct) settings.set(key, Struct());
+    setPath(settings[key].getv<Struct>(), path.substr(dot + 1), value);
+}
+
+// Where a PATH of a description belongs: as it stands, or in the family that knows it.
+std::string resolvePath(const std::string& path, const std::vector<const KindInfo*>& among)
+{
+    if (path.find('.') != std::string::npos || findSettingAmong(among, path) != nullptr) return path;
+    std::string found;
+    for (const KindInfo* kind : among)
+        for (const SettingInfo& setting : kind->settings)
+            if (lastPart(setting.path) == path) {
+                if (!found.empty() && found != setting.path)
+                    throw UsageError{
+                        fmt::format("\"{}\" may be {} or {}: name it in full", path, found, setting.path)};
+                found = setting.path;
+            }
+    return found.empty() ? path : found;
+}
+
+struct Assignment
+{
+    std::string path;
+    std::string value;
+};
+
+Assignment splitAssignment(const std::string& text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0)
+        throw UsageError{fmt::format("\"{}\" is not of the form PATH=VALUE", text)};
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+// Words of a description: separated by blanks, "!" a word of its own when it stands alone; quotes keep
+// blanks.
+std::vector<std::string> splitWords(const std::string& line)
+{
+    std::vector<std::string> words;
+    std::string word;
+    bool inWord = false;
+    char quote = 0;
+    for (const char c : line) {
+        if (quote != 0) {
+            if (c == quote)
+                quote = 0;
+            else
+                word += c;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+            inWord = true;
+        } else if (c == ' ' || c == '\t' || c == '\n' || c == '\r') {
+            if (inWord) words.push_back(std::exchange(word, {}));
+            inWord = false;
+        } else {
+            word += c;
+            inWord = true;
+        }
+    }
+    if (quote != 0) throw UsageError{fmt::format("a {} is not closed in the pipeline description", quote)};
+    if (inWord) words.push_back(word);
+    return words;
+}
+
+void addSetting(PipelineStep& step, const std::string& word)
+{
+    const Assignment assignment = splitAssignment(word);
+    const std::vector<const KindInfo*> own = {step.kind};
+    const std::string path = resolvePath(assignment.path, own);
+    const SettingInfo* setting = findSetting(*step.kind, path);
+    if (setting == nullptr && path.find('.') == std::string::npos) {
+        std::vector<std::string> known;
+        for (const SettingInfo& info : step.kind->settings) known.push_back(lastPart(info.path));
+        const std::string near = nearest(path, known);
+        throw UsageError{fmt::format("{} has no setting \"{}\"{}", step.kind->kind, path,
+                                     near.empty() ? "" : fmt::format("; did you mean \"{}\"?", near))};
+    }
+    const auto value =
+        valueFromText(assignment.value, setting, fmt::format("{}, {}", step.kind->kind, assignment.path));
+    if (value) setPath(step.settings, path, *value);
+}
+
+PipelineStep stepFromJson(const Json& json)
+{
+    PipelineStep step;
+    if (json.is_string()) {
+        step.kind = &kindNamed(json.get<std::string>());
+        return step;
+    }
+    if (!json.is_object() || !json.contains("kind") || !json["kind"].is_string())
+        throw UsageError{"a step is a kind, or an object with \"kind\""};
+    step.kind = &kindNamed(json["kind"].get<std::string>());
+    for (const auto& [key, value] : json.items()) {
+        if (key == "kind") continue;
+        if (key == "name" && value.is_string())
+            step.name = value.get<std::string>();
+        else if (key == "settings" && value.is_object())
+            step.settings = valueFromJson(value, Kind::Struct, step.kind->kind).as<Struct>();
+        else
+            throw UsageError{
+                fmt::format("step {}: \"{}\" is not known or of the wrong type", step.kind->kind, key)};
+    }
+    return step;
+}
+
+Json parseJson(const std::string& text, const std::string& name)
+{
+    try {
+        return Json::parse(text);
+    } catch (const Json::exception& error) {
+        throw UsageError{fmt::format("{}: {}", name, error.what())};
+    }
+}
+
+}  // namespace
+
+Pipeline pipelineFromJson(const Json& json)
+{
+    if (!json.is_object()) throw UsageError{"a pipeline is an object with \"steps\""};
+    Pipeline pipeline;
+    for (const auto& [key, value] : json.items()) {
+        if (key == "$schema") continue;
+        if (key == "settings" && value.is_object())
+            pipeline.settings = valueFromJson(value, Kind::Struct, "settings").as<Struct>();
+        else if (key == "frames" && value.is_number_integer() && value.get<std::int64_t>() >= 0)
+            pipeline.frames = value.get<std::int64_t>();
+        else if (key == "steps" && value.is_array())
+            for (const Json& step : value) pipeline.steps.push_back(stepFromJson(step));
+        else
+            throw UsageError{fmt::format("\"{}\" is not known in a pipeline, or of the wrong type", key)};
+    }
+    if (pipeline.steps.empty()) throw UsageError{"the pipeline has no steps"};
+    return pipeline;
+}
+
+Pipeline pipelineFromLine(const std::string& line)
+{
+    Pipeline pipeline;
+    bool wantsKind = true;
+    for (const std::string& word : splitWords(line)) {
+        if (word == "!") {
+            if (wantsKind) throw UsageError{"a step is missing beside \"!\""};
+            wantsKind = true;
+        } else if (wantsKind) {
+            pipeline.steps.push_back({&kindNamed(word), "", {}});
+            wantsKind = false;
+        } else {
+            addSetting(pipeline.steps.back(), word);
+        }
+    }
+    if (wantsKind)
+        throw UsageError{pipeline.steps.empty() ? "the pipeline has no steps"
+                                                : "a step is missing after \"!\""};
+    return pipeline;
+}
+
+void applySet(Pipeline& pipeline, const std::string& text)
+{
+    const Assignment assignment = splitAssignment(text);
+    const auto among = kindsOf(pipeline);
+    const std::string path = resolvePath(assignment.path, among);
+    const auto value =
+        valueFromText(assignment.value, findSettingAmong(among, path), "--set " + assignment.path);
+    if (value) setPath(pipeline.settings, path, *value);
+}
+
+Pipeline readPipeline(const std::string& text, const std::vector<std::string>& sets)
+{
+    Pipeline pipeline;
+    if (text == "-") {
+        pipeline = pipelineFromJson(
+            parseJson(std::string(std::istreambuf_iterator<char>(std::cin), {}), "standard input"));
+    } else if (text.ends_with(".json")) {
+        std::ifstream file(pathFromUtf8(text), std::ios::binary);
+        if (!file) throw UsageError{fmt::format("cannot read {}", text)};
+        pipeline = pipelineFromJson(parseJson(std::string(std::istreambuf_iterator<char>(file), {}), text));
+    } else {
+        pipeline = pipelineFromLine(text);
+    }
+    for (const std::string& set : sets) applySet(pipeline, set);
+    checkSettings(pipeline);
+    return pipeline;
+}
+
+void mergeSettings(varitype& record, const Struct& settings)
+{
+    for (const auto& [key, value] : settings) {
+        const bool bothStructs = value.kind() == Kind::Struct && record.has(key) &&
+                                 record[key].kind() == Kind::Struct && record[key].hasPayload() &&
+                                 value.hasPayload();
+        if (bothStructs) {
+            varitype nested = record[key];
+            mergeSettings(nested, value.as<Struct>());
+        } else {
+            record.set(key, value.clone());
+        }
+    }
+}
+
+std::string stepLabel(const Pipeline& pipeline, std::size_t index)
+{
+    const PipelineStep& step = pipeline.steps[index];
+    return fmt::format("step {} ({}{})", index + 1, step.kind->kind,
+                       step.name.empty() ? "" : fmt::format(" \"{}\"", step.name));
+}
+
+}  // namespace scansteps::host

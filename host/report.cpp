@@ -1,0 +1,125 @@
+#include "report.h"
+
+#include <fmt/format.h>
+
+#include "system.h"
+
+namespace scansteps::host {
+
+namespace {
+
+double framesPerSecond(const RunFacts& facts)
+{
+    return facts.seconds > 0 ? double(facts.frames) / facts.seconds : 0;
+}
+
+Json jsonOf(const RunFacts& facts)
+{
+    Json steps = Json::array();
+    for (std::size_t i = 0; i < facts.steps.size(); ++i) {
+        const StepFacts& step = facts.steps[i];
+        Json json = {{"step", i + 1}, {"kind", step.kind}, {"class", step.className}};
+        if (!step.name.empty()) json["name"] = step.name;
+        if (step.seconds) {
+            json["seconds"] = *step.seconds;
+            json["share"] = facts.seconds > 0 ? *step.seconds / facts.seconds : 0.0;
+        }
+        steps.push_back(std::move(json));
+    }
+    Json errors = Json::array();
+    for (const auto& error : facts.errors)
+        errors.push_back({{"step", error.where}, {"phase", error.phase}, {"message", error.message}});
+    return {{"exitCode", facts.exitCode},
+            {"frames", facts.frames},
+            {"seconds", facts.seconds},
+            {"framesPerSecond", framesPerSecond(facts)},
+            {"steps", steps},
+            {"errors", errors}};
+}
+
+}  // namespace
+
+Progress::Progress(std::int64_t frames, bool wanted)
+    : frames_(frames), shown_(wanted && standardErrorIsTerminal()), start_(Clock::now()), last_(start_)
+{
+}
+
+Progress::~Progress()
+{
+    if (printed_) fmt::print(stderr, "\n");
+}
+
+void Progress::update(std::int64_t done)
+{
+    const auto now = Clock::now();
+    const bool isLast = done == frames_;
+    if (!shown_ || (now - last_ < std::chrono::milliseconds(100) && !isLast)) return;
+    last_ = now;
+    const double seconds = std::chrono::duration<double>(now - start_).count();
+    const double rate = seconds > 0 ? double(done) / seconds : 0;
+    std::string line =
+        frames_ > 0 ? fmt::format("{} of {} frames", done, frames_) : fmt::format("{} frames", done);
+    line += fmt::format(", {:.1f} frames/s", rate);
+    if (frames_ > 0 && rate > 0) line += fmt::format(", {:.0f} s left", double(frames_ - done) / rate);
+    // What the steps print shares the terminal: it must be out before the line is drawn.
+    std::fflush(stdout);
+    fmt::print(stderr, "\r{:<60}", line);
+    std::fflush(stderr);
+    printed_ = true;
+}
+
+void printTimeTable(const RunFacts& facts)
+{
+    fmt::print(stderr, "scansteps: {} frames in {:.3f} s ({:.1f} frames/s)\n", facts.frames, facts.seconds,
+               framesPerSecond(facts));
+    fmt::print(stderr, "{:>4}  {:<24}{:>12}{:>14}{:>9}\n", "step", "kind", "seconds", "ms a frame", "share");
+    double counted = 0;
+    for (std::size_t i = 0; i < facts.steps.size(); ++i) {
+        const StepFacts& step = facts.steps[i];
+        const std::string label = step.name.empty() ? step.kind : step.kind + " \"" + step.name + "\"";
+        if (!step.seconds) {
+            fmt::print(stderr, "{:>4}  {:<24}{:>12}{:>14}{:>9}\n", i + 1, label, "-", "-", "-");
+            continue;
+        }
+        counted += *step.seconds;
+        fmt::print(stderr, "{:>4}  {:<24}{:>12.4f}{:>14.3f}{:>8.1f}%\n", i + 1, label, *step.seconds,
+                   facts.frames > 0 ? *step.seconds * 1e3 / double(facts.frames) : 0.0,
+                   facts.seconds > 0 ? *step.seconds / facts.seconds * 100 : 0.0);
+    }
+    const double rest = facts.seconds > counted ? facts.seconds - counted : 0;
+    fmt::print(stderr, "{:>4}  {:<24}{:>12.4f}{:>14}{:>8.1f}%\n", "", "initialise, flush, host", rest, "",
+               facts.seconds > 0 ? rest / facts.seconds * 100 : 0.0);
+}
+
+void printErrors(const RunFacts& facts)
+{
+    for (const auto& error : facts.errors)
+        fmt::print(stderr, "scansteps: error: {}, {}: {}\n", error.where, error.phase, error.message);
+    if (facts.exitCode == kInterrupted)
+        fmt::print(stderr, "scansteps: interrupted after {} frames\n", facts.frames);
+}
+
+ReportFile ReportFile::open(const std::string& name)
+{
+    ReportFile report;
+    if (name.empty()) return report;
+    report.name_ = name;
+#ifdef _WIN32
+    report.file_.reset(_wfopen(pathFromUtf8(name).c_str(), L"wb"));
+#else
+    report.file_.reset(std::fopen(name.c_str(), "wb"));
+#endif
+    if (!report.file_) throw FileError{fmt::format("cannot write {}", name)};
+    return report;
+}
+
+void ReportFile::write(const RunFacts& facts)
+{
+    if (!file_) return;
+    const std::string text = jsonOf(facts).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    const bool written = std::fwrite(text.data(), 1, text.size(), file_.get()) == text.size();
+    const bool closed = std::fclose(file_.release()) == 0;
+    if (!written || !closed) throw FileError{fmt::format("cannot write {}", name_)};
+}
+
+}  // namespace scansteps::host

@@ -1,0 +1,88 @@
+// Drives a chain: initialise, one event a frame, flush, with the settings of each step merged in just before
+// it, and keeps the facts that the report and the error line are made of.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "pipeline.h"
+#include "scansteps/texture.h"
+#include "step_library.h"
+
+namespace scansteps::host {
+
+/// Exit codes of the program.
+enum ExitCode : int
+{
+    kEnded = 0,
+    kUsage = 2,
+    kMisfit = 3,
+    kStepFailed = 4,
+    kFileFailed = 5,
+    kInterrupted = 130,
+};
+
+struct StepFacts
+{
+    std::string kind, className, name;
+    std::optional<double> seconds;  ///< none for a step that keeps no time
+};
+
+struct RunFacts
+{
+    int exitCode = kEnded;
+    std::int64_t frames = 0;  ///< process events that were dispatched and did not end the run
+    double seconds = 0;       ///< of the whole run, initialise and flush included
+    std::vector<StepFacts> steps;
+    struct Error
+    {
+        std::string where;  ///< "step 2 (ccanny)"
+        std::string phase;  ///< "initialise", "frame 7", "flush"
+        std::string message;
+    };
+    std::vector<Error> errors;
+};
+
+class Runner
+{
+  public:
+    Runner(const Pipeline& pipeline, const StepLibrary& library);
+    ~Runner();
+    Runner(const Runner&) = delete;
+    Runner& operator=(const Runner&) = delete;
+
+    /// Called after every frame with the number of frames done.
+    std::function<void(std::int64_t)> onFrame;
+
+    RunFacts run();
+
+  private:
+    class Probe;
+    class End;
+
+    void link();
+    void makeHostBuffer(const Struct& initRecord);
+    template <class Send>
+    bool guarded(const std::string& phase, Send send);
+    void noteMismatch(std::size_t step);
+    void addError(const std::string& phase, std::string message);
+    bool initialise();
+    void processFrames();
+
+    const Pipeline& pipeline_;
+    HandleTable table_;
+    std::vector<std::unique_ptr<cChain>> steps_;
+    std::vector<std::unique_ptr<Probe>> probes_;
+    std::unique_ptr<End> end_;
+    TextureSet hostBuffer_;
+    std::size_t current_ = 0;  // the step that works now
+    bool mismatch_ = false;
+    std::size_t mismatchAt_ = 0;
+    RunFacts facts_;
+};
+
+}  // namespace scansteps::host

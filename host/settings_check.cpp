@@ -1,0 +1,236 @@
+// What can be said of a pipeline before anything runs: values that do not fit, misspelt keys, missing
+// settings, files written twice, types of neighbours.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "scansteps/settings.h"
+#include "setting_lookup.h"
+
+namespace scansteps::host {
+
+namespace {
+
+// The kinds that a settings record may speak to, the nearest first: a step's own, then those of the pipeline,
+// then all of them.
+struct Scope
+{
+    std::vector<const KindInfo*> near;
+    std::vector<const KindInfo*> all;
+
+    const SettingInfo* find(const std::string& path) const
+    {
+        const SettingInfo* setting = findSettingAmong(near, path);
+        return setting != nullptr ? setting : findSettingAmong(all, path);
+    }
+    // Names that may stand after `prefix` ("" or "OCV.").
+    std::vector<std::string> namesUnder(const std::string& prefix) const
+    {
+        std::vector<std::string> names;
+        for (const auto* kinds : {&near, &all})
+            for (const KindInfo* kind : *kinds)
+                for (const SettingInfo& setting : kind->settings) {
+                    const std::string_view path = setting.path;
+                    if (!path.starts_with(prefix)) continue;
+                    const std::string_view rest = path.substr(prefix.size());
+                    names.emplace_back(rest.substr(0, rest.find('.')));
+                }
+        return names;
+    }
+};
+
+// The value converted to the kind that the table names.
+varitype convertTo(const SettingInfo& setting, const varitype& value, const std::string& where)
+{
+    if (setting.presence) return value;
+    varitype result = value;
+    if (value.kind() != setting.kind) {
+        Json json = jsonFromValue(value);
+        if (isForcedKind(json))
+            throw UsageError{fmt::format("{} is of kind {}, not {}", where, kindTypeName(setting.kind),
+                                         kindTypeName(value.kind()))};
+        result = valueFromJson(json, setting.kind, where);
+    }
+    double number = 0;
+    if (result.kind() == Kind::Int)
+        number = result.as<std::int32_t>();
+    else if (result.kind() == Kind::Float)
+        number = double(result.as<float>());
+    else
+        return result;
+    if (setting.enforced && !(number >= setting.min && number <= setting.max))
+        throw UsageError{fmt::format("{} = {} is outside {} to {}", where, number, setting.min, setting.max)};
+    return result;
+}
+
+void checkRecord(Struct& record, const std::string& prefix, const Scope& scope, const std::string& owner,
+                 std::vector<std::string>& warnings)
+{
+    const auto known = scope.namesUnder(prefix);
+    std::vector<std::string> keys;
+    for (const auto& entry : record) keys.push_back(entry.name);
+    for (const std::string& key : keys) {
+        const std::string path = prefix + key;
+        if (const SettingInfo* setting = scope.find(path)) {
+            const varitype value = convertTo(*setting, record[key], owner + path);
+            const double number = value.kind() == Kind::Int ? value.as<std::int32_t>() : setting->min;
+            if (number < setting->min || number > setting->max)
+                warnings.push_back(fmt::format("{}{} = {} is outside {} to {}", owner, path, number,
+                                               setting->min, setting->max));
+            record.set(key, value);
+            continue;
+        }
+        varitype value = record[key];
+        const bool isFamily = std::find(known.begin(), known.end(), key) != known.end();
+        if (isFamily && value.kind() == Kind::Struct) {
+            if (value.hasPayload()) checkRecord(value.getv<Struct>(), path + ".", scope, owner, warnings);
+            continue;
+        }
+        if (isFamily) throw UsageError{fmt::format("{}{} is a group of settings, not a value", owner, path)};
+        // Hosts may send keys of their own at the top; in a known family an unknown key is a slip.
+        const std::string near = nearest(key, known);
+        if (!prefix.empty() || !near.empty())
+            warnings.push_back(
+                fmt::format("{}{} is not a known setting{}", owner, path,
+                            near.empty() ? "" : fmt::format("; did you mean {}{}?", prefix, near)));
+    }
+}
+
+// What a step finds under a path: the initialise record with the settings of the steps up to it.
+std::optional<varitype> effectiveValue(const Pipeline& pipeline, std::size_t index, const char* path)
+{
+    varitype record{Struct(pipeline.settings)};
+    for (std::size_t i = 0; i <= index; ++i) mergeSettings(record, pipeline.steps[i].settings);
+    return findPath(record, path);
+}
+
+void warnOfSharedFiles(Pipeline& pipeline)
+{
+    std::map<std::string, std::size_t> writers;
+    for (std::size_t i = 0; i < pipeline.steps.size(); ++i)
+        for (const SettingInfo& setting : pipeline.steps[i].kind->settings) {
+            if (!setting.writesFile) continue;
+            const auto value = effectiveValue(pipeline, i, setting.path);
+            if (!value && setting.required) continue;
+            const std::string name = value ? value->as<std::string>() : setting.text;
+            const auto [at, isNew] = writers.emplace(name, i);
+            if (!isNew)
+                pipeline.warnings.push_back(fmt::format("{} and {} write the same file {}",
+                                                        stepLabel(pipeline, at->second),
+                                                        stepLabel(pipeline, i), name));
+        }
+}
+
+bool partFits(std::string_view a, std::string_view b)
+{
+    return a == b || a == "ANY" || b == "ANY";
+}
+
+bool typeFits(std::string_view out, std::string_view in)
+{
+    const auto split = [](std::string_view type) {
+        const std::size_t at = type.find("::");
+        return std::pair{type.substr(0, at),
+                         at == std::string_view::npos ? std::string_view("ANY") : type.substr(at + 2)};
+    };
+    const auto [outPlace, outFormat] = split(out);
+    const auto [inPlace, inFormat] = split(in);
+    return partFits(outPlace, inPlace) && partFits(outFormat, inFormat);
+}
+
+// Edits (insert, delete, replace, swap of neighbours) that turn one word into the other: the restricted
+// Damerau-Levenshtein distance.
+std::size_t editDistance(const std::string& a, const std::string& b)
+{
+    std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+    for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i)
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        }
+    return d[a.size()][b.size()];
+}
+
+}  // namespace
+
+std::vector<const KindInfo*> kindsOf(const Pipeline& pipeline)
+{
+    std::vector<const KindInfo*> result;
+    for (const PipelineStep& step : pipeline.steps) result.push_back(step.kind);
+    return result;
+}
+
+const SettingInfo* findSettingAmong(const std::vector<const KindInfo*>& kinds, std::string_view path)
+{
+    for (const KindInfo* kind : kinds)
+        if (const SettingInfo* setting = findSetting(*kind, path)) return setting;
+    return nullptr;
+}
+
+std::string lastPart(std::string_view path)
+{
+    return std::string(path.substr(path.rfind('.') + 1));
+}
+
+std::string nearest(const std::string& word, const std::vector<std::string>& candidates)
+{
+    std::string best;
+    std::size_t bestDistance = std::max<std::size_t>(1, word.size() / 3) + 1;
+    for (const std::string& candidate : candidates) {
+        const std::size_t distance = editDistance(word, candidate);
+        if (distance < bestDistance) {
+            bestDistance = distance;
+            best = candidate;
+        }
+    }
+    return best;
+}
+
+void checkSettings(Pipeline& pipeline)
+{
+    std::vector<const KindInfo*> all;
+    for (const KindInfo& kind : kinds()) all.push_back(&kind);
+    const auto ofPipeline = kindsOf(pipeline);
+    checkRecord(pipeline.settings, "", {ofPipeline, all}, "", pipeline.warnings);
+    for (std::size_t i = 0; i < pipeline.steps.size(); ++i) {
+        std::vector<const KindInfo*> near = {pipeline.steps[i].kind};
+        near.insert(near.end(), ofPipeline.begin(), ofPipeline.end());
+        checkRecord(pipeline.steps[i].settings, "", {near, all}, stepLabel(pipeline, i) + ": ",
+                    pipeline.warnings);
+    }
+    warnOfSharedFiles(pipeline);
+}
+
+std::vector<std::string> missingSettings(const Pipeline& pipeline)
+{
+    std::vector<std::string> missing;
+    for (std::size_t i = 0; i < pipeline.steps.size(); ++i)
+        for (const SettingInfo& setting : pipeline.steps[i].kind->settings) {
+            // The geometry of the frames comes from the sources; only a family's settings can be told
+            // missing.
+            if (!setting.required || std::string_view(setting.path).find('.') == std::string_view::npos)
+                continue;
+            if (!effectiveValue(pipeline, i, setting.path))
+                missing.push_back(
+                    fmt::format("{} needs {} ({})", stepLabel(pipeline, i), setting.path, setting.doc));
+        }
+    return missing;
+}
+
+std::vector<std::string> typeMismatches(const Pipeline& pipeline)
+{
+    std::vector<std::string> result;
+    for (std::size_t i = 1; i < pipeline.steps.size(); ++i) {
+        const KindInfo &from = *pipeline.steps[i - 1].kind, &to = *pipeline.steps[i].kind;
+        if (!typeFits(from.typeOut, to.typeIn))
+            result.push_back(fmt::format("{} gives {}, but {} takes {}", stepLabel(pipeline, i - 1),
+                                         from.typeOut, stepLabel(pipeline, i), to.typeIn));
+    }
+    return result;
+}
+
+}  // namespace scansteps::host

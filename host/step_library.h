@@ -1,0 +1,36 @@
+// The step library, loaded at run time as any host would do it.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "scansteps/chain.h"
+#include "scansteps/handles.h"
+#include "system.h"
+
+namespace scansteps::host {
+
+/// A file or connection of the host's own that failed: exit code 5.
+struct FileError
+{
+    std::string message;
+};
+
+class StepLibrary
+{
+  public:
+    /// Looks at `path` when it is given, else the variable SCANSTEPS_LIBRARY, beside the program, ../lib, the
+    /// system's loader path. Throws FileError that says where it looked.
+    explicit StepLibrary(const std::string& path);
+
+    void setHandles(HandleTable* table) const;
+    std::unique_ptr<cChain> create(const std::string& kind) const;
+
+  private:
+    template <class Function>
+    Function* function(const std::string& name) const;
+
+    std::unique_ptr<SharedLibrary> library_;
+};
+
+}  // namespace scansteps::host

@@ -1,0 +1,224 @@
+// scansteps steps: the table of kinds as text, JSON, reference page and JSON schema.
+#include <fmt/format.h>
+
+#include <cmath>
+#include <memory>
+
+#include "commands.h"
+#include "json_values.h"
+#include "pipeline.h"
+#include "runner.h"
+#include "scansteps/kinds.h"
+#include "setting_lookup.h"
+
+namespace scansteps::host {
+
+namespace {
+
+struct StepsOptions
+{
+    std::string kind;
+    bool json = false, markdown = false, schema = false;
+};
+
+using Ordered = nlohmann::ordered_json;
+
+Ordered numberOf(const SettingInfo& setting, double value)
+{
+    if (setting.kind == Kind::Int) return static_cast<std::int64_t>(value);
+    return value;
+}
+
+Ordered jsonOf(const SettingInfo& setting)
+{
+    Ordered json = {{"path", setting.path}, {"kind", kindTypeName(setting.kind)}};
+    if (setting.hasDefault())
+        json["default"] =
+            setting.kind == Kind::String ? Ordered(setting.text) : numberOf(setting, setting.number);
+    json["required"] = setting.required;
+    if (setting.presence) json["presence"] = true;
+    if (std::isfinite(setting.min)) json["min"] = numberOf(setting, setting.min);
+    if (std::isfinite(setting.max)) json["max"] = numberOf(setting, setting.max);
+    if (*setting.unitName != 0) json["unit"] = setting.unitName;
+    json["doc"] = setting.doc;
+    return json;
+}
+
+Ordered jsonOf(const KindInfo& kind)
+{
+    Ordered json = {{"kind", kind.kind},       {"class", kind.className},     {"typeIn", kind.typeIn},
+                    {"typeOut", kind.typeOut}, {"source", kind.source},       {"available", kind.available},
+                    {"summary", kind.summary}, {"settings", Ordered::array()}};
+    for (const SettingInfo& setting : kind.settings) json["settings"].push_back(jsonOf(setting));
+    return json;
+}
+
+std::string defaultText(const SettingInfo& setting)
+{
+    if (setting.presence) return "presence";
+    if (setting.required) return "required";
+    if (setting.kind == Kind::String) return fmt::format("\"{}\"", setting.text);
+    return jsonOf(setting)["default"].dump();
+}
+
+std::string rangeText(const SettingInfo& setting)
+{
+    const bool low = std::isfinite(setting.min), high = std::isfinite(setting.max);
+    std::string text;
+    if (low && high)
+        text = fmt::format("{} to {}", setting.min, setting.max);
+    else if (low)
+        text = fmt::format("from {}", setting.min);
+    else if (high)
+        text = fmt::format("to {}", setting.max);
+    if (*setting.unitName != 0) text += (text.empty() ? "" : " ") + std::string(setting.unitName);
+    return text;
+}
+
+void printKind(const KindInfo& kind)
+{
+    fmt::print("{} ({}){}{}\n  {}\n  in {}, out {}\n", kind.kind, kind.className,
+               kind.source ? ", a source" : "", kind.available ? "" : ", not available yet", kind.summary,
+               kind.typeIn, kind.typeOut);
+    for (const SettingInfo& setting : kind.settings) {
+        const std::string range = rangeText(setting);
+        fmt::print("  {:<24} {:<7} {:<14} {}{}\n", setting.path, kindTypeName(setting.kind),
+                   defaultText(setting), setting.doc, range.empty() ? "" : " (" + range + ")");
+    }
+}
+
+std::string markdown()
+{
+    std::string page =
+        "# Steps\n\n<!-- Made by `scripts/generate.sh` from the table of kinds; do not edit. -->\n\n"
+        "Every kind of step, its class, its types and its settings. `scansteps steps KIND` prints the "
+        "same.\n";
+    for (const KindInfo& kind : kinds()) {
+        page += fmt::format("\n## {}\n\n{}.{}{}\n\nClass `{}`, in `{}`, out `{}`.\n", kind.kind, kind.summary,
+                            kind.source ? " A source." : "", kind.available ? "" : " Not available yet.",
+                            kind.className, kind.typeIn, kind.typeOut);
+        if (kind.settings.empty()) continue;
+        page += "\n| setting | kind | default | range | meaning |\n|---|---|---|---|---|\n";
+        for (const SettingInfo& setting : kind.settings)
+            page +=
+                fmt::format("| `{}` | {} | {} | {} | {} |\n", setting.path, kindTypeName(setting.kind),
+                            setting.hasDefault() ? "`" + defaultText(setting) + "`" : defaultText(setting),
+                            rangeText(setting), setting.doc);
+    }
+    return page;
+}
+
+Ordered schemaOf(const SettingInfo& setting)
+{
+    if (setting.presence) return {{"description", setting.doc}};
+    Ordered plain = {{"type", setting.kind == Kind::String ? "string"
+                              : setting.kind == Kind::Int  ? "integer"
+                                                           : "number"}};
+    if (setting.enforced) {
+        plain["minimum"] = numberOf(setting, setting.min);
+        plain["maximum"] = numberOf(setting, setting.max);
+    }
+    // null and false leave a key out; an object of one key forces a kind.
+    Ordered json = {{"description", setting.doc}};
+    if (setting.hasDefault()) json["default"] = jsonOf(setting)["default"];
+    json["anyOf"] = {plain,
+                     {{"enum", {nullptr, false}}},
+                     {{"type", "object"}, {"maxProperties", 1}, {"minProperties", 1}}};
+    return json;
+}
+
+Ordered settingsSchema(std::span<const SettingInfo> settings, Ordered object)
+{
+    for (const SettingInfo& setting : settings) {
+        const std::string path = setting.path;
+        const std::size_t dot = path.find('.');
+        if (dot == std::string::npos) {
+            object["properties"][path] = schemaOf(setting);
+            continue;
+        }
+        Ordered& family = object["properties"][path.substr(0, dot)];
+        family["type"] = "object";
+        family["properties"][path.substr(dot + 1)] = schemaOf(setting);
+    }
+    return object;
+}
+
+// For editors: completion and checks of pipeline files.
+Ordered schema()
+{
+    Ordered names = Ordered::array(), rules = Ordered::array(), all = {{"type", "object"}};
+    for (const KindInfo& kind : kinds()) {
+        names.push_back(kind.kind);
+        all = settingsSchema(kind.settings, all);
+        if (kind.settings.empty()) continue;
+        rules.push_back(
+            {{"if", {{"properties", {{"kind", {{"const", kind.kind}}}}}, {"required", {"kind"}}}},
+             {"then",
+              {{"properties", {{"settings", settingsSchema(kind.settings, {{"type", "object"}})}}}}}});
+    }
+    const Ordered step = {
+        {"type", "object"},
+        {"required", {"kind"}},
+        {"additionalProperties", false},
+        {"properties",
+         {{"kind", {{"enum", names}}}, {"name", {{"type", "string"}}}, {"settings", {{"type", "object"}}}}},
+        {"allOf", rules}};
+    return {
+        {"$schema", "http://json-schema.org/draft-07/schema#"},
+        {"title", "scansteps pipeline"},
+        {"type", "object"},
+        {"required", {"steps"}},
+        {"additionalProperties", false},
+        {"properties",
+         {{"$schema", {{"type", "string"}}},
+          {"settings", all},
+          {"frames", {{"type", "integer"}, {"minimum", 0}}},
+          {"steps",
+           {{"type", "array"}, {"minItems", 1}, {"items", {{"anyOf", {Ordered{{"enum", names}}, step}}}}}}}}};
+}
+
+int steps(const StepsOptions& options)
+{
+    if (options.markdown)
+        fmt::print("{}", markdown());
+    else if (options.schema)
+        fmt::print("{}\n", schema().dump(2));
+    else if (!options.kind.empty()) {
+        const KindInfo* kind = findKind(options.kind);
+        if (kind == nullptr) {
+            std::vector<std::string> names;
+            for (const KindInfo& info : kinds()) names.emplace_back(info.kind);
+            const std::string near = nearest(options.kind, names);
+            throw UsageError{fmt::format("there is no kind \"{}\"{}", options.kind,
+                                         near.empty() ? "" : fmt::format("; did you mean \"{}\"?", near))};
+        }
+        if (options.json)
+            fmt::print("{}\n", jsonOf(*kind).dump(2));
+        else
+            printKind(*kind);
+    } else if (options.json) {
+        Ordered list = Ordered::array();
+        for (const KindInfo& kind : kinds()) list.push_back(jsonOf(kind));
+        fmt::print("{}\n", list.dump(2));
+    } else {
+        for (const KindInfo& kind : kinds())
+            fmt::print("{:<12} {:<15} {}{}\n", kind.kind, kind.className, kind.summary,
+                       kind.available ? "" : " (not available yet)");
+    }
+    return kEnded;
+}
+
+}  // namespace
+
+Command addSteps(CLI::App& app)
+{
+    auto* command = app.add_subcommand("steps", "Lists the kinds of steps, or one with its settings");
+    auto options = std::make_shared<StepsOptions>();
+    command->add_option("KIND", options->kind, "One kind");
+    command->add_flag("--json", options->json, "As JSON");
+    command->add_flag("--markdown", options->markdown, "The reference page docs/steps.md");
+    command->add_flag("--schema", options->schema, "The JSON schema of pipeline files");
+    return [options] { return steps(*options); };
+}
+
+}  // namespace scansteps::host

@@ -1,0 +1,166 @@
+#include "system.h"
+
+#include <csignal>
+#include <cstdlib>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+// After windows.h.
+#include <shellapi.h>
+#else
+#include <dlfcn.h>
+#include <unistd.h>
+#endif
+
+namespace scansteps::host {
+
+namespace {
+volatile std::sig_atomic_t interruptSeen = 0;
+
+extern "C" void noteInterrupt(int signal)
+{
+    interruptSeen = 1;
+    std::signal(signal, SIG_DFL);
+}
+}  // namespace
+
+std::filesystem::path pathFromUtf8(const std::string& text)
+{
+    return std::filesystem::path(std::u8string(text.begin(), text.end()));
+}
+
+std::string utf8FromPath(const std::filesystem::path& path)
+{
+    const std::u8string text = path.u8string();
+    return {text.begin(), text.end()};
+}
+
+std::string environmentVariable(const char* name)
+{
+#ifdef _WIN32
+    const std::string narrow(name);
+    const wchar_t* value = _wgetenv(std::wstring(narrow.begin(), narrow.end()).c_str());
+    return value == nullptr ? "" : utf8FromPath(std::filesystem::path(value));
+#else
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
+#endif
+}
+
+void catchInterrupts()
+{
+    std::signal(SIGINT, noteInterrupt);
+    std::signal(SIGTERM, noteInterrupt);
+}
+
+bool interrupted()
+{
+    return interruptSeen != 0;
+}
+
+#ifdef _WIN32
+
+std::vector<std::string> utf8Arguments(int argc, char** argv)
+{
+    int count = 0;
+    wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    if (wide == nullptr) return {argv, argv + argc};
+    std::vector<std::string> arguments;
+    for (int i = 0; i < count; ++i) arguments.push_back(utf8FromPath(std::filesystem::path(wide[i])));
+    LocalFree(wide);
+    return arguments;
+}
+
+std::filesystem::path executableFolder()
+{
+    wchar_t path[32768];
+    const DWORD length = GetModuleFileNameW(nullptr, path, 32768);
+    return std::filesystem::path(std::wstring(path, length)).parent_path();
+}
+
+bool standardErrorIsTerminal()
+{
+    return _isatty(_fileno(stderr)) != 0;
+}
+
+void useBinaryStandardStreams()
+{
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stdin), _O_BINARY);
+}
+
+std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
+{
+    HMODULE library = LoadLibraryW(path.c_str());
+    if (library == nullptr) {
+        error = "error " + std::to_string(GetLastError());
+        return nullptr;
+    }
+    return std::unique_ptr<SharedLibrary>(new SharedLibrary(reinterpret_cast<void*>(library), path));
+}
+
+SharedLibrary::~SharedLibrary()
+{
+    FreeLibrary(reinterpret_cast<HMODULE>(library_));
+}
+
+void* SharedLibrary::symbol(const std::string& name) const
+{
+    return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(library_), name.c_str()));
+}
+
+const char* libraryFileName()
+{
+    return "scansteps.dll";
+}
+
+#else
+
+std::vector<std::string> utf8Arguments(int argc, char** argv)
+{
+    return {argv, argv + argc};
+}
+
+std::filesystem::path executableFolder()
+{
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
+bool standardErrorIsTerminal()
+{
+    return isatty(STDERR_FILENO) != 0;
+}
+
+void useBinaryStandardStreams() {}
+
+std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
+{
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        error = dlerror();
+        return nullptr;
+    }
+    return std::unique_ptr<SharedLibrary>(new SharedLibrary(library, path));
+}
+
+SharedLibrary::~SharedLibrary()
+{
+    dlclose(library_);
+}
+
+void* SharedLibrary::symbol(const std::string& name) const
+{
+    return dlsym(library_, name.c_str());
+}
+
+const char* libraryFileName()
+{
+    return "libscansteps.so";
+}
+
+#endif
+
+}  // namespace scansteps::host

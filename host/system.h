@@ -1,0 +1,47 @@
+// What differs between the systems: loading a library, where the program lies, terminals, interrupts, paths.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace scansteps::host {
+
+/// A path from UTF-8, as every system's streams take it.
+std::filesystem::path pathFromUtf8(const std::string& text);
+std::string utf8FromPath(const std::filesystem::path& path);
+/// Command-line arguments as UTF-8.
+std::vector<std::string> utf8Arguments(int argc, char** argv);
+
+std::filesystem::path executableFolder();
+bool standardErrorIsTerminal();
+/// Standard output and input carry bytes as they are.
+void useBinaryStandardStreams();
+std::string environmentVariable(const char* name);
+
+/// A library loaded at run time; closed at the end of its life.
+class SharedLibrary
+{
+  public:
+    /// Null when it cannot be loaded; `error` says why.
+    static std::unique_ptr<SharedLibrary> open(const std::filesystem::path& path, std::string& error);
+    ~SharedLibrary();
+    SharedLibrary(const SharedLibrary&) = delete;
+    SharedLibrary& operator=(const SharedLibrary&) = delete;
+    void* symbol(const std::string& name) const;
+    const std::filesystem::path& path() const { return path_; }
+
+  private:
+    SharedLibrary(void* library, std::filesystem::path path) : library_(library), path_(std::move(path)) {}
+    void* library_;
+    std::filesystem::path path_;
+};
+/// "libscansteps.so" or "scansteps.dll".
+const char* libraryFileName();
+
+/// From now on an interrupt (Ctrl-C, SIGTERM) is noted instead of ending the program; a second one ends it.
+void catchInterrupts();
+bool interrupted();
+
+}  // namespace scansteps::host
