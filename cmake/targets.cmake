@@ -46,7 +46,10 @@ target_link_libraries(scansteps_steps
   PRIVATE scansteps_flags hwy::hwy JPEG::JPEG Threads::Threads OpenMP::OpenMP_CXX Eigen3::Eigen Imath::Imath)
 
 # The loadable library: exports the functions of the table of kinds and set_handles, nothing else.
-add_library(scansteps_module MODULE src/exports/factories.cpp)
+# Tests and fuzz targets make their steps by the same functions.
+add_library(scansteps_factories OBJECT src/exports/factories.cpp)
+target_link_libraries(scansteps_factories PRIVATE scansteps_flags PUBLIC scansteps_steps)
+add_library(scansteps_module MODULE)
 set_target_properties(scansteps_module PROPERTIES OUTPUT_NAME scansteps)
 if(WIN32)
   set_target_properties(scansteps_module PROPERTIES PREFIX "")
@@ -55,7 +58,7 @@ else()
   target_link_options(scansteps_module PRIVATE -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map
     $<$<NOT:$<BOOL:${SCANSTEPS_SANITIZE}>>:-Wl,--no-undefined>)
 endif()
-target_link_libraries(scansteps_module PRIVATE scansteps_flags scansteps_steps)
+target_link_libraries(scansteps_module PRIVATE scansteps_flags scansteps_factories)
 
 # The command-line host. It loads the step library at run time and never links it.
 file(GLOB host_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/host/*.cpp)

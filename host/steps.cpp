@@ -118,12 +118,9 @@ Ordered schemaOf(const SettingInfo& setting)
         plain["minimum"] = numberOf(setting, setting.min);
         plain["maximum"] = numberOf(setting, setting.max);
     }
-    // null and false leave a key out; an object of one key forces a kind.
     Ordered json = {{"description", setting.doc}};
     if (setting.hasDefault()) json["default"] = jsonOf(setting)["default"];
-    json["anyOf"] = {plain,
-                     {{"enum", {nullptr, false}}},
-                     {{"type", "object"}, {"maxProperties", 1}, {"minProperties", 1}}};
+    json["anyOf"] = {plain, {{"$ref", "#/definitions/other"}}};
     return json;
 }
 
@@ -182,7 +179,7 @@ int steps(const StepsOptions& options)
     if (options.markdown)
         fmt::print("{}", markdown());
     else if (options.schema)
-        fmt::print("{}\n", schema().dump(2));
+        fmt::print("{}\n", schema().dump(1));
     else if (!options.kind.empty()) {
         const KindInfo* kind = findKind(options.kind);
         if (kind == nullptr) {

@@ -1,0 +1,38 @@
+#include "convert/cpu_down1.h"
+
+#include "convert/reduce16.h"
+#include "framework/step_factory.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(CpuDown1)
+
+void CpuDown1::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    dataX_ = settings.integer("dataX");
+    dataY_ = settings.integer("dataY");
+    factor_ = settings.integer("down1.factor");
+    isVideo_ = settings.has("VideoFormat");
+    const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
+    in_.create(dataX_, dataY_, 1, code);
+    out_.create(dataX_ / factor_, dataY_ / factor_, 1, code);
+    // The next steps see the reduced size; the record of the host keeps the full one.
+    varitype reduced = copyRecord(params);
+    reduced.set("dataX", dataX_ / factor_);
+    reduced.set("dataY", dataY_ / factor_);
+    forward(*this, reduced);
+}
+
+void CpuDown1::process(varitype& params)
+{
+    FrameScope frame(*this, params, in_, out_, FrameCheck::Samples16);
+    const auto output = samples16(*this, out_.writable(), out_.width(), out_.height());
+    const auto reduce = isVideo_ ? reduceYuyv16 : reduceOffset16;
+    reduce(frame.input<std::uint16_t>(), output, in_.width(), in_.height(), factor_);
+    frame.forward();
+}
+
+}  // namespace scansteps

@@ -1,0 +1,144 @@
+#include "scansteps/record.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "support/chain.h"
+
+namespace scansteps {
+namespace {
+
+using test::thrownText;
+
+TEST(Record, documentedErrors)
+{
+    varitype empty;
+    empty.setKind(Kind::Struct);
+    varitype record{Struct{{"a", 7}, {"u", std::uint32_t{1002}}}};
+    varitype scalar(5);
+    EXPECT_EQ(thrownText([&] { empty["handle"]; }), "MustBe nsa ");
+    EXPECT_EQ(thrownText([&] { empty.has("handle"); }), "MustBe nsa ");
+    EXPECT_EQ(thrownText([&] { scalar["a"]; }), "MustBe nsa ");
+    EXPECT_EQ(thrownText([&] { varitype(Struct{})["handle"]; }), "[handle] not found");
+    EXPECT_EQ(thrownText([&] { record["b"]; }), "[b] not found");
+    EXPECT_EQ(thrownText([&] { record.insert("a", 8); }), "[a] already found");
+    EXPECT_EQ(thrownText([&] { record["u"].getv<std::int32_t>(); }), "varitype::getv() type error!");
+    EXPECT_EQ(thrownText([&] { scalar.getv<Struct>(); }), "varitype::getv() type error!");
+    EXPECT_EQ(record["a"].as<std::int32_t>(), 7);
+}
+
+TEST(Record, aCopyOfTheReferenceSharesAndAnAssignedStructDoesNot)
+{
+    varitype record{Struct{{"handle", 1},
+                           {"nested", Struct{{"x", 1}}},
+                           {"list", StructArray{Struct{{"y", 1}}}},
+                           {"pixels", Array(Kind::Uchar, 4, 1)}}};
+    varitype same = record;
+    same["handle"].getv<std::int32_t>() = 2;
+    EXPECT_EQ(record["handle"].as<std::int32_t>(), 2);
+
+    varitype copy;
+    copy.setKind(Kind::Struct);
+    copy = varitype{Struct(record.as<Struct>())};
+    const varitype kept = copyRecord(copy);
+    copy["handle"].getv<std::int32_t>() = 3;
+    copy["nested"]["x"].getv<std::int32_t>() = 3;
+    copy["list"].getv<StructArray>()[0]["y"].getv<std::int32_t>() = 3;
+    copy["pixels"].getv<Array>().data()[0] = std::byte{3};
+    for (const varitype& other : {record, kept}) {
+        EXPECT_EQ(other["handle"].as<std::int32_t>(), 2);
+        EXPECT_EQ(other["nested"]["x"].as<std::int32_t>(), 1);
+        EXPECT_EQ(other["list"].as<StructArray>()[0]["y"].as<std::int32_t>(), 1);
+        EXPECT_EQ(other["pixels"].as<Array>().data()[0], std::byte{0});
+    }
+}
+
+// Array bytes are shared between copies until written; a reference that was handed out for writing before the
+// copy must not reach the copy either.
+TEST(Record, arrayBytesAreCopiedOnceAndOnlyWhenNeeded)
+{
+    varitype record{Struct{{"pixels", Array(Kind::Uchar, 4, 1)}}};
+    const varitype shared = copyRecord(record);
+    EXPECT_EQ(record["pixels"].as<Array>().data(), shared["pixels"].as<Array>().data());
+
+    Array& writable = record["pixels"].getv<Array>();
+    EXPECT_NE(writable.data(), shared["pixels"].as<Array>().data());
+    const varitype later = copyRecord(record);
+    writable.data()[0] = std::byte{9};
+    EXPECT_EQ(later["pixels"].as<Array>().data()[0], std::byte{0});
+    EXPECT_EQ(shared["pixels"].as<Array>().data()[0], std::byte{0});
+    EXPECT_EQ(record["pixels"].as<Array>().data()[0], std::byte{9});
+}
+
+TEST(Record, entriesAreOrderedByBytesShorterFirst)
+{
+    Struct entries;
+    for (const char* name : {"handle", "b", "\xC3\xA4", "ab", "a", "dataY", "dataX", "B"})
+        entries.insert(name, 1);
+    std::vector<std::string> names;
+    for (const auto& entry : entries) names.push_back(entry.name);
+    EXPECT_EQ(names, (std::vector<std::string>{"B", "a", "ab", "b", "dataX", "dataY", "handle", "\xC3\xA4"}));
+    EXPECT_TRUE(entries.remove("b"));
+    EXPECT_FALSE(entries.remove("b"));
+    entries.set("a", 5);
+    EXPECT_EQ(entries["a"].as<std::int32_t>(), 5);
+}
+
+TEST(Record, setKindAndTheStructWithoutPayload)
+{
+    varitype value(3);
+    value.setKind(Kind::Array);
+    EXPECT_TRUE(value.as<Array>().hasShape(Kind::Empty, 1, 1, 1));
+    value.setKind(Kind::Float);
+    EXPECT_EQ(value.as<float>(), 0.0F);
+    value.setKind(Kind::Struct);
+    EXPECT_FALSE(value.hasPayload());
+    EXPECT_FALSE(copyRecord(value).hasPayload());
+    EXPECT_FALSE(value.equals(varitype(Struct{})));
+    value.insert("a", 1);
+    EXPECT_EQ(value["a"].as<std::int32_t>(), 1);
+}
+
+TEST(Record, dumpHasTheMarkersOfStructsAndArrays)
+{
+    const varitype record{
+        Struct{{"OCV", Struct{{"trh", 1.5F}}}, {"data", Array(Kind::Ushort, 4, 3)}, {"n", "x"}}};
+    const std::string text = dumpText(record, "Test::");
+    EXPECT_EQ(text.find("Test::"), 0U);
+    EXPECT_NE(text.find("OCV Struct[] {\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("size =24"), std::string::npos) << text;
+    EXPECT_NE(text.find("trh Float = 1.5"), std::string::npos) << text;
+}
+
+TEST(Half, roundTripOfEveryValueAndRoundingToNearestEven)
+{
+    for (std::uint32_t bits = 0; bits < 65536; ++bits) {
+        Half half;
+        half.bits = static_cast<std::uint16_t>(bits);
+        const float value = float(half);
+        if (value != value) continue;  // NaNs may lose their payload
+        ASSERT_EQ(Half(value).bits, half.bits);
+    }
+    EXPECT_EQ(Half(2049.0F).bits, Half(2048.0F).bits);
+    EXPECT_EQ(Half(2051.0F).bits, Half(2052.0F).bits);
+}
+
+TEST(Array, shapesAndOverflow)
+{
+    EXPECT_EQ(Array(Kind::Float, 2560, 480).byteSize(), 4915200U);
+    EXPECT_EQ(Array(Kind::Float, 0, 480).data(), nullptr);
+    EXPECT_EQ(Array(Kind::String, 5, 5).byteSize(), 0U);
+    EXPECT_EQ(thrownText([] { Array(Kind::Double, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF); }), "array too large");
+    Array array(Kind::Ushort, 3, 2);
+    array.elements<std::uint16_t>()[5] = 7;
+    Array copy = array;
+    copy.reshape(Kind::Uchar, 6, 2);  // same bytes
+    EXPECT_EQ(copy.data()[10], std::byte{7});
+    copy.reshape(Kind::Uchar, 5, 2);
+    EXPECT_TRUE(std::ranges::all_of(copy.bytes(), [](std::byte b) { return b == std::byte{0}; }));
+    EXPECT_TRUE(array.elements<float>().empty());
+}
+
+}  // namespace
+}  // namespace scansteps

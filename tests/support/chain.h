@@ -1,0 +1,156 @@
+// Drives chains of real steps in a test, as a host does: own handle table, steps from the exported functions,
+// and a collector at the end that keeps what arrives.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "scansteps/chain.h"
+#include "scansteps/handles.h"
+#include "scansteps/texture.h"
+
+extern "C" {
+#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) \
+    scansteps::cChain* create_##kind();
+#include "exports/kinds.def"
+#undef SCANSTEPS_KIND
+void set_handles(scansteps::HandleTable* table);
+}
+
+namespace scansteps::test {
+
+inline std::unique_ptr<cChain> createStep(const std::string& kind)
+{
+    static const std::map<std::string, cChain* (*)()> factories = {
+#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) \
+    {#kind, create_##kind},
+#include "exports/kinds.def"
+#undef SCANSTEPS_KIND
+    };
+    return std::unique_ptr<cChain>(factories.at(kind)());
+}
+
+/// What arrived at the end of a chain.
+struct Arrived
+{
+    int eventType;
+    varitype record;               ///< a copy
+    std::shared_ptr<Array> frame;  ///< a copy of the pixels under "handle", if there was one
+};
+
+class Chain
+{
+  public:
+    explicit Chain(const std::vector<std::string>& kinds) : end_(*this)
+    {
+        fillFreeHandles(table_);
+        set_handles(&table_);
+        for (const auto& kind : kinds) steps_.push_back(createStep(kind));
+        for (std::size_t i = 0; i < steps_.size(); ++i)
+            steps_[i]->setNext(i + 1 < steps_.size() ? steps_[i + 1].get() : static_cast<cChain*>(&end_));
+    }
+    ~Chain()
+    {
+        set_handles(&table_);  // another chain of the same test may have installed its own
+        own_.reset();
+        steps_.clear();
+        int left = 0;
+        for (SlotRecord*& slot : table_.slots)
+            if (slot != nullptr) {
+                ++left;
+                delete slot;
+                slot = nullptr;
+            }
+        EXPECT_EQ(left, 0) << "handles left allocated";
+        set_handles(nullptr);
+    }
+    Chain(const Chain&) = delete;
+    Chain& operator=(const Chain&) = delete;
+
+    /// Sends a record to the first step; returns its "eventType" afterwards.
+    int send(varitype& record)
+    {
+        set_handles(&table_);
+        steps_.front()->dispatch(record);
+        return eventType(record);
+    }
+    int init(Struct settings)
+    {
+        varitype record{std::move(settings)};
+        record.set("eventType", event::kInit);
+        return send(record);
+    }
+    /// Sends a frame of the host's own with these pixels; without pixels the record has no "handle".
+    int process(const Array* pixels = nullptr, Struct entries = {})
+    {
+        varitype record{std::move(entries)};
+        record.set("eventType", event::kProcess);
+        if (pixels != nullptr) {
+            if (!own_) own_ = createTexture(format::kU1x8, 0, 0);
+            pixelsOf(int(own_->handle)) = *pixels;
+            record.set("handle", int(own_->handle));
+        }
+        return send(record);
+    }
+    int flush()
+    {
+        varitype record{Struct{{"eventType", event::kFlush}}};
+        return send(record);
+    }
+    /// What the host's handle names after the steps swapped.
+    Array& hostPixels() { return pixelsOf(int(own_->handle)); }
+    StepBase& step(std::size_t index) { return static_cast<StepBase&>(*steps_[index]); }
+
+    std::vector<Arrived> arrived;
+
+  private:
+    class End final : public cChain
+    {
+      public:
+        explicit End(Chain& chain) : chain_(chain) {}
+        void dispatch(varitype& params) override
+        {
+            std::shared_ptr<Array> frame;
+            if (params.has("handle"))
+                frame = std::make_shared<Array>(pixelsOf(params["handle"].as<std::int32_t>()));
+            chain_.arrived.push_back({eventType(params), copyRecord(params), frame});
+        }
+
+      private:
+        Chain& chain_;
+    };
+
+    HandleTable table_;
+    std::vector<std::unique_ptr<cChain>> steps_;
+    std::unique_ptr<CTexture> own_;
+    End end_;
+};
+
+/// The text thrown by `call`, "" when nothing is.
+template <class Call>
+std::string thrownText(Call call)
+{
+    try {
+        call();
+    } catch (const char* text) {
+        return text;
+    }
+    return "";
+}
+
+/// Everything printed to standard output by `call`.
+template <class Call>
+std::string printed(Call call)
+{
+    testing::internal::CaptureStdout();
+    call();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+}  // namespace scansteps::test
