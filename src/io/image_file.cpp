@@ -3,21 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#include "framework/files.h"
+#include "framework/print.h"
 #include "io/jpeg_file.h"
 
 namespace scansteps {
 namespace {
-
-struct CloseFile
-{
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-File openFile(const std::string& path, const char* mode)
-{
-    return File(std::fopen(path.c_str(), mode));
-}
 
 std::nullopt_t refuse(const char* why)
 {
@@ -60,7 +51,7 @@ bool readPastComments(std::FILE* file, PpmHeader& header)
         const bool atEnd = c == EOF;
         std::ungetc(c, file);
         const bool matched = !atEnd && header.read(file);
-        std::puts("readppm params error");
+        print::line("readppm params error");
         if (matched || atEnd) return matched;
     }
     return false;
@@ -87,11 +78,12 @@ std::array<std::uint8_t, 256> scaleTable(int maxval)
 
 std::optional<RgbImage> loadPpm(std::FILE* file, int magic)
 {
-    std::printf("%15d fmt\n", magic);
+    print::field(magic, " fmt\n");
     PpmHeader header;
     if (!header.read(file) && !readPastComments(file, header)) return std::nullopt;
     std::getc(file);  // one blank or line end stands before the samples
-    std::printf("%15d *W\n%15d *H\n", header.width, header.height);
+    print::field(header.width, " *W\n");
+    print::field(header.height, " *H\n");
     if (header.width < 1 || header.height < 1) return refuse("PPM file: width and height must be at least 1");
     if (header.maxval < 1) return refuse("PPM file: the largest sample value must be at least 1");
 
@@ -156,7 +148,7 @@ std::optional<RgbImage> loadImage(const std::string& path)
 {
     File file = openFile(path, "rb");
     if (!file) {
-        std::puts("image file not found");
+        print::line("image file not found");
         return std::nullopt;
     }
     if (const auto magic = readMagic(file.get())) return loadPpm(file.get(), *magic);

@@ -31,7 +31,7 @@ struct RgbImage
 /// grey block in one bit of a progressive file). A larger claim in the header is refused before memory is
 /// taken.
 inline constexpr std::uint64_t kJpegBytesAlways = std::uint64_t{48} << 20U;
-inline constexpr std::uint64_t kJpegBytesPerFileByte = 64 * 8 * 3;
+inline constexpr std::uint64_t kJpegBytesPerFileByte = std::uint64_t{64} * 8 * 3;
 
 /// Loads a file. One that begins with "P" and a number is read as PPM or PGM with one byte a sample ("P6"
 /// three samples a pixel, any other number one), its samples scaled by 255 / maxval, truncated; everything

@@ -1,4 +1,5 @@
-// A folder of its own for one test, removed with everything in it at the end.
+// A folder of its own for one test, removed with everything in it at the end. Its name holds no digits, as
+// every digit of a path is part of the counter of numbered files.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -19,7 +20,9 @@ class TempDir
     {
         std::random_device random;
         do {
-            path_ = std::filesystem::temp_directory_path() / ("scansteps-" + std::to_string(random()));
+            std::string name = "scansteps-";
+            for (int i = 0; i < 12; ++i) name += char('a' + random() % 26);
+            path_ = std::filesystem::temp_directory_path() / name;
         } while (!std::filesystem::create_directory(path_));
     }
     TempDir(const TempDir&) = delete;

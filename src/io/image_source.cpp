@@ -1,0 +1,80 @@
+#include "io/image_source.h"
+
+#include <algorithm>
+
+#include "framework/print.h"
+#include "io/numbered_name.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+void ImageSource::describe(varitype&) {}
+
+void ImageSource::complete(varitype&, const Array&) {}
+
+void ImageSource::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    currentName_ = settings.text("load.name");
+    held_ = load(currentName_);
+    if (held_) loadedName_ = currentName_;
+    incr_ = settings.integer("load.incr");
+    count_ = settings.integer("load.count");
+    one_ = settings.has("load.one");
+    delivered_ = 0;
+
+    // The frames have the size of the first file and are what this step makes, whatever the record says.
+    const int width = held_ ? held_->width : 0;
+    const int height = held_ ? held_->height : 0;
+    varitype record = copyRecord(params);
+    record.set("dataX", width);
+    record.set("dataY", height);
+    record.set("dataFormat", settings.text("dataFormat"));
+    describe(record);
+    out_.create(width, height, format::kU1x8, held_ ? held_->shape : frameShape(format::kU1x8, 0, 0));
+    forward(*this, record);
+}
+
+void ImageSource::process(varitype& params)
+{
+    StepTimer timer(*this);
+    if (!held_) {
+        params["eventType"].getv<std::int32_t>() = event::kFlush;
+        print::line("error read");
+        return;
+    }
+    // A later file may have another size: the frame says so, and the steps that cannot take it complain.
+    Array& frame = out_.pixels();
+    const FrameShape& shape = held_->shape;
+    frame.reshape(shape.kind, shape.rowLength, shape.rows, shape.planes);
+    std::copy_n(reinterpret_cast<const std::byte*>(held_->bytes.get()), frame.byteSize(), frame.data());
+    const std::string deliveredName = loadedName_;
+    ++delivered_;
+    loadNext();
+
+    varitype record = copyRecord(params);
+    record.set("handle", out_.handle());
+    record.set("filename", deliveredName);
+    complete(record, out_.pixels());
+    timer.stop();
+    forward(*this, record);
+}
+
+void ImageSource::loadNext()
+{
+    const bool wrapped = advanceName(currentName_, incr_);
+    held_.reset();
+    if (!one_) {
+        held_ = load(currentName_);
+        if (held_) {
+            loadedName_ = currentName_;
+            print::labelled(loadedName_, " filename.c_str()\n");
+        }
+        if (wrapped) held_.reset();
+    }
+    // A count of N lets N + 1 frames through: it is compared after the frame was counted.
+    if (count_ != 0 && count_ < delivered_) held_.reset();
+}
+
+}  // namespace scansteps

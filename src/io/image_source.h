@@ -1,0 +1,51 @@
+// What the steps that read numbered image files share: the walk through the names, the end of the stream and
+// the delivery of frames. How a file is decoded is the derived step's.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "scansteps/chain.h"
+#include "scansteps/texture.h"
+
+namespace scansteps {
+
+/// A decoded file that waits for its process event.
+struct HeldImage
+{
+    int width = 0;
+    int height = 0;
+    FrameShape shape;                       ///< of the frame that it becomes
+    std::unique_ptr<std::uint8_t[]> bytes;  ///< the elements of that shape, rows top to bottom
+};
+
+/// Source step over numbered files. Initialise loads the first file, whose size becomes "dataX" and "dataY";
+/// every process event delivers the file that is held and loads the next one, and writes 1003 into the record
+/// when there is none. A file that cannot be loaded ends the stream.
+class ImageSource : public CPUBase
+{
+  public:
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  protected:
+    /// Decodes a file; nothing, with the reason printed, when that fails.
+    virtual std::optional<HeldImage> load(const std::string& path) = 0;
+    /// Adds what else the step says about its frames to the initialise record.
+    virtual void describe(varitype& record);
+    /// Adds what else the step puts into the record of a frame.
+    virtual void complete(varitype& record, const Array& frame);
+
+  private:
+    void loadNext();
+
+    std::string currentName_, loadedName_;
+    int incr_ = 1, count_ = 0, delivered_ = 0;
+    bool one_ = false;
+    std::optional<HeldImage> held_;
+    TextureSet out_;
+};
+
+}  // namespace scansteps
