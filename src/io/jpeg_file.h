@@ -1,5 +1,6 @@
 // JPEG files through the system's JPEG library, behind image_file.h: its fatal errors, which jump out of the
-// library's C code, end here as a printed message and a failed call.
+// library's C code, end here as a printed message and a failed call. The
+// model export writes its texture pages with it too.
 #pragma once
 
 #include <cstdint>

@@ -1,0 +1,62 @@
+// Views of the models that the writers take, and the checks that every writer makes before it opens a file.
+// They own nothing and know neither records nor handles.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace scansteps {
+
+/// A triangle mesh. Only the first two members are needed by every writer.
+struct Mesh
+{
+    std::span<const float> vertices;         ///< x, y, z of N vertices
+    std::span<const std::uint32_t> indices;  ///< three vertex numbers (from 0) of M triangles
+    std::span<const float> colours;          ///< red, green, blue (0 to 255) of M triangles, or empty
+    std::span<const float> pixels;           ///< column, row of N vertices in their source images, or empty
+    std::span<const std::int32_t> views;     ///< source image of N vertices or of M triangles, or empty
+
+    std::size_t vertexCount() const { return vertices.size() / 3; }
+    std::size_t triangleCount() const { return indices.size() / 3; }
+};
+
+/// A point cloud: x, y, z and red, green, blue (0 to 255) of N points.
+struct Cloud
+{
+    std::span<const float> points;
+    std::span<const float> colours;
+
+    std::size_t pointCount() const { return points.size() / 3; }
+};
+
+/// A picture of 8-bit red, green, blue triples, rows top to bottom without gaps.
+struct PictureView
+{
+    std::span<const std::uint8_t> rgb;
+    int width = 0;
+    int height = 0;
+};
+
+/// Smallest and largest vertex index of a mesh; without triangles the start values.
+struct IndexRange
+{
+    std::uint32_t smallest = 1000000;
+    std::uint32_t largest = 0;
+};
+
+/// Throws a text that names the record entry and the place when a coordinate is not finite, an index lies
+/// outside the vertices, or a list is not made of triples.
+IndexRange checkGeometry(const Mesh& mesh);
+
+/// Throws unless `colours` are triples, one for each of `count` elements. `entry` is the name of the colours
+/// for the text, `of` what they belong to.
+void checkColourCount(std::span<const float> colours, std::size_t count, const char* entry, const char* of);
+
+/// The same, and throws when a component does not truncate to 0..255.
+void checkColours(std::span<const float> colours, std::size_t count, const char* entry, const char* of);
+
+/// The checks of a cloud: finite points, one colour for each.
+void checkCloud(const Cloud& cloud);
+
+}  // namespace scansteps

@@ -1,0 +1,131 @@
+#include "export/text_format.h"
+
+#include <bit>
+#include <charconv>
+#include <cmath>
+
+namespace scansteps::text {
+
+namespace {
+
+/// A finite positive double as mantissa * 2^-scale.
+struct Parts
+{
+    std::uint64_t mantissa;
+    int scale;
+};
+
+Parts partsOf(double value)
+{
+    const std::uint64_t bits = std::bit_cast<std::uint64_t>(value);
+    const int exponent = static_cast<int>(bits >> 52 & 0x7FF);
+    return {(bits & ((1ULL << 52) - 1)) | 1ULL << 52, 1075 - exponent};
+}
+
+constexpr std::array<std::uint64_t, 11> kPowers = {
+    1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000, 10000000000};
+
+/// Sign of value * factor - half / 2, exactly, given that the two nearly agree: the difference then fits
+/// into 64 bits although its terms do not, so that they may wrap.
+std::int64_t compareExactly(double value, std::uint64_t factor, std::uint64_t half)
+{
+    const Parts parts = partsOf(value);
+    const std::uint64_t shifted = parts.scale < 64 ? half << parts.scale : 0;
+    return static_cast<std::int64_t>(parts.mantissa * factor * 2 - shifted);
+}
+
+bool roundsUp(std::int64_t aboveTie, std::uint32_t below)
+{
+    return aboveTie > 0 || (aboveTie == 0 && below % 2 != 0);
+}
+
+// Decimal exponent of the largest numbers with a given binary exponent, from 2^-14 (below 1e-4) to 2^19.
+constexpr int kLowestBinade = -14;
+constexpr std::array<std::int8_t, 34> makeDecades()
+{
+    std::array<std::int8_t, 34> table{};
+    for (int b = 0; b < 34; ++b) {
+        double above = 1;  // 2^(binade + 1)
+        for (int i = 0; i < b + kLowestBinade + 1; ++i) above *= 2;
+        for (int i = 0; i > b + kLowestBinade + 1; --i) above /= 2;
+        int decade = -5;
+        for (double power = 1e-4; power < above; power *= 10) ++decade;
+        table[static_cast<std::size_t>(b)] = static_cast<std::int8_t>(decade);
+    }
+    return table;
+}
+constexpr auto kDecades = makeDecades();
+
+constexpr std::array<double, 11> kDoublePowers = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10};
+
+/// Six digits `n` (100000 to 999999) divided by 10^`decimals` (0 to 10), without the zeros at the end.
+char* putSixDigits(char* out, std::uint32_t n, int decimals)
+{
+    const auto& high = detail::kDigits3[n / 1000];
+    const auto& low = detail::kDigits3[n % 1000];
+    const int zeros = low[3] < 3 ? low[3] : 3 + high[3];
+    char digits[16] = {};
+    std::memcpy(digits, high.data(), 4);
+    std::memcpy(digits + 3, low.data(), 3);
+    if (decimals < 6) {
+        const int whole = 6 - decimals;
+        std::memcpy(out, digits, 8);
+        std::memcpy(out + whole + 1, digits + whole, 8);
+        out[whole] = '.';
+        return zeros >= decimals ? out + whole : out + 7 - zeros;
+    }
+    std::memcpy(out, "0.00000", 8);
+    out += 2 + decimals - 6;
+    std::memcpy(out, digits, 8);
+    return out + 6 - zeros;
+}
+
+}  // namespace
+
+std::uint32_t detail::roundToSixDigits(std::uint32_t n)
+{
+    const std::uint32_t step = n < 10000000 ? 10 : n < 100000000 ? 100 : n < 1000000000 ? 1000 : 10000;
+    const std::uint32_t below = n / step;
+    const std::uint32_t rest = n % step;
+    bool up = rest * 2 > step;
+    if (rest * 2 == step)  // the tie of the number itself: the rounding of the product decides
+        up = roundsUp(compareExactly(n * 0.0001, 10000, n * 2ULL), below);
+    return (below + (up ? 1U : 0U)) * step;
+}
+
+char* detail::putGeneralSlowly(char* out, double value)
+{
+    if (value == 0) {
+        std::memcpy(out, "-0", 2);
+        return out + (std::signbit(value) ? 2 : (out[0] = '0', 1));
+    }
+    return std::to_chars(out, out + kNumberRoom, value, std::chars_format::general, 6).ptr;
+}
+
+char* putGeneral(char* out, double value)
+{
+    const double magnitude = std::fabs(value);
+    if (!(magnitude >= 1e-4 && magnitude < 999999.5)) return detail::putGeneralSlowly(out, value);
+    *out = '-';
+    out += std::signbit(value) ? 1 : 0;
+    const int binade = static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - 1023;
+    int decimals = 5 - kDecades[static_cast<std::size_t>(binade - kLowestBinade)];
+    double scaled = magnitude * kDoublePowers[static_cast<std::size_t>(decimals)];
+    if (scaled < 1e5) scaled = magnitude * kDoublePowers[static_cast<std::size_t>(++decimals)];
+    std::uint32_t n = static_cast<std::uint32_t>(scaled);
+    const double aboveTie = (scaled - n) - 0.5;
+    // The product is off by less than 1e-10; nearer to a tie only exact arithmetic tells the side.
+    if (std::fabs(aboveTie) > 1e-9)
+        n += aboveTie > 0 ? 1U : 0U;
+    else
+        n += roundsUp(compareExactly(magnitude, kPowers[static_cast<std::size_t>(decimals)], n * 2ULL + 1), n)
+                 ? 1U
+                 : 0U;
+    if (n == 1000000) {  // rounded into the next decade
+        n = 100000;
+        --decimals;
+    }
+    return putSixDigits(out, n, decimals);
+}
+
+}  // namespace scansteps::text

@@ -1,0 +1,113 @@
+// Numbers as text, as an output stream writes them by default, but by tables and integer arithmetic.
+// Every function writes at `out`, may scribble up to kNumberRoom bytes from there, and returns the end.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+namespace scansteps::text {
+
+/// Room to have before any of the functions below is called.
+inline constexpr int kNumberRoom = 32;
+
+namespace detail {
+
+/// Three digits and, in the fourth byte, how many zeros end them.
+using Digits3 = std::array<std::array<char, 4>, 1000>;
+
+constexpr Digits3 makeDigits3()
+{
+    Digits3 table{};
+    for (int n = 0; n < 1000; ++n) {
+        const int zeros = n == 0 ? 3 : n % 100 == 0 ? 2 : n % 10 == 0 ? 1 : 0;
+        table[static_cast<std::size_t>(n)] = {static_cast<char>('0' + n / 100),
+                                              static_cast<char>('0' + n / 10 % 10),
+                                              static_cast<char>('0' + n % 10), static_cast<char>(zeros)};
+    }
+    return table;
+}
+
+inline constexpr Digits3 kDigits3 = makeDigits3();
+
+/// Up to three digits without leading zeros and, in the fourth byte, how many.
+constexpr Digits3 makeShort3()
+{
+    Digits3 table{};
+    for (int n = 0; n < 1000; ++n) {
+        const int count = n < 10 ? 1 : n < 100 ? 2 : 3;
+        auto& entry = table[static_cast<std::size_t>(n)];
+        for (int rest = n, i = count; i-- > 0; rest /= 10)
+            entry[static_cast<std::size_t>(i)] = static_cast<char>('0' + rest % 10);
+        entry[3] = static_cast<char>(count);
+    }
+    return table;
+}
+
+inline constexpr Digits3 kShort3 = makeShort3();
+
+inline char* put3(char* out, std::uint32_t n)
+{
+    std::memcpy(out, kDigits3[n].data(), 4);
+    return out + 3;
+}
+
+inline char* putShort3(char* out, std::uint32_t n)
+{
+    std::memcpy(out, kShort3[n].data(), 4);
+    return out + kShort3[n][3];
+}
+
+/// Above six significant digits: `n` ten-thousandths rounded to six digits, as the stream rounds the double n
+/// * 0.0001.
+std::uint32_t roundToSixDigits(std::uint32_t n);
+
+/// Numbers that the quick path of putGeneral leaves aside.
+char* putGeneralSlowly(char* out, double value);
+
+}  // namespace detail
+
+/// Decimal digits of `n`.
+inline char* putUnsigned(char* out, std::uint32_t n)
+{
+    using namespace detail;
+    if (n < 1000) return putShort3(out, n);
+    const std::uint32_t thousands = n / 1000;
+    if (n < 1000000) {
+        out = putShort3(out, thousands);
+    } else {
+        const std::uint32_t millions = thousands / 1000;
+        if (n < 1000000000) {
+            out = putShort3(out, millions);
+        } else {
+            out = putShort3(out, millions / 1000);
+            out = put3(out, millions % 1000);
+        }
+        out = put3(out, thousands % 1000);
+    }
+    return put3(out, n % 1000);
+}
+
+/// The text of the double `n` * 0.0001 with six significant digits; never in exponent form.
+inline char* putTenThousandths(char* out, std::int32_t n)
+{
+    std::uint32_t magnitude = static_cast<std::uint32_t>(n);
+    if (n < 0) {
+        *out++ = '-';
+        magnitude = 0U - magnitude;
+    }
+    if (magnitude >= 1000000) magnitude = detail::roundToSixDigits(magnitude);
+    out = putUnsigned(out, magnitude / 10000);
+    const std::uint32_t fraction = magnitude % 10000;
+    if (fraction == 0) return out;
+    const std::uint32_t tail = fraction % 1000;
+    out[0] = '.';
+    out[1] = static_cast<char>('0' + fraction / 1000);
+    std::memcpy(out + 2, detail::kDigits3[tail].data(), 4);
+    return out + 5 - detail::kDigits3[tail][3];
+}
+
+/// The text of `value` with six significant digits in the shorter of fixed and exponent form ("%g").
+char* putGeneral(char* out, double value);
+
+}  // namespace scansteps::text

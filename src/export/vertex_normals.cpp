@@ -1,0 +1,207 @@
+#include "export/vertex_normals.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "export/vertex_normals.cpp"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
+
+// One vector of four lanes is a point, a normal or a colour; the fourth lane holds whatever follows in
+// memory.
+HWY_BEFORE_NAMESPACE();
+namespace scansteps {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D4 = hn::CappedTag<float, 4>;
+using V4 = hn::Vec<D4>;
+
+/// Reads vertices as four floats; the last one, behind which the memory may end, from a copy.
+class Points
+{
+  public:
+    explicit Points(const Mesh& mesh) : first_(mesh.vertices.data()), last_(mesh.vertexCount() - 1)
+    {
+        std::memcpy(copy_, first_ + 3 * last_, 12);
+    }
+    V4 operator[](std::size_t i) const { return hn::LoadU(D4(), i == last_ ? copy_ : first_ + 3 * i); }
+
+  private:
+    const float* first_;
+    std::size_t last_;
+    alignas(16) float copy_[4] = {};
+};
+
+V4 Rotate(V4 v)  // x, y, z to y, z, x
+{
+    alignas(16) static constexpr std::int32_t kLanes[4] = {1, 2, 0, 3};
+    return hn::TableLookupLanes(v, hn::SetTableIndices(D4(), kLanes));
+}
+
+/// Sums with the lanes z, x, y, as the cross product gives them without a last rotation.
+void Accumulate(const Mesh& mesh, Normal* HWY_RESTRICT sums)
+{
+    const D4 d;
+    const Points points(mesh);
+    const std::uint32_t* const end = mesh.indices.data() + mesh.indices.size();
+    for (const std::uint32_t* corner = mesh.indices.data(); corner != end; corner += 3) {
+        const V4 a = points[corner[0]];
+        const V4 u = hn::Sub(points[corner[1]], a);
+        const V4 v = hn::Sub(points[corner[2]], a);
+        const V4 n = hn::Sub(hn::Mul(u, Rotate(v)), hn::Mul(Rotate(u), v));
+        for (int i = 0; i < 3; ++i) {
+            float* sum = sums[corner[i]].v;
+            hn::Store(hn::Add(hn::Load(d, sum), n), d, sum);
+        }
+    }
+}
+
+/// From the sums z, x, y to unit normals x, y, z, 0, a vector of normals at a time.
+std::size_t Normalise(std::span<Normal> normals)
+{
+    const hn::ScalableTag<float> d;
+    using V = hn::Vec<decltype(d)>;
+    const std::size_t lanes = hn::Lanes(d);
+    const V longest = hn::Set(d, std::numeric_limits<float>::max());
+    std::size_t i = 0;
+    for (; i + lanes <= normals.size(); i += lanes) {
+        V x, y, z, w;
+        hn::LoadInterleaved4(d, normals[i].v, z, x, y, w);
+        const V length = hn::Sqrt(hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z)));
+        const auto sound = hn::And(hn::Gt(length, hn::Zero(d)), hn::Le(length, longest));
+        const V scale = hn::Div(hn::Set(d, 1.0F), length);
+        const auto unit = [&](V v) { return hn::IfThenElseZero(sound, hn::Mul(v, scale)); };
+        hn::StoreInterleaved4(unit(x), unit(y), unit(z), hn::Zero(d), d, normals[i].v);
+    }
+    return i;
+}
+
+void VertexNormals(const Mesh& mesh, std::span<Normal> normals)
+{
+    std::memset(normals.data(), 0, normals.size_bytes());
+    if (normals.empty()) return;
+    Accumulate(mesh, normals.data());
+    for (std::size_t i = Normalise(normals); i < normals.size(); ++i) {
+        const float* n = normals[i].v;
+        normals[i] = scalar::unitNormal(n[1], n[2], n[0]);
+    }
+}
+
+void StoreBytes(V4 v, char* out)
+{
+    const hn::Repartition<std::uint8_t, D4> d8;
+    hn::StoreU(hn::BitCast(d8, v), d8, reinterpret_cast<std::uint8_t*>(out));
+}
+
+bool StlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
+                char* out)
+{
+    const D4 d;
+    const hn::RebindToSigned<D4> di;
+    const hn::RebindToUnsigned<D4> du;
+    const V4 third = hn::Set(d, 0.33333334F);
+    auto most = hn::Zero(du);
+    const std::size_t end = first + count - 1;  // the last one may have nothing behind its colour and bytes
+    const Points points(mesh);
+    std::size_t k = first;
+    for (; k < end; ++k, out += kStlEntrySize) {
+        const std::uint32_t* corner = &mesh.indices[3 * k];
+        V4 sum = hn::Load(d, normals[corner[0]].v);
+        sum = hn::Add(sum, hn::Load(d, normals[corner[1]].v));
+        sum = hn::Add(sum, hn::Load(d, normals[corner[2]].v));
+        StoreBytes(hn::Mul(sum, third), out);
+        for (std::size_t i = 0; i < 3; ++i) StoreBytes(points[corner[i]], out + 12 + 12 * i);
+        const auto colour = hn::BitCast(du, hn::ConvertTo(di, hn::LoadU(d, &mesh.colours[3 * k])));
+        most = hn::Max(most, colour);
+        alignas(16) std::uint32_t five[4];
+        hn::Store(hn::ShiftRight<3>(colour), du, five);
+        const auto word = static_cast<std::uint16_t>(((five[0] + 32) << 10) + (five[1] << 5) + five[2]);
+        std::memcpy(out + 48, &word, sizeof word);
+    }
+    const bool sound = hn::GetLane(hn::MaxOfLanes(du, most)) < 256;
+    return scalar::stlEntries(mesh, normals, k, first + count - k, out) && sound;
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace scansteps
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace scansteps {
+
+HWY_EXPORT(VertexNormals);
+HWY_EXPORT(StlEntries);
+
+void vertexNormals(const Mesh& mesh, std::span<Normal> normals)
+{
+    HWY_DYNAMIC_DISPATCH(VertexNormals)(mesh, normals);
+}
+
+bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
+                char* out)
+{
+    return count == 0 || HWY_DYNAMIC_DISPATCH(StlEntries)(mesh, normals, first, count, out);
+}
+
+namespace scalar {
+
+Normal unitNormal(float x, float y, float z)
+{
+    const float length = std::sqrt(x * x + y * y + z * z);
+    if (!(length > 0 && length <= std::numeric_limits<float>::max())) return {};
+    const float scale = 1.0F / length;
+    return {{x * scale, y * scale, z * scale, 0}};
+}
+
+void vertexNormals(const Mesh& mesh, std::span<Normal> normals)
+{
+    std::fill(normals.begin(), normals.end(), Normal{});
+    for (std::size_t k = 0; k < mesh.triangleCount(); ++k) {
+        const std::uint32_t* corner = &mesh.indices[3 * k];
+        const float* a = &mesh.vertices[std::size_t{3} * corner[0]];
+        const float* b = &mesh.vertices[std::size_t{3} * corner[1]];
+        const float* c = &mesh.vertices[std::size_t{3} * corner[2]];
+        const float u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+        const float v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+        const float n[3] = {u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]};
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) normals[corner[i]].v[j] += n[j];
+    }
+    for (Normal& n : normals) n = unitNormal(n.v[0], n.v[1], n.v[2]);
+}
+
+bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
+                char* out)
+{
+    bool sound = true;
+    const auto five = [&](float c) {
+        const bool fits = c > -1.0F && c < 256.0F;
+        sound &= fits;
+        return fits ? static_cast<int>(c) >> 3 : 0;
+    };
+    for (std::size_t k = first; k < first + count; ++k, out += kStlEntrySize) {
+        const std::uint32_t* corner = &mesh.indices[3 * k];
+        float values[12];
+        for (int j = 0; j < 3; ++j) {
+            const float sum = normals[corner[0]].v[j] + normals[corner[1]].v[j] + normals[corner[2]].v[j];
+            values[j] = sum * 0.33333334F;
+        }
+        for (int i = 0; i < 3; ++i)
+            std::memcpy(values + 3 + 3 * i, &mesh.vertices[std::size_t{3} * corner[i]], 12);
+        const float* rgb = &mesh.colours[3 * k];
+        const auto word =
+            static_cast<std::uint16_t>(((five(rgb[0]) + 32) << 10) + (five(rgb[1]) << 5) + five(rgb[2]));
+        std::memcpy(out, values, sizeof values);
+        std::memcpy(out + sizeof values, &word, sizeof word);
+    }
+    return sound;
+}
+
+}  // namespace scalar
+}  // namespace scansteps
+#endif

@@ -1,0 +1,137 @@
+#include "export/text_format.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace scansteps {
+namespace {
+
+template <typename Put, typename Value>
+std::string textOf(Put put, Value value)
+{
+    char room[text::kNumberRoom] = {};
+    return {room, put(room, value)};
+}
+
+// Fast enough for millions of numbers; streamed() shows on fewer that the stream writes the same.
+std::string printed(double value)
+{
+    char room[64];
+    return {room, static_cast<std::size_t>(std::snprintf(room, sizeof room, "%g", value))};
+}
+
+std::string streamed(double value)
+{
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+
+void expectTenThousandths(std::int64_t n)
+{
+    if (n > std::numeric_limits<std::int32_t>::max()) return;
+    const auto number = static_cast<std::int32_t>(n);
+    ASSERT_EQ(textOf(text::putTenThousandths, number), printed(number * 0.0001)) << n;
+    if (n % 7 == 0) {  // the sign is put before anything else is done
+        ASSERT_EQ(textOf(text::putTenThousandths, -number), printed(-number * 0.0001)) << -n;
+    }
+}
+
+TEST(TextFormat, unsignedNumbers)
+{
+    for (std::uint64_t power = 1; power <= 10000000000; power *= 10)
+        for (const std::uint64_t n : {power - 1, power, power + 1, power / 2, power * 2 - 1}) {
+            const auto number = static_cast<std::uint32_t>(n);
+            EXPECT_EQ(textOf(text::putUnsigned, number), std::to_string(number));
+        }
+    for (std::uint32_t n = 0; n < 1100000; ++n) ASSERT_EQ(textOf(text::putUnsigned, n), std::to_string(n));
+}
+
+// What needs no rounding, in full.
+TEST(TextFormat, tenThousandthsOfSixDigits)
+{
+    for (std::int64_t n = 0; n <= 1000000; ++n) expectTenThousandths(n);
+}
+
+// Beyond six digits the text depends only on the side of the nearest tie: every tie, its neighbours, and the
+// middle between two ties, in every decade.
+TEST(TextFormat, tenThousandthsAtEveryTie)
+{
+    std::int64_t first = 1000000;
+    for (const std::int64_t step : {10, 100, 1000, 10000}) {
+        for (std::int64_t n = first; n < first * 10 && n <= 0x7FFFFFFF; n += step)
+            for (const std::int64_t at : {n, n + step / 2 - 1, n + step / 2, n + step / 2 + 1})
+                expectTenThousandths(at);
+        first *= 10;
+    }
+    EXPECT_EQ(textOf(text::putTenThousandths, std::numeric_limits<std::int32_t>::min()), "-214748");
+}
+
+// All 2^32 numbers; takes minutes, so it is run by hand (--gtest_also_run_disabled_tests).
+TEST(TextFormat, DISABLED_tenThousandthsOfEveryInteger)
+{
+    for (std::int64_t n = 0; n <= 0x7FFFFFFF; ++n) expectTenThousandths(n);
+}
+
+void expectGeneral(double value)
+{
+    ASSERT_EQ(textOf(text::putGeneral, value), printed(value)) << std::hexfloat << value;
+}
+
+TEST(TextFormat, generalNumbersOfEveryDecadeAndTheirTies)
+{
+    for (int exponent = -12; exponent <= 12; ++exponent) {
+        const double power = std::pow(10.0, exponent);
+        for (int lead = 100000; lead < 1000000; lead += 997)
+            for (const double offset : {0.0, 0.5, 0.25, 0.4999999999, 0.5000000001}) {
+                const double value = (lead + offset) * power;
+                expectGeneral(value);
+                expectGeneral(std::nextafter(value, 0));
+                expectGeneral(-std::nextafter(value, 1e300));
+                expectGeneral(static_cast<float>(value));
+            }
+    }
+}
+
+// Exact ties are common among texture coordinates: odd multiples of a power of two.
+TEST(TextFormat, generalTiesOfBinaryFractions)
+{
+    for (int shift = 1; shift <= 24; ++shift)
+        for (int odd = 1; odd < 20000; odd += 2) expectGeneral(std::ldexp(odd, -shift));
+}
+
+TEST(TextFormat, generalSpecialNumbers)
+{
+    const double big = std::numeric_limits<double>::max();
+    for (const double value :
+         {0.0, -0.0, 1e-4, 9.9999949e-5, 9.9999951e-5, 9.99999e-5, 999999.4, 999999.49999, 999999.5, 1e6,
+          1e-300, 5e-324, big, -big, HUGE_VAL, 99999.95, 9.999995, 0.9999995}) {
+        expectGeneral(value);
+        EXPECT_EQ(streamed(value), printed(value));
+    }
+}
+
+TEST(TextFormat, generalRandomFloats)
+{
+    std::mt19937 random(7);
+    for (int i = 0; i < 2000000; ++i) {
+        float value;
+        const auto bits = static_cast<std::uint32_t>(random());
+        std::memcpy(&value, &bits, 4);
+        if (std::isfinite(value)) expectGeneral(value);
+        expectGeneral(static_cast<std::int32_t>(random()) * 1e-6);
+        if (i % 100 == 0) {
+            ASSERT_EQ(streamed(value), printed(value));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace scansteps
