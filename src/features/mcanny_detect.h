@@ -1,0 +1,58 @@
+// The streaming form of the detector: rows come in one by one from a source, edges come out as bits. Private
+// to the edge code.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "features/edge_bits.h"
+#include "features/mcanny.h"
+#include "features/mcanny_parts.h"
+#include "features/mcanny_rows.h"
+
+namespace scansteps {
+
+/// Where the detector takes its rows from; asked once for every row, from the top on.
+class RowSource
+{
+  public:
+    virtual ~RowSource() = default;
+    /// Writes the samples of row y to line[0] ...; as many as the image is wide. The line has kMargin samples
+    /// of room to the left, and to the right kMargin beyond the width rounded up to 64.
+    virtual void read(std::size_t y, float* line) = 0;
+};
+
+struct CannyWorkspace::Buffers
+{
+    /// Prepares all buffers; keeps them when the sizes are the same.
+    void resize(std::size_t width, std::size_t height, int aperture);
+
+    EdgeBits bits;
+    RowRing differences, sums;         // rows filtered along x: the kernel of order 1, the one of order 0
+    RowRing dx, dy;                    // derivatives of two rows
+    float* line = nullptr;             // the row that has just come in
+    std::int32_t* magnitudes[3] = {};  // first pixel of three rows; a 0 lies before it
+    std::uint64_t* active[2] = {};     // bits of two rows: magnitude above the low threshold
+    std::size_t padded = 0;            // width, rounded up to 64
+
+  private:
+    std::size_t width_ = 0, height_ = 0;
+    int aperture_ = 0;
+    FloatPlane floats_;
+    std::vector<std::int32_t> integers_;
+    std::vector<std::uint64_t> masks_;
+};
+
+/// Finds the edges of a width x height image into buffers.bits. Returns false, with the bits undefined, when
+/// a derivative is NaN or 2^30 and above: such planes need the plain detector.
+bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const CannyThresholds& thresholds,
+                 int aperture, CannyWorkspace::Buffers& buffers);
+
+/// Bits to float samples 255 and 0; writes up to a multiple of 16 samples.
+void expandEdges(const std::uint64_t* bits, float* row, std::size_t width);
+
+/// Bits to offset 16-bit samples 33023 and 32768; writes exactly `width` samples.
+void expandEdges(const std::uint64_t* bits, std::uint16_t* row, std::size_t width);
+
+}  // namespace scansteps
