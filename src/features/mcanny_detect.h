@@ -34,6 +34,7 @@ struct CannyWorkspace::Buffers
     float* line = nullptr;             // the row that has just come in
     std::int32_t* magnitudes[3] = {};  // first pixel of three rows; a 0 lies before it
     std::uint64_t* active[2] = {};     // bits of two rows: magnitude above the low threshold
+    FloatPlane stageRows;              // room for rows of filters that feed the detector
     std::size_t padded = 0;            // width, rounded up to 64
 
   private:

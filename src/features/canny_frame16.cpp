@@ -1,0 +1,262 @@
+#include "features/canny_frame16.h"
+
+#include <algorithm>
+
+#include "features/mcanny_detect.h"
+#include "scansteps/error.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "features/canny_frame16.cpp"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
+//
+#include "features/mcanny-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace scansteps {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D = hn::ScalableTag<float>;
+
+// (sample & mask) - offset. Returns the number of samples done.
+std::size_t SamplesToFloat(const std::uint16_t* HWY_RESTRICT src, float* HWY_RESTRICT dst, std::size_t count,
+                           std::uint16_t mask, std::int32_t offset)
+{
+    const D d;
+    const hn::RebindToSigned<D> di;
+    const hn::Rebind<std::uint16_t, D> du;
+    std::size_t i = 0;
+    for (; i + hn::Lanes(d) <= count; i += hn::Lanes(d)) {
+        const auto wide = hn::PromoteTo(di, hn::And(hn::LoadU(du, src + i), hn::Set(du, mask)));
+        hn::StoreU(hn::ConvertTo(d, hn::Sub(wide, hn::Set(di, offset))), d, dst + i);
+    }
+    return i;
+}
+
+// Values from 0 on, so that truncation may come before the sum. Returns the number of samples done.
+std::size_t EdgesTo16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst, std::size_t count)
+{
+    const D d;
+    const hn::RebindToSigned<D> di;
+    const hn::Rebind<std::uint16_t, D> du;
+    std::size_t i = 0;
+    for (; i + hn::Lanes(d) <= count; i += hn::Lanes(d)) {
+        const auto whole = TruncateInRange(hn::LoadU(d, src + i));
+        hn::StoreU(hn::DemoteTo(du, hn::Add(whole, hn::Set(di, 32768))), du, dst + i);
+    }
+    return i;
+}
+
+// Sums of three neighbours along a line with repeated edges.
+void BoxAlongX(const float* HWY_RESTRICT line, float* HWY_RESTRICT dst, std::size_t count)
+{
+    const D d;
+    for (std::size_t x = 0; x < count; x += hn::Lanes(d)) {
+        const auto at = [&](int k)
+                            HWY_ATTR { return hn::LoadU(d, line + (static_cast<std::ptrdiff_t>(x) + k)); };
+        hn::StoreU(Box<1>(at), d, dst + x);
+    }
+}
+
+// Mean of three rows of such sums.
+void BoxAlongY(const float* const* rows, float weight, float* HWY_RESTRICT dst, std::size_t count)
+{
+    const D d;
+    for (std::size_t x = 0; x < count; x += hn::Lanes(d)) {
+        const auto sum = Box<1>([&](int k) HWY_ATTR { return hn::LoadU(d, rows[1 + k] + x); });
+        hn::StoreU(hn::Mul(sum, hn::Set(d, weight)), d, dst + x);
+    }
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace scansteps
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace scansteps {
+
+HWY_EXPORT(SamplesToFloat);
+HWY_EXPORT(EdgesTo16);
+HWY_EXPORT(BoxAlongX);
+HWY_EXPORT(BoxAlongY);
+
+namespace {
+
+float sampleToFloat(std::uint16_t sample, Frame16 meaning)
+{
+    return meaning == Frame16::Video ? static_cast<float>(sample & 255)
+                                     : static_cast<float>(int{sample} - 32768);
+}
+
+void rowToFloat(const std::uint16_t* src, float* dst, std::size_t width, Frame16 meaning)
+{
+    const bool video = meaning == Frame16::Video;
+    for (std::size_t x =
+             HWY_DYNAMIC_DISPATCH(SamplesToFloat)(src, dst, width, video ? 0xFF : 0xFFFF, video ? 0 : 32768);
+         x < width; ++x)
+        dst[x] = sampleToFloat(src[x], meaning);
+}
+
+std::uint16_t edgeToSample(float value)
+{
+    return static_cast<std::uint16_t>(static_cast<std::int32_t>(static_cast<double>(value) + 32768.0));
+}
+
+void checkFrame(std::size_t samples, std::size_t width, std::size_t height)
+{
+    if (width != 0 && height > samples / width) fail("frame smaller than width x height");
+    if (width > UINT32_MAX || height > UINT32_MAX) fail("frame size out of range");
+}
+
+class FrameRows : public RowSource
+{
+  public:
+    FrameRows(const std::uint16_t* frame, std::size_t width, Frame16 meaning)
+        : frame_(frame), width_(width), meaning_(meaning)
+    {
+    }
+    void read(std::size_t y, float* line) override
+    {
+        rowToFloat(frame_ + y * width_, line, width_, meaning_);
+    }
+
+  private:
+    const std::uint16_t* frame_;
+    std::size_t width_;
+    Frame16 meaning_;
+};
+
+// The rows of another source, box filtered: the three rows around are kept as sums along x.
+class LowPassRows : public RowSource
+{
+  public:
+    void start(RowSource& source, float* firstRow, std::size_t pitch, std::size_t width, std::size_t height)
+    {
+        source_ = &source;
+        line_ = firstRow;
+        sums_ = {firstRow + pitch, pitch, 3};
+        width_ = width;
+        height_ = height;
+        taken_ = 0;
+    }
+
+    void read(std::size_t y, float* line) override
+    {
+        for (; taken_ <= std::min(y + 1, height_ - 1); ++taken_) {
+            source_->read(taken_, line_);
+            repeatEdges(line_, width_, roundUp(width_, 64));
+            HWY_DYNAMIC_DISPATCH(BoxAlongX)(line_, sums_.slot(taken_), roundUp(width_, 64));
+        }
+        const float* rows[3];
+        sums_.around(y, height_, 1, rows);
+        HWY_DYNAMIC_DISPATCH(BoxAlongY)(rows, boxWeight(3), line, roundUp(width_, 64));
+    }
+
+  private:
+    RowSource* source_ = nullptr;
+    float* line_ = nullptr;
+    RowRing sums_;
+    std::size_t width_ = 0, height_ = 0, taken_ = 0;
+};
+
+// One pass after the other, over planes in memory.
+template <class ToPlane, class LowPass, class Detect, class ToFrame>
+void inSteps(int lowPasses, ToPlane toPlane, LowPass low, Detect detect, ToFrame toFrame)
+{
+    FloatPlane plane;
+    toPlane(plane);
+    for (int k = 0; k < lowPasses; ++k) low(plane);
+    detect(plane);
+    toFrame(plane);
+}
+
+}  // namespace
+
+void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
+                    std::size_t height, Frame16 meaning)
+{
+    checkFrame(frame.size(), width, height);
+    plane.resize(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
+    for (std::size_t y = 0; y < height; ++y)
+        rowToFloat(frame.data() + y * width, plane.row(y), width, meaning);
+}
+
+void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
+{
+    const std::size_t width = edges.width();
+    checkFrame(frame.size(), width, edges.height());
+    for (std::size_t y = 0; y < edges.height(); ++y) {
+        std::uint16_t* out = frame.data() + y * width;
+        for (std::size_t x = HWY_DYNAMIC_DISPATCH(EdgesTo16)(edges.row(y), out, width); x < width; ++x)
+            out[x] = edgeToSample(edges.row(y)[x]);
+    }
+}
+
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
+                  int lowPasses, double low, double high, int aperture, CannyWorkspace& work)
+{
+    checkFrame(frame.size(), width, height);
+    const CannyThresholds thresholds(low, high, aperture);
+    if (width == 0 || height == 0) return;
+    CannyWorkspace::Buffers& buffers = work.buffers();
+    FrameRows samples(frame.data(), width, meaning);
+    if (lowPasses > kFusedLowPasses) {
+        inSteps(
+            lowPasses, [&](FloatPlane& p) { frame16ToPlane(frame, p, width, height, meaning); },
+            [](FloatPlane& p) { lowPass(p, 3); },
+            [&](FloatPlane& p) { Canny(p, p, low, high, aperture, work); },
+            [&](FloatPlane& p) { edgesToFrame16(p, frame); });
+        return;
+    }
+    // Each filter stage holds a line and three rows of sums.
+    const std::size_t stages = static_cast<std::size_t>(std::max(lowPasses, 0));
+    FloatPlane& rows = buffers.stageRows;
+    if (stages != 0)
+        rows.resize(static_cast<std::uint32_t>(roundUp(width, 64) + 2 * kMargin),
+                    static_cast<std::uint32_t>(4 * kFusedLowPasses));
+    LowPassRows filters[kFusedLowPasses];
+    RowSource* source = &samples;
+    for (std::size_t k = 0; k < stages; ++k) {
+        filters[k].start(*source, rows.row(4 * k) + kMargin, rows.stride(), width, height);
+        source = &filters[k];
+    }
+    // Derivatives of 16-bit samples are below 2^26, so the detector never refuses.
+    if (!detectEdges(*source, width, height, thresholds, aperture, buffers)) fail("derivative out of range");
+    for (std::size_t y = 0; y < height; ++y)
+        expandEdges(buffers.bits.edges(y), frame.data() + y * width, width);
+}
+
+namespace scalar {
+
+void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
+                    std::size_t height, Frame16 meaning)
+{
+    checkFrame(frame.size(), width, height);
+    plane.resize(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
+    for (std::size_t y = 0; y < height; ++y)
+        for (std::size_t x = 0; x < width; ++x)
+            plane.row(y)[x] = sampleToFloat(frame[y * width + x], meaning);
+}
+
+void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
+{
+    checkFrame(frame.size(), edges.width(), edges.height());
+    for (std::size_t y = 0; y < edges.height(); ++y)
+        for (std::size_t x = 0; x < edges.width(); ++x)
+            frame[y * edges.width() + x] = edgeToSample(edges.row(y)[x]);
+}
+
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
+                  int lowPasses, double low, double high, int aperture)
+{
+    inSteps(
+        lowPasses, [&](FloatPlane& p) { scalar::frame16ToPlane(frame, p, width, height, meaning); },
+        [](FloatPlane& p) { scalar::lowPass(p, 3); },
+        [&](FloatPlane& p) { scalar::Canny(p, p, low, high, aperture); },
+        [&](FloatPlane& p) { scalar::edgesToFrame16(p, frame); });
+}
+
+}  // namespace scalar
+}  // namespace scansteps
+#endif

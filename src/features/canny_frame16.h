@@ -1,0 +1,45 @@
+// The edge detector on 16-bit frames: conversion to floats, box filtering, detection and the edge frame in
+// one walk over the rows, without a float image in memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "features/mcanny.h"
+
+namespace scansteps {
+
+/// What the samples of a frame mean: offset 16-bit numbers (sample - 32768), or YUYV16 (luma = sample & 255).
+enum class Frame16
+{
+    Offset,
+    Video
+};
+
+/// Samples as floats. `frame` holds width x height samples; the plane takes that size. Throws when the frame
+/// is smaller.
+void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
+                    std::size_t height, Frame16 meaning);
+
+/// Offset 16-bit samples of an edge plane: value + 32768, truncated; 33023 on edges, 32768 elsewhere. Values
+/// are 0 to 32767. Throws when the frame is smaller than the plane.
+void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame);
+
+/// Replaces a frame by its edges, as frame16ToPlane, `lowPasses` times lowPass(plane, 3), Canny and
+/// edgesToFrame16 do one after the other. Errors as there; the frame is unchanged after an error. Allocates
+/// nothing when the workspace has seen the same sizes before and lowPasses is at most kFusedLowPasses.
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
+                  int lowPasses, double low, double high, int aperture, CannyWorkspace& work);
+
+inline constexpr int kFusedLowPasses = 8;
+
+namespace scalar {
+void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
+                    std::size_t height, Frame16 meaning);
+void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame);
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
+                  int lowPasses, double low, double high, int aperture);
+}  // namespace scalar
+
+}  // namespace scansteps
