@@ -127,7 +127,10 @@ void Runner::makeHostBuffer(const Struct& initRecord)
     if (format == nullptr || format->kind() != Kind::String) return;
     const std::uint32_t code = formatCode(format->as<std::string>());
     if (code == 0 || integer("dataX") < 0 || integer("dataY") < 0) return;
-    hostBuffer_.create(integer("dataX"), integer("dataY"), 1, code);
+    checkFrameSize(integer("dataX"), integer("dataY"));
+    hostBuffer_.create(
+        integer("dataX"), integer("dataY"), code,
+        chainFrameShape(code, std::uint32_t(integer("dataX")), std::uint32_t(integer("dataY"))));
 }
 
 bool Runner::initialise()

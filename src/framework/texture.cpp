@@ -76,6 +76,11 @@ FrameShape frameShape(std::uint32_t format, std::uint32_t width, std::uint32_t h
     return {kLayouts[format].kind, kLayouts[format].channels * width, height, 1};
 }
 
+FrameShape chainFrameShape(std::uint32_t format, std::uint32_t width, std::uint32_t height)
+{
+    return frameShape(format, format == format::kU1x8 ? 3 * width : width, height);
+}
+
 FrameShape shapeOf(const Array& array)
 {
     return {array.kind(), array.dim(0), array.dim(1), array.dim(2)};

@@ -1,0 +1,219 @@
+// The program as a whole: what it prints where, and its exit codes.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "scansteps/kinds.h"
+#include "scansteps/stream.h"
+#include "support/process.h"
+
+namespace scansteps {
+namespace {
+
+using Json = nlohmann::json;
+using test::runProgram;
+using test::TemporaryFolder;
+
+struct Case
+{
+    const char* arguments;
+    int exitCode;
+    const char* err;  ///< a part of what stands on standard error
+    const char* out = "";
+};
+
+TEST(CommandLine, everyAnswerAndItsExitCode)
+{
+    const Case cases[] = {
+        {"", 2, "", "Usage:"},
+        {"--version", 0, "", "scansteps 0"},
+        {"run --help", 0, "", "--frames"},
+        {"bogus", 2, "error"},
+        {"run", 2, "PIPELINE"},
+        {"run no_such_file.json", 2, "cannot read no_such_file.json"},
+        {"run \"tset\"", 2, "did you mean \"test\"?"},
+        {"run \"clast ! ! clast\"", 2, "a step is missing"},
+        {"run \"clast !\"", 2, "a step is missing"},
+        {"run \"cdown1 fcator=2 ! clast\"", 2, "did you mean \"factor\"?"},
+        {"run \"cdown1 factor=0 ! clast\"", 2, "is outside 1 to 65535"},
+        {"run \"cdown1 factor=abc ! clast\"", 2, "is not a value of kind Int"},
+        {"run \"cdown1 factor=1.5 ! clast\"", 2, "does not fit Int"},
+        {"run \"cdown1 factor=3000000000 ! clast\"", 2, "does not fit Int"},
+        {"run \"clast name=\\\"x\"", 2, "is not closed"},
+        {"run clast --frames -1", 2, "--frames"},
+        {"run clast --types maybe", 2, "--types"},
+        {"run clast --set x", 2, "PATH=VALUE"},
+        {"run clast --frames 1 --library no/such/library.so", 5, "cannot load the step library"},
+        {"run clast --frames 1 --report no/such/folder/r.json", 5, "cannot write"},
+        {"run \"clast\" --frames 2", 0, "2 frames in", "   CpuLast time = "},
+        {"run \"clast\" --frames 2 --quiet", 0, "", "   CpuLast time = "},
+        {"run \"cf2u ! cf2u\" --frames 1", 3, "gives CPU::u_1x16, but step 2 (cf2u) takes CPU::f_1x32"},
+        {"run \"cf2u ! cu2f\" --frames 1 --types warn --set dataX=2 --set dataY=2 --set dataFormat=f_1x32", 0,
+         "warning: types do not fit"},
+        {"run \"cf2u ! clast\" --frames 1 --set dataX=2 --set dataY=2 --set dataFormat=u_1x16", 3,
+         "step 1 (cf2u), initialise: the format"},
+        {"run \"cyuv ! clast\" --frames 1", 4, "step 1 (cyuv), initialise: [dataX] not found"},
+        {"run \"cyuv ! clast\" --frames 1 --set dataX=2 --set dataY=2", 4,
+         "step 1 (cyuv), frame 1: [handle] not found"},
+        {"run \"cpu ! clast\" --frames 1", 4, "[cpu] not found"},
+        {"run \"c3f ! clast\" --frames 1 --set dataX=2 --set dataY=2 --set dataFormat=u_1x8", 4, ""},
+        {"check \"cf2u ! cf2u\"", 3, "", "types do not fit"},
+        {"check \"cdown1 ! clast\"", 2, "", "needs down1.factor"},
+        {"check \"cdown1 factor=2 ! clast\"", 0, "", "ok: 2 steps"},
+        {"check \"ccanny OCV.trg=3 ! clast\"", 0, "", "did you mean OCV.trh?"},
+        {"check \"cjwrite name=a0.jpg ! cjwrite cjwrite.name=a0.jpg\"", 0, "", "write the same file a0.jpg"},
+        {"check \"cjwrite ! cjwrite\"", 0, "", "write the same file default0000.jpg"},
+        {"check \"cjwrite ! cjwrite name=b0.jpg\"", 0, "", "ok: 2 steps"},
+        {"steps ccany", 2, "did you mean \"ccanny\"?"},
+        {"steps ccanny", 0, "", "OCV.trh"},
+        {"inspect no_such_recording", 5, "cannot read no_such_recording"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const auto result = runProgram(c.arguments);
+        EXPECT_EQ(result.exitCode, c.exitCode) << result.err;
+        EXPECT_NE(result.err.find(c.err), std::string::npos) << result.err;
+        EXPECT_NE(result.out.find(c.out), std::string::npos) << result.out;
+        EXPECT_EQ(result.exitCode >= 4,
+                  result.exitCode >= 4 && result.err.find("scansteps: error: ") != std::string::npos);
+    }
+}
+
+TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
+{
+    const Json list = Json::parse(runProgram("steps --json").out);
+    ASSERT_EQ(list.size(), kinds().size());
+    const Json canny = Json::parse(runProgram("steps ccanny --json").out);
+    EXPECT_EQ(canny["class"], "CpuCanny");
+    EXPECT_EQ(canny["typeIn"], "CPU::ANY");
+    EXPECT_EQ(canny["source"], false);
+    bool found = false;
+    for (const Json& setting : canny["settings"])
+        if (setting["path"] == "OCV.trh") {
+            found = true;
+            EXPECT_EQ(setting["kind"], "Float");
+            EXPECT_EQ(setting["default"], 900.0);
+            EXPECT_EQ(setting["required"], false);
+        }
+    EXPECT_TRUE(found);
+}
+
+TEST(CommandLine, generatedFilesAreUpToDate)
+{
+    const std::filesystem::path root(SCANSTEPS_SOURCE_DIR);
+    EXPECT_TRUE(runProgram("steps --markdown").out == test::readFile(root / "docs" / "steps.md"))
+        << "run scripts/generate.sh";
+    EXPECT_TRUE(runProgram("steps --schema").out == test::readFile(root / "pipeline.schema.json"))
+        << "run scripts/generate.sh";
+}
+
+// The record printer shows what a step sees: settings of the top, of the steps before it and its own, every
+// kind.
+TEST(Pipelines, settingsArriveWhereAndAsTheyShould)
+{
+    const std::string pipeline = R"({
+        "$schema": "pipeline.schema.json", "frames": 1,
+        "settings": {"OCV": {"trl": 40, "trh": 90.5}, "mine": {"a": true, "b": false, "c": null, "d": 7},
+                     "forced": {"Double": 1.5}, "u": {"Uchar": 200}, "h": {"Half": 0.5},
+                     "list": {"StructArray": [{"x": 1}]},
+                     "m": {"Array": {"type": "Float", "dims": [2, 1, 1], "data": [1, 2.5]}}},
+        "steps": ["test",
+                  {"kind": "clast", "settings": {"OCV": {"trl": 50}, "mine": 3}},
+                  {"kind": "test"}]})";
+    const auto result = runProgram("run - --quiet", pipeline);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const std::size_t second = result.out.find("Test::", result.out.find("Test::") + 1);
+    const std::string first = result.out.substr(0, second), later = result.out.substr(second);
+    for (const char* part :
+         {"trl Float = 40\n", "trh Float = 90.5\n", "a Int = 1\n", "d Int = 7\n", "forced Double = 1.5",
+          "u Uchar = 200", "h Half = 0.5", "x Int = 1", "size =8", "eventType Int = 1001"})
+        EXPECT_NE(first.find(part), std::string::npos) << part << "\n" << first;
+    for (const char* part : {"  b ", "  c "}) EXPECT_EQ(first.find(part), std::string::npos) << part;
+    for (const char* part : {"trl Float = 50\n", "trh Float = 90.5\n", "mine Int = 3\n"})
+        EXPECT_NE(later.find(part), std::string::npos) << part << "\n" << later;
+}
+
+TEST(Pipelines, filesThatAreWrong)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"", "parse error"},
+        {"[]", "an object with \"steps\""},
+        {"{\"steps\": []}", "no steps"},
+        {"{\"steps\": [7]}", "a step is a kind"},
+        {"{\"steps\": [\"clast\"], \"setings\": {}}", "setings"},
+        {"{\"steps\": [{\"kind\": \"clast\", \"nme\": \"x\"}]}", "nme"},
+        {"{\"steps\": [\"clast\"], \"settings\": {\"a\": 3000000000}}", "does not fit Int"},
+        {"{\"steps\": [\"clast\"], \"settings\": {\"a\": [1]}}", "a list stands for nothing"},
+        {"{\"steps\": [\"clast\"], \"settings\": {\"a\": {\"Uchar\": 256}}}", "does not fit Uchar"},
+        {"{\"steps\": [\"clast\"], \"settings\": {\"a\": {\"Array\": {\"type\": \"Float\", \"dims\": [2, 1, "
+         "1], "
+         "\"data\": [1]}}}}",
+         "number of elements"},
+        {"{\"steps\": [\"ccanny\"], \"settings\": {\"OCV\": {\"trh\": \"high\"}}}", "OCV.trh"},
+        {"{\"steps\": [\"ccanny\"], \"settings\": {\"OCV\": 3}}", "group of settings"},
+    };
+    for (const auto& [text, message] : cases) {
+        const auto result = runProgram("check -", text);
+        EXPECT_EQ(result.exitCode, 2) << text << "\n" << result.out;
+        EXPECT_NE(result.err.find(message), std::string::npos) << text << "\n" << result.err;
+    }
+}
+
+TEST(Pipelines, reportHoldsTheFactsOfTheRun)
+{
+    const TemporaryFolder folder;
+    const auto result = runProgram(
+        "run \"cyuv ! clast\" --set dataX=4 --set dataY=2 --set dataFormat=u_1x8 --frames 3 --report \"" +
+        folder.file("r \xC3\xA4.json") + "\"");
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    const auto name = std::u8string(u8"r \u00E4.json");
+    const Json report = Json::parse(test::readFile(folder.path() / name));
+    EXPECT_EQ(report["frames"], 3);
+    EXPECT_EQ(report["exitCode"], 0);
+    EXPECT_EQ(report["steps"][0]["class"], "CpuYUV");
+    EXPECT_TRUE(report["errors"].empty());
+}
+
+TEST(Inspect, everyKindOfValueInItsForm)
+{
+    const TemporaryFolder folder;
+    Array array(Kind::Ushort, 2, 1);
+    array.elements<std::uint16_t>()[1] = 5;
+    varitype bare;
+    bare.setKind(Kind::Array);
+    const varitype record{Struct{{"array", array},
+                                 {"double", 0.1},
+                                 {"empty", varitype()},
+                                 {"float", 2.0F},
+                                 {"int", -1},
+                                 {"list", StructArray{Struct{{"x", 1}}}},
+                                 {"odd", Struct{{"Int", 5}}},
+                                 {"text", "\xFF"},
+                                 {"uint", 4000000000U}}};
+    {
+        BIOfs file(folder.file("a.rec"), BIOfs::Mode::Write);
+        writeRecord(file, record);
+        writeRecord(file, varitype{Struct{}});
+    }
+    const auto result = runProgram("inspect --json --data \"" + folder.file("a.rec") + "\"");
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const std::size_t lineEnd = result.out.find('\n');
+    const Json first = Json::parse(result.out.substr(0, lineEnd));
+    EXPECT_EQ(first["offset"], 0);
+    EXPECT_EQ(first["size"], recordSize(record));
+    const Json& values = first["record"];
+    EXPECT_EQ(values["array"]["Array"]["data"], Json({0, 5}));
+    EXPECT_EQ(values["double"]["Double"], 0.1);
+    EXPECT_TRUE(values["empty"]["Empty"].is_null());
+    EXPECT_TRUE(values["float"].is_number_float());
+    EXPECT_EQ(values["int"], -1);
+    EXPECT_EQ(values["list"]["StructArray"][0]["x"], 1);
+    EXPECT_EQ(values["odd"]["Struct"]["Int"], 5);
+    EXPECT_EQ(values["uint"]["Uint"], 4000000000U);
+    const Json second = Json::parse(result.out.substr(lineEnd + 1));
+    EXPECT_EQ(second["offset"], recordSize(record));
+    EXPECT_EQ(second["size"], 16);
+}
+
+}  // namespace
+}  // namespace scansteps
