@@ -1,0 +1,39 @@
+// Settings and frame geometry that the steps of the threshold group of the Canny family share.
+#pragma once
+
+#include "features/canny_frame16.h"
+#include "framework/print.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+struct CannySettings
+{
+    int width = 0, height = 0;
+    int lowPasses = 0;
+    int order = 3;
+    float high = 900.0F, low = 400.0F;
+    Frame16 meaning = Frame16::Offset;
+
+    static CannySettings read(const Settings& settings)
+    {
+        CannySettings result;
+        result.width = settings.integer("dataX");
+        result.height = settings.integer("dataY");
+        result.lowPasses = settings.integer("OCV.lp0");
+        result.order = settings.integer("OCV.order");
+        result.high = settings.real("OCV.trh");
+        result.low = settings.real("OCV.trl");
+        result.meaning = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+        return result;
+    }
+    /// What every frame prints before the detector runs.
+    void print() const
+    {
+        print::field(order, " order\n");
+        print::field(high, " trh\n");
+        print::field(low, " trl\n");
+    }
+};
+
+}  // namespace scansteps
