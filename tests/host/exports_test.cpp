@@ -1,0 +1,33 @@
+// The library exports set_handles and three functions a kind, and nothing else.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+
+#include "scansteps/kinds.h"
+#include "support/process.h"
+
+namespace scansteps {
+namespace {
+
+#ifndef _WIN32
+TEST(Exports, symbolTableOfTheLibraryIsTheTableOfKinds)
+{
+    const test::TemporaryFolder folder;
+    const std::string list = folder.file("symbols");
+    const std::string line =
+        "nm -D --defined-only \"" SCANSTEPS_BIN_DIR "/libscansteps.so\" >\"" + list + "\"";
+    ASSERT_EQ(std::system(line.c_str()), 0);
+    std::set<std::string> exported, expected = {"set_handles"};
+    std::istringstream symbols(test::readFile(list));
+    for (std::string address, type, name; symbols >> address >> type >> name;) exported.insert(name);
+    for (const KindInfo& kind : kinds())
+        for (const char* prefix : {"create_", "getTypeIn", "getTypeOut"})
+            expected.insert(prefix + std::string(kind.kind));
+    EXPECT_EQ(expected.size(), 127U);
+    EXPECT_EQ(exported, expected);
+}
+#endif
+
+}  // namespace
+}  // namespace scansteps

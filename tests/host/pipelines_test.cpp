@@ -1,0 +1,108 @@
+// Whole pipelines over real photographs, as a user runs them.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "io/image_file.h"
+#include "support/process.h"
+
+#ifndef _WIN32
+#include <csignal>
+#include <thread>
+#endif
+
+namespace scansteps {
+namespace {
+
+using test::runProgram;
+using test::TemporaryFolder;
+
+const std::string kImages = SCANSTEPS_SOURCE_DIR "/examples/images/";
+
+TEST(PhotographsToEdges, everyFrameIsWrittenAndThinWhiteLinesStandOnBlack)
+{
+    const TemporaryFolder folder;
+    const auto result = runProgram("run \"cjread load.name=" + kImages +
+                                   "img0000.jpg ! cyuv ! ccanny trl=200 trh=500 ! "
+                                   "cjwrite name=" +
+                                   folder.file("edge0000.ppm") + " ! clast\" --frames 3");
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.err.find("3 frames in"), std::string::npos) << result.err;
+    EXPECT_NE(result.out.find("  CpuCanny time = "), std::string::npos);
+    for (const char* name : {"edge0000.ppm", "edge0001.ppm", "edge0002.ppm"}) {
+        const auto image = loadImage(folder.file(name));
+        ASSERT_TRUE(image) << name;
+        EXPECT_EQ(image->width, 640);
+        std::size_t white = 0, black = 0;
+        for (const std::uint8_t byte : image->bytes())
+            (byte > 200 ? white : black) += byte > 200 || byte < 16;
+        EXPECT_EQ(white + black, image->size());
+        EXPECT_GT(white, image->size() / 200);
+        EXPECT_LT(white, image->size() / 4);
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder.file("edge0003.ppm")));
+}
+
+TEST(PhotographsToEdges, theRunEndsWhenTheFilesEnd)
+{
+    const TemporaryFolder folder;
+    const auto result = runProgram("run \"cjread load.name=" + kImages + "img0010.jpg ! clast\"");
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("error read"), std::string::npos);
+    const auto none = runProgram("run \"cjread load.name=" + folder.file("x0.jpg") + " ! clast\"");
+    EXPECT_EQ(none.exitCode, 0) << none.err;
+    EXPECT_NE(none.err.find("0 frames in"), std::string::npos);
+}
+
+TEST(PhotographsToEdges, twoWritersTwoNames)
+{
+    const TemporaryFolder folder;
+    const auto result = runProgram(
+        "run \"cjread load.name=" + kImages + "img0000.jpg ! cjwrite name=" + folder.file("a0.jpg") +
+        " ! cyuv ! cjwrite name=" + folder.file("b0.jpg") + " ! clast\" --frames 2 --quiet");
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    for (const char* name : {"a0.jpg", "a1.jpg", "b0.jpg", "b1.jpg"})
+        EXPECT_TRUE(loadImage(folder.file(name))) << name;
+}
+
+TEST(PhotographsToEdges, anErrorNamesStepFrameAndMessageAndTheChainIsFlushed)
+{
+    const auto result =
+        runProgram("run \"cjread load.name=" + kImages + "img0000.jpg ! cyuv ! ccanny order=4 ! clast\"");
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_NE(result.err.find("scansteps: error: step 3 (ccanny), frame 1: aperture_size wrong\n"),
+              std::string::npos)
+        << result.err;
+    EXPECT_NE(result.out.find("   CpuLast time = "), std::string::npos) << "flushed";
+}
+
+#ifndef _WIN32
+TEST(PhotographsToEdges, anInterruptFlushesTheChain)
+{
+    const TemporaryFolder folder;
+    const std::string pid = folder.file("pid");
+    std::thread interrupter([&] {
+        for (int wait = 0; wait < 200; ++wait) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            const std::string text = test::readFile(pid);
+            if (text.empty() || text.back() != '\n' || test::readFile(folder.path() / "out").size() < 1000)
+                continue;
+            kill(std::stoi(text), SIGINT);
+            return;
+        }
+    });
+    const std::string line = "cd '" + folder.path().string() +
+                             "' && sh -c 'echo $$ >pid; exec \"" SCANSTEPS_BIN_DIR
+                             "/scansteps\" run \"cjread load.incr=0 load.name=" +
+                             kImages + "img0000.jpg ! cyuv ! ccanny ! clast\" >out 2>err'";
+    const int status = std::system(line.c_str());
+    interrupter.join();
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_NE(test::readFile(folder.path() / "out").find("   CpuLast time = "), std::string::npos);
+    EXPECT_NE(test::readFile(folder.path() / "err").find("interrupted after"), std::string::npos);
+}
+#endif
+
+}  // namespace
+}  // namespace scansteps
