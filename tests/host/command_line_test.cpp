@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::json;
 using test::runProgram;
-using test::TemporaryFolder;
+using test::TempDir;
 
 struct Case
 {
@@ -161,10 +161,10 @@ TEST(Pipelines, filesThatAreWrong)
 
 TEST(Pipelines, reportHoldsTheFactsOfTheRun)
 {
-    const TemporaryFolder folder;
+    const TempDir folder;
     const auto result = runProgram(
         "run \"cyuv ! clast\" --set dataX=4 --set dataY=2 --set dataFormat=u_1x8 --frames 3 --report \"" +
-        folder.file("r \xC3\xA4.json") + "\"");
+        (folder / "r \xC3\xA4.json") + "\"");
     EXPECT_EQ(result.exitCode, 0) << result.err;
     const auto name = std::u8string(u8"r \u00E4.json");
     const Json report = Json::parse(test::readFile(folder.path() / name));
@@ -176,7 +176,7 @@ TEST(Pipelines, reportHoldsTheFactsOfTheRun)
 
 TEST(Inspect, everyKindOfValueInItsForm)
 {
-    const TemporaryFolder folder;
+    const TempDir folder;
     Array array(Kind::Ushort, 2, 1);
     array.elements<std::uint16_t>()[1] = 5;
     varitype bare;
@@ -191,11 +191,11 @@ TEST(Inspect, everyKindOfValueInItsForm)
                                  {"text", "\xFF"},
                                  {"uint", 4000000000U}}};
     {
-        BIOfs file(folder.file("a.rec"), BIOfs::Mode::Write);
+        BIOfs file((folder / "a.rec"), BIOfs::Mode::Write);
         writeRecord(file, record);
         writeRecord(file, varitype{Struct{}});
     }
-    const auto result = runProgram("inspect --json --data \"" + folder.file("a.rec") + "\"");
+    const auto result = runProgram("inspect --json --data \"" + (folder / "a.rec") + "\"");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     const std::size_t lineEnd = result.out.find('\n');
     const Json first = Json::parse(result.out.substr(0, lineEnd));

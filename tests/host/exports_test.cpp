@@ -13,8 +13,8 @@ namespace {
 #ifndef _WIN32
 TEST(Exports, symbolTableOfTheLibraryIsTheTableOfKinds)
 {
-    const test::TemporaryFolder folder;
-    const std::string list = folder.file("symbols");
+    const test::TempDir folder;
+    const std::string list = (folder / "symbols");
     const std::string line =
         "nm -D --defined-only \"" SCANSTEPS_BIN_DIR "/libscansteps.so\" >\"" + list + "\"";
     ASSERT_EQ(std::system(line.c_str()), 0);

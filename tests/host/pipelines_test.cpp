@@ -15,22 +15,22 @@ namespace scansteps {
 namespace {
 
 using test::runProgram;
-using test::TemporaryFolder;
+using test::TempDir;
 
 const std::string kImages = SCANSTEPS_SOURCE_DIR "/examples/images/";
 
 TEST(PhotographsToEdges, everyFrameIsWrittenAndThinWhiteLinesStandOnBlack)
 {
-    const TemporaryFolder folder;
+    const TempDir folder;
     const auto result = runProgram("run \"cjread load.name=" + kImages +
                                    "img0000.jpg ! cyuv ! ccanny trl=200 trh=500 ! "
                                    "cjwrite name=" +
-                                   folder.file("edge0000.ppm") + " ! clast\" --frames 3");
+                                   (folder / "edge0000.ppm") + " ! clast\" --frames 3");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("3 frames in"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("  CpuCanny time = "), std::string::npos);
     for (const char* name : {"edge0000.ppm", "edge0001.ppm", "edge0002.ppm"}) {
-        const auto image = loadImage(folder.file(name));
+        const auto image = loadImage((folder / name));
         ASSERT_TRUE(image) << name;
         EXPECT_EQ(image->width, 640);
         std::size_t white = 0, black = 0;
@@ -40,30 +40,30 @@ TEST(PhotographsToEdges, everyFrameIsWrittenAndThinWhiteLinesStandOnBlack)
         EXPECT_GT(white, image->size() / 200);
         EXPECT_LT(white, image->size() / 4);
     }
-    EXPECT_FALSE(std::filesystem::exists(folder.file("edge0003.ppm")));
+    EXPECT_FALSE(std::filesystem::exists((folder / "edge0003.ppm")));
 }
 
 TEST(PhotographsToEdges, theRunEndsWhenTheFilesEnd)
 {
-    const TemporaryFolder folder;
+    const TempDir folder;
     const auto result = runProgram("run \"cjread load.name=" + kImages + "img0010.jpg ! clast\"");
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.out.find("error read"), std::string::npos);
-    const auto none = runProgram("run \"cjread load.name=" + folder.file("x0.jpg") + " ! clast\"");
+    const auto none = runProgram("run \"cjread load.name=" + (folder / "x0.jpg") + " ! clast\"");
     EXPECT_EQ(none.exitCode, 0) << none.err;
     EXPECT_NE(none.err.find("0 frames in"), std::string::npos);
 }
 
 TEST(PhotographsToEdges, twoWritersTwoNames)
 {
-    const TemporaryFolder folder;
-    const auto result = runProgram(
-        "run \"cjread load.name=" + kImages + "img0000.jpg ! cjwrite name=" + folder.file("a0.jpg") +
-        " ! cyuv ! cjwrite name=" + folder.file("b0.jpg") + " ! clast\" --frames 2 --quiet");
+    const TempDir folder;
+    const auto result =
+        runProgram("run \"cjread load.name=" + kImages + "img0000.jpg ! cjwrite name=" + (folder / "a0.jpg") +
+                   " ! cyuv ! cjwrite name=" + (folder / "b0.jpg") + " ! clast\" --frames 2 --quiet");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.err, "");
     for (const char* name : {"a0.jpg", "a1.jpg", "b0.jpg", "b1.jpg"})
-        EXPECT_TRUE(loadImage(folder.file(name))) << name;
+        EXPECT_TRUE(loadImage((folder / name))) << name;
 }
 
 TEST(PhotographsToEdges, anErrorNamesStepFrameAndMessageAndTheChainIsFlushed)
@@ -80,8 +80,8 @@ TEST(PhotographsToEdges, anErrorNamesStepFrameAndMessageAndTheChainIsFlushed)
 #ifndef _WIN32
 TEST(PhotographsToEdges, anInterruptFlushesTheChain)
 {
-    const TemporaryFolder folder;
-    const std::string pid = folder.file("pid");
+    const TempDir folder;
+    const std::string pid = (folder / "pid");
     std::thread interrupter([&] {
         for (int wait = 0; wait < 200; ++wait) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));

@@ -33,8 +33,9 @@ class TempDir
         std::filesystem::remove_all(path_, ignored);
     }
 
-    /// Path of a file in the folder.
-    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+    const std::filesystem::path& path() const { return path_; }
+    /// Path of a file in the folder, with forward slashes.
+    std::string operator/(const std::string& name) const { return (path_ / name).generic_string(); }
 
     /// Writes a file and returns its path.
     std::string write(const std::string& name, const std::string& bytes) const
@@ -47,7 +48,7 @@ class TempDir
     std::filesystem::path path_;
 };
 
-inline std::string readFile(const std::string& path)
+inline std::string readFile(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << "cannot read " << path;
