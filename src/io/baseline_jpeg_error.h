@@ -1,0 +1,37 @@
+// The error text of the baseline JPEG decoder: callers print it, the decoder itself never does.
+#pragma once
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+namespace scansteps {
+
+/// A 256-byte buffer with the last message.
+class JpegErrorText
+{
+  public:
+    /// Formats a message (cut to 255 bytes) and returns false, so that a check can `return error.set(...)`.
+#if defined(__GNUC__)
+    [[gnu::format(printf, 2, 3)]]
+#endif
+    bool
+    set(const char* format, ...)
+    {
+        std::va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(text_.data(), text_.size(), format, arguments);
+        va_end(arguments);
+        return false;
+    }
+
+    const char* text() const
+    {
+        return text_.data();
+    }
+
+  private:
+    std::array<char, 256> text_{};
+};
+
+}  // namespace scansteps

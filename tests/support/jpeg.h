@@ -1,0 +1,115 @@
+// JPEG streams in memory for tests and benchmarks: made from a picture, and decoded to planes by the system's
+// JPEG library as the reference.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+
+#include "support/images.h"
+
+namespace scansteps::test {
+
+struct JpegOptions
+{
+    int quality = 90;
+    int horizontal = 2;  ///< luma sampling
+    int vertical = 2;
+    int restartInterval = 0;  ///< MCUs
+    bool optimise = false;    ///< Huffman tables made for the picture
+    bool progressive = false;
+    J_COLOR_SPACE colours = JCS_YCbCr;
+};
+
+inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOptions& options)
+{
+    jpeg_error_mgr errors{};
+    jpeg_compress_struct jpeg{};
+    jpeg.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&jpeg);
+    unsigned char* bytes = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&jpeg, &bytes, &size);
+    jpeg.image_width = JDIMENSION(image.width);
+    jpeg.image_height = JDIMENSION(image.height);
+    jpeg.input_components = 3;
+    jpeg.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&jpeg);
+    jpeg_set_colorspace(&jpeg, options.colours);
+    jpeg_set_quality(&jpeg, options.quality, TRUE);
+    jpeg.comp_info[0].h_samp_factor = options.horizontal;
+    jpeg.comp_info[0].v_samp_factor = options.vertical;
+    jpeg.restart_interval = unsigned(options.restartInterval);
+    jpeg.optimize_coding = options.optimise ? TRUE : FALSE;
+    if (options.progressive) jpeg_simple_progression(&jpeg);
+    jpeg_start_compress(&jpeg, TRUE);
+    while (jpeg.next_scanline < jpeg.image_height) {
+        auto* row =
+            const_cast<JSAMPROW>(image.rgb.data()) + std::size_t(image.width) * 3 * jpeg.next_scanline;
+        jpeg_write_scanlines(&jpeg, &row, 1);
+    }
+    jpeg_finish_compress(&jpeg);
+    jpeg_destroy_compress(&jpeg);
+    std::vector<std::uint8_t> result(bytes, bytes + size);
+    std::free(bytes);
+    return result;
+}
+
+/// The middle `width` × `height` of a picture, or of several of it side by side when it is too small.
+inline Image cropped(const Image& image, int width, int height)
+{
+    Image result{width, height, {}};
+    const int left = std::max(0, (image.width - width) / 2);
+    const int top = std::max(0, (image.height - height) / 2);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const auto at =
+                std::size_t((top + y) % image.height * image.width + (left + x) % image.width) * 3;
+            result.rgb.insert(result.rgb.end(), &image.rgb[at], &image.rgb[at] + 3);
+        }
+    return result;
+}
+
+using JpegPlanes = std::array<std::vector<std::uint8_t>, 3>;
+
+/// Planes as the file samples them, by the accurate integer method; rows and columns that only fill up blocks
+/// are cut off.
+inline JpegPlanes decodeJpegRaw(const std::vector<std::uint8_t>& file)
+{
+    jpeg_error_mgr errors{};
+    jpeg_decompress_struct jpeg{};
+    jpeg.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&jpeg);
+    jpeg_mem_src(&jpeg, file.data(), file.size());
+    jpeg_read_header(&jpeg, TRUE);
+    jpeg.raw_data_out = TRUE;
+    jpeg.out_color_space = JCS_YCbCr;
+    jpeg.dct_method = JDCT_ISLOW;
+    jpeg_start_decompress(&jpeg);
+    JpegPlanes planes;
+    while (jpeg.output_scanline < jpeg.output_height) {
+        std::array<std::vector<std::uint8_t>, 3> rows;
+        std::array<std::array<JSAMPROW, 16>, 3> pointers{};
+        std::array<JSAMPARRAY, 3> arrays{};
+        for (std::size_t c = 0; c < 3; ++c) {
+            const auto stride = std::size_t(jpeg.comp_info[c].width_in_blocks) * 8 + 64;
+            rows[c].resize(stride * 16);
+            for (std::size_t i = 0; i < 16; ++i) pointers[c][i] = rows[c].data() + i * stride;
+            arrays[c] = pointers[c].data();
+        }
+        jpeg_read_raw_data(&jpeg, arrays.data(), JDIMENSION(jpeg.max_v_samp_factor * 8));
+        for (std::size_t c = 0; c < 3; ++c) {
+            const jpeg_component_info& info = jpeg.comp_info[c];
+            const auto width = info.downsampled_width;
+            const auto left = info.downsampled_height - planes[c].size() / width;
+            const auto count = std::min<std::size_t>(std::size_t(info.v_samp_factor) * 8, left);
+            for (std::size_t i = 0; i < count; ++i)
+                planes[c].insert(planes[c].end(), pointers[c][i], pointers[c][i] + width);
+        }
+    }
+    jpeg_finish_decompress(&jpeg);
+    jpeg_destroy_decompress(&jpeg);
+    return planes;
+}
+
+}  // namespace scansteps::test
