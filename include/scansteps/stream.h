@@ -2,6 +2,7 @@
 // are plain concatenations of records in this form: little-endian, no alignment, no file header, no end mark.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -32,8 +33,30 @@ class BIO
     BIO& operator=(const BIO&) = default;
 };
 
+namespace detail {
+/// What has arrived beyond the bytes that were asked for, kept for the next read.
+class ReadAhead
+{
+  public:
+    /// Fills `to` from the buffer and then by calls of `receive(to, length, ahead, aheadLength)`, which puts
+    /// bytes into the first place, then the second, and returns their number, or 0 or less at the end.
+    /// Returns the number of bytes that `to` has received: `length`, or fewer at the end.
+    template <class Receive>
+    std::size_t read(std::byte* to, std::size_t length, Receive receive);
+    /// Makes sure that a byte is buffered, by one call of `receive(to, length)`; false at the end.
+    template <class Receive>
+    bool fill(Receive receive);
+
+  private:
+    static constexpr std::size_t kSize = 16384;
+    std::vector<std::byte> buffer_;
+    std::size_t begin_ = 0, end_ = 0;
+};
+}  // namespace detail
+
 /// Byte stream on a file, opened in binary mode. A file that cannot be opened: isOpen() is false, writing
-/// throws "write error" and reading "read error".
+/// throws "write error" and reading "read error". While a file is read or written through a BIOfs, no other
+/// one can write it: opening it fails (on Windows the system sees to it, elsewhere a lock).
 class BIOfs : public BIO
 {
   public:
@@ -48,6 +71,8 @@ class BIOfs : public BIO
     BIOfs(const BIOfs&) = delete;
     BIOfs& operator=(const BIOfs&) = delete;
 
+    /// A write that fails (full disk, limit of the file size) takes back what it has put into a regular file,
+    /// so that a file of records ends with a whole one.
     void write(const void* bytes, std::size_t length) override;
     void read(void* bytes, std::size_t length) override;
     void writeGather(std::span<const std::span<const std::byte>> pieces) override;
@@ -62,14 +87,11 @@ class BIOfs : public BIO
     void close();
 
   private:
-    std::size_t readSome(void* bytes, std::size_t length);
-    void refill();
-
     int file_ = -1;
     bool isOutput_ = false;
     std::uint64_t position_ = 0;
-    std::vector<std::byte> buffer_;  // read ahead
-    std::size_t bufferBegin_ = 0, bufferEnd_ = 0;
+    std::uint64_t sizeLimit_ = 0;
+    detail::ReadAhead ahead_;
 };
 
 /// Byte stream in memory: writing appends, reading takes from the front.
@@ -96,7 +118,8 @@ struct ReadLimits
 };
 
 /// Writes the record in its byte form, in one gathered write; array bytes are not copied. Throws "MustBe pnt
-/// " for a struct without payload (also as an element of a struct array) and what the stream throws.
+/// " for a struct without payload (also as an element of a struct array), "record nested too deeply" for one
+/// that could not be read back, and what the stream throws.
 void writeRecord(BIO& sink, const varitype& record);
 
 /// As above, but the entry "handle" is left out and `frame` is written as an array under "data", without a
@@ -106,13 +129,45 @@ void writeRecordWithFrame(BIO& sink, const varitype& record, const Array& frame)
 /// Number of bytes that writeRecord() writes.
 std::uint64_t recordSize(const varitype& record);
 
-/// Reads one record. Whatever the bytes are, memory is taken for bytes that have arrived, never for promised
-/// ones: array and string bytes plus at most 25 % and a constant, a small multiple for the entries. Throws
-/// "Read Error" for bytes that are no well-formed record (a size or count that does not add up, kinds above
-/// 13, duplicate keys, nesting deeper than 64) and what the stream throws when it ends.
-varitype readRecord(BIO& source, const ReadLimits& limits = {});
+/// Reads one record. The first array that has the byte size of `spare` takes over its storage, so that a
+/// player needs no new memory for every frame. Whatever the bytes are, memory is taken for bytes that have
+/// arrived, never for promised ones: for array bytes at most 25 % more and a constant, a small multiple for
+/// strings and entries. Throws "Read Error" for bytes that are no well-formed record (a size or count that
+/// does not add up, kinds above 13, duplicate keys, nesting deeper than 64) and what the stream throws when
+/// it ends.
+varitype readRecord(BIO& source, const ReadLimits& limits = {}, Array* spare = nullptr);
 
-/// Limit of nesting in records read from streams.
+/// Limit of nesting in records that are written and read.
 inline constexpr int kMaxNesting = 64;
+
+template <class Receive>
+bool detail::ReadAhead::fill(Receive receive)
+{
+    if (begin_ != end_) return true;
+    buffer_.resize(kSize);
+    const auto received = receive(buffer_.data(), kSize);
+    begin_ = 0;
+    end_ = received > 0 ? static_cast<std::size_t>(received) : 0;
+    return end_ != 0;
+}
+
+template <class Receive>
+std::size_t detail::ReadAhead::read(std::byte* to, std::size_t length, Receive receive)
+{
+    std::size_t have = std::min(length, end_ - begin_);
+    std::copy_n(buffer_.data() + begin_, have, to);
+    begin_ += have;
+    while (have != length) {
+        buffer_.resize(kSize);
+        const auto received = receive(to + have, length - have, buffer_.data(), kSize);
+        if (received <= 0) break;
+        const auto count = static_cast<std::size_t>(received);
+        const std::size_t direct = std::min(count, length - have);
+        have += direct;
+        begin_ = 0;
+        end_ = count - direct;
+    }
+    return have;
+}
 
 }  // namespace scansteps

@@ -1,5 +1,5 @@
+// Files as byte streams: whole writes or none, and one system call a record where the system gathers.
 #include <algorithm>
-#include <cstring>
 
 #include "framework/files.h"
 #include "scansteps/error.h"
@@ -8,13 +8,41 @@
 namespace scansteps {
 
 namespace {
-constexpr std::size_t kReadAhead = 16384;
+
+bool writeAll(int file, std::span<const std::span<const std::byte>> pieces)
+{
+    std::span<const std::byte> cut;  // what is left of a piece that a short write has cut
+    while (!cut.empty() || !pieces.empty()) {
+        const auto done =
+            cut.empty() ? rawfile::writeGather(file, pieces) : rawfile::write(file, cut.data(), cut.size());
+        if (done < 0) return false;
+        auto rest = static_cast<std::size_t>(done);
+        if (!cut.empty()) {
+            if (rest == 0) return false;
+            cut = cut.subspan(rest);
+            continue;
+        }
+        const std::size_t before = pieces.size();
+        while (!pieces.empty() && rest >= pieces[0].size()) {
+            rest -= pieces[0].size();
+            pieces = pieces.subspan(1);
+        }
+        if (rest == 0 && pieces.size() == before) return false;
+        if (rest != 0) {
+            cut = pieces[0].subspan(rest);
+            pieces = pieces.subspan(1);
+        }
+    }
+    return true;
 }
+
+}  // namespace
 
 BIOfs::BIOfs(const std::string& path, Mode mode)
     : file_(rawfile::open(path, mode == Mode::Read ? rawfile::Access::Read : rawfile::Access::Truncate)),
       isOutput_(mode == Mode::Write)
 {
+    if (file_ >= 0 && isOutput_) sizeLimit_ = rawfile::sizeLimit(file_);
 }
 
 BIOfs::~BIOfs()
@@ -32,78 +60,39 @@ void BIOfs::close()
 
 void BIOfs::write(const void* bytes, std::size_t length)
 {
-    const auto* from = static_cast<const std::byte*>(bytes);
-    if (file_ < 0 || !isOutput_) fail("write error");
-    while (length != 0) {
-        const auto done = rawfile::write(file_, from, length);
-        if (done <= 0) fail("write error");
-        from += done;
-        length -= static_cast<std::size_t>(done);
-        position_ += static_cast<std::uint64_t>(done);
-    }
+    const std::span<const std::byte> piece(static_cast<const std::byte*>(bytes), length);
+    writeGather({&piece, 1});
 }
 
 void BIOfs::writeGather(std::span<const std::span<const std::byte>> pieces)
 {
-    if (file_ < 0 || !isOutput_) fail("write error");
-    while (!pieces.empty()) {
-        const auto done = rawfile::writeGather(file_, pieces);
-        if (done < 0) fail("write error");
-        position_ += static_cast<std::uint64_t>(done);
-        auto rest = static_cast<std::size_t>(done);
-        while (!pieces.empty() && rest >= pieces[0].size()) {
-            rest -= pieces[0].size();
-            pieces = pieces.subspan(1);
-        }
-        if (rest == 0 && done != 0) continue;
-        if (done == 0) fail("write error");
-        // A piece was cut: the remainder of it goes out alone.
-        write(pieces[0].data() + rest, pieces[0].size() - rest);
-        pieces = pieces.subspan(1);
+    std::uint64_t length = 0;
+    for (const auto piece : pieces) length += piece.size();
+    if (file_ < 0 || !isOutput_ || length > sizeLimit_ - std::min(sizeLimit_, position_)) fail("write error");
+    if (writeAll(file_, pieces))
+        position_ += length;
+    else {
+        rawfile::truncate(file_, position_);
+        fail("write error");
     }
-}
-
-std::size_t BIOfs::readSome(void* bytes, std::size_t length)
-{
-    if (file_ < 0 || isOutput_) return 0;
-    const auto done = rawfile::read(file_, bytes, length);
-    return done > 0 ? static_cast<std::size_t>(done) : 0;
-}
-
-void BIOfs::refill()
-{
-    buffer_.resize(kReadAhead);
-    bufferBegin_ = 0;
-    bufferEnd_ = readSome(buffer_.data(), buffer_.size());
 }
 
 void BIOfs::read(void* bytes, std::size_t length)
 {
-    auto* to = static_cast<std::byte*>(bytes);
-    while (length != 0) {
-        if (bufferBegin_ == bufferEnd_ && length >= kReadAhead) {  // large reads go straight to their place
-            const std::size_t done = readSome(to, length);
-            if (done == 0) fail("read error");
-            to += done;
-            length -= done;
-            position_ += done;
-            continue;
-        }
-        if (bufferBegin_ == bufferEnd_) refill();
-        const std::size_t step = std::min(length, bufferEnd_ - bufferBegin_);
-        if (step == 0) fail("read error");
-        std::memcpy(to, buffer_.data() + bufferBegin_, step);
-        bufferBegin_ += step;
-        to += step;
-        length -= step;
-        position_ += step;
-    }
+    if (file_ < 0 || isOutput_) fail("read error");
+    const std::size_t done =
+        ahead_.read(static_cast<std::byte*>(bytes), length,
+                    [this](std::byte* to, std::size_t count, std::byte* ahead, std::size_t aheadCount) {
+                        return rawfile::readTwo(file_, {to, count}, {ahead, aheadCount});
+                    });
+    position_ += done;
+    if (done != length) fail("read error");
 }
 
 bool BIOfs::atEnd()
 {
-    if (bufferBegin_ == bufferEnd_ && !isOutput_) refill();
-    return bufferBegin_ == bufferEnd_;
+    if (file_ < 0 || isOutput_) return true;
+    return !ahead_.fill([this](std::byte* to, std::size_t count) { return rawfile::read(file_, to, count); });
 }
 
 }  // namespace scansteps

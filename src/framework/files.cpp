@@ -4,12 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #ifdef _WIN32
 #include <io.h>
+#include <share.h>
 #include <sys/stat.h>
 #include <windows.h>
 #else
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 #endif
@@ -41,7 +46,31 @@ namespace rawfile {
 int open(const std::string& path, Access access)
 {
     const int flags = access == Access::Read ? _O_RDONLY : _O_WRONLY | _O_CREAT | _O_TRUNC;
-    return _wopen(widePath(path).c_str(), flags | _O_BINARY, _S_IREAD | _S_IWRITE);
+    return _wsopen(widePath(path).c_str(), flags | _O_BINARY | _O_NOINHERIT, _SH_DENYWR,
+                   _S_IREAD | _S_IWRITE);
+}
+
+std::uint64_t sizeLimit(int)
+{
+    return UINT64_MAX;
+}
+
+bool truncate(int file, std::uint64_t size)
+{
+    const auto end = static_cast<std::int64_t>(size);
+    return _chsize_s(file, end) == 0 && _lseeki64(file, end, SEEK_SET) == end;
+}
+
+std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second)
+{
+    // A short read is served from the second place, so that it need not call again for every few bytes.
+    if (first.size() >= second.size()) return read(file, first.data(), first.size());
+    const std::int64_t done = read(file, second.data(), second.size());
+    if (done <= 0) return done;
+    const std::size_t direct = std::min(first.size(), static_cast<std::size_t>(done));
+    std::memcpy(first.data(), second.data(), direct);
+    std::memmove(second.data(), second.data() + direct, static_cast<std::size_t>(done) - direct);
+    return done;
 }
 
 std::int64_t read(int file, void* bytes, std::size_t length)
@@ -84,12 +113,51 @@ std::int64_t repeatInterrupted(Call call)
         if (result >= 0 || errno != EINTR) return result;
     }
 }
+
+bool isRegular(int file)
+{
+    struct stat status
+    {
+    };
+    return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+}
 }  // namespace
 
 int open(const std::string& path, Access access)
 {
-    const int flags = access == Access::Read ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
-    return static_cast<int>(repeatInterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0666); }));
+    const bool toWrite = access == Access::Truncate;
+    const int flags = toWrite ? O_WRONLY | O_CREAT : O_RDONLY;
+    const int file =
+        static_cast<int>(repeatInterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0666); }));
+    if (file < 0 || !isRegular(file)) return file;
+    // Not every file system has locks: only a lock that someone else holds is a reason not to write.
+    const bool taken = ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (toWrite && (taken || ::ftruncate(file, 0) != 0)) {
+        ::close(file);
+        return -1;
+    }
+    return file;
+}
+
+std::uint64_t sizeLimit(int file)
+{
+    rlimit limit{};
+    if (!isRegular(file) || ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+        return UINT64_MAX;
+    return limit.rlim_cur;
+}
+
+bool truncate(int file, std::uint64_t size)
+{
+    const auto end = static_cast<off_t>(size);
+    return isRegular(file) && ::ftruncate(file, end) == 0 && ::lseek(file, end, SEEK_SET) == end;
+}
+
+std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second)
+{
+    const iovec parts[2] = {{first.data(), std::min(first.size(), kMostAtOnce)},
+                            {second.data(), first.size() > kMostAtOnce ? 0 : second.size()}};
+    return repeatInterrupted([&] { return ::readv(file, parts, 2); });
 }
 
 std::int64_t read(int file, void* bytes, std::size_t length)

@@ -26,9 +26,17 @@ enum class Access
     Read,
     Truncate
 };
+/// Opens a file so that no other call here can truncate or write it meanwhile; fails when the file is open
+/// for writing already, or for reading and is to be truncated. Devices and pipes are not guarded.
 int open(const std::string& path, Access access);
+/// Largest size that the process may give the file. Writing beyond it would raise a signal on some systems.
+std::uint64_t sizeLimit(int file);
+/// Cuts a regular file and goes on writing at its end; false when that is not possible.
+bool truncate(int file, std::uint64_t size);
 /// Bytes transferred, 0 at the end of the file, -1 on an error. Interrupted calls are repeated.
 std::int64_t read(int file, void* bytes, std::size_t length);
+/// Fills the first place, then the second, in one call where the system can.
+std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second);
 std::int64_t write(int file, const void* bytes, std::size_t length);
 /// Gathered write of at most the first 64 pieces; may be partial.
 std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces);

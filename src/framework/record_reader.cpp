@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include "scansteps/error.h"
 #include "scansteps/stream.h"
@@ -91,7 +92,7 @@ Header parseHeader(const std::byte (&bytes)[kHeaderSize])
 class Decoder
 {
   public:
-    explicit Decoder(Source& source) : source_(source) {}
+    Decoder(Source& source, Array* spare) : source_(source), spare_(spare) {}
 
     Struct readStruct(const Header& header, int depth)
     {
@@ -225,6 +226,12 @@ class Decoder
         }
         if (none) bytes = 0;
         budget.charge(bytes);
+        if (spare_ != nullptr && bytes != 0 && spare_->byteSize() == bytes && spare_->data() != nullptr) {
+            array = std::move(*std::exchange(spare_, nullptr));
+            array.reshape(Kind(fields[4]), fields[1], fields[2], fields[3]);
+            source_.take(array.data(), static_cast<std::size_t>(bytes));
+            return array;
+        }
         array.beginGrowing(Kind(fields[4]), fields[1], fields[2], fields[3]);
         for (std::uint64_t have = 0; have < bytes;) {
             const std::uint64_t step = std::min(bytes - have, std::max(kGrowth, have / 4));
@@ -246,18 +253,19 @@ class Decoder
     }
 
     Source& source_;
+    Array* spare_;  // until its storage is taken
 };
 
 }  // namespace
 
-varitype readRecord(BIO& source, const ReadLimits& limits)
+varitype readRecord(BIO& source, const ReadLimits& limits, Array* spare)
 {
     std::byte bytes[kHeaderSize];
     source.read(bytes, sizeof bytes);
     const Header header = parseHeader(bytes);
     if (header.size > limits.maxRecord) failRead();
     Source rest(source, header.size - kHeaderSize);
-    return Decoder(rest).readStruct(header, 1);
+    return Decoder(rest, spare).readStruct(header, 1);
 }
 
 }  // namespace scansteps

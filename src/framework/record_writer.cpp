@@ -67,8 +67,9 @@ class Encoder
   public:
     explicit Encoder(std::uint64_t sizeHint) { bytes_.reserve(std::min<std::uint64_t>(sizeHint, 1U << 16)); }
 
-    void putStruct(const varitype& value, const Overlay& overlay)
+    void putStruct(const varitype& value, const Overlay& overlay, int depth)
     {
+        if (depth > kMaxNesting) fail("record nested too deeply");
         if (value.kind() != Kind::Struct || !value.hasPayload()) fail("MustBe pnt ");
         const Struct& entries = value.as<Struct>();
         const bool withFrame = overlay.frame != nullptr;
@@ -87,7 +88,7 @@ class Encoder
             if (entry == nullptr)
                 putArray(*overlay.frame);
             else
-                putValue(*entry);
+                putValue(*entry, depth);
         });
         const std::uint64_t size = bytes_.size() - sizeAt + (arrayBytes_ - arraysBefore);
         std::memcpy(bytes_.data() + sizeAt, &size, sizeof size);
@@ -158,7 +159,7 @@ class Encoder
         arrayBytes_ += array.byteSize();
     }
 
-    void putValue(const varitype& value)
+    void putValue(const varitype& value, int depth)
     {
         switch (value.kind()) {
             case Kind::Empty:
@@ -194,7 +195,7 @@ class Encoder
                 putString(value.as<std::string>());
                 break;
             case Kind::Struct:
-                putStruct(value, {});
+                putStruct(value, {}, depth + 1);
                 break;
             case Kind::Array:
                 putArray(value.as<Array>());
@@ -202,7 +203,7 @@ class Encoder
             case Kind::StructArray:
                 put(std::uint32_t(Kind::StructArray));
                 put(static_cast<std::uint32_t>(value.as<StructArray>().size()));
-                for (const varitype& element : value.as<StructArray>()) putStruct(element, {});
+                for (const varitype& element : value.as<StructArray>()) putStruct(element, {}, depth + 1);
                 break;
         }
     }
@@ -220,7 +221,7 @@ class Encoder
 void writeWith(BIO& sink, const varitype& record, const Overlay& overlay)
 {
     Encoder encoder(512);
-    encoder.putStruct(record, overlay);
+    encoder.putStruct(record, overlay, 1);
     encoder.writeTo(sink);
 }
 

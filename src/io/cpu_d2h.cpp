@@ -1,0 +1,38 @@
+// Step d2h: moves the frame from "data" in the record into a buffer of the step, named by "handle".
+#include "framework/embedded_frame.h"
+#include "framework/step_factory.h"
+#include "scansteps/frame.h"
+
+namespace scansteps {
+
+class CpuD2H final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuD2H"; }
+
+    void init(varitype& params) override
+    {
+        createFrameBuffer(*this, params, out_);
+        forward(*this, params);
+    }
+
+    void process(varitype& params) override
+    {
+        StepTimer timer(*this);
+        varitype record = copyRecord(params);
+        const varitype data = record["data"];
+        checkEmbeddedFrame(*this, data.as<Array>());
+        out_.pixels() = data.as<Array>();
+        record.remove("data");
+        record.set("handle", out_.handle());
+        timer.stop();
+        forward(*this, record);
+    }
+
+  private:
+    TextureSet out_;
+};
+
+SCANSTEPS_STEP(CpuD2H)
+
+}  // namespace scansteps

@@ -1,0 +1,99 @@
+#include "io/file_reader.h"
+
+#include <utility>
+
+#include "framework/embedded_frame.h"
+#include "framework/print.h"
+#include "framework/step_factory.h"
+#include "scansteps/error.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(FileReader)
+SCANSTEPS_STEP(FileReaderS)
+
+namespace {
+
+// Entries of `from` win; structs are merged key by key.
+void merge(varitype& into, const varitype& from)
+{
+    for (const auto& [name, value] : from.as<Struct>()) {
+        const bool bothStructs = value.kind() == Kind::Struct && value.hasPayload() && into.has(name) &&
+                                 into[name].kind() == Kind::Struct && into[name].hasPayload();
+        if (bothStructs) {
+            varitype nested = into[name];
+            merge(nested, value);
+        } else
+            into.set(name, value);
+    }
+}
+
+}  // namespace
+
+void RecordingPlayer::start(const std::string& path, varitype& params)
+{
+    recording_.open(path);
+    if (!recording_.isOpen()) fail("read error");
+    varitype working = copyRecord(params);
+    merge(working, recording_.next());
+    working.set("eventType", event::kInit);
+    createFrameBuffer(*this, working, out_);
+    forward(*this, working);
+}
+
+void RecordingPlayer::process(varitype& params)
+{
+    StepTimer timer(*this);
+    varitype record = nextEvent();
+    const int recorded = eventType(record);
+    if (recorded == event::kFlush) {
+        params.set("eventType", event::kFlush);  // tells the host that the recording has ended
+        return;
+    }
+    if (recorded == event::kProcess) {
+        moveFrame(record);
+        timer.stop();
+    }
+    forward(*this, record);
+}
+
+// "data" becomes the array under the step's handle; the array that was there keeps its storage for the next.
+void RecordingPlayer::moveFrame(varitype& record)
+{
+    varitype data = record["data"];
+    Array& frame = data.getv<Array>();
+    checkEmbeddedFrame(*this, frame);
+    std::swap(out_.pixels(), frame);
+    spare_ = std::move(frame);
+    record.remove("data");
+    record.set("handle", out_.handle());
+}
+
+void FileReader::init(varitype& params)
+{
+    const std::string path = Settings(*this, params).text("load.name");
+    print::labelled(path, " filename\n");
+    start(path, params);
+}
+
+varitype FileReader::nextEvent()
+{
+    for (;;) {
+        varitype record = recording_.next(&spare_);
+        if (record.has("eventType")) return record;
+    }
+}
+
+void FileReaderS::init(varitype& params)
+{
+    start(Settings(*this, params).text("load.name"), params);
+}
+
+varitype FileReaderS::nextEvent()
+{
+    return recording_.next(&spare_);
+}
+
+}  // namespace scansteps

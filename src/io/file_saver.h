@@ -1,0 +1,28 @@
+// Step filesaver: records the run. Every event becomes one record of the file, with its frame embedded.
+#pragma once
+
+#include <memory>
+
+#include "scansteps/chain.h"
+#include "scansteps/stream.h"
+
+namespace scansteps {
+
+class FileSaver final : public CPUBase
+{
+  public:
+    const char* getName() override { return "FileSaver"; }
+    /// Also records events of the host's own numbering, as long as the file is open.
+    void dispatch(varitype& params) override;
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    void flush(varitype& params) override;
+
+  private:
+    void append(const varitype& record);
+    void close();
+
+    std::unique_ptr<BIOfs> file_;  // from init to flush
+};
+
+}  // namespace scansteps

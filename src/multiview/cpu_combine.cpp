@@ -1,0 +1,58 @@
+#include "multiview/cpu_combine.h"
+
+#include <vector>
+
+#include "framework/step_factory.h"
+#include "multiview/side_by_side.h"
+#include "scansteps/frame.h"
+#include "scansteps/handles.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(CpuCombine)
+
+void CpuCombine::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    width_ = settings.integer("dataX");
+    height_ = settings.integer("dataY");
+    factor_ = settings.integer("combine.factor");
+    const std::uint32_t format = formatOrMismatch(*this, params, format::kU1x16);
+    history_.create(width_, height_, static_cast<std::uint32_t>(factor_), format);
+    out_.create(std::int64_t{width_} * factor_, height_, 1, format);
+    varitype wide = copyRecord(params);
+    wide.set("dataX", width_ * factor_);
+    forward(*this, wide);
+}
+
+void CpuCombine::process(varitype& params)
+{
+    StepTimer timer(*this);
+    varitype record = copyRecord(params);
+    takeFrame(record["handle"].as<std::int32_t>());
+
+    const auto width = static_cast<std::uint32_t>(width_), height = static_cast<std::uint32_t>(height_);
+    std::vector<std::span<const std::uint16_t>> frames;
+    for (std::uint32_t k = 0; k < history_.count(); ++k)
+        frames.push_back(samples16(*this, history_.pixels(k), width, height));
+    const auto out = samples16(*this, out_.writable(), width * history_.count(), height);
+    sideBySide(frames, width, height, out);
+
+    record["handle"].getv<std::int32_t>() = out_.handle();
+    timer.stop();
+    forward(*this, record);
+}
+
+// The slots' buffers move up by one, and the oldest goes back under the incoming handle.
+void CpuCombine::takeFrame(int handle)
+{
+    samples16(*this, pixelsOf(handle), static_cast<std::uint32_t>(width_),
+              static_cast<std::uint32_t>(height_));
+    for (int k = factor_ - 2; k >= 0; --k)
+        handles::swap(history_.handle(static_cast<std::size_t>(k) + 1),
+                      history_.handle(static_cast<std::size_t>(k)));
+    handles::swap(history_.handle(0), handle);
+}
+
+}  // namespace scansteps

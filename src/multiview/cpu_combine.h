@@ -1,0 +1,24 @@
+// Step c2ima: keeps the last frames and puts them side by side, the newest at the left.
+#pragma once
+
+#include "scansteps/chain.h"
+#include "scansteps/texture.h"
+
+namespace scansteps {
+
+class CpuCombine final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuCombine"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  private:
+    void takeFrame(int handle);
+
+    int width_ = 0, height_ = 0, factor_ = 0;
+    TextureSet history_;  // slot k holds the frame k events older than the newest
+    TextureSet out_;
+};
+
+}  // namespace scansteps
