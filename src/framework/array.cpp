@@ -2,6 +2,7 @@
 
 #include <Imath/half.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -71,6 +72,27 @@ std::size_t bytesOf(const std::uint32_t (&dims)[3], Kind kind)
     }
     return bytes;
 }
+
+// Checked once at load: a half library built for another processor or with flushed denormals would spoil
+// every half frame without a word.
+[[maybe_unused]] const bool kHalfChecked = [] {
+    struct Sample
+    {
+        std::uint16_t bits;
+        float value;
+    };
+    constexpr Sample kSamples[] = {
+        {0x0000, 0.0F},       {0x3C00, 1.0F},      {0xC000, -2.0F},
+        {0x7BFF, 65504.0F},   {0x0400, 0x1p-14F},  {0x0001, 0x1p-24F},
+        {0x03FF, 0x3FFp-24F}, {0x8001, -0x1p-24F}, {0x3555, 0x1.554p-2F},
+    };
+    for (const auto& [bits, value] : kSamples)
+        if (Imath::half(value).bits() != bits || float(Imath::half(Imath::half::FromBits, bits)) != value) {
+            std::fprintf(stderr, "scansteps: 16-bit floats are converted wrongly on this machine\n");
+            return false;
+        }
+    return true;
+}();
 
 }  // namespace
 
