@@ -1,0 +1,107 @@
+#include "export/cpu_ply.h"
+
+#include "export/flt_writer.h"
+#include "export/model_record.h"
+#include "export/obj_writer.h"
+#include "export/ply_writer.h"
+#include "export/stl_writer.h"
+#include "export/vertex_normals.h"
+#include "framework/print.h"
+#include "framework/step_factory.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(CpuPly)
+
+namespace {
+
+template <class Model>
+void savePly(const std::string& name, const Model& model)
+{
+    OutputFile file(name);
+    if (!file.isOpen()) return;
+    writePly(file, model);
+    file.commit();
+}
+
+void saveStl(const std::string& name, const Mesh& mesh)
+{
+    OutputFile file(name);
+    if (!file.isOpen()) return;
+    print::field(std::int64_t{kStlEntrySize}, " sizeof(STLEntry)\n");
+    const IndexRange met = writeStl(file, mesh);
+    file.commit();
+    print::field(std::int64_t{met.largest}, " imax\n");
+    print::field(std::int64_t{met.smallest}, " imin\n");
+}
+
+}  // namespace
+
+CpuPly::Format CpuPly::formatOf(const std::string& name)
+{
+    struct Extension
+    {
+        const char *lower, *upper;
+        Format format;
+    };
+    constexpr Extension kExtensions[] = {{".ply", ".PLY", Format::Ply},
+                                         {".flt", ".FLT", Format::Flt},
+                                         {".obj", ".OBJ", Format::Obj},
+                                         {".stl", ".STL", Format::Stl}};
+    Format found = Format::None;
+    for (const Extension& e : kExtensions)
+        if (name.find(e.lower) != std::string::npos || name.find(e.upper) != std::string::npos)
+            found = e.format;
+    return found;
+}
+
+void CpuPly::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    name_ = settings.text("export.name");
+    if (name_.empty()) name_ = "out.ply";
+    format_ = formatOf(name_);
+    texture_.width = settings.integer("export_obj.image_width");
+    texture_.scale = settings.real("export_obj.scale");
+    forward(*this, params);
+}
+
+void CpuPly::process(varitype& params)
+{
+    StepTimer timer(*this);
+    if (params.has("tria"))
+        writeMesh(params);
+    else if (params.has("pns") && format_ == Format::Ply)
+        savePly(name_, cloudOf(params));
+    varitype record = copyRecord(params);
+    timer.stop();
+    forward(*this, record);
+}
+
+void CpuPly::writeMesh(const varitype& params) const
+{
+    switch (format_) {
+        case Format::None:
+            break;
+        case Format::Ply:
+            savePly(name_, meshOf(params, true));
+            break;
+        case Format::Stl:
+            saveStl(name_, meshOf(params, true));
+            break;
+        case Format::Obj:
+        case Format::Flt: {
+            const std::vector<PictureView> pictures = picturesOf(params);
+            const TexturedModel model{meshOf(params, false), pictures, texture_};
+            if (format_ == Format::Obj)
+                saveObj(name_, model);
+            else
+                saveFlt(name_, model);
+            break;
+        }
+    }
+}
+
+}  // namespace scansteps
