@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "inspect_model.h"
 #include "json_values.h"
 #include "runner.h"
 #include "scansteps/stream.h"
@@ -15,12 +16,24 @@ namespace {
 struct InspectOptions
 {
     std::string recording;
-    bool json = false, data = false;
+    bool json = false, data = false, model = false;
 };
+
+void printModel(std::uint64_t number, std::uint64_t offset, std::uint64_t size, const varitype& record,
+                const InspectOptions& options)
+{
+    const Json model = describeModel(record.as<Struct>());
+    if (model.empty()) return;
+    if (options.json)
+        fmt::print("{{\"offset\": {}, \"size\": {}, \"model\": {}}}\n", offset, size, dumpLine(model));
+    else
+        fmt::print("record {} at {}, {} bytes\n{}", number, offset, size, modelText(model));
+}
 
 void printRecord(std::uint64_t number, std::uint64_t offset, std::uint64_t size, const varitype& record,
                  const InspectOptions& options)
 {
+    if (options.model) return printModel(number, offset, size, record, options);
     const Json json = jsonFromRecord(record.as<Struct>(), {options.data});
     if (options.json)
         fmt::print("{{\"offset\": {}, \"size\": {}, \"record\": {}}}\n", offset, size, dumpLine(json));
@@ -56,6 +69,8 @@ Command addInspect(CLI::App& app)
     auto options = std::make_shared<InspectOptions>();
     command->add_option("RECORDING", options->recording, "A recording")->required();
     command->add_flag("--json", options->json, "One JSON object a line and record");
+    command->add_flag("--model", options->model,
+                      "What mesh or point cloud each record holds, and nothing else");
     command->add_flag("--data", options->data, "With the elements of arrays");
     return [options] { return inspect(*options); };
 }

@@ -1,0 +1,56 @@
+// `inspect --model` over the example recordings and over broken ones.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "scansteps/stream.h"
+#include "support/process.h"
+
+namespace scansteps {
+namespace {
+
+using test::runProgram;
+using testing::HasSubstr;
+
+constexpr const char* kModels = SCANSTEPS_SOURCE_DIR "/examples/models/";
+
+TEST(InspectModel, exampleRecordings)
+{
+    const auto knot = runProgram(std::string("inspect --model \"") + kModels + "torus_knot.rec\"");
+    EXPECT_EQ(knot.exitCode, 0);
+    for (const char* part :
+         {"2482 vertices: -2.78", "4608 triangles", "4608 colours: 0 to 255", "image of 160 x 64"})
+        EXPECT_THAT(knot.out, HasSubstr(part));
+    const auto sphere =
+        runProgram(std::string("inspect --model --json \"") + kModels + "sphere_points.rec\"");
+    const auto line = nlohmann::json::parse(sphere.out);
+    EXPECT_EQ(line["model"]["cloud"]["points"]["count"], 3000);
+    EXPECT_NEAR(line["model"]["cloud"]["points"]["max"][2].get<double>(), 0.99967, 1e-5);
+    EXPECT_NEAR(line["model"]["cloud"]["colours"]["mean"][0].get<double>(), 127.5, 1e-3);
+}
+
+TEST(InspectModel, brokenModelsAreDescribedAsFarAsTheyGo)
+{
+    Array indices(Kind::Int, 3, 1);
+    indices.elements<std::int32_t>()[1] = -1;
+    indices.elements<std::int32_t>()[2] = 2;
+    const varitype record{Struct{{"tria", Struct{{"Vertices", Array(Kind::Float, 3, 2)},
+                                                 {"Indices", indices},
+                                                 {"Views", Array(Kind::Int, 2, 2)}}},
+                                 {"images", StructArray{Struct{{"handle", 4}}}}}};
+    const test::TempDir dir;
+    {
+        BIOfs file(dir / "broken.rec", BIOfs::Mode::Write);
+        writeRecord(file, record);
+    }
+    const auto result = runProgram("inspect --model \"" + (dir / "broken.rec") + "\"");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.out, HasSubstr("2 vertices: 0 to 0"));
+    EXPECT_THAT(result.out,
+                HasSubstr("broken: \"Views\" is an array of 2 x 2 x 1 int elements, not of a list"));
+    EXPECT_THAT(result.out, HasSubstr("image: \"by handle\""));
+}
+
+}  // namespace
+}  // namespace scansteps
