@@ -1,0 +1,31 @@
+// Smoothing and reducing 8-bit grey images.
+#pragma once
+
+#include "features/grey_image.h"
+
+namespace scansteps {
+
+/// The window a box filter of `size` has: odd, 1 to 31. Even sizes are rounded up.
+int oddWindow(int size);
+
+/// Rounded mean over a box of `size` × `size` pixels (see oddWindow). The outermost pixels are repeated
+/// beyond the borders. Returns a view of `out`, or `image` itself when there is nothing to do.
+GreyView boxMean(GreyView image, int size, GreyImage& out);
+
+/// Rounded binomial filter (1 4 6 4 1) along both axes, standard deviation 1. Borders as above.
+void binomial5(GreyView image, GreyImage& out);
+
+/// Half the size: rounded means of 2 × 2 pixels. An odd last row or column is left out.
+void halve(GreyView image, GreyImage& out);
+
+/// Two thirds of the size: each output pixel is the mean over the 1.5 × 1.5 input pixels it covers, rounded.
+/// What is left after multiples of three rows and columns is left out.
+void twoThirds(GreyView image, GreyImage& out);
+
+namespace scalar {
+void binomial5(GreyView image, GreyImage& out);
+void halve(GreyView image, GreyImage& out);
+void twoThirds(GreyView image, GreyImage& out);
+}  // namespace scalar
+
+}  // namespace scansteps
