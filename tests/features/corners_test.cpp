@@ -6,6 +6,7 @@
 #include <random>
 
 #include "features/grey_filters.h"
+#include "support/images.h"
 #include "support/targets.h"
 #include "support/warp.h"
 
