@@ -22,7 +22,9 @@ if(SCANSTEPS_SANITIZE)
   target_link_options(scansteps_flags INTERFACE -fsanitize=${SCANSTEPS_SANITIZE})
 endif()
 
-file(GLOB core_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/framework/*.cpp)
+# Sockets are byte streams, which hosts use as well.
+file(GLOB core_sources CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/src/framework/*.cpp ${PROJECT_SOURCE_DIR}/src/transport/socket*.cpp)
 # The table of kinds belongs to the core: a host has it without the step library.
 add_library(scansteps-core STATIC ${core_sources} src/exports/kinds.cpp)
 set_source_files_properties(src/exports/kinds.cpp src/exports/factories.cpp PROPERTIES
@@ -42,6 +44,7 @@ file(GLOB step_sources CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/src/io/*.cpp ${PROJECT_SOURCE_DIR}/src/convert/*.cpp
   ${PROJECT_SOURCE_DIR}/src/features/*.cpp ${PROJECT_SOURCE_DIR}/src/multiview/*.cpp
   ${PROJECT_SOURCE_DIR}/src/export/*.cpp ${PROJECT_SOURCE_DIR}/src/transport/*.cpp)
+list(FILTER step_sources EXCLUDE REGEX "/transport/socket[^/]*$")
 add_library(scansteps_steps STATIC ${step_sources})
 target_include_directories(scansteps_steps PUBLIC ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(scansteps_steps PRIVATE SCANSTEPS_VERSION="${PROJECT_VERSION}")

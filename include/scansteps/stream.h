@@ -33,7 +33,6 @@ class BIO
     BIO& operator=(const BIO&) = default;
 };
 
-namespace detail {
 /// What has arrived beyond the bytes that were asked for, kept for the next read.
 class ReadAhead
 {
@@ -52,7 +51,6 @@ class ReadAhead
     std::vector<std::byte> buffer_;
     std::size_t begin_ = 0, end_ = 0;
 };
-}  // namespace detail
 
 /// Byte stream on a file, opened in binary mode. A file that cannot be opened: isOpen() is false, writing
 /// throws "write error" and reading "read error". While a file is read or written through a BIOfs, no other
@@ -91,7 +89,7 @@ class BIOfs : public BIO
     bool isOutput_ = false;
     std::uint64_t position_ = 0;
     std::uint64_t sizeLimit_ = 0;
-    detail::ReadAhead ahead_;
+    ReadAhead ahead_;
 };
 
 /// Byte stream in memory: writing appends, reading takes from the front.
@@ -141,7 +139,7 @@ varitype readRecord(BIO& source, const ReadLimits& limits = {}, Array* spare = n
 inline constexpr int kMaxNesting = 64;
 
 template <class Receive>
-bool detail::ReadAhead::fill(Receive receive)
+bool ReadAhead::fill(Receive receive)
 {
     if (begin_ != end_) return true;
     buffer_.resize(kSize);
@@ -152,7 +150,7 @@ bool detail::ReadAhead::fill(Receive receive)
 }
 
 template <class Receive>
-std::size_t detail::ReadAhead::read(std::byte* to, std::size_t length, Receive receive)
+std::size_t ReadAhead::read(std::byte* to, std::size_t length, Receive receive)
 {
     std::size_t have = std::min(length, end_ - begin_);
     std::copy_n(buffer_.data() + begin_, have, to);

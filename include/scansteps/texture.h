@@ -39,8 +39,8 @@ struct FrameShape
 
 /// Array shape of a width x height buffer of that format; kind Empty for a code without a buffer class.
 FrameShape frameShape(std::uint32_t format, std::uint32_t width, std::uint32_t height);
-/// Shape of a frame of that format on its way through a chain: as above, but 8-bit frames are RGB, three bytes a
-/// pixel.
+/// Shape of a frame of that format on its way through a chain: as above, but 8-bit frames are RGB, three
+/// bytes a pixel.
 FrameShape chainFrameShape(std::uint32_t format, std::uint32_t width, std::uint32_t height);
 FrameShape shapeOf(const Array& array);
 

@@ -1,0 +1,27 @@
+// Step sender: sends the run to a receiver over TCP, the same bytes that a recording of it would hold.
+#pragma once
+
+#include <memory>
+
+#include "scansteps/chain.h"
+#include "scansteps/socket.h"
+
+namespace scansteps {
+
+class CPUSender final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CPUSender"; }
+    /// Also sends events of the host's own numbering.
+    void dispatch(varitype& params) override;
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    void flush(varitype& params) override;
+
+  private:
+    bool connected() const { return sender_ && sender_->connected(); }
+
+    std::unique_ptr<Sender> sender_;
+};
+
+}  // namespace scansteps

@@ -1,0 +1,326 @@
+#include "transport/socket_layer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#ifdef _WIN32
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#endif
+
+namespace scansteps::socketlayer {
+
+namespace {
+
+constexpr std::size_t kMostPieces = 64;
+constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+
+#ifdef _WIN32
+
+SOCKET native(Socket socket)
+{
+    return static_cast<SOCKET>(socket);
+}
+
+bool interrupted()
+{
+    return false;
+}
+
+bool timedOut()
+{
+    return WSAGetLastError() == WSAETIMEDOUT;
+}
+
+int closeNative(SOCKET socket)
+{
+    return closesocket(socket);
+}
+
+constexpr int kShutBoth = SD_BOTH;
+constexpr int kCloseOnExec = 0;
+using OptionLength = int;
+
+#else
+
+int native(Socket socket)
+{
+    return static_cast<int>(socket);
+}
+
+bool interrupted()
+{
+    return errno == EINTR;
+}
+
+bool timedOut()
+{
+    return errno == EAGAIN || errno == EWOULDBLOCK;
+}
+
+int closeNative(int socket)
+{
+    return ::close(socket);
+}
+
+constexpr int kShutBoth = SHUT_RDWR;
+#ifdef SOCK_CLOEXEC
+constexpr int kCloseOnExec = SOCK_CLOEXEC;
+#else
+constexpr int kCloseOnExec = 0;
+#endif
+using OptionLength = socklen_t;
+
+#endif
+
+template <class T>
+void setOption(Socket socket, int level, int name, const T& value)
+{
+    // Options only make things quicker or kinder: a system without one still works.
+    (void)::setsockopt(native(socket), level, name, reinterpret_cast<const char*>(&value),
+                       static_cast<OptionLength>(sizeof value));
+}
+
+void setTimeout(Socket socket, int name, int milliseconds)
+{
+#ifdef _WIN32
+    setOption(socket, SOL_SOCKET, name, static_cast<DWORD>(milliseconds));
+#else
+    setOption(socket, SOL_SOCKET, name, timeval{milliseconds / 1000, milliseconds % 1000 * 1000});
+#endif
+}
+
+// What every connected socket gets: records leave at once, and no signal tells that the peer is gone.
+void prepareConnected(Socket socket)
+{
+    setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+#ifdef SO_NOSIGPIPE
+    setOption(socket, SOL_SOCKET, SO_NOSIGPIPE, 1);
+#endif
+}
+
+sockaddr_in nativeAddress(Address address)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(address.port);
+    result.sin_addr.s_addr = htonl(address.ip);
+    return result;
+}
+
+template <class Get>
+Address addressBy(Get get)
+{
+    sockaddr_in address{};
+    OptionLength length = sizeof address;
+    if (get(reinterpret_cast<sockaddr*>(&address), &length) != 0) return {};
+    return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)};
+}
+
+std::string nameOf(const sockaddr_in& address, const std::string& fallback)
+{
+    char name[NI_MAXHOST];
+    const int result = ::getnameinfo(reinterpret_cast<const sockaddr*>(&address), sizeof address, name,
+                                     sizeof name, nullptr, 0, NI_NAMEREQD);
+    return result == 0 ? name : fallback;
+}
+
+std::optional<Resolved> lookUp(const std::string& host, int flags)
+{
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = flags;
+    addrinfo* found = nullptr;
+    if (::getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr) return std::nullopt;
+    sockaddr_in address{};
+    std::memcpy(&address, found->ai_addr, sizeof address);
+    std::string name = found->ai_canonname != nullptr ? found->ai_canonname : host;
+    ::freeaddrinfo(found);
+    if (flags == AI_NUMERICHOST) name = nameOf(address, host);
+    return Resolved{ntohl(address.sin_addr.s_addr), std::move(name)};
+}
+
+}  // namespace
+
+bool start()
+{
+#ifdef _WIN32
+    static const bool started = [] {
+        WSADATA data;
+        return WSAStartup(MAKEWORD(2, 0), &data) == 0;
+    }();
+    return started;
+#else
+    return true;
+#endif
+}
+
+std::optional<Resolved> resolve(const std::string& host)
+{
+    if (auto numeric = lookUp(host, AI_NUMERICHOST)) return numeric;
+    return lookUp(host, AI_CANONNAME);
+}
+
+std::string dotted(std::uint32_t ip)
+{
+    std::string text;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        text += std::to_string(ip >> shift & 255U) + (shift != 0 ? "." : "");
+    return text;
+}
+
+Socket create()
+{
+    return static_cast<Socket>(::socket(AF_INET, SOCK_STREAM | kCloseOnExec, IPPROTO_TCP));
+}
+
+bool bind(Socket socket, Address address)
+{
+    // A port must not be shared with another listener, but one whose old connections linger may be taken.
+#ifdef _WIN32
+    setOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
+#else
+    setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
+#endif
+    const sockaddr_in local = nativeAddress(address);
+    return ::bind(native(socket), reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
+}
+
+bool listen(Socket socket, int backlog)
+{
+    return ::listen(native(socket), backlog) == 0;
+}
+
+Socket accept(Socket socket)
+{
+    for (;;) {
+        const auto accepted = static_cast<Socket>(::accept(native(socket), nullptr, nullptr));
+        if (accepted == kNone && interrupted()) continue;
+        if (accepted != kNone) prepareConnected(accepted);
+        return accepted;
+    }
+}
+
+bool connect(Socket socket, Address address)
+{
+    const sockaddr_in remote = nativeAddress(address);
+    setTimeout(socket, SO_SNDTIMEO, 10000);  // bounds the connecting, too, where the system is kind
+    if (::connect(native(socket), reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0)
+        return false;
+    setTimeout(socket, SO_SNDTIMEO, 0);
+    prepareConnected(socket);
+    return true;
+}
+
+Address localAddress(Socket socket)
+{
+    return addressBy(
+        [&](sockaddr* to, OptionLength* length) { return ::getsockname(native(socket), to, length); });
+}
+
+Address peerAddress(Socket socket)
+{
+    return addressBy(
+        [&](sockaddr* to, OptionLength* length) { return ::getpeername(native(socket), to, length); });
+}
+
+bool waitReadable(Socket socket, int milliseconds)
+{
+    pollfd waiting{};
+    waiting.fd = native(socket);
+    waiting.events = POLLIN;
+#ifdef _WIN32
+    return WSAPoll(&waiting, 1, milliseconds) > 0;
+#else
+    return ::poll(&waiting, 1, milliseconds) > 0;
+#endif
+}
+
+void setReceiveTimeout(Socket socket, int milliseconds)
+{
+    setTimeout(socket, SO_RCVTIMEO, milliseconds);
+}
+
+std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pieces)
+{
+    const std::size_t count = std::min(pieces.size(), kMostPieces);
+#ifdef _WIN32
+    WSABUF parts[kMostPieces];
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto bytes = reinterpret_cast<const char*>(pieces[i].data());
+        parts[i] = {static_cast<ULONG>(std::min(pieces[i].size(), kMostAtOnce)), const_cast<char*>(bytes)};
+        if (pieces[i].size() > kMostAtOnce) {
+            DWORD cut = 0;
+            return WSASend(native(socket), parts, static_cast<DWORD>(i + 1), &cut, 0, nullptr, nullptr) == 0
+                       ? cut
+                       : -1;
+        }
+    }
+    DWORD sent = 0;
+    return WSASend(native(socket), parts, static_cast<DWORD>(count), &sent, 0, nullptr, nullptr) == 0 ? sent
+                                                                                                      : -1;
+#else
+    iovec parts[kMostPieces];
+    for (std::size_t i = 0; i < count; ++i)
+        parts[i] = {const_cast<std::byte*>(pieces[i].data()), pieces[i].size()};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
+#ifdef MSG_NOSIGNAL
+    constexpr int kFlags = MSG_NOSIGNAL;
+#else
+    constexpr int kFlags = 0;
+#endif
+    for (;;) {
+        const auto sent = ::sendmsg(native(socket), &message, kFlags);
+        if (sent >= 0 || !interrupted()) return sent;
+    }
+#endif
+}
+
+std::int64_t receive(Socket socket, std::span<std::byte> first, std::span<std::byte> second)
+{
+#ifdef _WIN32
+    WSABUF parts[2] = {
+        {static_cast<ULONG>(std::min(first.size(), kMostAtOnce)), reinterpret_cast<char*>(first.data())},
+        {static_cast<ULONG>(first.size() > kMostAtOnce ? 0 : second.size()),
+         reinterpret_cast<char*>(second.data())}};
+    DWORD received = 0, flags = 0;
+    if (WSARecv(native(socket), parts, second.empty() ? 1 : 2, &received, &flags, nullptr, nullptr) == 0)
+        return received;
+    return timedOut() ? kTimedOut : -1;
+#else
+    iovec parts[2] = {{first.data(), first.size()}, {second.data(), second.size()}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = second.empty() ? 1 : 2;
+    for (;;) {
+        const auto received = ::recvmsg(native(socket), &message, 0);
+        if (received >= 0) return received;
+        if (interrupted()) continue;
+        return timedOut() ? kTimedOut : -1;
+    }
+#endif
+}
+
+void close(Socket socket)
+{
+    if (socket == kNone) return;
+    (void)::shutdown(native(socket), kShutBoth);
+    (void)closeNative(native(socket));
+}
+
+}  // namespace scansteps::socketlayer
