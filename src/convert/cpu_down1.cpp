@@ -1,19 +1,28 @@
-#include "convert/cpu_down1.h"
-
+// Step cdown1: 16-bit frames reduced by an integer factor.
+#include "convert/conversion_step.h"
 #include "convert/reduce16.h"
 #include "framework/step_factory.h"
-#include "scansteps/frame.h"
-#include "scansteps/settings.h"
 
 namespace scansteps {
+
+class CpuDown1 final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuDown1"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  private:
+    int factor_ = 1;
+    bool isVideo_ = false;
+};
 
 SCANSTEPS_STEP(CpuDown1)
 
 void CpuDown1::init(varitype& params)
 {
     const Settings settings(*this, params);
-    dataX_ = settings.integer("dataX");
-    dataY_ = settings.integer("dataY");
+    readSize(settings);
     factor_ = settings.integer("down1.factor");
     isVideo_ = settings.has("VideoFormat");
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);

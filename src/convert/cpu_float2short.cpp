@@ -1,19 +1,23 @@
-#include "convert/cpu_float2short.h"
-
+// Step cf2u: 32-bit float frames to offset 16-bit frames.
+#include "convert/conversion_step.h"
 #include "convert/offset16.h"
 #include "framework/step_factory.h"
-#include "scansteps/frame.h"
-#include "scansteps/settings.h"
 
 namespace scansteps {
+
+class CpuFloat2Short final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuFloat2Short"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+};
 
 SCANSTEPS_STEP(CpuFloat2Short)
 
 void CpuFloat2Short::init(varitype& params)
 {
-    const Settings settings(*this, params);
-    dataX_ = settings.integer("dataX");
-    dataY_ = settings.integer("dataY");
+    readSize(Settings(*this, params));
     formatOrMismatch(*this, params, format::kF1x32, format::kF1x32);
     in_.create(dataX_, dataY_, 1, format::kF1x32);
     out_.create(dataX_, dataY_, 1, format::kU1x16);

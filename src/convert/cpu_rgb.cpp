@@ -1,23 +1,27 @@
-#include "convert/cpu_rgb.h"
-
+// Step crgb: YUYV16 frames to 8-bit RGB.
+#include "convert/conversion_step.h"
 #include "convert/yuyv.h"
 #include "framework/step_factory.h"
-#include "scansteps/frame.h"
-#include "scansteps/settings.h"
 
 namespace scansteps {
+
+class CpuRGB final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuRGB"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+};
 
 SCANSTEPS_STEP(CpuRGB)
 
 void CpuRGB::init(varitype& params)
 {
-    const Settings settings(*this, params);
-    dataX_ = settings.integer("dataX");
-    dataY_ = settings.integer("dataY");
+    readSize(Settings(*this, params));
     params.remove("VideoFormat");
     if (params.has("dataFormat")) params.set("dataFormat", "CPU::u_1x8");
     in_.create(dataX_, dataY_, 1, format::kU1x16);
-    out_.create(3 * std::int64_t{dataX_}, dataY_, 1, format::kU1x8);
+    out_.create(rgbRow(), dataY_, 1, format::kU1x8);
     forward(*this, params);
 }
 

@@ -1,24 +1,29 @@
-#include "convert/cpu_rgb2u16.h"
-
+// Step c3t1: the length of the colour vector of 8-bit RGB as offset 16-bit samples.
+#include "convert/conversion_step.h"
 #include "convert/rgb_magnitude.h"
 #include "framework/print.h"
 #include "framework/step_factory.h"
-#include "scansteps/frame.h"
-#include "scansteps/settings.h"
 
 namespace scansteps {
+
+class CpuRGB2u16 final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuRGB2u16"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+};
 
 SCANSTEPS_STEP(CpuRGB2u16)
 
 void CpuRGB2u16::init(varitype& params)
 {
     const Settings settings(*this, params);
-    dataX_ = settings.integer("dataX");
-    dataY_ = settings.integer("dataY");
+    readSize(settings);
     print::line("CpuRGB2u16::in::" + settings.text("dataFormat"));
     params.set("dataFormat", "CPU::u_1x16");
     print::line("CpuRGB2u16::out::CPU::u_1x16");
-    in_.create(3 * std::int64_t{dataX_}, dataY_, 1, format::kU1x8);
+    in_.create(rgbRow(), dataY_, 1, format::kU1x8);
     out_.create(dataX_, dataY_, 1, format::kU1x16);
     forward(*this, params);
 }

@@ -1,19 +1,23 @@
-#include "convert/cpu_short2float.h"
-
+// Step cu2f: offset 16-bit frames to 32-bit float frames.
+#include "convert/conversion_step.h"
 #include "convert/offset16.h"
 #include "framework/step_factory.h"
-#include "scansteps/frame.h"
-#include "scansteps/settings.h"
 
 namespace scansteps {
+
+class CpuShort2Float final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuShort2Float"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+};
 
 SCANSTEPS_STEP(CpuShort2Float)
 
 void CpuShort2Float::init(varitype& params)
 {
-    const Settings settings(*this, params);
-    dataX_ = settings.integer("dataX");
-    dataY_ = settings.integer("dataY");
+    readSize(Settings(*this, params));
     formatOrMismatch(*this, params, format::kU1x16, format::kU1x16);
     in_.create(dataX_, dataY_, 1, format::kU1x16);
     out_.create(dataX_, dataY_, 1, format::kF1x32);

@@ -1,22 +1,26 @@
-#include "convert/cpu_yuv.h"
-
+// Step cyuv: 8-bit RGB frames to YUYV16.
+#include "convert/conversion_step.h"
 #include "convert/yuyv.h"
 #include "framework/step_factory.h"
-#include "scansteps/frame.h"
-#include "scansteps/settings.h"
 
 namespace scansteps {
+
+class CpuYUV final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuYUV"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+};
 
 SCANSTEPS_STEP(CpuYUV)
 
 void CpuYUV::init(varitype& params)
 {
-    const Settings settings(*this, params);
-    dataX_ = settings.integer("dataX");
-    dataY_ = settings.integer("dataY");
+    readSize(Settings(*this, params));
     params.set("VideoFormat", "YUYV16");
     if (params.has("dataFormat")) params.set("dataFormat", "CPU::u_1x16");
-    in_.create(3 * std::int64_t{dataX_}, dataY_, 1, format::kU1x8);
+    in_.create(rgbRow(), dataY_, 1, format::kU1x8);
     out_.create(dataX_, dataY_, 1, format::kU1x16);
     forward(*this, params);
 }

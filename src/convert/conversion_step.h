@@ -1,0 +1,24 @@
+// What the conversion steps have in common: the size of the frames, and one buffer on either side.
+#pragma once
+
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+class ConversionStep : public CPUBase
+{
+  protected:
+    void readSize(const Settings& settings)
+    {
+        dataX_ = settings.integer("dataX");
+        dataY_ = settings.integer("dataY");
+    }
+    /// Bytes in a row of 8-bit RGB.
+    std::int64_t rgbRow() const { return 3 * std::int64_t{dataX_}; }
+
+    int dataX_ = 0, dataY_ = 0;
+    TextureSet in_, out_;
+};
+
+}  // namespace scansteps
