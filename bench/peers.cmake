@@ -1,1 +1,12 @@
 # Peer libraries, linked into single benchmarks only, so that a ratio comes from one run.
+find_package(PkgConfig REQUIRED)
+
+find_path(LIBYUV_INCLUDE_DIR libyuv.h REQUIRED)
+find_library(LIBYUV_LIBRARY yuv REQUIRED)
+target_include_directories(convert_pixels_bench SYSTEM PRIVATE ${LIBYUV_INCLUDE_DIR})
+target_link_libraries(convert_pixels_bench PRIVATE ${LIBYUV_LIBRARY})
+target_compile_definitions(convert_pixels_bench PRIVATE SCANSTEPS_PEER_LIBYUV)
+
+pkg_check_modules(VIPS REQUIRED IMPORTED_TARGET vips)
+target_link_libraries(features_mcanny_bench PRIVATE PkgConfig::VIPS)
+target_compile_definitions(features_mcanny_bench PRIVATE SCANSTEPS_PEER_VIPS)

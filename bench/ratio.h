@@ -1,0 +1,92 @@
+// Ratios measured in one run: a kernel and what it is compared with take turns in blocks of some
+// milliseconds, and the median over the turns counts, so that a change of clock or a busy neighbour meets
+// both.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace scansteps::bench {
+
+inline double median(std::vector<double> values)
+{
+    if (values.empty()) return 0;
+    std::nth_element(values.begin(), values.begin() + std::ptrdiff_t(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
+
+// Processor time, so that being set aside by the system doesn't count.
+template <class Work>
+double secondsPerCall(Work& work, int calls)
+{
+    const std::clock_t start = std::clock();
+    for (int k = 0; k < calls; ++k) {
+        work();
+        benchmark::ClobberMemory();
+    }
+    return double(std::clock() - start) / CLOCKS_PER_SEC / calls;
+}
+
+/// Calls that fill about 4 ms.
+template <class Work>
+int callsInBlock(Work& work)
+{
+    secondsPerCall(work, 2);  // warm-up
+    return int(std::clamp(0.004 / std::max(secondsPerCall(work, 4), 1e-6), 1.0, 100000.0));
+}
+
+/// Runs `work` against `yardstick`; reports "MPix/s" of the work and, as `label`, how many times as fast it
+/// is.
+template <class Work, class Yardstick>
+void compare(benchmark::State& state, double pixels, const std::string& label, Work work, Yardstick yardstick)
+{
+    const int workCalls = callsInBlock(work), yardstickCalls = callsInBlock(yardstick);
+    std::vector<double> times, ratios;
+    for (auto _ : state) {
+        const double time = secondsPerCall(work, workCalls);
+        ratios.push_back(secondsPerCall(yardstick, yardstickCalls) / time);
+        times.push_back(time);
+        state.SetIterationTime(time);
+    }
+    state.counters["MPix/s"] = 1e-6 * pixels / median(times);
+    state.counters[label] = median(ratios);
+}
+
+/// memcpy that moves as much as a kernel with this traffic: (bytes read + bytes written) / 2.
+class Copy
+{
+  public:
+    explicit Copy(std::size_t traffic) : from_(traffic / 2, 1), to_(traffic / 2, 2) {}
+    void operator()()
+    {
+        std::memcpy(to_.data(), from_.data(), from_.size());
+        benchmark::DoNotOptimize(to_.data());
+    }
+
+  private:
+    std::vector<std::uint8_t> from_, to_;
+};
+
+/// Against memcpy: counter "of_memcpy".
+template <class Work>
+void compareWithCopy(benchmark::State& state, double pixels, double bytesPerPixel, Work work)
+{
+    compare(state, pixels, "of_memcpy", std::move(work), Copy(std::size_t(pixels * bytesPerPixel)));
+}
+
+/// The sizes that every kernel is measured at; the last is for growth.
+inline void frameSizes(benchmark::internal::Benchmark* b)
+{
+    b->Args({640, 480})->Args({1920, 1080})->Args({3840, 2160})->Args({7680, 4320});
+    b->Iterations(25)->UseManualTime()->Unit(benchmark::kMicrosecond);  // turns, not calls
+}
+
+}  // namespace scansteps::bench
