@@ -116,41 +116,63 @@ class FrameRows : public RowSource
         : frame_(frame), width_(width), meaning_(meaning)
     {
     }
+    void begin(Columns columns) override { columns_ = columns; }
     void read(std::size_t y, float* line) override
     {
-        rowToFloat(frame_ + y * width_, line, width_, meaning_);
+        rowToFloat(frame_ + y * width_ + columns_.first, line, columns_.count, meaning_);
+    }
+    Upcoming upcoming(std::size_t y) const override
+    {
+        return {reinterpret_cast<const char*>(frame_ + y * width_ + columns_.first),
+                64 * sizeof(std::uint16_t)};
     }
 
   private:
     const std::uint16_t* frame_;
     std::size_t width_;
     Frame16 meaning_;
+    Columns columns_;
 };
 
 // The rows of another source, box filtered: the three rows around are kept as sums along x.
 class LowPassRows : public RowSource
 {
   public:
-    void start(RowSource& source, float* firstRow, std::size_t pitch, std::size_t width, std::size_t height)
+    void connect(RowSource& source, float* firstRow, std::size_t pitch, std::size_t width, std::size_t height)
     {
         source_ = &source;
         line_ = firstRow;
         sums_ = {firstRow + pitch, pitch, 3};
         width_ = width;
         height_ = height;
+    }
+
+    void begin(Columns columns) override
+    {
+        columns_ = columns;
         taken_ = 0;
+        const Columns wide = columns.widened(1, width_);
+        before_ = static_cast<std::ptrdiff_t>(columns.first - wide.first);
+        read_ = static_cast<std::ptrdiff_t>(wide.count);
+        source_->begin(wide);
     }
 
     void read(std::size_t y, float* line) override
     {
+        const auto count = static_cast<std::ptrdiff_t>(roundUp(columns_.count, 16));
         for (; taken_ <= std::min(y + 1, height_ - 1); ++taken_) {
-            source_->read(taken_, line_);
-            repeatEdges(line_, width_, roundUp(width_, 64));
-            HWY_DYNAMIC_DISPATCH(BoxAlongX)(line_, sums_.slot(taken_), roundUp(width_, 64));
+            source_->read(taken_, line_ - before_);
+            repeatEdges(line_, -before_, read_ - before_, -1, count + 1);
+            HWY_DYNAMIC_DISPATCH(BoxAlongX)(line_, sums_.slot(taken_), static_cast<std::size_t>(count));
         }
         const float* rows[3];
         sums_.around(y, height_, 1, rows);
-        HWY_DYNAMIC_DISPATCH(BoxAlongY)(rows, boxWeight(3), line, roundUp(width_, 64));
+        HWY_DYNAMIC_DISPATCH(BoxAlongY)(rows, boxWeight(3), line, static_cast<std::size_t>(count));
+    }
+
+    Upcoming upcoming(std::size_t y) const override
+    {
+        return source_->upcoming(std::min(y + 1, height_ - 1));
     }
 
   private:
@@ -158,6 +180,8 @@ class LowPassRows : public RowSource
     float* line_ = nullptr;
     RowRing sums_;
     std::size_t width_ = 0, height_ = 0, taken_ = 0;
+    Columns columns_;
+    std::ptrdiff_t before_ = 0, read_ = 0;  // columns read before ours, and in all
 };
 
 // One pass after the other, over planes in memory.
@@ -213,12 +237,12 @@ void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t
     const std::size_t stages = static_cast<std::size_t>(std::max(lowPasses, 0));
     FloatPlane& rows = buffers.stageRows;
     if (stages != 0)
-        rows.resize(static_cast<std::uint32_t>(roundUp(width, 64) + 2 * kMargin),
+        rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin),
                     static_cast<std::uint32_t>(4 * kFusedLowPasses));
     LowPassRows filters[kFusedLowPasses];
     RowSource* source = &samples;
     for (std::size_t k = 0; k < stages; ++k) {
-        filters[k].start(*source, rows.row(4 * k) + kMargin, rows.stride(), width, height);
+        filters[k].connect(*source, rows.row(4 * k) + kMargin, rows.stride(), width, height);
         source = &filters[k];
     }
     // Derivatives of 16-bit samples are below 2^26, so the detector never refuses.

@@ -61,7 +61,7 @@ void EdgeBits::spreadDown(std::size_t y)
     }
 }
 
-void EdgeBits::grow(std::size_t word, std::uint64_t reached)
+inline void EdgeBits::grow(std::size_t word, std::uint64_t reached)
 {
     const std::uint64_t fresh = candidates_[word] & ~edges_[word] & reached;
     if (fresh == 0) return;
@@ -89,10 +89,11 @@ void EdgeBits::spreadAll()
         stack_.pop_back();
         queued_[word] = 0;
         const std::uint64_t edge = edges_[word];
+        grow(word - pitch_, widened(0, edge, 0));
+        grow(word + pitch_, widened(0, edge, 0));
         for (const std::size_t row : {word - pitch_, word, word + pitch_}) {
-            grow(row - 1, edge << 63);
-            grow(row, widened(0, edge, 0));
-            grow(row + 1, edge >> 63);
+            if ((edge & 1) != 0) grow(row - 1, edge << 63);
+            if (edge >> 63 != 0) grow(row + 1, 1);
         }
     }
 }

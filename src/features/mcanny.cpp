@@ -18,14 +18,20 @@ class PlaneRows : public RowSource
 {
   public:
     explicit PlaneRows(const FloatPlane& plane) : plane_(plane) {}
+    void begin(Columns columns) override { columns_ = columns; }
     void read(std::size_t y, float* line) override
     {
-        const float* row = plane_.row(y);
-        std::copy(row, row + plane_.width(), line);
+        const float* row = plane_.row(y) + columns_.first;
+        std::copy(row, row + columns_.count, line);
+    }
+    Upcoming upcoming(std::size_t y) const override
+    {
+        return {reinterpret_cast<const char*>(plane_.row(y) + columns_.first), 64 * sizeof(float)};
     }
 
   private:
     const FloatPlane& plane_;
+    Columns columns_;
 };
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "hwy/cache_control.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "features/mcanny_detect.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
@@ -69,50 +71,57 @@ void Broadcast(const float* values, hn::Vec<D> (&out)[R + 1])
 // Both kernels along x. Unit factors are exact, so they are left to the compiler and the processor.
 template <int R>
 void AlongX(const float* HWY_RESTRICT line, float* HWY_RESTRICT differences, float* HWY_RESTRICT sums,
-            std::size_t count)
+            std::ptrdiff_t from, std::ptrdiff_t to)
 {
     const D d;
     hn::Vec<D> smooth[R + 1], differ[R + 1];
     Broadcast<R>(SobelPair<R>::kSmooth, smooth);
     Broadcast<R>(SobelPair<R>::kDiffer, differ);
-    for (std::size_t x = 0; x < count; x += hn::Lanes(d)) {
-        const auto at = [&](int k)
-                            HWY_ATTR { return hn::LoadU(d, line + (static_cast<std::ptrdiff_t>(x) + k)); };
+    for (std::ptrdiff_t x = from; x < to; x += static_cast<std::ptrdiff_t>(hn::Lanes(d))) {
+        const auto at = [&](int k) HWY_ATTR { return hn::LoadU(d, line + (x + k)); };
         hn::StoreU(Differ<R>(at, differ), d, differences + x);
         hn::StoreU(Smooth<R>(at, smooth), d, sums + x);
     }
 }
 
-// Both derivatives, the magnitude, and the bits where it exceeds `low`. `differences` and `sums` are the rows
-// around, 2 R + 1 each. `count` is a multiple of 64.
+// Both derivatives, the magnitude, and the bits where it exceeds `low`, of `count` columns, a multiple of 64;
+// and the magnitudes of a vector of columns on either side. `differences` and `sums` are the rows around, 2 R
+// + 1 each.
 template <int R>
 Range AlongY(const float* const* differences, const float* const* sums, std::int32_t low,
              float* HWY_RESTRICT dxRow, float* HWY_RESTRICT dyRow, std::int32_t* HWY_RESTRICT magnitudes,
-             std::uint64_t* HWY_RESTRICT active, std::size_t count)
+             std::uint64_t* HWY_RESTRICT active, std::size_t count, Upcoming upcoming)
 {
     const D d;
     const DI di;
+    const auto lanes = static_cast<std::ptrdiff_t>(hn::Lanes(d));
     hn::Vec<D> smooth[R + 1], differ[R + 1];
     Broadcast<R>(SobelPair<R>::kSmooth, smooth);
     Broadcast<R>(SobelPair<R>::kDiffer, differ);
     const auto lowest = hn::Set(di, low);
     const auto limit = hn::Set(d, 16777216.0F);
     auto small = hn::Eq(limit, limit);
+    const auto part = [&](std::ptrdiff_t at) HWY_ATTR {
+        const auto dx =
+            Smooth<R>([&](int k) HWY_ATTR { return hn::LoadU(d, differences[R + k] + at); }, smooth);
+        const auto dy = Differ<R>([&](int k) HWY_ATTR { return hn::LoadU(d, sums[R + k] + at); }, differ);
+        hn::Vec<D> sum;
+        const auto magnitude = TruncatedSum(hn::Abs(dx), hn::Abs(dy), sum);
+        small = hn::And(small, hn::Lt(sum, limit));
+        hn::StoreU(dx, d, dxRow + at);
+        hn::StoreU(dy, d, dyRow + at);
+        hn::StoreU(magnitude, di, magnitudes + at);
+        return hn::Gt(magnitude, lowest);
+    };
+    part(-lanes);
+    part(static_cast<std::ptrdiff_t>(count));
     for (std::size_t x = 0; x < count; x += 64) {
+        for (std::size_t byte = 0; byte < upcoming.bytesFor64; byte += 64)
+            hwy::Prefetch(upcoming.first + byte);
+        upcoming.first += upcoming.bytesFor64;
         std::uint64_t word = 0;
-        for (std::size_t part = 0; part < 64; part += hn::Lanes(d)) {
-            const std::size_t at = x + part;
-            const auto dx =
-                Smooth<R>([&](int k) HWY_ATTR { return hn::LoadU(d, differences[R + k] + at); }, smooth);
-            const auto dy = Differ<R>([&](int k) HWY_ATTR { return hn::LoadU(d, sums[R + k] + at); }, differ);
-            hn::Vec<D> sum;
-            const auto magnitude = TruncatedSum(hn::Abs(dx), hn::Abs(dy), sum);
-            small = hn::And(small, hn::Lt(sum, limit));
-            hn::StoreU(dx, d, dxRow + at);
-            hn::StoreU(dy, d, dyRow + at);
-            hn::StoreU(magnitude, di, magnitudes + at);
-            word |= static_cast<std::uint64_t>(MaskBits(di, hn::Gt(magnitude, lowest))) << part;
-        }
+        for (std::ptrdiff_t k = 0; k < 64; k += lanes)
+            word |= static_cast<std::uint64_t>(MaskBits(di, part(static_cast<std::ptrdiff_t>(x) + k))) << k;
         active[x / 64] = word;
     }
     return hn::AllTrue(d, small) ? Range::Small : Range::Large;
@@ -209,19 +218,21 @@ void Suppress(const SuppressionRows& rows, std::int32_t high, std::uint64_t* HWY
     }
 }
 
-void RowAlongX(int radius, const float* line, float* differences, float* sums, std::size_t count)
+void RowAlongX(int radius, const float* line, float* differences, float* sums, std::ptrdiff_t from,
+               std::ptrdiff_t to)
 {
-    if (radius == 1) return AlongX<1>(line, differences, sums, count);
-    if (radius == 2) return AlongX<2>(line, differences, sums, count);
-    AlongX<3>(line, differences, sums, count);
+    if (radius == 1) return AlongX<1>(line, differences, sums, from, to);
+    if (radius == 2) return AlongX<2>(line, differences, sums, from, to);
+    AlongX<3>(line, differences, sums, from, to);
 }
 
 Range RowAlongY(int radius, const float* const* differences, const float* const* sums, std::int32_t low,
-                float* dx, float* dy, std::int32_t* magnitudes, std::uint64_t* active, std::size_t count)
+                float* dx, float* dy, std::int32_t* magnitudes, std::uint64_t* active, std::size_t count,
+                Upcoming upcoming)
 {
-    if (radius == 1) return AlongY<1>(differences, sums, low, dx, dy, magnitudes, active, count);
-    if (radius == 2) return AlongY<2>(differences, sums, low, dx, dy, magnitudes, active, count);
-    return AlongY<3>(differences, sums, low, dx, dy, magnitudes, active, count);
+    if (radius == 1) return AlongY<1>(differences, sums, low, dx, dy, magnitudes, active, count, upcoming);
+    if (radius == 2) return AlongY<2>(differences, sums, low, dx, dy, magnitudes, active, count, upcoming);
+    return AlongY<3>(differences, sums, low, dx, dy, magnitudes, active, count, upcoming);
 }
 
 // Bits `from` ... of a word as the lanes of a vector.
@@ -239,7 +250,7 @@ void ExpandToFloat(const std::uint64_t* HWY_RESTRICT bits, float* HWY_RESTRICT r
     const D d;
     const auto edge = hn::Set(d, 255.0F);
     for (std::size_t x = 0; x < width; x += hn::Lanes(d))
-        hn::StoreU(hn::IfThenElseZero(LanesFromBits(d, bits[x / 64], x % 64), edge), d, row + x);
+        hn::Stream(hn::IfThenElseZero(LanesFromBits(d, bits[x / 64], x % 64), edge), d, row + x);
 }
 
 // Returns the number of samples done.
@@ -267,14 +278,21 @@ HWY_EXPORT(Suppress);
 HWY_EXPORT(ExpandToFloat);
 HWY_EXPORT(ExpandTo16);
 
+std::size_t stripWidth(std::size_t width)
+{
+    constexpr std::size_t kLargest = 640;  // some 36 KB of rows at aperture 3
+    const std::size_t strips = (width + kLargest - 1) / kLargest;
+    return roundUp((width + strips - 1) / strips, 64);
+}
+
 void CannyWorkspace::Buffers::resize(std::size_t width, std::size_t height, int aperture)
 {
     if (width == width_ && height == height_ && aperture == aperture_) return;
     width_ = height_ = 0;  // in case memory runs out
     bits.resize(width, height);
-    padded = roundUp(width, 64);
+    strip = stripWidth(width);
     const auto slots = static_cast<std::size_t>(aperture);
-    floats_.resize(static_cast<std::uint32_t>(padded + 2 * kMargin),
+    floats_.resize(static_cast<std::uint32_t>(strip + 3 * kMargin),
                    static_cast<std::uint32_t>(2 * slots + 5));
     const std::size_t pitch = floats_.stride();
     float* first = floats_.row(0) + kMargin;
@@ -284,9 +302,9 @@ void CannyWorkspace::Buffers::resize(std::size_t width, std::size_t height, int 
     dy = {first + (2 * slots + 2) * pitch, pitch, 2};
     line = first + (2 * slots + 4) * pitch;
     integers_.assign(3 * pitch, 0);
-    masks_.assign(2 * padded / 64, 0);
+    masks_.assign(2 * strip / 64, 0);
     for (std::size_t k = 0; k < 3; ++k) magnitudes[k] = integers_.data() + k * pitch + kMargin;
-    for (std::size_t k = 0; k < 2; ++k) active[k] = masks_.data() + k * padded / 64;
+    for (std::size_t k = 0; k < 2; ++k) active[k] = masks_.data() + k * strip / 64;
     width_ = width;
     height_ = height;
     aperture_ = aperture;
@@ -294,89 +312,126 @@ void CannyWorkspace::Buffers::resize(std::size_t width, std::size_t height, int 
 
 namespace {
 
-// The magnitudes of a row again, in double precision, and its active bits. False when a sum is NaN or 2^30
-// and above.
-bool magnitudesInDouble(const float* dx, const float* dy, std::int32_t low, std::int32_t* magnitudes,
-                        std::uint64_t* active, std::size_t width)
-{
-    std::fill(active, active + (width + 63) / 64, 0);
-    for (std::size_t x = 0; x < width; ++x) {
-        const double sum = std::abs(double{dx[x]}) + std::abs(double{dy[x]});
-        if (!(sum < 1073741824.0)) return false;
-        magnitudes[x] = static_cast<std::int32_t>(sum);
-        if (magnitudes[x] > low) active[x / 64] |= std::uint64_t{1} << (x % 64);
-    }
-    return true;
-}
-
-// Derivatives and magnitudes of row y, taking in the source rows that they need.
-class DerivativeRows
+// The detector at work on one strip of columns.
+class StripDetector
 {
   public:
-    DerivativeRows(RowSource& source, std::size_t width, std::size_t height, int radius,
-                   CannyWorkspace::Buffers& b)
-        : source_(source), width_(width), height_(height), radius_(radius), b_(b)
+    StripDetector(RowSource& source, std::size_t width, std::size_t height, std::size_t firstColumn,
+                  const CannyThresholds& thresholds, int aperture, CannyWorkspace::Buffers& buffers)
+        : source_(source),
+          height_(height),
+          first_(firstColumn),
+          own_(std::min(buffers.strip, width - firstColumn)),
+          atLeftEdge_(firstColumn == 0),
+          atRightEdge_(firstColumn + own_ == width),
+          thresholds_(thresholds),
+          radius_(aperture / 2),
+          b_(buffers)
     {
+        // A vector of magnitudes on either side, and what their derivatives look at.
+        const Columns wide =
+            Columns{firstColumn, own_}.widened(static_cast<std::size_t>(16 + radius_), width);
+        from_ = static_cast<std::ptrdiff_t>(wide.first) - static_cast<std::ptrdiff_t>(firstColumn);
+        to_ = from_ + static_cast<std::ptrdiff_t>(wide.count);
+        source.begin(wide);
     }
 
-    bool compute(std::size_t y, std::int32_t low)
+    // False when a derivative is out of range.
+    bool run()
     {
-        const auto radius = static_cast<std::size_t>(radius_);
-        for (; taken_ <= std::min(y + radius, height_ - 1); ++taken_) {
-            source_.read(taken_, b_.line);
-            repeatEdges(b_.line, width_, b_.padded);
-            HWY_DYNAMIC_DISPATCH(RowAlongX)
-            (radius_, b_.line, b_.differences.slot(taken_), b_.sums.slot(taken_), b_.padded);
+        clearMagnitudes(b_.magnitudes[2]);  // the row above the image
+        for (std::size_t i = 0; i <= height_; ++i) {
+            if (i == height_)
+                clearMagnitudes(b_.magnitudes[i % 3]);
+            else if (!derive(i))
+                return false;
+            if (i > 0) suppress(i - 1);
         }
-        const float *differences[7], *sums[7];
-        b_.differences.around(y, height_, radius, differences);
-        b_.sums.around(y, height_, radius, sums);
-        float *dx = b_.dx.slot(y), *dy = b_.dy.slot(y);
-        std::int32_t* magnitudes = b_.magnitudes[y % 3];
-        std::uint64_t* active = b_.active[y % 2];
-        const Range range = HWY_DYNAMIC_DISPATCH(RowAlongY)(radius_, differences, sums, low, dx, dy,
-                                                            magnitudes, active, b_.padded);
-        if (range == Range::Large && !magnitudesInDouble(dx, dy, low, magnitudes, active, width_))
-            return false;
-        magnitudes[width_] = 0;
-        if (width_ % 64 != 0) active[width_ / 64] &= (std::uint64_t{1} << (width_ % 64)) - 1;
         return true;
     }
 
   private:
+    void clearMagnitudes(std::int32_t* row) const { std::fill(row - 1, row + b_.strip + 1, 0); }
+
+    // Derivatives and magnitudes of row y, taking in the source rows that they need.
+    bool derive(std::size_t y)
+    {
+        const auto radius = static_cast<std::size_t>(radius_);
+        const auto lowest = static_cast<std::ptrdiff_t>(-16),
+                   highest = static_cast<std::ptrdiff_t>(b_.strip + 16);
+        for (; taken_ <= std::min(y + radius, height_ - 1); ++taken_) {
+            source_.read(taken_, b_.line + from_);
+            repeatEdges(b_.line, from_, to_, lowest - radius_, highest + radius_);
+            HWY_DYNAMIC_DISPATCH(RowAlongX)
+            (radius_, b_.line, b_.differences.slot(taken_), b_.sums.slot(taken_), lowest, highest);
+        }
+        const float *differences[7], *sums[7];
+        b_.differences.around(y, height_, radius, differences);
+        b_.sums.around(y, height_, radius, sums);
+        std::int32_t* magnitudes = b_.magnitudes[y % 3];
+        std::uint64_t* active = b_.active[y % 2];
+        const Range range = HWY_DYNAMIC_DISPATCH(RowAlongY)(
+            radius_, differences, sums, thresholds_.low, b_.dx.slot(y), b_.dy.slot(y), magnitudes, active,
+            b_.strip, source_.upcoming(std::min(y + radius + 1, height_ - 1)));
+        if (range == Range::Large && !magnitudesInDouble(y)) return false;
+        if (atLeftEdge_) magnitudes[-1] = 0;
+        if (atRightEdge_) magnitudes[own_] = 0;
+        if (own_ % 64 != 0) active[own_ / 64] &= (std::uint64_t{1} << (own_ % 64)) - 1;
+        return true;
+    }
+
+    // The magnitudes of a row again, in double precision, and its active bits. False when a sum is NaN or
+    // 2^30 and above.
+    bool magnitudesInDouble(std::size_t y)
+    {
+        const float *dx = b_.dx.slot(y), *dy = b_.dy.slot(y);
+        std::int32_t* magnitudes = b_.magnitudes[y % 3];
+        std::uint64_t* active = b_.active[y % 2];
+        std::fill(active, active + b_.strip / 64, 0);
+        const auto own = static_cast<std::ptrdiff_t>(own_);
+        for (std::ptrdiff_t x = atLeftEdge_ ? 0 : -1; x < own + (atRightEdge_ ? 0 : 1); ++x) {
+            const double sum = std::abs(double{dx[x]}) + std::abs(double{dy[x]});
+            if (!(sum < 1073741824.0)) return false;
+            magnitudes[x] = static_cast<std::int32_t>(sum);
+            if (x >= 0 && x < own && magnitudes[x] > thresholds_.low)
+                active[x / 64] |= std::uint64_t{1} << (x % 64);
+        }
+        return true;
+    }
+
+    void suppress(std::size_t y)
+    {
+        const SuppressionRows around = {b_.magnitudes[(y + 2) % 3],
+                                        b_.magnitudes[y % 3],
+                                        b_.magnitudes[(y + 1) % 3],
+                                        b_.dx.slot(y),
+                                        b_.dy.slot(y),
+                                        b_.active[y % 2]};
+        HWY_DYNAMIC_DISPATCH(Suppress)
+        (around, thresholds_.high, b_.bits.candidates(y) + first_ / 64, b_.bits.edges(y) + first_ / 64,
+         (own_ + 63) / 64);
+    }
+
     RowSource& source_;
-    std::size_t width_, height_;
+    std::size_t height_, first_, own_;  // rows; first column and number of columns that are ours
+    bool atLeftEdge_, atRightEdge_;
+    CannyThresholds thresholds_;
     int radius_;
     CannyWorkspace::Buffers& b_;
-    std::size_t taken_ = 0;
+    std::ptrdiff_t from_ = 0, to_ = 0;  // columns that the source gives, relative to ours
+    std::size_t taken_ = 0;             // source rows read
 };
 
 }  // namespace
 
 bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const CannyThresholds& thresholds,
-                 int aperture, CannyWorkspace::Buffers& b)
+                 int aperture, CannyWorkspace::Buffers& buffers)
 {
-    b.resize(width, height, aperture);
-    DerivativeRows rows(source, width, height, aperture / 2, b);
-    std::fill(b.magnitudes[2], b.magnitudes[2] + b.padded + 1, 0);  // the row above the image
-    for (std::size_t i = 0; i <= height; ++i) {
-        if (i == height)
-            std::fill(b.magnitudes[i % 3], b.magnitudes[i % 3] + b.padded + 1, 0);
-        else if (!rows.compute(i, thresholds.low))
-            return false;
-        if (i == 0) continue;
-        const std::size_t y = i - 1;
-        const SuppressionRows around = {b.magnitudes[(y + 2) % 3],
-                                        b.magnitudes[y % 3],
-                                        b.magnitudes[i % 3],
-                                        b.dx.slot(y),
-                                        b.dy.slot(y),
-                                        b.active[y % 2]};
-        HWY_DYNAMIC_DISPATCH(Suppress)
-        (around, thresholds.high, b.bits.candidates(y), b.bits.edges(y), b.bits.wordsPerRow());
-        b.bits.spreadDown(y);
-    }
-    b.bits.spreadAll();
+    buffers.resize(width, height, aperture);
+    for (std::size_t first = 0; first < width; first += buffers.strip)
+        if (!StripDetector(source, width, height, first, thresholds, aperture, buffers).run()) return false;
+    for (std::size_t y = 0; y < height; ++y) buffers.bits.spreadDown(y);
+    buffers.bits.spreadAll();
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "features/edge_bits.h"
 #include "features/mcanny.h"
@@ -13,14 +14,25 @@
 
 namespace scansteps {
 
-/// Where the detector takes its rows from; asked once for every row, from the top on.
+/// Memory that will be read soon, to be fetched meanwhile: so many bytes for every 64 pixels.
+struct Upcoming
+{
+    const char* first = nullptr;
+    std::size_t bytesFor64 = 0;
+};
+
+/// Where the detector takes its rows from. It works in strips of columns, from the top to the bottom of each.
 class RowSource
 {
   public:
     virtual ~RowSource() = default;
-    /// Writes the samples of row y to line[0] ...; as many as the image is wide. The line has kMargin samples
-    /// of room to the left, and to the right kMargin beyond the width rounded up to 64.
+    /// A strip starts: the columns that are read from now on.
+    virtual void begin(Columns columns) = 0;
+    /// Writes the samples of row y in these columns to line[0] ..., and up to 15 samples of no meaning after
+    /// them. Asked once for every row, from the top on.
     virtual void read(std::size_t y, float* line) = 0;
+    /// The memory behind row y.
+    virtual Upcoming upcoming(std::size_t) const { return {}; }
 };
 
 struct CannyWorkspace::Buffers
@@ -29,13 +41,13 @@ struct CannyWorkspace::Buffers
     void resize(std::size_t width, std::size_t height, int aperture);
 
     EdgeBits bits;
+    std::size_t strip = 0;  // columns of a strip, a multiple of 64; its rows stay in the first-level cache
     RowRing differences, sums;         // rows filtered along x: the kernel of order 1, the one of order 0
     RowRing dx, dy;                    // derivatives of two rows
     float* line = nullptr;             // the row that has just come in
-    std::int32_t* magnitudes[3] = {};  // first pixel of three rows; a 0 lies before it
+    std::int32_t* magnitudes[3] = {};  // first column of three rows
     std::uint64_t* active[2] = {};     // bits of two rows: magnitude above the low threshold
     FloatPlane stageRows;              // room for rows of filters that feed the detector
-    std::size_t padded = 0;            // width, rounded up to 64
 
   private:
     std::size_t width_ = 0, height_ = 0;
@@ -44,6 +56,9 @@ struct CannyWorkspace::Buffers
     std::vector<std::int32_t> integers_;
     std::vector<std::uint64_t> masks_;
 };
+
+/// Columns of a strip, for an image of this width.
+std::size_t stripWidth(std::size_t width);
 
 /// Finds the edges of a width x height image into buffers.bits. Returns false, with the bits undefined, when
 /// a derivative is NaN or 2^30 and above: such planes need the plain detector.

@@ -171,7 +171,7 @@ void filter(const FloatPlane& src, FloatPlane& dst, const Pass& alongX, const Pa
     const std::size_t width = src.width(), height = src.height();
     dst.resize(src.width(), src.height());
     if (width == 0 || height == 0) return;
-    const std::size_t padded = roundUp(width, kMargin);  // rows of a FloatPlane are padded as far
+    const std::size_t padded = roundUp(width, 16);  // rows of a FloatPlane are padded as far
     const auto before = static_cast<std::size_t>(alongX.kernel.before);
     const auto reach = static_cast<std::size_t>(alongX.kernel.after);
     const auto down = static_cast<std::size_t>(alongY.kernel.after);

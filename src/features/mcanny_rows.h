@@ -11,20 +11,35 @@
 
 namespace scansteps {
 
-/// Samples that a row in flight has on either side of the image.
-inline constexpr std::size_t kMargin = 16;
+/// Samples that a row in flight has on either side: room for what filters look at beyond its ends, and for
+/// whole vectors.
+inline constexpr std::size_t kMargin = 32;
 
 inline std::size_t roundUp(std::size_t value, std::size_t unit)
 {
     return (value + unit - 1) / unit * unit;
 }
 
-/// Repeats the outermost samples of line[0] ... line[width - 1]: kMargin of them to the left, and to the
-/// right up to kMargin beyond the padded width.
-inline void repeatEdges(float* line, std::size_t width, std::size_t padded)
+/// A range of columns of an image.
+struct Columns
 {
-    std::fill(line - kMargin, line, line[0]);
-    std::fill(line + width, line + padded + kMargin, line[width - 1]);
+    std::size_t first = 0, count = 0;
+
+    /// The range with `reach` more columns on either side, as far as the image has them.
+    Columns widened(std::size_t reach, std::size_t width) const
+    {
+        const std::size_t from = first - std::min(first, reach);
+        return {from, std::min(first + count + reach, width) - from};
+    }
+};
+
+/// The line holds samples from line[from] to line[to - 1]; repeats the outermost ones down to line[lowest]
+/// and up to line[highest - 1].
+inline void repeatEdges(float* line, std::ptrdiff_t from, std::ptrdiff_t to, std::ptrdiff_t lowest,
+                        std::ptrdiff_t highest)
+{
+    std::fill(line + std::min(lowest, from), line + from, line[from]);
+    std::fill(line + to, line + std::max(highest, to), line[to - 1]);
 }
 
 /// Row y of a column filter that reaches `radius` rows up and down lives in slot y % (2 radius + 1).
