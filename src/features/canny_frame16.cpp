@@ -247,8 +247,7 @@ void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t
     }
     // Derivatives of 16-bit samples are below 2^26, so the detector never refuses.
     if (!detectEdges(*source, width, height, thresholds, aperture, buffers)) fail("derivative out of range");
-    for (std::size_t y = 0; y < height; ++y)
-        expandEdges(buffers.bits.edges(y), frame.data() + y * width, width);
+    expandEdges(buffers.bits, frame.data(), width, height);
 }
 
 namespace scalar {

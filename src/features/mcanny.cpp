@@ -47,7 +47,7 @@ void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int 
     if (!detectEdges(rows, width, height, thresholds, aperture, buffers))
         return scalar::Canny(src, dst, low, high, aperture);
     dst.resize(src.width(), src.height());
-    for (std::size_t y = 0; y < height; ++y) expandEdges(buffers.bits.edges(y), dst.row(y), width);
+    expandEdges(buffers.bits, dst);
 }
 
 void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int aperture)

@@ -235,34 +235,48 @@ Range RowAlongY(int radius, const float* const* differences, const float* const*
     return AlongY<3>(differences, sums, low, dx, dy, magnitudes, active, count, upcoming);
 }
 
-// Bits `from` ... of a word as the lanes of a vector.
+// Bits `at` ... of a row as the lanes of a vector; `at` is a multiple of the lanes, or the lanes end in the
+// row.
 template <class DAny>
-hn::Mask<DAny> LanesFromBits(DAny d, std::uint64_t word, std::size_t from)
+hn::Mask<DAny> LanesFromBits(DAny d, const std::uint64_t* bits, std::size_t at)
 {
-    const std::uint64_t shifted = word >> from;
+    std::uint64_t word = bits[at / 64] >> (at % 64);
+    if (at % 64 + hn::Lanes(d) > 64) word |= bits[at / 64 + 1] << (64 - at % 64);
     std::uint8_t bytes[8];
-    for (int k = 0; k < 8; ++k) bytes[k] = static_cast<std::uint8_t>(shifted >> (8 * k));
+    for (int k = 0; k < 8; ++k) bytes[k] = static_cast<std::uint8_t>(word >> (8 * k));
     return hn::LoadMaskBits(d, bytes);
 }
 
-void ExpandToFloat(const std::uint64_t* HWY_RESTRICT bits, float* HWY_RESTRICT row, std::size_t width)
+// Rows of a plane are aligned and padded.
+void ExpandToFloat(const std::uint64_t* HWY_RESTRICT bits, float* HWY_RESTRICT row, std::size_t width,
+                   bool pastCache)
 {
     const D d;
     const auto edge = hn::Set(d, 255.0F);
-    for (std::size_t x = 0; x < width; x += hn::Lanes(d))
-        hn::Stream(hn::IfThenElseZero(LanesFromBits(d, bits[x / 64], x % 64), edge), d, row + x);
+    for (std::size_t x = 0; x < width; x += hn::Lanes(d)) {
+        const auto samples = hn::IfThenElseZero(LanesFromBits(d, bits, x), edge);
+        if (pastCache)
+            hn::Stream(samples, d, row + x);
+        else
+            hn::StoreU(samples, d, row + x);
+    }
 }
 
-// Returns the number of samples done.
+// Aligned stores between two that overlap them at the ends. Returns the number of samples done, none or all.
 std::size_t ExpandTo16(const std::uint64_t* HWY_RESTRICT bits, std::uint16_t* HWY_RESTRICT row,
                        std::size_t width)
 {
     const hn::CappedTag<std::uint16_t, 32> d;
+    const std::size_t lanes = hn::Lanes(d);
+    if (width < 2 * lanes) return 0;
     const auto edge = hn::Set(d, 33023), none = hn::Set(d, 32768);
-    std::size_t x = 0;
-    for (; x + hn::Lanes(d) <= width; x += hn::Lanes(d))
-        hn::StoreU(hn::IfThenElse(LanesFromBits(d, bits[x / 64], x % 64), edge, none), d, row + x);
-    return x;
+    const auto samples = [&](std::size_t x)
+                             HWY_ATTR { return hn::IfThenElse(LanesFromBits(d, bits, x), edge, none); };
+    hn::StoreU(samples(0), d, row);
+    std::size_t x = lanes - reinterpret_cast<std::uintptr_t>(row) / sizeof(*row) % lanes;
+    for (; x + lanes <= width; x += lanes) hn::StoreU(samples(x), d, row + x);
+    hn::StoreU(samples(width - lanes), d, row + width - lanes);
+    return width;
 }
 
 }  // namespace HWY_NAMESPACE
@@ -435,15 +449,30 @@ bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const
     return true;
 }
 
-void expandEdges(const std::uint64_t* bits, float* row, std::size_t width)
+namespace {
+
+// Frames of this size and above leave the caches before anyone reads them: they are written past them, which
+// spares fetching the memory first.
+constexpr std::size_t kPastCacheBytes = std::size_t{2} << 20;
+
+}  // namespace
+
+void expandEdges(const EdgeBits& bits, FloatPlane& plane)
 {
-    HWY_DYNAMIC_DISPATCH(ExpandToFloat)(bits, row, width);
+    const bool pastCache = plane.stride() * plane.height() * sizeof(float) >= kPastCacheBytes;
+    for (std::size_t y = 0; y < plane.height(); ++y)
+        HWY_DYNAMIC_DISPATCH(ExpandToFloat)(bits.edges(y), plane.row(y), plane.width(), pastCache);
+    hwy::FlushStream();
 }
 
-void expandEdges(const std::uint64_t* bits, std::uint16_t* row, std::size_t width)
+void expandEdges(const EdgeBits& bits, std::uint16_t* frame, std::size_t width, std::size_t height)
 {
-    for (std::size_t x = HWY_DYNAMIC_DISPATCH(ExpandTo16)(bits, row, width); x < width; ++x)
-        row[x] = (bits[x / 64] >> (x % 64) & 1) != 0 ? 33023 : 32768;
+    for (std::size_t y = 0; y < height; ++y) {
+        const std::uint64_t* row = bits.edges(y);
+        std::uint16_t* out = frame + y * width;
+        for (std::size_t x = HWY_DYNAMIC_DISPATCH(ExpandTo16)(row, out, width); x < width; ++x)
+            out[x] = (row[x / 64] >> (x % 64) & 1) != 0 ? 33023 : 32768;
+    }
 }
 
 }  // namespace scansteps

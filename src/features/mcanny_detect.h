@@ -65,10 +65,10 @@ std::size_t stripWidth(std::size_t width);
 bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const CannyThresholds& thresholds,
                  int aperture, CannyWorkspace::Buffers& buffers);
 
-/// Bits to float samples 255 and 0; writes up to a multiple of 16 samples.
-void expandEdges(const std::uint64_t* bits, float* row, std::size_t width);
+/// Edges as float samples 255, all else 0; the plane has the size of the image.
+void expandEdges(const EdgeBits& bits, FloatPlane& plane);
 
-/// Bits to offset 16-bit samples 33023 and 32768; writes exactly `width` samples.
-void expandEdges(const std::uint64_t* bits, std::uint16_t* row, std::size_t width);
+/// Edges as offset 16-bit samples 33023, all else 32768.
+void expandEdges(const EdgeBits& bits, std::uint16_t* frame, std::size_t width, std::size_t height);
 
 }  // namespace scansteps

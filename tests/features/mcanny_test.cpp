@@ -285,6 +285,20 @@ TEST(Canny, vectorEqualsScalarOnAdversarialPlanes)
     }
 }
 
+// Wider than a strip: every pixel near a seam must see the neighbours beyond it.
+TEST(Canny, stripsJoin)
+{
+    std::mt19937 random(6);
+    CannyWorkspace work;
+    for (const std::uint32_t width : {640U, 641U, 705U, 1280U, 1290U, 1921U}) {
+        FloatPlane plane = noise(width, 24, random, false);
+        lowPass(plane, 3);
+        compareDetectors(plane, {{300, 1500}, {-1, 2000}}, "strips", work);
+        for (int k = 0; k < 200; ++k) plane.row(random() % 24)[random() % width] = float(random() % 90000000);
+        compareDetectors(plane, {{1e5, 9e7}}, "strips with large numbers", work);
+    }
+}
+
 // Gradients at the very angles where the direction changes, up to the largest numbers of the fast path: dx
 // and dy are made by hand as a plane that is linear in blocks.
 TEST(Canny, directionsAreExactNextToTheirLimits)
@@ -320,11 +334,12 @@ TEST(CannyFrame16, equalsItsPartsAndTheScalarChain)
     const test::Image image = test::examplePhoto("photo_coffee.jpg");
     const auto grey = test::greyOf(image);
     CannyWorkspace work;
-    for (const auto& [width, height] : {std::pair{600, 400}, {61, 40}, {1, 9}, {130, 1}, {0, 5}, {5, 0}}) {
+    for (const auto& [width, height] :
+         {std::pair{600, 400}, {61, 40}, {1, 9}, {130, 1}, {1303, 17}, {0, 5}, {5, 0}}) {
         std::vector<std::uint16_t> video(std::size_t(width * height)), offset(video.size()),
             wild(video.size());
         for (std::size_t k = 0; k < video.size(); ++k) {
-            const unsigned luma = grey[k / width * image.width + k % width];
+            const unsigned luma = grey[k / width * image.width + k % width % image.width];
             video[k] = static_cast<std::uint16_t>(luma | random() << 8);
             offset[k] = static_cast<std::uint16_t>(32768 + 40 * luma);
             wild[k] = static_cast<std::uint16_t>(random() % 7 < 3 ? 0 : 65535);
