@@ -52,6 +52,10 @@ target_link_libraries(scansteps_steps
   PUBLIC scansteps-core
   PRIVATE scansteps_flags hwy::hwy JPEG::JPEG Threads::Threads OpenMP::OpenMP_CXX Eigen3::Eigen Imath::Imath)
 
+if(WIN32)
+  target_link_libraries(scansteps_steps PRIVATE avicap32)
+endif()
+
 # The loadable library: exports the functions of the table of kinds and set_handles, nothing else.
 # Tests and fuzz targets make their steps by the same functions.
 add_library(scansteps_factories OBJECT src/exports/factories.cpp)

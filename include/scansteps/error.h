@@ -8,7 +8,9 @@ namespace scansteps {
 [[noreturn]] void fail(const char* text);
 
 /// Throws a printf-formatted text of at most 1023 bytes, held in the module's one error buffer.
-#if defined(__GNUC__)
+#if defined(__MINGW32__)
+[[gnu::format(gnu_printf, 1, 2)]]
+#elif defined(__GNUC__)
 [[gnu::format(printf, 1, 2)]]
 #endif
 [[noreturn]] void

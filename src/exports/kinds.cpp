@@ -74,6 +74,10 @@ constexpr std::array cannySettings{
 constexpr SettingInfo cannyClear =
     optionalInt("OCV.clear", 0, "not 0: the frame is cleared before edges are drawn");
 constexpr SettingInfo canny5Debug = optionalInt("canny5.debug", 0, "not 0: prints more");
+constexpr std::array captureSize{
+    optionalInt("dataX", 640, "width asked for; the camera's choice wins").range(0, 65535).unit("pixels"),
+    optionalInt("dataY", 480, "height asked for; the camera's choice wins").range(0, 65535).unit("pixels"),
+};
 constexpr std::array loadImages{
     requiredText("load.name", "first file; its digits are the counter"),
     optionalInt("load.incr", 1, "added to the number in the name after each frame"),

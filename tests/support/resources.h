@@ -1,0 +1,67 @@
+// What the test process holds of the system: threads, descriptors or handles, memory. For tests that do
+// something many times over and want nothing left.
+#pragma once
+
+#include <cstddef>
+
+#ifdef _WIN32
+#include <windows.h>
+// these need windows.h first
+#include <psapi.h>
+#include <tlhelp32.h>
+#else
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#endif
+
+namespace scansteps::test {
+
+struct Resources
+{
+    std::ptrdiff_t threads = 0;
+    std::ptrdiff_t descriptors = 0;
+    std::ptrdiff_t memory = 0;  ///< bytes, as the system counts them
+};
+
+#ifdef _WIN32
+
+inline Resources resourcesHeld()
+{
+    Resources held;
+    DWORD handles = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    held.descriptors = handles;
+    PROCESS_MEMORY_COUNTERS memory{};
+    K32GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory);
+    held.memory = static_cast<std::ptrdiff_t>(memory.PagefileUsage);
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry))
+        if (entry.th32OwnerProcessID == GetCurrentProcessId()) ++held.threads;
+    CloseHandle(snapshot);
+    return held;
+}
+
+#else
+
+inline Resources resourcesHeld()
+{
+    const auto entries = [](const char* folder) {
+        return std::distance(std::filesystem::directory_iterator(folder), {});
+    };
+    Resources held;
+    held.threads = entries("/proc/self/task");
+    held.descriptors = entries("/proc/self/fd");
+    std::ptrdiff_t size = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident;
+    held.memory = resident * sysconf(_SC_PAGESIZE);
+    return held;
+}
+
+#endif
+
+}  // namespace scansteps::test
