@@ -14,5 +14,6 @@ Command addRun(CLI::App& app);
 Command addCheck(CLI::App& app);
 Command addSteps(CLI::App& app);
 Command addInspect(CLI::App& app);
+Command addDevices(CLI::App& app);
 
 }  // namespace scansteps::host

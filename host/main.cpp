@@ -37,7 +37,8 @@ int main(int argc, char** argv)
     const std::map<std::string, Command> commands = {{"run", addRun(app)},
                                                      {"check", addCheck(app)},
                                                      {"steps", addSteps(app)},
-                                                     {"inspect", addInspect(app)}};
+                                                     {"inspect", addInspect(app)},
+                                                     {"devices", addDevices(app)}};
 
     try {
         auto arguments = utf8Arguments(argc, argv);

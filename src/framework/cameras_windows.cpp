@@ -15,11 +15,11 @@ namespace scansteps {
 
 namespace {
 
-constexpr WORD kMostDrivers = 10;  // the service's own limit
+constexpr UINT kMostDrivers = 10;  // the service's own limit
 
 struct Service
 {
-    using Describe = BOOL(WINAPI*)(WORD, LPSTR, INT, LPSTR, INT);
+    using Describe = BOOL(WINAPI*)(UINT, LPSTR, INT, LPSTR, INT);
     using CreateCaptureWindow = HWND(WINAPI*)(LPCSTR, DWORD, int, int, int, int, HWND, int);
 
     Service() : library(LoadLibraryA("avicap32.dll"))
@@ -65,10 +65,10 @@ std::vector<CameraInfo> listCameras()
     std::vector<CameraInfo> cameras;
     const Service service;
     if (service.describe == nullptr) return cameras;
-    for (WORD driver = 0; driver < kMostDrivers; ++driver) {
+    for (UINT driver = 0; driver < kMostDrivers; ++driver) {
         char name[200] = {}, version[200] = {};
         if (service.describe(driver, name, sizeof name, version, sizeof version))
-            cameras.push_back({utf8(name), "", int{driver}});
+            cameras.push_back({utf8(name), "", static_cast<int>(driver)});
     }
     return cameras;
 }

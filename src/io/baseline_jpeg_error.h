@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "scansteps/error.h"
+
 namespace scansteps {
 
 /// A 256-byte buffer with the last message.
@@ -12,11 +14,8 @@ class JpegErrorText
 {
   public:
     /// Formats a message (cut to 255 bytes) and returns false, so that a check can `return error.set(...)`.
-#if defined(__GNUC__)
-    [[gnu::format(printf, 2, 3)]]
-#endif
-    bool
-    set(const char* format, ...)
+    SCANSTEPS_PRINTF(2, 3)
+    bool set(const char* format, ...)
     {
         std::va_list arguments;
         va_start(arguments, format);
@@ -25,10 +24,7 @@ class JpegErrorText
         return false;
     }
 
-    const char* text() const
-    {
-        return text_.data();
-    }
+    const char* text() const { return text_.data(); }
 
   private:
     std::array<char, 256> text_{};

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -283,7 +284,7 @@ __declspec(dllexport) HWND WINAPI capCreateCaptureWindowA(LPCSTR title, DWORD st
 }
 
 __declspec(dllexport) BOOL WINAPI
-    capGetDriverDescriptionA(WORD driver, LPSTR name, INT nameSize, LPSTR version, INT versionSize)
+    capGetDriverDescriptionA(UINT driver, LPSTR name, INT nameSize, LPSTR version, INT versionSize)
 {
     if (driver >= std::size(kDrivers)) return FALSE;
     std::snprintf(name, static_cast<std::size_t>(nameSize), "%s", kDrivers[driver]);

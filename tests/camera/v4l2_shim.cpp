@@ -29,7 +29,7 @@
 
 namespace {
 
-scansteps::test::V4l2Shim shim;
+constinit scansteps::test::V4l2Shim shim{};
 std::vector<std::uint8_t> jpegBytes;
 std::mutex lock;
 

@@ -80,7 +80,7 @@ inline JpegPlanes decodeJpegRaw(const std::vector<std::uint8_t>& file)
     jpeg_decompress_struct jpeg{};
     jpeg.err = jpeg_std_error(&errors);
     jpeg_create_decompress(&jpeg);
-    jpeg_mem_src(&jpeg, file.data(), file.size());
+    jpeg_mem_src(&jpeg, file.data(), static_cast<unsigned long>(file.size()));
     jpeg_read_header(&jpeg, TRUE);
     jpeg.raw_data_out = TRUE;
     jpeg.out_color_space = JCS_YCbCr;

@@ -1,0 +1,69 @@
+// scansteps devices: the cameras of this machine with what they deliver, for "capture"."dev_name".
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "commands.h"
+#include "json_values.h"
+#include "runner.h"
+#include "scansteps/cameras.h"
+
+namespace scansteps::host {
+
+namespace {
+
+using Ordered = nlohmann::ordered_json;
+
+Ordered jsonOf(const CameraMode& mode)
+{
+    Ordered json = {{"format", mode.format}, {"width", mode.width}, {"height", mode.height}};
+    if (mode.rate > 0) json["rate"] = mode.rate;
+    return json;
+}
+
+Ordered jsonOf(const CameraInfo& camera)
+{
+    Ordered json = {{"index", camera.index}, {"name", camera.name}};
+    if (!camera.path.empty()) json["path"] = camera.path;
+    json["modes"] = Ordered::array();
+    for (const CameraMode& mode : cameraModes(camera)) json["modes"].push_back(jsonOf(mode));
+    return json;
+}
+
+void print(const CameraInfo& camera)
+{
+    fmt::print("{}  {}{}\n", camera.index, camera.name, camera.path.empty() ? "" : "  " + camera.path);
+    for (const CameraMode& mode : cameraModes(camera)) {
+        fmt::print("     {} {} x {}", mode.format, mode.width, mode.height);
+        if (mode.rate > 0) fmt::print(", up to {:g} frames a second", mode.rate);
+        fmt::print("\n");
+    }
+}
+
+int devices(bool json)
+{
+    const auto cameras = listCameras();
+    if (json) {
+        Ordered list = Ordered::array();
+        for (const CameraInfo& camera : cameras) list.push_back(jsonOf(camera));
+        fmt::print("{}\n", list.dump(2));
+        return kEnded;
+    }
+    for (const CameraInfo& camera : cameras) print(camera);
+    if (cameras.empty()) fmt::print("no camera found\n");
+    fmt::print(
+        "Without a camera: capture.dev_name=test:bars, test:gradient, test:moving or file:NAME0000.jpg\n");
+    return kEnded;
+}
+
+}  // namespace
+
+Command addDevices(CLI::App& app)
+{
+    CLI::App* command = app.add_subcommand("devices", "List the cameras with their formats and sizes");
+    const auto json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "As JSON");
+    return [json] { return devices(*json); };
+}
+
+}  // namespace scansteps::host
