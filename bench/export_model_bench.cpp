@@ -6,13 +6,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "export/flt_writer.h"
+#include "export/obj_writer.h"
+#include "export/output_file.h"
 #include "export/ply_writer.h"
 #include "export/stl_writer.h"
 #include "export/vertex_normals.h"
-#if defined(SCANSTEPS_BENCH_ASSIMP)
+#if defined(SCANSTEPS_PEER_ASSIMP)
 #include <assimp/scene.h>
 
 #include <assimp/Exporter.hpp>
@@ -109,7 +113,80 @@ void bareWrite(benchmark::State& state)
     run(state, "a.raw", [&](OutputFile& file, const Mesh&) { file.write(std::span(bytes)); });
 }
 
+void obj(benchmark::State& state)
+{
+    run(state, "a.obj", [](OutputFile& file, const Mesh& mesh) {
+        const TexturedModel textured{mesh, {}, {2048, 1}};
+        writeObj(file, textured, layOut(textured), "a");
+    });
+}
+void flt(benchmark::State& state)
+{
+    const std::string path = target("a.flt");
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::filesystem::remove(path);
+        state.ResumeTiming();
+        saveFlt(path, {model().mesh(), {}, {2048, 1}});
+    }
+    finish(state, path);
+}
+
+#if defined(SCANSTEPS_PEER_ASSIMP)
+/// The mesh as the peer holds it, with texture coordinates, which its OBJ then has too.
+std::unique_ptr<aiScene> assimpScene()
+{
+    const Mesh mesh = model().mesh();
+    auto scene = std::make_unique<aiScene>();
+    auto* out = new aiMesh;
+    out->mPrimitiveTypes = aiPrimitiveType_TRIANGLE;
+    out->mNumVertices = static_cast<unsigned>(mesh.vertexCount());
+    out->mVertices = new aiVector3D[mesh.vertexCount()];
+    out->mTextureCoords[0] = new aiVector3D[mesh.vertexCount()];
+    out->mNumUVComponents[0] = 2;
+    for (std::size_t i = 0; i < mesh.vertexCount(); ++i) {
+        out->mVertices[i] = {mesh.vertices[3 * i], mesh.vertices[3 * i + 1], mesh.vertices[3 * i + 2]};
+        out->mTextureCoords[0][i] = {mesh.pixels[2 * i] / 2048, mesh.pixels[2 * i + 1] / 2048, 0};
+    }
+    out->mNumFaces = static_cast<unsigned>(mesh.triangleCount());
+    out->mFaces = new aiFace[mesh.triangleCount()];
+    for (std::size_t k = 0; k < mesh.triangleCount(); ++k) {
+        out->mFaces[k].mNumIndices = 3;
+        out->mFaces[k].mIndices =
+            new unsigned[3]{mesh.indices[3 * k], mesh.indices[3 * k + 1], mesh.indices[3 * k + 2]};
+    }
+    scene->mNumMeshes = scene->mNumMaterials = 1;
+    scene->mMeshes = new aiMesh* [1] { out };
+    scene->mMaterials = new aiMaterial* [1] { new aiMaterial };
+    scene->mRootNode = new aiNode;
+    scene->mRootNode->mNumMeshes = 1;
+    scene->mRootNode->mMeshes = new unsigned[1]{0};
+    return scene;
+}
+
+void peer(benchmark::State& state, const char* format, const char* extension)
+{
+    const auto scene = assimpScene();
+    const std::string path = target(extension);
+    Assimp::Exporter exporter;
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::filesystem::remove(path);
+        state.ResumeTiming();
+        if (exporter.Export(scene.get(), format, path) != aiReturn_SUCCESS)
+            state.SkipWithError(exporter.GetErrorString());
+    }
+    finish(state, path);
+    std::filesystem::remove(target("a.mtl"));
+}
+BENCHMARK_CAPTURE(peer, assimpPly, "ply", "a.ply")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(peer, assimpObj, "obj", "a.obj")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(peer, assimpStl, "stlb", "a.stl")->Unit(benchmark::kMillisecond);
+#endif
+
 BENCHMARK(ply)->Unit(benchmark::kMillisecond);
+BENCHMARK(obj)->Unit(benchmark::kMillisecond);
+BENCHMARK(flt)->Unit(benchmark::kMillisecond);
 BENCHMARK(stl)->Unit(benchmark::kMillisecond);
 BENCHMARK(bareWrite)->Unit(benchmark::kMillisecond);
 

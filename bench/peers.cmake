@@ -10,3 +10,8 @@ target_compile_definitions(convert_pixels_bench PRIVATE SCANSTEPS_PEER_LIBYUV)
 pkg_check_modules(VIPS REQUIRED IMPORTED_TARGET vips)
 target_link_libraries(features_mcanny_bench PRIVATE PkgConfig::VIPS)
 target_compile_definitions(features_mcanny_bench PRIVATE SCANSTEPS_PEER_VIPS)
+
+# Model files. VTK and meshio are measured by export_model_peers.py, which calls them from Python.
+find_package(assimp CONFIG REQUIRED)
+target_compile_definitions(export_model_bench PRIVATE SCANSTEPS_PEER_ASSIMP)
+target_link_libraries(export_model_bench PRIVATE assimp::assimp)

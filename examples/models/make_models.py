@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Makes the example recordings of models: a torus knot with colours and two pictures, and a point cloud.
+"""Makes the example recordings of models: a torus knot with a colour on each triangle, the same with two pictures
+instead, and a point cloud.
 
 usage: make_models.py [OUT]
 
@@ -92,7 +93,7 @@ def tube(t, angle, radius=0.42):
 
 
 WIDTH, HEIGHT = 160, 64  # of each picture
-RINGS, AROUND = 72, 16   # quads of each half of the knot
+RINGS, AROUND = 52, 14   # quads of each half of the knot
 
 
 def picture(view):
@@ -106,7 +107,7 @@ def picture(view):
     return {"data": array_value(2, "B", pixels, 3 * WIDTH, HEIGHT)}
 
 
-def knot():
+def knot(textured):
     vertices, indices, colours, pixels, views = [], [], [], [], []
     for view in (0, 1):
         first = len(vertices) // 3
@@ -122,11 +123,14 @@ def knot():
                 b, c, d = a + 1, a + AROUND + 1, a + AROUND + 2
                 indices += [a, c, b, b, c, d]
                 colours += 2 * hue(((i / RINGS + view) / 2 + j / AROUND) % 1)
-    return {"Vertices": floats(vertices, 3), "Indices": ints(indices, 3), "Tricolors": floats(colours, 3),
-            "Pixels": floats(pixels, 2), "Views": ints(views, 1)}
+    tria = {"Vertices": floats(vertices, 3), "Indices": ints(indices, 3)}
+    if not textured:
+        return {"tria": struct_value({**tria, "Tricolors": floats(colours, 3)})}
+    tria.update({"Pixels": floats(pixels, 2), "Views": ints(views, 1)})
+    return {"tria": struct_value(tria), "images": struct_array_value([picture(0), picture(1)])}
 
 
-def spiral(count=3000):
+def spiral(count=2000):
     """Points on a sphere, coloured by direction."""
     points, colours = [], []
     for i in range(count):
@@ -135,9 +139,9 @@ def spiral(count=3000):
         p = [math.sqrt(1 - z * z) * math.cos(angle), math.sqrt(1 - z * z) * math.sin(angle), z]
         points += p
         colours += [127.5 * (1 + c) for c in p]
-    return {"Points": floats(points, 3), "Colors": floats(colours, 3)}
+    return {"pns": struct_value({"Points": floats(points, 3), "Colors": floats(colours, 3)})}
 
 
-write_recording("torus_knot.rec", {"tria": struct_value(knot()),
-                                   "images": struct_array_value([picture(0), picture(1)])})
-write_recording("sphere_points.rec", {"pns": struct_value(spiral())})
+write_recording("torus_knot.rec", knot(textured=False))
+write_recording("textured_knot.rec", knot(textured=True))
+write_recording("sphere_points.rec", spiral())

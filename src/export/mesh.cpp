@@ -13,16 +13,6 @@ namespace {
 // The quick looks below are loops without a branch, which compilers turn into vector code: a sound mesh costs
 // one pass at memory speed, and only a suspicious one is searched for the place.
 
-IndexRange rangeOf(std::span<const std::uint32_t> indices)
-{
-    IndexRange range;
-    for (const std::uint32_t i : indices) {
-        range.smallest = std::min(range.smallest, i);
-        range.largest = std::max(range.largest, i);
-    }
-    return range;
-}
-
 /// Bit patterns of floats order like their magnitudes; a sign that `mask` leaves in makes them huge.
 std::uint32_t largestBits(std::span<const float> values, std::uint32_t mask)
 {
@@ -46,12 +36,27 @@ void checkTriples(std::size_t size, const char* entry)
 
 }  // namespace
 
-IndexRange checkGeometry(const Mesh& mesh)
+IndexRange rangeOf(std::span<const std::uint32_t> indices)
+{
+    IndexRange range;
+    for (const std::uint32_t i : indices) {
+        range.smallest = std::min(range.smallest, i);
+        range.largest = std::max(range.largest, i);
+    }
+    return range;
+}
+
+void checkVertices(const Mesh& mesh)
 {
     checkTriples(mesh.vertices.size(), "Vertices");
     checkTriples(mesh.indices.size(), "Indices");
     if (mesh.vertexCount() > 0x7FFFFFFF) fail("\"Vertices\": more than 2147483647 entries");
     checkFinite(mesh.vertices, "Vertices");
+}
+
+IndexRange checkGeometry(const Mesh& mesh)
+{
+    checkVertices(mesh);
     const IndexRange range = rangeOf(mesh.indices);
     if (mesh.indices.empty() || range.largest < mesh.vertexCount()) return range;
     const auto outside = [&](std::uint32_t i) { return i >= mesh.vertexCount(); };

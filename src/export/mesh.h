@@ -45,8 +45,13 @@ struct IndexRange
     std::uint32_t largest = 0;
 };
 
-/// Throws a text that names the record entry and the place when a coordinate is not finite, an index lies
-/// outside the vertices, or a list is not made of triples.
+IndexRange rangeOf(std::span<const std::uint32_t> indices);
+
+/// Throws a text that names the record entry and the place when a coordinate is not finite or a list is not
+/// made of triples.
+void checkVertices(const Mesh& mesh);
+
+/// The same, and throws when an index lies outside the vertices.
 IndexRange checkGeometry(const Mesh& mesh);
 
 /// Throws unless `colours` are triples, one for each of `count` elements. `entry` is the name of the colours

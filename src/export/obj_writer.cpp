@@ -1,5 +1,6 @@
 #include "export/obj_writer.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "export/text_format.h"
@@ -72,16 +73,25 @@ void writeVertices(OutputFile& file, const TexturedModel& model, const TextureLa
     for (std::size_t i = 0; i < layout.extra.size(); ++i) writePosition(mesh.vertexCount() + i);
 }
 
-/// "f " and three "vertex/texture vertex ", numbers from 1.
+/// "vertex/texture vertex ", numbers from 1.
+char* putCorner(char* out, std::uint32_t vertex, std::uint32_t textureVertex)
+{
+    if (std::max(vertex, textureVertex) < text::kWordLimit - 1) {
+        const text::Word word = text::wordOf(vertex + 1);
+        out = text::put(out, word, '/');
+        return text::put(out, vertex == textureVertex ? word : text::wordOf(textureVertex + 1), ' ');
+    }
+    out = text::putUnsigned(out, vertex + 1);
+    *out++ = '/';
+    out = text::putUnsigned(out, textureVertex + 1);
+    *out++ = ' ';
+    return out;
+}
+
 void writeFace(OutputFile& file, const std::uint32_t* vertices, const std::uint32_t* textureVertices)
 {
     char* out = putText(file.room(kLine), "f ");
-    for (int i = 0; i < 3; ++i) {
-        out = text::putUnsigned(out, vertices[i] + 1);
-        *out++ = '/';
-        out = text::putUnsigned(out, textureVertices[i] + 1);
-        *out++ = ' ';
-    }
+    for (int i = 0; i < 3; ++i) out = putCorner(out, vertices[i], textureVertices[i]);
     *out++ = '\n';
     file.advance(out);
 }
@@ -113,6 +123,15 @@ void writeMaterials(OutputFile& file, const std::string& base, int pages)
 
 }  // namespace
 
+void writeObj(OutputFile& file, const TexturedModel& model, const TextureLayout& layout,
+              const std::string& base)
+{
+    file.write("# scansteps " SCANSTEPS_VERSION "\nmtllib " + base + ".mtl\n# list of vertices\n");
+    writeVertices(file, model, layout);
+    file.write("# list of faces\n");
+    writeFaces(file, model.mesh, layout);
+}
+
 bool saveObj(const std::string& path, const TexturedModel& model)
 {
     StageClock clock;
@@ -124,10 +143,7 @@ bool saveObj(const std::string& path, const TexturedModel& model)
     clock.stage();
     const auto pages = writePages(model, layout, pathBase);
     clock.stage();
-    file.write("# scansteps " SCANSTEPS_VERSION "\nmtllib " + base + ".mtl\n# list of vertices\n");
-    writeVertices(file, model, layout);
-    file.write("# list of faces\n");
-    writeFaces(file, model.mesh, layout);
+    writeObj(file, model, layout, base);
     writeMaterials(materials, base, layout.pages);
     for (const auto& page : pages) page->commit();
     materials.commit();

@@ -16,4 +16,8 @@ namespace scansteps {
 /// mesh does not hold together. Prints the time of its stages.
 bool saveObj(const std::string& path, const TexturedModel& model);
 
+/// The OBJ file alone, which names BASE.mtl.
+void writeObj(OutputFile& file, const TexturedModel& model, const TextureLayout& layout,
+              const std::string& base);
+
 }  // namespace scansteps

@@ -43,6 +43,14 @@ char* putColour(char* out, const float* rgb)
     return out;
 }
 
+char* putIndex(char* out, std::uint32_t index)
+{
+    if (index < text::kWordLimit) return text::put(out, text::wordOf(index), ' ');
+    out = text::putUnsigned(out, index);
+    *out++ = ' ';
+    return out;
+}
+
 char* putPosition(char* out, const float* xyz)
 {
     for (int i = 0; i < 3; ++i) {
@@ -82,11 +90,8 @@ void writePly(OutputFile& file, const Mesh& mesh)
     for (std::size_t k = 0; k < mesh.triangleCount(); ++k) {
         char* out = file.room(kLine);
         *out++ = '3';
-        for (std::size_t corner = 0; corner < 3; ++corner) {
-            *out++ = ' ';
-            out = text::putUnsigned(out, mesh.indices[3 * k + corner]);
-        }
         *out++ = ' ';
+        for (std::size_t corner = 0; corner < 3; ++corner) out = putIndex(out, mesh.indices[3 * k + corner]);
         out = putColour(out, &mesh.colours[3 * k]);
         *out++ = '\n';
         file.advance(out);

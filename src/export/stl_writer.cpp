@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "export/vertex_normals.h"
 #include "scansteps/error.h"
@@ -13,6 +16,22 @@ namespace scansteps {
 namespace {
 
 static_assert(std::endian::native == std::endian::little, "entries are copied as they lie in memory");
+
+struct Free
+{
+    void operator()(void* memory) const { std::free(memory); }
+};
+using ZeroedNormals = std::unique_ptr<Normal[], Free>;
+
+// Large zeroed blocks come from the system as they are, and are touched for the first time where they are
+// used.
+ZeroedNormals makeNormals(std::size_t count)
+{
+    static_assert(alignof(Normal) <= alignof(std::max_align_t));
+    ZeroedNormals normals(static_cast<Normal*>(std::calloc(std::max<std::size_t>(count, 1), sizeof(Normal))));
+    if (!normals) throw std::bad_alloc();
+    return normals;
+}
 
 void writeHeader(OutputFile& file, std::uint32_t triangles)
 {
@@ -25,12 +44,13 @@ void writeHeader(OutputFile& file, std::uint32_t triangles)
 
 IndexRange writeStl(OutputFile& file, const Mesh& mesh)
 {
-    const IndexRange range = checkGeometry(mesh);
+    checkVertices(mesh);
     checkColourCount(mesh.colours, mesh.triangleCount(), "Tricolors", "triangles");
     if (mesh.triangleCount() > 0xFFFFFFFF) fail("\"Indices\": more triangles than STL can count");
-    const auto normals = std::make_unique_for_overwrite<Normal[]>(mesh.vertexCount());
+    const ZeroedNormals normals = makeNormals(mesh.vertexCount());
     const std::span<Normal> view(normals.get(), mesh.vertexCount());
-    vertexNormals(mesh, view);
+    const IndexRange range = vertexNormals(mesh, view);
+    if (range.largest >= mesh.vertexCount()) checkGeometry(mesh);  // throws unless there are no triangles
     writeHeader(file, static_cast<std::uint32_t>(mesh.triangleCount()));
     constexpr std::size_t kBatch = OutputFile::kBlock / kStlEntrySize;
     for (std::size_t k = 0; k < mesh.triangleCount(); k += kBatch) {

@@ -64,19 +64,18 @@ char* putSixDigits(char* out, std::uint32_t n, int decimals)
     const auto& high = detail::kDigits3[n / 1000];
     const auto& low = detail::kDigits3[n % 1000];
     const int zeros = low[3] < 3 ? low[3] : 3 + high[3];
-    char digits[16] = {};
-    std::memcpy(digits, high.data(), 4);
-    std::memcpy(digits + 3, low.data(), 3);
+    // All six digits in one register: reading them back from memory would wait for the writes.
+    const std::uint64_t digits = detail::lowBytes(high) | std::uint64_t{detail::lowBytes(low)} << 24;
     if (decimals < 6) {
         const int whole = 6 - decimals;
-        std::memcpy(out, digits, 8);
-        std::memcpy(out + whole + 1, digits + whole, 8);
-        out[whole] = '.';
+        const std::uint64_t tail = (digits >> 8 * whole) << 8 | '.';
+        std::memcpy(out, &digits, 8);
+        std::memcpy(out + whole, &tail, 8);
         return zeros >= decimals ? out + whole : out + 7 - zeros;
     }
     std::memcpy(out, "0.00000", 8);
     out += 2 + decimals - 6;
-    std::memcpy(out, digits, 8);
+    std::memcpy(out, &digits, 8);
     return out + 6 - zeros;
 }
 

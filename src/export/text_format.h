@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -46,6 +47,13 @@ constexpr Digits3 makeShort3()
 
 inline constexpr Digits3 kShort3 = makeShort3();
 
+/// The three digits of an entry as a number.
+inline std::uint32_t lowBytes(const std::array<char, 4>& entry)
+{
+    static_assert(std::endian::native == std::endian::little);
+    return std::bit_cast<std::uint32_t>(entry) & 0x00FFFFFFU;
+}
+
 inline char* put3(char* out, std::uint32_t n)
 {
     std::memcpy(out, kDigits3[n].data(), 4);
@@ -86,6 +94,30 @@ inline char* putUnsigned(char* out, std::uint32_t n)
         out = put3(out, thousands % 1000);
     }
     return put3(out, n % 1000);
+}
+
+/// Decimal digits of a number below kWordLimit as they lie in memory, so that loops that write little else
+/// make one store of each number with what separates it from the next.
+inline constexpr std::uint32_t kWordLimit = 1000000;
+struct Word
+{
+    std::uint64_t bytes;
+    int length;  ///< digits alone
+};
+inline Word wordOf(std::uint32_t n)
+{
+    using namespace detail;
+    if (n < 1000) return {lowBytes(kShort3[n]), kShort3[n][3]};
+    const auto& high = kShort3[n / 1000];
+    return {lowBytes(high) | std::uint64_t{lowBytes(kDigits3[n % 1000])} << 8 * high[3], high[3] + 3};
+}
+/// Digits and the separator.
+inline char* put(char* out, Word word, char separator)
+{
+    const std::uint64_t bytes = word.bytes | std::uint64_t{static_cast<std::uint8_t>(separator)}
+                                                 << 8 * word.length;
+    std::memcpy(out, &bytes, 8);
+    return out + word.length + 1;
 }
 
 /// The text of the double `n` * 0.0001 with six significant digits; never in exponent form.

@@ -44,12 +44,12 @@ V4 Rotate(V4 v)  // x, y, z to y, z, x
 }
 
 /// Sums with the lanes z, x, y, as the cross product gives them without a last rotation.
-void Accumulate(const Mesh& mesh, Normal* HWY_RESTRICT sums)
+void Accumulate(const Mesh& mesh, std::span<const std::uint32_t> indices, Normal* HWY_RESTRICT sums)
 {
     const D4 d;
     const Points points(mesh);
-    const std::uint32_t* const end = mesh.indices.data() + mesh.indices.size();
-    for (const std::uint32_t* corner = mesh.indices.data(); corner != end; corner += 3) {
+    const std::uint32_t* const end = indices.data() + indices.size();
+    for (const std::uint32_t* corner = indices.data(); corner != end; corner += 3) {
         const V4 a = points[corner[0]];
         const V4 u = hn::Sub(points[corner[1]], a);
         const V4 v = hn::Sub(points[corner[2]], a);
@@ -81,21 +81,37 @@ std::size_t Normalise(std::span<Normal> normals)
     return i;
 }
 
-void VertexNormals(const Mesh& mesh, std::span<Normal> normals)
+IndexRange VertexNormals(const Mesh& mesh, std::span<Normal> normals)
 {
-    std::memset(normals.data(), 0, normals.size_bytes());
-    if (normals.empty()) return;
-    Accumulate(mesh, normals.data());
+    constexpr std::size_t kBlock = 3 * 2048;  // indices that stay in the cache between check and use
+    IndexRange range;
+    for (std::size_t i = 0; i < mesh.indices.size(); i += kBlock) {
+        const auto indices = mesh.indices.subspan(i, std::min(kBlock, mesh.indices.size() - i));
+        range = scalar::join(range, rangeOf(indices));
+        if (range.largest >= mesh.vertexCount()) return range;
+        Accumulate(mesh, indices, normals.data());
+    }
     for (std::size_t i = Normalise(normals); i < normals.size(); ++i) {
         const float* n = normals[i].v;
         normals[i] = scalar::unitNormal(n[1], n[2], n[0]);
     }
+    return range;
 }
 
 void StoreBytes(V4 v, char* out)
 {
     const hn::Repartition<std::uint8_t, D4> d8;
     hn::StoreU(hn::BitCast(d8, v), d8, reinterpret_cast<std::uint8_t*>(out));
+}
+
+/// The upper five bits of the colour's lanes 0 to 2, below a set bit 15.
+std::uint16_t ColourWord(hn::Vec<hn::RebindToUnsigned<D4>> colour)
+{
+    const hn::Repartition<std::uint64_t, D4> d64;
+    const auto pairs = hn::BitCast(d64, colour);
+    const std::uint64_t low = hn::GetLane(pairs);
+    const std::uint64_t high = hn::GetLane(hn::UpperHalf(hn::Half<decltype(d64)>(), pairs));
+    return static_cast<std::uint16_t>(0x8000 | (low & 0xF8) << 7 | (low >> 30 & 0x3E0) | (high >> 3 & 0x1F));
 }
 
 bool StlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
@@ -106,25 +122,25 @@ bool StlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t f
     const hn::RebindToUnsigned<D4> du;
     const V4 third = hn::Set(d, 0.33333334F);
     auto most = hn::Zero(du);
-    const std::size_t end = first + count - 1;  // the last one may have nothing behind its colour and bytes
     const Points points(mesh);
-    std::size_t k = first;
-    for (; k < end; ++k, out += kStlEntrySize) {
-        const std::uint32_t* corner = &mesh.indices[3 * k];
-        V4 sum = hn::Load(d, normals[corner[0]].v);
-        sum = hn::Add(sum, hn::Load(d, normals[corner[1]].v));
-        sum = hn::Add(sum, hn::Load(d, normals[corner[2]].v));
+    // Bytes written may alias everything: pointers are kept apart from the mesh. The last entry may have
+    // nothing behind its colour and its bytes, which vectors would touch.
+    const Normal* const normal = normals.data();
+    const std::uint32_t* corner = mesh.indices.data() + 3 * first;
+    const float* rgb = mesh.colours.data() + 3 * first;
+    for (std::size_t left = count; left > 1; --left, corner += 3, rgb += 3, out += kStlEntrySize) {
+        V4 sum = hn::Load(d, normal[corner[0]].v);
+        sum = hn::Add(sum, hn::Load(d, normal[corner[1]].v));
+        sum = hn::Add(sum, hn::Load(d, normal[corner[2]].v));
         StoreBytes(hn::Mul(sum, third), out);
         for (std::size_t i = 0; i < 3; ++i) StoreBytes(points[corner[i]], out + 12 + 12 * i);
-        const auto colour = hn::BitCast(du, hn::ConvertTo(di, hn::LoadU(d, &mesh.colours[3 * k])));
+        const auto colour = hn::BitCast(du, hn::ConvertTo(di, hn::LoadU(d, rgb)));
         most = hn::Max(most, colour);
-        alignas(16) std::uint32_t five[4];
-        hn::Store(hn::ShiftRight<3>(colour), du, five);
-        const auto word = static_cast<std::uint16_t>(((five[0] + 32) << 10) + (five[1] << 5) + five[2]);
+        const std::uint16_t word = ColourWord(colour);
         std::memcpy(out + 48, &word, sizeof word);
     }
     const bool sound = hn::GetLane(hn::MaxOfLanes(du, most)) < 256;
-    return scalar::stlEntries(mesh, normals, k, first + count - k, out) && sound;
+    return scalar::stlEntries(mesh, normals, first + count - 1, 1, out) && sound;
 }
 
 }  // namespace HWY_NAMESPACE
@@ -137,9 +153,9 @@ namespace scansteps {
 HWY_EXPORT(VertexNormals);
 HWY_EXPORT(StlEntries);
 
-void vertexNormals(const Mesh& mesh, std::span<Normal> normals)
+IndexRange vertexNormals(const Mesh& mesh, std::span<Normal> normals)
 {
-    HWY_DYNAMIC_DISPATCH(VertexNormals)(mesh, normals);
+    return HWY_DYNAMIC_DISPATCH(VertexNormals)(mesh, normals);
 }
 
 bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
@@ -158,9 +174,15 @@ Normal unitNormal(float x, float y, float z)
     return {{x * scale, y * scale, z * scale, 0}};
 }
 
-void vertexNormals(const Mesh& mesh, std::span<Normal> normals)
+IndexRange join(IndexRange a, IndexRange b)
 {
-    std::fill(normals.begin(), normals.end(), Normal{});
+    return {std::min(a.smallest, b.smallest), std::max(a.largest, b.largest)};
+}
+
+IndexRange vertexNormals(const Mesh& mesh, std::span<Normal> normals)
+{
+    const IndexRange range = rangeOf(mesh.indices);
+    if (!mesh.indices.empty() && range.largest >= mesh.vertexCount()) return range;
     for (std::size_t k = 0; k < mesh.triangleCount(); ++k) {
         const std::uint32_t* corner = &mesh.indices[3 * k];
         const float* a = &mesh.vertices[std::size_t{3} * corner[0]];
@@ -173,6 +195,7 @@ void vertexNormals(const Mesh& mesh, std::span<Normal> normals)
             for (int j = 0; j < 3; ++j) normals[corner[i]].v[j] += n[j];
     }
     for (Normal& n : normals) n = unitNormal(n.v[0], n.v[1], n.v[2]);
+    return range;
 }
 
 bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,

@@ -21,8 +21,9 @@ inline constexpr std::size_t kStlEntrySize = 50;
 
 /// The unit normal of every vertex: the sum of the cross products (so weighted by area) of its triangles,
 /// multiplied by 1 / its length. Zero where that length is zero or not finite. `normals` has one element for
-/// each vertex. The mesh must have passed checkGeometry.
-void vertexNormals(const Mesh& mesh, std::span<Normal> normals);
+/// each vertex and is zero before. The mesh must have passed checkVertices; indices are checked here, while
+/// they are at hand: where the returned range goes beyond the vertices, normals are not complete.
+IndexRange vertexNormals(const Mesh& mesh, std::span<Normal> normals);
 
 /// The entries of `count` triangles from `first` on. The normal is a third of the sum of the corners'
 /// normals; the word holds the colours' upper five bits, red highest, below a set bit 15. `out` has
@@ -33,7 +34,8 @@ bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t f
 
 namespace scalar {
 Normal unitNormal(float x, float y, float z);
-void vertexNormals(const Mesh& mesh, std::span<Normal> normals);
+IndexRange join(IndexRange a, IndexRange b);
+IndexRange vertexNormals(const Mesh& mesh, std::span<Normal> normals);
 bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
                 char* out);
 }  // namespace scalar

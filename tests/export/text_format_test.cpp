@@ -54,6 +54,12 @@ TEST(TextFormat, unsignedNumbers)
     for (std::uint32_t n = 0; n < 1100000; ++n) ASSERT_EQ(textOf(text::putUnsigned, n), std::to_string(n));
 }
 
+TEST(TextFormat, words)
+{
+    const auto put = [](char* out, std::uint32_t n) { return text::put(out, text::wordOf(n), '/'); };
+    for (std::uint32_t n = 0; n < text::kWordLimit; ++n) ASSERT_EQ(textOf(put, n), std::to_string(n) + "/");
+}
+
 // What needs no rounding, in full.
 TEST(TextFormat, tenThousandthsOfSixDigits)
 {
