@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
 #
-#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), bench-peers, windows, all
+#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), readers, bench-peers, windows, all
 set -euo pipefail
 
 build=(
@@ -12,6 +12,11 @@ build=(
 )
 bench_peers=(
     libturbojpeg0-dev libyuv-dev libswscale-dev libavutil-dev libvips-dev libassimp-dev valgrind
+    python3-meshio python3-vtk9 python3-numpy
+)
+# Programs of other makers that tests open our model files with; without them those tests are skipped.
+readers=(
+    python3-meshio assimp-utils openscenegraph
 )
 windows=(
     g++-mingw-w64-x86-64-posix wine64 nasm dpkg-dev zip
@@ -26,10 +31,11 @@ wanted=()
 for group in "${@:-build}"; do
     case $group in
         build) wanted+=("${build[@]}") ;;
+        readers) wanted+=("${readers[@]}") ;;
         bench-peers) wanted+=("${bench_peers[@]}") ;;
         windows) wanted+=("${windows[@]}") ;;
-        all) wanted+=("${build[@]}" "${bench_peers[@]}" "${windows[@]}") ;;
-        *) die "no group '$group' (build, bench-peers, windows, all)" ;;
+        all) wanted+=("${build[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}") ;;
+        *) die "no group '$group' (build, readers, bench-peers, windows, all)" ;;
     esac
 done
 

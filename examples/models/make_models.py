@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Makes the example recordings of models: a torus knot with a colour on each triangle, the same with two pictures
-instead, and a point cloud.
+"""Makes the example recordings of models: a torus knot with a colour on each triangle, the same with three
+pictures besides, and a point cloud.
 
 usage: make_models.py [OUT]
 
@@ -93,15 +93,15 @@ def tube(t, angle, radius=0.42):
 
 
 WIDTH, HEIGHT = 160, 64  # of each picture
-RINGS, AROUND = 52, 14   # quads of each half of the knot
+VIEWS, RINGS, AROUND = 3, 36, 14  # parts of the knot, quads along and around each
 
 
 def picture(view):
-    """Half of the knot's skin: stripes and a fine grid, so that a wrong texture is seen at once."""
+    """A third of the knot's skin: stripes and a fine grid, so that a wrong texture is seen at once."""
     pixels = bytearray()
     for y in range(HEIGHT):
         for x in range(WIDTH):
-            r, g, b = hue(((x / WIDTH + view) / 2 + y / HEIGHT) % 1)
+            r, g, b = hue(((x / WIDTH + view) / VIEWS + y / HEIGHT) % 1)
             light = 1 if (x // 8 + y // 8) % 2 else 0.72
             pixels += bytes(int(light * (60 + c * 195 / 255)) for c in (r, g, b))
     return {"data": array_value(2, "B", pixels, 3 * WIDTH, HEIGHT)}
@@ -109,10 +109,10 @@ def picture(view):
 
 def knot(textured):
     vertices, indices, colours, pixels, views = [], [], [], [], []
-    for view in (0, 1):
+    for view in range(VIEWS):
         first = len(vertices) // 3
         for i in range(RINGS + 1):
-            t = math.pi * (i / RINGS + view)
+            t = 2 * math.pi * (i / RINGS + view) / VIEWS
             for j in range(AROUND + 1):
                 vertices += tube(t, 2 * math.pi * j / AROUND)
                 pixels += [i / RINGS * (WIDTH - 1), j / AROUND * (HEIGHT - 1)]
@@ -122,12 +122,12 @@ def knot(textured):
                 a = first + i * (AROUND + 1) + j
                 b, c, d = a + 1, a + AROUND + 1, a + AROUND + 2
                 indices += [a, c, b, b, c, d]
-                colours += 2 * hue(((i / RINGS + view) / 2 + j / AROUND) % 1)
-    tria = {"Vertices": floats(vertices, 3), "Indices": ints(indices, 3)}
+                colours += 2 * hue(((i / RINGS + view) / VIEWS + j / AROUND) % 1)
+    tria = {"Vertices": floats(vertices, 3), "Indices": ints(indices, 3), "Tricolors": floats(colours, 3)}
     if not textured:
-        return {"tria": struct_value({**tria, "Tricolors": floats(colours, 3)})}
+        return {"tria": struct_value(tria)}
     tria.update({"Pixels": floats(pixels, 2), "Views": ints(views, 1)})
-    return {"tria": struct_value(tria), "images": struct_array_value([picture(0), picture(1)])}
+    return {"tria": struct_value(tria), "images": struct_array_value([picture(view) for view in range(VIEWS)])}
 
 
 def spiral(count=2000):

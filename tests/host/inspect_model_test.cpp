@@ -17,16 +17,16 @@ constexpr const char* kModels = SCANSTEPS_SOURCE_DIR "/examples/models/";
 
 TEST(InspectModel, exampleRecordings)
 {
-    const auto knot = runProgram(std::string("inspect --model \"") + kModels + "torus_knot.rec\"");
+    const auto knot = runProgram(std::string("inspect --model \"") + kModels + "textured_knot.rec\"");
     EXPECT_EQ(knot.exitCode, 0);
     for (const char* part :
-         {"2482 vertices: -2.78", "4608 triangles", "4608 colours: 0 to 255", "image of 160 x 64"})
+         {"1665 vertices: -2.774", "3024 triangles", "3024 colours: 0 to 255", "image of 160 x 64"})
         EXPECT_THAT(knot.out, HasSubstr(part));
     const auto sphere =
         runProgram(std::string("inspect --model --json \"") + kModels + "sphere_points.rec\"");
     const auto line = nlohmann::json::parse(sphere.out);
-    EXPECT_EQ(line["model"]["cloud"]["points"]["count"], 3000);
-    EXPECT_NEAR(line["model"]["cloud"]["points"]["max"][2].get<double>(), 0.99967, 1e-5);
+    EXPECT_EQ(line["model"]["cloud"]["points"]["count"], 2000);
+    EXPECT_NEAR(line["model"]["cloud"]["points"]["max"][2].get<double>(), 0.9995, 1e-5);
     EXPECT_NEAR(line["model"]["cloud"]["colours"]["mean"][0].get<double>(), 127.5, 1e-3);
 }
 
