@@ -54,6 +54,15 @@ class CornerDetector
   public:
     const std::vector<CornerFeature>& detect(GreyView image, const CornerSettings& settings);
 
+    /// Copies a level of the last frame, smoothed for the descriptors; empty when there is no such level.
+    void smoothLevel(std::size_t level, GreyImage& out) const
+    {
+        if (level < levels_.size())
+            out = levels_[level].smooth;
+        else
+            out.reshape(0, 0);
+    }
+
   private:
     struct Level
     {

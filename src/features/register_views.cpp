@@ -1,0 +1,88 @@
+#include "features/register_views.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace scansteps {
+namespace {
+
+constexpr int kLeastInliers = 10;
+constexpr double kMostDeviation = 1.5;
+constexpr double kLeastCorrelation = 0.6;
+
+std::vector<PointPair> pairsOf(const std::vector<Match>& matches, const PreparedView& first,
+                               const PreparedView& second)
+{
+    std::vector<PointPair> pairs;
+    for (const Match& m : matches) {
+        const CornerFeature& a = first.features[m.first];
+        const CornerFeature& b = second.features[m.second];
+        pairs.push_back(
+            {double(a.x), double(a.y), double(b.x), double(b.y), double(std::max(a.size, b.size))});
+    }
+    return pairs;
+}
+
+// The motion of images of half the size, whose pixel (0, 0) lies at (0.5, 0.5).
+Eigen::Matrix3d halved(const Eigen::Matrix3d& motion)
+{
+    Eigen::Matrix3d up, down;
+    up << 2, 0, 0.5, 0, 2, 0.5, 0, 0, 1;
+    down << 0.5, 0, -0.25, 0, 0.5, -0.25, 0, 0, 1;
+    return down * motion * up;
+}
+
+Eigen::Matrix3d doubled(const Eigen::Matrix3d& motion)
+{
+    Eigen::Matrix3d up, down;
+    up << 2, 0, 0.5, 0, 2, 0.5, 0, 0, 1;
+    down << 0.5, 0, -0.25, 0, 0.5, -0.25, 0, 0, 1;
+    return up * motion * down;
+}
+
+}  // namespace
+
+CornerSettings registrationCorners()
+{
+    CornerSettings settings;
+    settings.fast = false;
+    return settings;
+}
+
+void prepareView(CornerDetector& detector, GreyView image, const CornerSettings& settings, PreparedView& view)
+{
+    view.features = detector.detect(image, settings);
+    detector.smoothLevel(0, view.full);
+    detector.smoothLevel(2, view.half);
+    view.support = steepestPixels(view.full.view());
+}
+
+Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)
+{
+    Registration result;
+    result.matches = matchFeatures(first.features, second.features, 90);
+    const std::vector<PointPair> pairs = pairsOf(result.matches, first, second);
+    const MotionEstimate rough = estimateMotion(pairs, model, first.full.width, first.full.height);
+    if (rough.inliers < kLeastInliers) return result;
+
+    std::vector<SupportPoint> coarse;
+    for (const SupportPoint& p : first.support)
+        if (p.x / 2 < float(first.half.width - 1) && p.y / 2 < float(first.half.height - 1))
+            coarse.push_back({std::floor(p.x / 2), std::floor(p.y / 2)});
+    const Alignment atHalf =
+        alignMotion(first.half.view(), second.half.view(), coarse, model, halved(rough.motion));
+    const Alignment fine =
+        alignMotion(first.full.view(), second.full.view(), first.support, model, doubled(atHalf.motion));
+    if (fine.correlation < kLeastCorrelation || fine.deviation > kMostDeviation) return result;
+    result.motion = fine.motion / fine.motion(2, 2);
+    result.correlation = fine.correlation;
+    result.deviation = fine.deviation;
+    for (const PointPair& p : pairs) {
+        const Eigen::Vector2d at = moved(result.motion, {p.x1, p.y1});
+        result.inliers += (at - Eigen::Vector2d(p.x2, p.y2)).norm() < 2 * p.size;
+    }
+    if (result.inliers < kLeastInliers) result = Registration{.matches = std::move(result.matches)};
+    return result;
+}
+
+}  // namespace scansteps

@@ -1,0 +1,44 @@
+// A view of a scene prepared for registration, and the registration of two: features matched, a motion
+// estimated from them, refined by grey values along edges, and judged.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "features/align.h"
+#include "features/corners.h"
+#include "features/match.h"
+#include "features/motion.h"
+
+namespace scansteps {
+
+/// What is kept of a view: its features and its smoothed grey values at two sizes.
+struct PreparedView
+{
+    std::vector<CornerFeature> features;
+    GreyImage full, half;
+    std::vector<SupportPoint> support;  ///< edge pixels of `full`
+};
+
+struct Registration
+{
+    Eigen::Matrix3d motion = Eigen::Matrix3d::Identity();  ///< pixel (x, y, 1), first view to second
+    int inliers = 0;             ///< matches that agree; 0 and the identity when the result is not trusted
+    double correlation = 0;      ///< of the grey values along edges
+    double deviation = 1e9;      ///< expected error of the frame's corners, pixels
+    std::vector<Match> matches;  ///< all that were found, best first
+};
+
+/// Settings for `prepareView`; the defaults are good for photographs of 0.1 to 1 megapixel.
+CornerSettings registrationCorners();
+
+/// Detects and keeps. Without edge points of its own the view takes the steepest pixels as its support.
+void prepareView(CornerDetector& detector, GreyView image, const CornerSettings& settings,
+                 PreparedView& view);
+
+/// Registers `second` against `first`, views of the same size. Not trusted, and therefore the identity with 0
+/// inliers, is a motion that fewer than 10 matches support, whose corners are expected to be off by more than
+/// 1.5 pixels, or under which the grey values along edges correlate with less than 0.6.
+Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model);
+
+}  // namespace scansteps
