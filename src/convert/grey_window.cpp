@@ -2,51 +2,95 @@
 
 #include <algorithm>
 
+#include "framework/fetch_ahead.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "convert/grey_window.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
+//
+#include "convert/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace scansteps {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// 255 v + 127.5 is needed as exactly as the double sum, without widening: 256 v - v and the sum are rounded,
-// and both rounding errors are kept (Fast2Sum, exact because the first operand is the larger one); a result
-// that came out whole is one too many when the errors are negative. Beyond |v| = 0.5 lie only 0 and 255.
-template <class D>
-hn::Vec<D> Grey(D df, hn::Vec<D> v)
+// floor(255 v + 127.5) for |v| <= 0.5, as exact as the double sum but without widening.
+#if HWY_TARGET <= HWY_AVX3
+inline hn::Vec512<std::int32_t> Grey(hn::Vec512<float> v)
 {
-    const auto x = hn::Max(hn::Min(v, hn::Set(df, 0.5F)), hn::Set(df, -0.5F));
-    const auto x256 = hn::Mul(x, hn::Set(df, 256.0F));
-    const auto product = hn::Sub(x256, x);
-    const auto productError = hn::Sub(hn::Sub(x256, product), x);
+    const __m512 cut = _mm512_fmadd_round_ps(v.raw, _mm512_set1_ps(255.0F), _mm512_set1_ps(127.5F),
+                                             _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+    return hn::Vec512<std::int32_t>{_mm512_cvttps_epi32(cut)};
+}
+#else
+// 256 v - v and the sum are rounded, and both rounding errors are kept (Fast2Sum, exact because the first
+// operand is the larger one); a result that came out whole is one too many when the errors are negative.
+template <class V>
+auto Grey(V v)
+{
+    const hn::DFromV<V> df;
+    const hn::RebindToSigned<decltype(df)> di;
+    const auto v256 = hn::Mul(v, hn::Set(df, 256.0F));
+    const auto product = hn::Sub(v256, v);
+    const auto productError = hn::Sub(hn::Sub(v256, product), v);
     const auto half = hn::Set(df, 127.5F);
     const auto sum = hn::Add(half, product);
     const auto error = hn::Add(hn::Sub(product, hn::Sub(sum, half)), productError);
-    const auto whole = hn::Floor(sum);
-    const auto down = hn::And(hn::Eq(whole, sum), hn::Lt(error, hn::Zero(df)));
-    return hn::Sub(whole, hn::IfThenElseZero(down, hn::Set(df, 1.0F)));
+    const auto whole = hn::ConvertTo(di, sum);
+    const auto isWhole = hn::Eq(hn::ConvertTo(df, whole), sum);
+    const auto down = hn::And(isWhole, hn::Lt(error, hn::Zero(df)));
+    return hn::Add(whole, hn::VecFromMask(di, hn::RebindMask(di, down)));
 }
+#endif
 
-// Returns the number of samples done; the level must lie within +-2^24.
+// Returns the number of samples done; the level must lie within +-2^24. A vector of grey bytes becomes three
+// vectors of triples: 32-bit pieces bring the bytes that a 16-byte block needs into the block, then bytes are
+// repeated within it.
 std::size_t GreyWindow(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_RESTRICT dst,
                        std::size_t count, float scale, std::int32_t level)
 {
     const hn::ScalableTag<float> df;
     const hn::RebindToSigned<decltype(df)> di;
     const hn::Rebind<std::uint16_t, decltype(df)> d16;
-    const hn::Rebind<std::uint8_t, decltype(df)> d8;
+    const hn::Repartition<std::int16_t, decltype(df)> dWords;
+    const hn::Repartition<std::uint8_t, decltype(df)> d8;
+    const hn::Repartition<std::uint32_t, decltype(df)> d32;
+    const std::size_t lanes = hn::Lanes(df), bytes = hn::Lanes(d8);
+    // Where byte b of a vector's greys lies after packing: 4 bytes of each of four vectors make a 16-byte
+    // block.
+    const auto packedAt = [&](std::size_t b) { return b % lanes / 4 * 16 + b / lanes * 4 + b % 4; };
+    alignas(64) std::uint32_t pieces[3][hn::MaxLanes(d32)];
+    alignas(64) std::uint8_t repeats[3][hn::MaxLanes(d8)];
+    for (std::size_t k = 0; k < 3 * bytes; ++k) {
+        const std::size_t out = k / bytes, at = k % bytes;
+        const std::size_t firstPiece = (k - k % 16) / 3 / 4;  // of the block
+        if (at % 4 == 0)
+            pieces[out][at / 4] =
+                std::uint32_t(packedAt(std::min((firstPiece + at / 4 % 4) * 4, bytes - 4)) / 4);
+        repeats[out][at] = std::uint8_t(k / 3 - 4 * firstPiece);
+    }
     const auto offset = hn::Set(di, 32768 + level);
     const auto factor = hn::Set(df, scale);
-    const std::size_t lanes = hn::Lanes(df);
-    std::size_t i = 0;
-    for (; i + lanes <= count; i += lanes) {
-        const auto s = hn::Sub(hn::PromoteTo(di, hn::LoadU(d16, src + i)), offset);
+    const auto highest = hn::Set(df, 0.5F), lowest = hn::Set(df, -0.5F);  // beyond lie only 0 and 255
+    const auto grey = [&](const std::uint16_t* from) HWY_ATTR {
+        const auto s = hn::Sub(hn::PromoteTo(di, hn::LoadU(d16, from)), offset);
         const auto v = hn::Mul(hn::ConvertTo(df, s), factor);
-        const auto grey = hn::DemoteTo(d8, hn::ConvertTo(di, Grey(df, v)));
-        hn::StoreInterleaved3(grey, grey, grey, d8, dst + 3 * i);
+        return Grey(hn::Max(hn::Min(v, highest), lowest));
+    };
+    std::size_t i = 0;
+    for (; i + bytes <= count; i += bytes) {
+        fetchAhead(src + i);
+        fetchAhead(src + i + bytes / 2);
+        const auto low = hn::ReorderDemote2To(dWords, grey(src + i), grey(src + i + lanes));
+        const auto high = hn::ReorderDemote2To(dWords, grey(src + i + 2 * lanes), grey(src + i + 3 * lanes));
+        const auto packed = hn::BitCast(d32, PackBytes(low, high));
+        for (std::size_t out = 0; out < 3; ++out) {
+            const auto near = hn::TableLookupLanes(packed, hn::SetTableIndices(d32, pieces[out]));
+            const auto triples = hn::TableLookupBytes(hn::BitCast(d8, near), hn::Load(d8, repeats[out]));
+            hn::StoreU(triples, d8, dst + 3 * i + out * bytes);
+        }
     }
     return i;
 }

@@ -1,5 +1,6 @@
 #include "convert/reduce16.h"
 
+#include "framework/fetch_ahead.h"
 #include "scansteps/error.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -27,6 +28,8 @@ std::size_t HalveOffset16(const std::uint16_t* HWY_RESTRICT upper, const std::ui
     const std::size_t lanes = hn::Lanes(d32);
     std::size_t i = 0;
     for (; i + lanes <= count; i += lanes) {
+        fetchAhead(upper + 2 * i);
+        fetchAhead(lower + 2 * i);
         const auto a = hn::BitCast(d16, hn::Xor(hn::LoadU(du16, upper + 2 * i), flip));
         const auto b = hn::BitCast(d16, hn::Xor(hn::LoadU(du16, lower + 2 * i), flip));
         auto rest = hn::Zero(d32);
@@ -56,6 +59,8 @@ std::size_t HalveYuyv16(const std::uint16_t* HWY_RESTRICT upper, const std::uint
     const std::size_t lanes = hn::Lanes(d32);
     std::size_t i = 0;
     for (; i + lanes <= count; i += lanes) {
+        fetchAhead(upper + 2 * i);
+        fetchAhead(lower + 2 * i);
         const auto a = hn::LoadU(du16, upper + 2 * i);
         const auto b = hn::LoadU(du16, lower + 2 * i);
         const auto columns = hn::BitCast(du32, hn::Add(hn::And(a, lowByte), hn::And(b, lowByte)));

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "framework/fetch_ahead.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "convert/rgb_magnitude.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
@@ -14,9 +16,33 @@ namespace scansteps {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// The square root stays in single precision; 255 m is taken exactly without widening: as 256 m - m, rounded,
-// and the rounding error (Fast2Sum, exact because 256 m is a power-of-two multiple) tells whether a product
-// that came out whole was rounded up to it. Returns the number of pixels done.
+// floor(255 m), m from 0 to 2, without widening to double: 255 m = 256 m - m is rounded once, and the integer
+// part is that of the exact product.
+#if HWY_TARGET <= HWY_AVX3
+inline hn::Vec512<std::int32_t> Floor255(hn::Vec512<float> m)
+{
+    const __m512 m256 = _mm512_mul_ps(m.raw, _mm512_set1_ps(256.0F));
+    const __m512 cut = _mm512_sub_round_ps(m256, m.raw, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+    return hn::Vec512<std::int32_t>{_mm512_cvttps_epi32(cut)};
+}
+#else
+// The rounding error (Fast2Sum, exact as 256 m is the larger one) tells whether a product that came out whole
+// was rounded up to it.
+template <class V>
+auto Floor255(V m)
+{
+    const hn::DFromV<V> df;
+    const hn::RebindToSigned<decltype(df)> di;
+    const auto m256 = hn::Mul(m, hn::Set(df, 256.0F));
+    const auto product = hn::Sub(m256, m);
+    const auto roundedUp = hn::Gt(hn::Sub(product, m256), hn::Neg(m));
+    const auto whole = hn::ConvertTo(di, product);
+    const auto isWhole = hn::Eq(hn::ConvertTo(df, whole), product);
+    return hn::Add(whole, hn::VecFromMask(di, hn::RebindMask(di, hn::And(isWhole, roundedUp))));
+}
+#endif
+
+// Returns the number of pixels done.
 std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
                           std::size_t count)
 {
@@ -41,6 +67,7 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
     const auto unit = hn::Set(df, 0.003921568859368563F);
     std::size_t i = 0;
     for (; 3 * i + hn::Lanes(d8) <= 3 * count; i += lanes) {
+        fetchAhead(src + 3 * i);
         const auto bytes = hn::LoadU(d8, src + 3 * i);
         const auto x = hn::BitCast(d8, hn::TableLookupLanes(hn::BitCast(du, bytes), spreadIndex));
         const auto component = [&](auto index) HWY_ATTR {
@@ -48,13 +75,8 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
         };
         const auto a0 = component(index0), a1 = component(index1), a2 = component(index2);
         const auto m = hn::Sqrt(hn::Add(hn::Add(hn::Mul(a1, a1), hn::Mul(a0, a0)), hn::Mul(a2, a2)));
-        const auto m256 = hn::Mul(m, hn::Set(df, 256.0F));
-        const auto product = hn::Sub(m256, m);
-        const auto roundedUp = hn::Gt(hn::Sub(product, m256), hn::Neg(m));  // product > 255 m
-        const auto whole = hn::ConvertTo(di, product);
-        const auto isWhole = hn::Eq(hn::ConvertTo(df, whole), product);
-        const auto less = hn::VecFromMask(di, hn::RebindMask(di, hn::And(isWhole, roundedUp)));  // -1 or 0
-        hn::StoreU(hn::DemoteTo(dOut, hn::Add(hn::Add(whole, less), hn::Set(di, 32768))), dOut, dst + i);
+        const auto sample = hn::Add(Floor255(m), hn::Set(di, 32768));
+        hn::StoreU(hn::DemoteTo(dOut, sample), dOut, dst + i);
     }
     return i;
 }

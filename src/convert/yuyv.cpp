@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "framework/fetch_ahead.h"
 #include "scansteps/error.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -9,7 +10,7 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 //
-#include "convert/byte_madd-inl.h"
+#include "convert/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace scansteps {
@@ -45,6 +46,7 @@ std::size_t YuyvToRgb(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_R
     const auto quotient = [&](auto numerator)
                               HWY_ATTR { return hn::MulHigh(hn::BitCast(du16, numerator), reciprocal); };
     const auto convert = [&](const std::uint16_t* p, auto& r, auto& g, auto& b) HWY_ATTR {
+        fetchAhead(p);
         const auto x = hn::BitCast(d8, hn::LoadU(du16, p));
         const auto yv = hn::BitCast(d16, hn::TableLookupBytes(x, yvIndex));
         const auto yu = hn::BitCast(d16, hn::TableLookupBytes(x, yuIndex));
@@ -105,6 +107,7 @@ std::size_t RgbToYuyv(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_R
     const std::size_t lanes = hn::Lanes(d32);
     std::size_t i = 0;
     for (; 3 * i + hn::Lanes(d8) <= 3 * count; i += lanes) {
+        fetchAhead(src + 3 * i);
         const auto x =
             hn::BitCast(d8, hn::TableLookupLanes(hn::BitCast(du32, hn::LoadU(d8, src + 3 * i)), spreadIndex));
         const auto rg = hn::BitCast(d16, hn::TableLookupBytesOr0(x, rgIndex));

@@ -1,10 +1,10 @@
-// Dot products of byte pairs, which Highway 1.0.3 does not offer: u8 x s8, two neighbours added to 16 bits.
+// Operations on bytes that Highway 1.0.3 does not offer: dot products of pairs, packing of two vectors.
 // Included once for every instruction set, inside scansteps::HWY_NAMESPACE.
-#if defined(SCANSTEPS_BYTE_MADD_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef SCANSTEPS_BYTE_MADD_INL_H_
-#undef SCANSTEPS_BYTE_MADD_INL_H_
+#if defined(SCANSTEPS_BYTES_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef SCANSTEPS_BYTES_INL_H_
+#undef SCANSTEPS_BYTES_INL_H_
 #else
-#define SCANSTEPS_BYTE_MADD_INL_H_
+#define SCANSTEPS_BYTES_INL_H_
 #endif
 
 #include <cstddef>
@@ -53,6 +53,36 @@ V MaddBytes(V bytes, V pair)
     const auto high = hn::And(hn::ShiftRight<8>(bytes), hn::Set(d, std::int16_t{0xFF}));
     return hn::Add(hn::Mul(low, hn::ShiftRight<8>(hn::ShiftLeft<8>(pair))),
                    hn::Mul(high, hn::ShiftRight<8>(pair)));
+}
+#endif
+
+// Words limited to 0..255; every 16-byte block holds the 8 words of that block of `a`, then those of `b`.
+#if HWY_ARCH_X86
+template <std::size_t N>
+hn::Vec128<std::uint8_t, 2 * N> PackBytes(hn::Vec128<std::int16_t, N> a, hn::Vec128<std::int16_t, N> b)
+{
+    return hn::Vec128<std::uint8_t, 2 * N>{_mm_packus_epi16(a.raw, b.raw)};
+}
+#if HWY_TARGET <= HWY_AVX2
+inline hn::Vec256<std::uint8_t> PackBytes(hn::Vec256<std::int16_t> a, hn::Vec256<std::int16_t> b)
+{
+    return hn::Vec256<std::uint8_t>{_mm256_packus_epi16(a.raw, b.raw)};
+}
+#endif
+#if HWY_TARGET <= HWY_AVX3
+inline hn::Vec512<std::uint8_t> PackBytes(hn::Vec512<std::int16_t> a, hn::Vec512<std::int16_t> b)
+{
+    return hn::Vec512<std::uint8_t>{_mm512_packus_epi16(a.raw, b.raw)};
+}
+#endif
+#else
+// Vectors of 16 bytes, the only ones elsewhere.
+template <class V>
+auto PackBytes(V a, V b)
+{
+    const hn::Repartition<std::uint8_t, hn::DFromV<V> > d8;
+    const hn::Half<decltype(d8)> half;
+    return hn::Combine(d8, hn::DemoteTo(half, b), hn::DemoteTo(half, a));
 }
 #endif
 
