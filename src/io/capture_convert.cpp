@@ -2,21 +2,61 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
-#include "scansteps/error.h"
+#include "framework/print.h"
+#include "io/baseline_jpeg.h"
+#include "io/pack_yuyv16.h"
+#include "scansteps/chain.h"
 
 namespace scansteps {
 
 void FrameConverter::open(const CaptureFormat& format)
 {
-    if (format.jpeg) fail("capture: motion JPEG is not available yet");
     format_ = format;
+    if (!format.jpeg) return;
+    const auto width = static_cast<std::size_t>(format.width),
+               height = static_cast<std::size_t>(format.height);
+    luma_.assign(format.pixels(), 128);
+    cb_.assign((width + 1) / 2 * ((height + 1) / 2), 128);
+    cr_ = cb_;
+}
+
+void FrameConverter::decode(std::span<const std::uint8_t> file)
+{
+    const std::int64_t begin = microseconds();
+    BaselineJpegDecoder decoder;
+    int width = 0, height = 0;
+    std::string refusal;
+    if (decoder.parseHeader(file) != 0) {
+        refusal = decoder.getErrorString();
+    } else {
+        decoder.getSize(width, height);
+        if (width != format_.width || height != format_.height)
+            refusal = "frame of " + std::to_string(width) + " x " + std::to_string(height) +
+                      " from a camera of " + std::to_string(format_.width) + " x " +
+                      std::to_string(format_.height);
+    }
+    if (!refusal.empty()) {
+        print::text(refusal.ends_with('\n') ? refusal : refusal + "\n");
+        print::line("parse error!");
+        return;
+    }
+    decoder.setComponents({luma_, cb_, cr_});
+    print::field(decoder.decode(), " result\n");
+    print::field(microseconds() - begin, " time_count() - start0\n");
 }
 
 void FrameConverter::convert(std::span<const std::byte> frame, std::span<std::uint16_t> yuyv)
 {
-    const std::size_t bytes = std::min(frame.size(), yuyv.size_bytes());
-    if (bytes != 0) std::memcpy(yuyv.data(), frame.data(), bytes);
+    if (!format_.jpeg) {
+        const std::size_t bytes = std::min(frame.size(), yuyv.size_bytes());
+        if (bytes != 0) std::memcpy(yuyv.data(), frame.data(), bytes);
+        return;
+    }
+    decode({reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size()});
+    packYuyv16(luma_, cb_, cr_, yuyv, static_cast<std::size_t>(format_.width),
+               static_cast<std::size_t>(format_.height));
 }
 
 }  // namespace scansteps

@@ -12,7 +12,7 @@ namespace scansteps {
 
 /// Writes camera frames as width × height YUYV16 samples. Uncompressed frames are copied; motion-JPEG frames
 /// go through the library's own decoder, and what it says is printed. A compressed frame that cannot be
-/// decoded shows the picture before it, a damaged one as far as it came.
+/// decoded shows the picture before it (grey before the first), a damaged one as far as it came.
 class FrameConverter
 {
   public:
@@ -21,8 +21,10 @@ class FrameConverter
     void convert(std::span<const std::byte> frame, std::span<std::uint16_t> yuyv);
 
   private:
+    void decode(std::span<const std::uint8_t> file);
+
     CaptureFormat format_;
-    std::vector<std::uint8_t> planes_;  ///< luma, Cb, Cr of the last picture, the chroma halved both ways
+    std::vector<std::uint8_t> luma_, cb_, cr_;  ///< the last picture, its chroma halved both ways
 };
 
 }  // namespace scansteps

@@ -8,6 +8,7 @@
 
 #include "convert/yuyv.h"
 #include "framework/files.h"
+#include "io/baseline_jpeg.h"
 #include "io/capture.h"
 #include "io/capture_pattern.h"
 #include "io/image_file.h"
@@ -45,6 +46,22 @@ class PatternSource final : public FrameSource
     PatternImage pattern_;
 };
 
+// No picture of the sizes that the decoder takes needs more.
+constexpr std::size_t kMostFileBytes = std::size_t{1} << 28;
+
+std::vector<std::byte> readAll(const std::string& name)
+{
+    std::vector<std::byte> bytes;
+    const File file = openFile(name, "rb");
+    if (!file) return bytes;
+    std::vector<std::byte> block(1 << 16);
+    std::size_t count = 0;
+    while ((count = std::fread(block.data(), 1, block.size(), file.get())) != 0 &&
+           bytes.size() < kMostFileBytes)
+        bytes.insert(bytes.end(), block.begin(), block.begin() + static_cast<std::ptrdiff_t>(count));
+    return bytes;
+}
+
 class FileSource final : public FrameSource
 {
   public:
@@ -81,8 +98,13 @@ class FileSource final : public FrameSource
 
     bool loadCompressed(const std::string& name, CaptureFormat& format)
     {
-        static_cast<void>(name), static_cast<void>(format);
-        fail("capture: motion JPEG is not available yet");
+        bytes_ = readAll(name);
+        BaselineJpegDecoder decoder;
+        if (decoder.parseHeader({reinterpret_cast<const std::uint8_t*>(bytes_.data()), bytes_.size()}) != 0)
+            return false;
+        format.jpeg = true;
+        decoder.getSize(format.width, format.height);
+        return true;
     }
 
     bool loadPixels(const std::string& name, CaptureFormat& format)

@@ -17,7 +17,9 @@
 #include "io/capture.h"
 #include "scansteps/cameras.h"
 #include "support/chain.h"
+#include "support/images.h"
 #include "support/resources.h"
+#include "support/temp_dir.h"
 
 namespace scansteps {
 namespace {
@@ -140,6 +142,29 @@ TEST_F(Video4Linux, theDevicesSizeWinsAndPaddingIsGone)
         const auto expected = static_cast<std::uint8_t>(i / 40 + number);
         ASSERT_EQ(frame.elements<std::uint16_t>()[i], expected * 257) << i;
     }
+}
+
+TEST_F(Video4Linux, motionJpegFrames)
+{
+    shim->jpeg = 1;
+    const std::string file = test::readFile(test::examplePath("img0000.jpg"));
+    shim->setJpeg(file.data(), file.size());
+    const test::Image photo = test::examplePhoto("img0000.jpg");
+    Chain chain({"ccap1"});
+    const std::string words = printed([&] {
+        Struct init = settings("", photo.width, photo.height);
+        init["capture"].set("jpeg", 1);
+        chain.init(std::move(init));
+        chain.process();
+        chain.flush();
+    });
+    EXPECT_THAT(words, testing::HasSubstr("              0 result\n"));
+    // Luma of the middle, against another decoder.
+    const std::size_t middle =
+        static_cast<std::size_t>(photo.height / 2) * static_cast<std::size_t>(photo.width) +
+        static_cast<std::size_t>(photo.width / 2);
+    EXPECT_NEAR(chain.arrived[1].frame->elements<std::uint16_t>()[middle] & 255, test::greyOf(photo)[middle],
+                3);
 }
 
 TEST_F(Video4Linux, newestFrameOfARunningCamera)

@@ -14,6 +14,7 @@
 #include "io/capture.h"
 #include "scansteps/cameras.h"
 #include "support/chain.h"
+#include "support/images.h"
 #include "support/resources.h"
 
 namespace scansteps {
@@ -161,6 +162,25 @@ TEST_F(VideoForWindows, theDriversSizeWins)
     EXPECT_EQ(chain.arrived[0].record["VideoFormat"].as<std::string>(), "YUYV16");
     EXPECT_TRUE(chain.arrived[1].frame->hasShape(Kind::Ushort, 40, 30));
     EXPECT_GT(numberOf(chain.arrived[2]), numberOf(chain.arrived[1]));
+}
+
+TEST_F(VideoForWindows, motionJpegFrames)
+{
+    const test::Image photo = test::examplePhoto("img0000.jpg");
+    set("JPEG", test::examplePath("img0000.jpg").c_str());
+    Chain chain({"ccap1"});
+    const std::string words = printed([&] {
+        chain.init(settings(photo.width, photo.height, {{"jpeg", 1}}));
+        chain.process();
+        chain.flush();
+    });
+    EXPECT_THAT(words, HasSubstr("              0 result\n"));
+    // Luma of the middle, against another decoder.
+    const std::size_t middle =
+        static_cast<std::size_t>(photo.height / 2) * static_cast<std::size_t>(photo.width) +
+        static_cast<std::size_t>(photo.width / 2);
+    EXPECT_NEAR(chain.arrived[1].frame->elements<std::uint16_t>()[middle] & 255, test::greyOf(photo)[middle],
+                3);
 }
 
 TEST_F(VideoForWindows, slowConsumerSeesMarksAndTheNewestFrame)

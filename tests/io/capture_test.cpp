@@ -10,8 +10,10 @@
 #include <thread>
 
 #include "convert/yuyv.h"
+#include "io/baseline_jpeg.h"
 #include "io/capture_pattern.h"
 #include "io/image_file.h"
+#include "io/pack_yuyv16.h"
 #include "support/chain.h"
 #include "support/images.h"
 #include "support/resources.h"
@@ -187,6 +189,59 @@ TEST(TestDevice, showsNumberedPicturesOverAndOver)
     ASSERT_EQ(arrived.size(), 7U);
     EXPECT_EQ(arrived[0].record["dataX"].as<int>(), 6);
     for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samples(arrived[i + 1]), pictures[i % 2]) << i;
+}
+
+// The planes of the decoder as samples, the way frames of a camera arrive.
+std::vector<std::uint16_t> decoded(const std::string& path, int& width, int& height)
+{
+    const std::string file = test::readFile(path);
+    BaselineJpegDecoder decoder;
+    EXPECT_EQ(decoder.parseHeader({reinterpret_cast<const std::uint8_t*>(file.data()), file.size()}), 0);
+    decoder.getSize(width, height);
+    const auto w = static_cast<std::size_t>(width), h = static_cast<std::size_t>(height);
+    std::vector<std::uint8_t> luma(w * h), cb((w + 1) / 2 * ((h + 1) / 2)), cr(cb.size());
+    decoder.setComponents({luma, cb, cr});
+    EXPECT_EQ(decoder.decode(), 0);
+    std::vector<std::uint16_t> samples(w * h);
+    packYuyv16(luma, cb, cr, samples, w, h);
+    return samples;
+}
+
+TEST(TestDevice, motionJpegIsDecodedAndDamageIsPrinted)
+{
+    const std::string path = test::examplePath("img0000.jpg");
+    int width = 0, height = 0;
+    const auto expected = decoded(path, width, height);
+    Chain chain({"ccap1"});
+    Struct init = settings("file:" + path + "@max", 1, 1);
+    init["capture"].set("jpeg", 1);
+    std::string words = printed([&] {
+        chain.init(std::move(init));
+        chain.process();
+    });
+    EXPECT_EQ(chain.arrived[0].record["dataX"].as<int>(), width);
+    EXPECT_EQ(samples(chain.arrived[1]), expected);
+    EXPECT_THAT(words, HasSubstr("              0 result\n"));
+    EXPECT_THAT(words, testing::EndsWith(" time_count() - start0\n"));
+    (void)printed([&] { chain.flush(); });
+
+    // What is no picture shows the one before it; what is cut off shows as far as it came.
+    FrameConverter converter;
+    converter.open({width, height, true});
+    std::vector<std::uint16_t> shown(expected.size());
+    const auto show = [&](const std::string& file) {
+        return printed([&] { converter.convert(std::as_bytes(std::span(file)), shown); });
+    };
+    const std::string file = test::readFile(path);
+    show(file);
+    EXPECT_EQ(shown, expected);
+    EXPECT_THAT(show("no picture at all"), testing::EndsWith("\nparse error!\n"));
+    EXPECT_EQ(shown, expected);
+    EXPECT_THAT(show(file.substr(0, file.size() / 2)), HasSubstr("             -1 result\n"));
+    converter.open({width, height + 16, true});
+    shown.resize(shown.size() + 16 * static_cast<std::size_t>(width));
+    EXPECT_THAT(show(file), HasSubstr(" from a camera of "));
+    EXPECT_EQ(shown.front(), 0x8080) << "grey before the first picture";
 }
 
 TEST(TestDevice, pictureOfAnotherSizeEndsTheFrames)
