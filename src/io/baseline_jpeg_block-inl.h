@@ -17,96 +17,142 @@ HWY_BEFORE_NAMESPACE();
 namespace scansteps {
 namespace HWY_NAMESPACE {
 
-/// Places for coefficient indices 0 to 63 and, all the same as 63, for those that a damaged block or the end
-/// of a block can reach: 63, two runs of 16 and an end of block.
+/// Places for coefficient indices 0 to 63 and, all the same as 63, for those that a damaged block or an end
+/// of block can reach.
 constexpr std::size_t kPlaces = 256;
 
-/// Takes `size` (1 to 15) bits and extends their sign.
-HWY_INLINE int TakeMagnitude(BitReader& reader, unsigned size)
+HWY_INLINE void AddDifference(std::uint16_t& prediction, std::uint64_t bits, unsigned size)
 {
-    const int value = extendMagnitude(unsigned(reader.bits >> (64 - size)), size);
-    reader.skip(size);
-    return value;
+    prediction = std::uint16_t(prediction + extendMagnitude(bits, size));
 }
 
+HWY_NOINLINE bool DecodeLongDc(BitReader& reader, const DcTable& table, std::uint16_t& prediction)
+{
+    unsigned size = 0;
+    const unsigned length = unsigned(table.codes.find(unsigned(reader.bits >> 48U), size));
+    if (length == 0) return false;
+    reader.skip(length);
+    AddDifference(prediction, reader.bits, size);
+    reader.skip(size);
+    return true;
+}
+
+/// Leaves at least 32 bits.
 HWY_INLINE bool DecodeDc(BitReader& reader, const DcTable& table, std::uint16_t& prediction)
 {
     reader.refill();
     const std::uint32_t entry = table.fast[reader.bits >> (64 - DcTable::kBits)];
-    const unsigned length = entry & 255U;
-    if (HWY_LIKELY(length != 0)) {
-        reader.skip(length);
-        prediction = std::uint16_t(prediction + (entry >> 16U));
+    if (HWY_LIKELY(entry != 0)) {
+        AddDifference(prediction, reader.bits << DcTable::codeLength(entry), DcTable::size(entry));
+        reader.skip(DcTable::length(entry));
         return true;
     }
-    unsigned size = 0;
-    const int codeLength = table.codes.find(unsigned(reader.bits >> 48U), size);
-    if (codeLength == 0) return false;
-    reader.skip(unsigned(codeLength));
-    if (size != 0) prediction = std::uint16_t(prediction + TakeMagnitude(reader, size));
-    return true;
+    BitReader copy = reader;
+    const bool found = DecodeLongDc(copy, table, prediction);
+    reader = copy;
+    reader.refill();
+    return found;
 }
 
-/// A coefficient that the look-up table does not hold. Returns the index behind it (64 or more: the block is
-/// at its end, as in DecodeBlock), or 0 for a wrong code.
-HWY_NOINLINE unsigned DecodeLongAc(BitReader& reader, const AcTable& table, std::uint64_t entry, unsigned k,
-                                   std::int16_t* HWY_RESTRICT block, const std::uint16_t* HWY_RESTRICT place)
+/// A coefficient or end of block whose code the look-up table does not hold. Returns the index behind it,
+/// with kEndOfBlock added at an end of block, or 0 for a wrong code.
+HWY_NOINLINE int DecodeLongAc(BitReader& reader, const AcTable& table, int k,
+                              std::int16_t* HWY_RESTRICT block, const std::uint16_t* HWY_RESTRICT place)
 {
     reader.refill();
-    unsigned step = AcEntry::step1(entry);
-    unsigned size = AcEntry::step2(entry);
-    unsigned length = AcEntry::length1(entry);
-    if (length == 0) {
-        unsigned symbol = 0;
-        length = unsigned(table.codes.find(unsigned(reader.bits >> 48U), symbol));
-        if (length == 0) return 0;
-        size = symbol & 15U;
-        const unsigned run = symbol >> 4U;
-        step = size != 0 || run == 15 ? run + 1 : AcEntry::kEndOfBlock;
-    }
+    unsigned symbol = 0;
+    const unsigned length = unsigned(table.codes.find(unsigned(reader.bits >> 48U), symbol));
+    if (length == 0) return 0;
     reader.skip(length);
-    k += step;
-    if (size != 0) block[place[k - 1]] = std::int16_t(TakeMagnitude(reader, size));
+    const unsigned size = symbol & 15U;
+    const unsigned run = symbol >> 4U;
+    k += int(size != 0 || run == 15 ? run + 1 : AcTable::kEndOfBlock);
+    if (k <= 64) block[place[k - 1]] = std::int16_t(extendMagnitude(reader.bits, size));
+    reader.skip(size);
     return k;
 }
 
+/// Index of the last coefficient of a block that ended at k (see DecodeLongAc), or a negative number when it
+/// is too long.
+HWY_INLINE int LastIndex(int k)
+{
+    if (k == 64) return 63;
+    return k < int(AcTable::kEndOfBlock) + 64 ? k - int(AcTable::kEndOfBlock) - 1 : -1;
+}
+
+/// The one or two coefficients of `entry` with which the block ends. Returns the index of the last one, or
+/// -1.
+HWY_INLINE int FinishBlock(BitReader& reader, std::uint64_t entry, int k, std::int16_t* HWY_RESTRICT block,
+                           const std::uint16_t* HWY_RESTRICT place)
+{
+    const int k1 = k + AcTable::step1(entry);
+    const int k2 = k1 + AcTable::step2(entry);
+    block[place[k1 - 1]] = AcTable::value1(entry);
+    if (HWY_UNLIKELY(k1 == 64 && k2 > 64)) {  // what seemed to be the second belongs to the next block
+        reader.skip(AcTable::length1(entry));
+        return 63;
+    }
+    if (k2 == 64)
+        block[place[63]] =
+            std::int16_t(extendMagnitude(reader.bits << AcTable::before(entry), AcTable::size(entry)));
+    reader.skip(AcTable::length(entry));
+    return LastIndex(k2);
+}
+
+enum class Step
+{
+    kNext,
+    kRefilled,
+    kEnd
+};
+
+/// One look-up of AC coefficients. At kEnd, k is the index of the block's last coefficient, or negative when
+/// the bits are no block; until then it is the next index. Takes at most 26 bits, or refills (kRefilled).
+HWY_INLINE Step AcStep(BitReader& reader, const AcTable& table, int& k, std::int16_t* HWY_RESTRICT block,
+                       const std::uint16_t* HWY_RESTRICT place)
+{
+    const std::uint64_t entry = table.fast[reader.bits >> (64 - AcTable::kBits)];
+    if (HWY_UNLIKELY(entry == 0)) {
+        BitReader copy = reader;  // so that the address of `reader` goes nowhere and it can be in registers
+        k = DecodeLongAc(copy, table, k, block, place);
+        reader = copy;
+        reader.refill();
+        if (k > 0 && k < 64) return Step::kRefilled;
+        k = LastIndex(k);
+        return Step::kEnd;
+    }
+    const int k1 = k + AcTable::step1(entry);
+    const int k2 = k1 + AcTable::step2(entry);
+    if (k2 >= 64) {
+        k = FinishBlock(reader, entry, k, block, place);
+        return Step::kEnd;
+    }
+    // The first of two is written, then the last: where there is only one, to the same place.
+    block[place[k1 - 1]] = AcTable::value1(entry);
+    block[place[k2 - 1]] =
+        std::int16_t(extendMagnitude(reader.bits << AcTable::before(entry), AcTable::size(entry)));
+    reader.skip(AcTable::length(entry));
+    k = k2;
+    return Step::kNext;
+}
+
 /// Decodes one block into `block` (all zero before), coefficient k at place[k]. Returns the index of the last
-/// coefficient, or -1 when the bits are no block. EntropyFeed must have said that a block can be read.
+/// coefficient, or a negative number when the bits are no block. EntropyFeed must have said that a block can
+/// be read.
 HWY_INLINE int DecodeBlock(BitReader& reader, const DcTable& dc, const AcTable& ac, std::uint16_t& prediction,
                            std::int16_t* HWY_RESTRICT block, const std::uint16_t* HWY_RESTRICT place)
 {
     if (HWY_UNLIKELY(!DecodeDc(reader, dc, prediction))) return -1;
     block[place[0]] = std::int16_t(prediction);
-
-    // k is the index of the next coefficient. An end of block adds 128 to it, which keeps the loop's end a
-    // single comparison. A second coefficient of an entry is written even where there is none: then it is the
-    // first once more, or the zero of an end of block, which goes to index 63, not reached yet.
-    unsigned k = 1;
-    for (;;) {
+    // Behind the at most 24 bits of the DC coefficient and in a refill there is enough for one and two steps.
+    int k = 1;
+    Step step = AcStep(reader, ac, k, block, place);
+    while (step != Step::kEnd) {
         reader.refill();
-        const std::uint64_t entry = ac.fast[reader.bits >> (64 - AcTable::kBits)];
-        if (HWY_UNLIKELY(AcEntry::length(entry) == 0)) {
-            k = DecodeLongAc(reader, ac, entry, k, block, place);
-            if (HWY_UNLIKELY(k == 0)) return -1;
-            if (k >= 64) break;
-            continue;
-        }
-        const unsigned k1 = k + AcEntry::step1(entry);
-        const unsigned k2 = k1 + AcEntry::step2(entry);
-        if (HWY_UNLIKELY(k1 == 64)) {  // the block ends here, and what follows belongs to the next
-            reader.skip(AcEntry::length1(entry));
-            block[place[63]] = AcEntry::value1(entry);
-            return 63;
-        }
-        block[place[k1 - 1]] = AcEntry::value1(entry);
-        block[place[k2 - 1]] = AcEntry::value2(entry);
-        reader.skip(AcEntry::length(entry));
-        k = k2;
-        if (k >= 64) break;
+        step = AcStep(reader, ac, k, block, place);
+        if (step == Step::kNext) step = AcStep(reader, ac, k, block, place);
     }
-    if (k == 64) return 63;
-    return k > AcEntry::kEndOfBlock && k <= AcEntry::kEndOfBlock + 63 ? int(k - AcEntry::kEndOfBlock) - 1
-                                                                      : -1;
+    return k;
 }
 
 }  // namespace HWY_NAMESPACE

@@ -98,59 +98,40 @@ LongCodes::LongCodes(const HuffmanSpec& spec) : symbols_(spec.symbols)
 DcTable::DcTable(const HuffmanSpec& spec) : codes(spec)
 {
     forEachCode(spec, [this](unsigned length, unsigned code, unsigned size) {
-        if (length + size > unsigned(kBits)) return;
-        const unsigned rest = unsigned(kBits) - length - size;  // bits behind code and difference
-        for (unsigned bits = 0; bits < 1U << size; ++bits) {
-            const int difference = size == 0 ? 0 : extendMagnitude(bits, size);
-            const std::uint32_t entry = (length + size) | std::uint32_t(difference) << 16U;
-            std::fill_n(fast.begin() + ((code << size | bits) << rest), 1U << rest, entry);
-        }
+        if (length > kBits) return;
+        const unsigned rest = kBits - length;
+        std::fill_n(fast.begin() + (code << rest), 1U << rest, (length + size) | length << 8U | size << 16U);
     });
 }
 
 namespace {
 
-constexpr std::uint64_t singleEntry(unsigned length, unsigned step, int value)
+/// Entry of a single coefficient or an end of block.
+constexpr std::uint64_t singleEntry(unsigned length, unsigned symbol)
 {
-    const auto bits = std::uint64_t(std::uint16_t(value));
-    return length | std::uint64_t(step) << 8U | bits << 16U | std::uint64_t(length) << 40U | bits << 48U;
-}
-
-/// The entries that one code fills in a table of `tableBits` bits.
-void fillSingles(std::span<std::uint64_t> table, unsigned tableBits, unsigned length, unsigned code,
-                 unsigned symbol)
-{
-    if (length > tableBits) return;
     const unsigned run = symbol >> 4U;
     const unsigned size = symbol & 15U;
-    const unsigned step = size != 0 || run == 15 ? run + 1 : AcEntry::kEndOfBlock;
-    if (length + size > tableBits) {
-        const unsigned rest = tableBits - length;
-        const std::uint64_t entry =
-            std::uint64_t(step) << 8U | std::uint64_t(size) << 32U | std::uint64_t(length) << 40U;
-        std::fill_n(table.begin() + (code << rest), 1U << rest, entry);
-        return;
-    }
-    const unsigned rest = tableBits - length - size;
-    for (unsigned bits = 0; bits < 1U << size; ++bits) {
-        const int value = size == 0 ? 0 : extendMagnitude(bits, size);
-        std::fill_n(table.begin() + ((code << size | bits) << rest), 1U << rest,
-                    singleEntry(length + size, step, value));
-    }
+    const unsigned step = size != 0 || run == 15 ? run + 1 : AcTable::kEndOfBlock;
+    return (length + size) | std::uint64_t(step) << 8U | std::uint64_t(length) << 48U |
+           std::uint64_t(size) << 56U;
 }
 
-/// `first` and what follows it in the same table index, when all of that is inside the index.
-std::uint64_t pairEntry(std::span<const std::uint64_t> singles, unsigned tableBits, std::size_t index)
+/// What an index holds: `first` alone, or with what follows it when the index has the code of that.
+std::uint64_t pairEntry(std::span<const std::uint64_t> singles, std::size_t index)
 {
     const std::uint64_t first = singles[index];
-    const unsigned length1 = AcEntry::length(first);
-    if (length1 == 0 || AcEntry::step1(first) == AcEntry::kEndOfBlock) return first;
-    const std::uint64_t second = singles[(index << length1) & ((std::size_t{1} << tableBits) - 1)];
-    const unsigned length2 = AcEntry::length(second);
-    if (length2 == 0 || length1 + length2 > tableBits) return first;
-    return (length1 + length2) | (first & 0x0000FF00FFFFFF00U) |
-           std::uint64_t(AcEntry::step1(second)) << 32U |
-           std::uint64_t(std::uint16_t(AcEntry::value1(second))) << 48U;
+    const unsigned length1 = AcTable::length(first);
+    if (length1 == 0 || length1 >= AcTable::kBits || AcTable::step1(first) == int(AcTable::kEndOfBlock))
+        return first;
+    const std::size_t rest = (index << length1) % singles.size();
+    const std::uint64_t second = singles[rest];
+    if (second == 0 || length1 + AcTable::before(second) > AcTable::kBits) return first;
+    const std::uint64_t value = std::uint64_t(index) << (64 - AcTable::kBits + AcTable::before(first));
+    return (length1 + AcTable::length(second)) | std::uint64_t(AcTable::step1(first)) << 8U |
+           std::uint64_t(std::uint16_t(extendMagnitude(value, AcTable::size(first)))) << 16U |
+           std::uint64_t(AcTable::step1(second)) << 32U | std::uint64_t(length1) << 40U |
+           std::uint64_t(length1 + AcTable::before(second)) << 48U |
+           std::uint64_t(AcTable::size(second)) << 56U;
 }
 
 }  // namespace
@@ -159,9 +140,11 @@ AcTable::AcTable(const HuffmanSpec& spec) : codes(spec)
 {
     std::array<std::uint64_t, 1U << kBits> singles{};
     forEachCode(spec, [&singles](unsigned length, unsigned code, unsigned symbol) {
-        fillSingles(singles, kBits, length, code, symbol);
+        if (length > kBits) return;
+        const unsigned rest = kBits - length;
+        std::fill_n(singles.begin() + (code << rest), 1U << rest, singleEntry(length, symbol));
     });
-    for (std::size_t i = 0; i < fast.size(); ++i) fast[i] = pairEntry(singles, kBits, i);
+    for (std::size_t i = 0; i < fast.size(); ++i) fast[i] = pairEntry(singles, i);
 }
 
 }  // namespace scansteps

@@ -41,54 +41,60 @@ struct LongCodes
     std::array<std::uint8_t, 256> symbols_;
 };
 
-/// DC differences. An entry holds the bits that code and difference take together (0: use the long codes) and
-/// the difference in the upper 16 bits.
+/// DC differences. An entry describes the next bits; 0 stands for a code too long for the table, or a wrong
+/// one:
+///   bits 0-7   length of code and difference together
+///   bits 8-15  length of the code
+///   bits 16-23 length of the difference
 struct DcTable
 {
-    static constexpr int kBits = 9;
+    static constexpr unsigned kBits = 9;
 
     explicit DcTable(const HuffmanSpec& spec);
+
+    static unsigned length(std::uint32_t entry) { return entry & 255U; }
+    static unsigned codeLength(std::uint32_t entry) { return (entry >> 8U) & 255U; }
+    static unsigned size(std::uint32_t entry) { return (entry >> 16U) & 255U; }
 
     std::array<std::uint32_t, 1U << kBits> fast{};
     LongCodes codes;
 };
 
-/// AC coefficients, up to two at once. See AcEntry for the entries.
+/// AC coefficients, one or two at once. Two come from an entry where the index holds all of the first and the
+/// code of the second. The value of the last is not in the entry but taken from the bits, so that large
+/// values need no other path. An entry; 0 stands for a code too long for the table, or a wrong one:
+///   bits 0-7   length of everything, the last value with it
+///   bits 8-15  step from the next index to the one behind the first coefficient: run + 1, or kEndOfBlock
+///   bits 16-31 value of the first of two coefficients
+///   bits 32-39 step over the second coefficient, 0 when there is none
+///   bits 40-47 length of the first of two coefficients
+///   bits 48-55 length of everything in front of the last value
+///   bits 56-63 size of the last value in bits, 0 for a value of 0
 struct AcTable
 {
-    static constexpr int kBits = 11;
+    static constexpr unsigned kBits = 11;
+    static constexpr unsigned kEndOfBlock = 128;
 
     explicit AcTable(const HuffmanSpec& spec);
+
+    static unsigned length(std::uint64_t entry) { return entry & 255U; }
+    static int step1(std::uint64_t entry) { return int((entry >> 8U) & 255U); }
+    static std::int16_t value1(std::uint64_t entry) { return std::int16_t(entry >> 16U); }
+    static int step2(std::uint64_t entry) { return int((entry >> 32U) & 255U); }
+    static unsigned length1(std::uint64_t entry) { return (entry >> 40U) & 255U; }
+    static unsigned before(std::uint64_t entry) { return (entry >> 48U) & 255U; }
+    static unsigned size(std::uint64_t entry) { return unsigned(entry >> 56U); }
 
     std::array<std::uint64_t, 1U << kBits> fast{};
     LongCodes codes;
 };
 
-/// What the next bits of a block hold, in 64 bits so that one load fetches it:
-///   bits 0-7   length of all of it; 0 when the table does not decide (see below)
-///   bits 8-15  step from the next index to the one after the first coefficient: run + 1, or kEndOfBlock
-///   bits 16-31 value of the first coefficient
-///   bits 32-39 step over the second coefficient, 0 when there is none
-///   bits 40-47 length of the first coefficient alone
-///   bits 48-63 value of the second coefficient, or again of the first
-/// Where the code is known but its value has more bits than the table, the length is 0, bits 8-15 hold the
-/// step, 32-39 the size of the value and 40-47 the length of the code. An entry of 0 is a long or wrong code.
-struct AcEntry
+/// The value whose `size` (0 to 15) magnitude bits are the uppermost ones of `bits` (T.81 F.2.2.1, EXTEND).
+constexpr int extendMagnitude(std::uint64_t bits, unsigned size)
 {
-    static constexpr unsigned kEndOfBlock = 128;
-
-    static unsigned length(std::uint64_t entry) { return entry & 255U; }
-    static unsigned step1(std::uint64_t entry) { return (entry >> 8U) & 255U; }
-    static std::int16_t value1(std::uint64_t entry) { return std::int16_t(entry >> 16U); }
-    static unsigned step2(std::uint64_t entry) { return (entry >> 32U) & 255U; }
-    static unsigned length1(std::uint64_t entry) { return (entry >> 40U) & 255U; }
-    static std::int16_t value2(std::uint64_t entry) { return std::int16_t(entry >> 48U); }
-};
-
-/// The value whose `size` (1 to 15) magnitude bits are `bits` (T.81 F.2.2.1, EXTEND).
-constexpr int extendMagnitude(unsigned bits, unsigned size)
-{
-    return bits < (1U << (size - 1)) ? int(bits) - int((1U << size) - 1) : int(bits);
+    const auto negative = ~std::uint64_t(std::int64_t(bits) >> 63);  // the uppermost bit is 0
+    const std::uint64_t magnitude = (bits >> 1U) >> (~size & 63U);
+    return int(magnitude) - int(negative & ~(~std::uint64_t{0} << size));
 }
 
 }  // namespace scansteps

@@ -112,7 +112,10 @@ JpegScanResult ScanDecoder::decodeMcus(BitReader& shared, int count)
     JpegScanResult result = JpegScanResult::kOk;
     for (int mcu = 0; mcu < count && result == JpegScanResult::kOk; ++mcu) {
         if (mcusToRestart_ == 0) {
-            if (feed_.overrun(reader) || !feed_.restart(reader, restartNumber_)) {
+            BitReader copy = reader;  // keeps the address of `reader` to itself
+            const bool found = !feed_.overrun(copy) && feed_.restart(copy, restartNumber_);
+            reader = copy;
+            if (!found) {
                 result = JpegScanResult::kNoRestartMarker;
                 break;
             }
@@ -124,9 +127,14 @@ JpegScanResult ScanDecoder::decodeMcus(BitReader& shared, int count)
         for (int b = 0; b < blocks_; ++b) {
             const Slot slot = slots_[mcu][b];
             const JpegScanComponent& component = scan_.components[slot.component];
-            if (reader.next > reader.limit && !feed_.check(reader)) {
-                result = JpegScanResult::kEndOfData;
-                break;
+            if (HWY_UNLIKELY(reader.next > reader.limit)) {
+                BitReader copy = reader;
+                const bool more = feed_.check(copy);
+                reader = copy;
+                if (!more) {
+                    result = JpegScanResult::kEndOfData;
+                    break;
+                }
             }
             const int last = DecodeBlock(reader, scan_.tables->dc[std::size_t(component.dcTable)],
                                          scan_.tables->ac[std::size_t(component.acTable)],

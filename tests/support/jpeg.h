@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdlib>
 
-#include "support/images.h"
+#include "images.h"
 
 namespace scansteps::test {
 
