@@ -66,8 +66,10 @@ if(WIN32)
   set_target_properties(scansteps_module PROPERTIES PREFIX "")
 else()
   file(WRITE ${PROJECT_BINARY_DIR}/exports.map "{ global: create_*; getTypeIn*; getTypeOut*; set_handles; local: *; };\n")
-  target_link_options(scansteps_module PRIVATE -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map
-    $<$<NOT:$<BOOL:${SCANSTEPS_SANITIZE}>>:-Wl,--no-undefined>)
+  target_link_options(scansteps_module PRIVATE -Wl,--version-script=${PROJECT_BINARY_DIR}/exports.map)
+  if(NOT SCANSTEPS_SANITIZE)
+    target_link_options(scansteps_module PRIVATE -Wl,--no-undefined)
+  endif()
 endif()
 target_link_libraries(scansteps_module PRIVATE scansteps_flags scansteps_factories)
 
