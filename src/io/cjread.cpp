@@ -1,5 +1,6 @@
 #include "io/cjread.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "framework/step_factory.h"
@@ -13,9 +14,10 @@ std::optional<HeldImage> Cjread::load(const std::string& path)
 {
     std::optional<RgbImage> image = loadImage(path);
     if (!image) return std::nullopt;
-    const auto rowLength = static_cast<std::uint32_t>(image->width) * 3;
-    const auto rows = static_cast<std::uint32_t>(image->height);
-    return HeldImage{image->width, image->height, {Kind::Uchar, rowLength, rows}, std::move(image->pixels)};
+    Array pixels(Kind::Uchar, static_cast<std::uint32_t>(image->width) * 3,
+                 static_cast<std::uint32_t>(image->height));
+    std::ranges::copy(image->bytes(), pixels.elements<std::uint8_t>().begin());
+    return HeldImage{image->width, image->height, std::move(pixels)};
 }
 
 }  // namespace scansteps

@@ -1,6 +1,6 @@
 #include "io/image_source.h"
 
-#include <algorithm>
+#include <utility>
 
 #include "framework/print.h"
 #include "io/numbered_name.h"
@@ -11,7 +11,10 @@ namespace scansteps {
 
 void ImageSource::describe(varitype&) {}
 
-void ImageSource::complete(varitype&, const Array&) {}
+void ImageSource::deliver(Array&& image, Array& frame, varitype&)
+{
+    frame = std::move(image);
+}
 
 void ImageSource::init(varitype& params)
 {
@@ -32,7 +35,8 @@ void ImageSource::init(varitype& params)
     record.set("dataY", height);
     record.set("dataFormat", settings.text("dataFormat"));
     describe(record);
-    out_.create(width, height, format::kU1x8, held_ ? held_->shape : frameShape(format::kU1x8, 0, 0));
+    out_.create(width, height, format::kU1x8,
+                held_ ? shapeOf(held_->pixels) : frameShape(format::kU1x8, 0, 0));
     forward(*this, record);
 }
 
@@ -44,11 +48,7 @@ void ImageSource::process(varitype& params)
         print::line("error read");
         return;
     }
-    // A later file may have another size: the frame says so, and the steps that cannot take it complain.
-    Array& frame = out_.pixels();
-    const FrameShape& shape = held_->shape;
-    frame.reshape(shape.kind, shape.rowLength, shape.rows, shape.planes);
-    std::copy_n(reinterpret_cast<const std::byte*>(held_->bytes.get()), frame.byteSize(), frame.data());
+    Array image = std::move(held_->pixels);
     const std::string deliveredName = loadedName_;
     ++delivered_;
     loadNext();
@@ -56,7 +56,8 @@ void ImageSource::process(varitype& params)
     varitype record = copyRecord(params);
     record.set("handle", out_.handle());
     record.set("filename", deliveredName);
-    complete(record, out_.pixels());
+    // A later file may have another size: the frame says so, and the steps that cannot take it complain.
+    deliver(std::move(image), out_.pixels(), record);
     timer.stop();
     forward(*this, record);
 }

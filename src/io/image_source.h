@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -17,8 +16,7 @@ struct HeldImage
 {
     int width = 0;
     int height = 0;
-    FrameShape shape;                       ///< of the frame that it becomes
-    std::unique_ptr<std::uint8_t[]> bytes;  ///< the elements of that shape, rows top to bottom
+    Array pixels;  ///< the frame that it becomes, rows top to bottom
 };
 
 /// Source step over numbered files. Initialise loads the first file, whose size becomes "dataX" and "dataY";
@@ -35,8 +33,8 @@ class ImageSource : public CPUBase
     virtual std::optional<HeldImage> load(const std::string& path) = 0;
     /// Adds what else the step says about its frames to the initialise record.
     virtual void describe(varitype& record);
-    /// Adds what else the step puts into the record of a frame.
-    virtual void complete(varitype& record, const Array& frame);
+    /// Puts the image into the output buffer and, where the step does so, into the record of the frame.
+    virtual void deliver(Array&& image, Array& frame, varitype& record);
 
   private:
     void loadNext();
