@@ -73,7 +73,19 @@ constexpr std::array cannySettings{
 };
 constexpr SettingInfo cannyClear =
     optionalInt("OCV.clear", 0, "not 0: the frame is cleared before edges are drawn");
-constexpr SettingInfo canny5Debug = optionalInt("canny5.debug", 0, "not 0: prints more");
+constexpr SettingInfo canny5Debug =
+    optionalInt("canny5.debug", 0, "not 0: the stable regions of every frame are counted and printed");
+constexpr std::array cornerSettings{
+    optionalInt("corner.bucket", 0, "0: the strongest features of every 16 x 16 pixels; else of the frame"),
+    optionalInt("corner.mode", 0, "not 0: the stable regions of every frame are counted and printed"),
+    optionalInt("corner.corner", 0, "response: 0 corners (smaller eigenvalue), else blobs (Hessian)"),
+    optionalInt("corner.density", 4, "features a bucket; 0 and less count as 4"),
+    optionalInt("corner.threshold", 40, "least score, on the scale of grey levels").hint(5, 300),
+    optionalInt("corner.lowPass1", 1, "box filter of the frame before the derivatives; 1: none").hint(1, 31),
+    optionalInt("corner.lowPass2", 3, "box filter of the products of derivatives").hint(1, 31),
+    optionalInt("corner.fastAttr", 1, "descriptor of 256 bits; 0: of 320"),
+    optionalInt("corner.video", 1, "0: the range of every frame is stretched to 0 ... 255 first"),
+};
 constexpr std::array captureSize{
     optionalInt("dataX", 640, "width asked for; the camera's choice wins").range(0, 65535).unit("pixels"),
     optionalInt("dataY", 480, "height asked for; the camera's choice wins").range(0, 65535).unit("pixels"),

@@ -1,0 +1,50 @@
+// Step ccorner5: corner features of frames taken two at a time, one thread a frame.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "features/corners.h"
+#include "features/frame_bytes.h"
+#include "scansteps/chain.h"
+#include "scansteps/texture.h"
+
+namespace scansteps {
+
+class CpuCorners5 final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuCorners5"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    /// A frame that waits for its partner is worked on alone first.
+    void flush(varitype& params) override;
+
+  private:
+    // What one thread works with, and what it leaves for the time after the join.
+    struct Worker
+    {
+        CornerDetector detector;
+        GreyImage grey;
+        std::vector<CornerFeature> features;
+        std::vector<std::int32_t> indices;
+        std::size_t dropped = 0;
+        std::size_t regions = 0;
+        const char* error = nullptr;
+    };
+
+    void processPending();
+    void work(Worker& worker, std::span<const std::uint16_t> frame) const;
+    void report(const Worker& worker, varitype& record) const;
+
+    int width_ = 0, height_ = 0;
+    CornerSettings settings_;
+    int mode_ = 0, video_ = 1, cpuBase_ = 0;
+    Frame16 meaning_ = Frame16::Offset;
+    TextureSet frames_;
+    std::array<Worker, 2> workers_;
+    std::vector<varitype> pending_;
+};
+
+}  // namespace scansteps

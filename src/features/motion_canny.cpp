@@ -1,0 +1,91 @@
+#include "features/motion_canny.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <numbers>
+#include <utility>
+
+#include "features/mser.h"
+#include "framework/print.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+namespace {
+
+// Gradient thresholds behind the smoothing, in the units of the 3 x 3 Sobel kernels.
+constexpr double kLow = 60;
+constexpr double kHigh = 160;
+
+}  // namespace
+
+void MotionCanny::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    width_ = settings.integer("dataX");
+    height_ = settings.integer("dataY");
+    debug_ = settings.integer("canny5.debug");
+    meaning_ = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+    level_ = std::clamp(int(std::bit_width(unsigned(std::max(width_, 1)))) - 1 - 8, 0, 4);
+    announce();
+    const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
+    in_.create(width_, height_, 1, code);
+    spare_.create(width_, height_, 1, code);
+    frames_ = 0;
+    before_ = PreparedView{};
+    forward(*this, params);
+}
+
+void MotionCanny::process(varitype& params)
+{
+    FrameScope frame(*this, params, in_, FrameCheck::Samples16);
+    const auto samples = frame.input<std::uint16_t>();
+    frame16ToBytes(samples, width_, height_, meaning_, grey_);
+    prepareView(detector_, grey_.view(), registrationCorners(), view_);
+    Registration motion;
+    if (frames_++ > 0) motion = registerViews(before_, view_, model_);
+    std::swap(before_, view_);
+    frame.record().insert("transform", matrixArray(motion.motion));
+    frame.record().insert("inliers", motion.inliers);
+    report(motion, frame.record());
+    if (const int area = width_ * height_; debug_ != 0 && area > 8) {
+        std::vector<Region> regions;
+        MSER(1, MSER::fractionOf(4, area), 0.6, 0.7, 0.33, true)(grey_.samples, width_, height_, regions);
+        print::field(std::int64_t(regions.size()), " regions.size()\n");
+    }
+    drawEdges(samples);
+    frame.forward();
+}
+
+// Two passes of a box as wide as the scale, then thin edges at full size.
+void MotionCanny::drawEdges(std::span<std::uint16_t> frame)
+{
+    if (width_ == 0 || height_ == 0) return;
+    frame16ToPlane(frame, plane_, std::size_t(width_), std::size_t(height_), meaning_);
+    const int size = (1 << level_) | 1;
+    for (int pass = 0; pass < 2 && size > 1; ++pass) lowPass(plane_, size);
+    Canny(plane_, plane_, kLow, kHigh, 3, work_);
+    edgesToFrame16(plane_, frame);
+}
+
+double scaleOf(const Eigen::Matrix3d& motion)
+{
+    return std::sqrt(std::abs(motion(0, 0) * motion(1, 1) - motion(0, 1) * motion(1, 0)));
+}
+
+double turnOf(const Eigen::Matrix3d& motion)
+{
+    return -std::atan2(motion(1, 0) - motion(0, 1), motion(0, 0) + motion(1, 1)) * 180 / std::numbers::pi;
+}
+
+Array matrixArray(const Eigen::Matrix3d& matrix)
+{
+    Array array(Kind::Float, 3, 3);
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < 3; ++column)
+            array.elements<float>()[std::size_t(3 * row + column)] = float(matrix(row, column));
+    return array;
+}
+
+}  // namespace scansteps
