@@ -15,5 +15,6 @@ Command addCheck(CLI::App& app);
 Command addSteps(CLI::App& app);
 Command addInspect(CLI::App& app);
 Command addDevices(CLI::App& app);
+Command addReceive(CLI::App& app);
 
 }  // namespace scansteps::host

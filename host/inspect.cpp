@@ -2,12 +2,15 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <optional>
 
 #include "commands.h"
+#include "frame_files.h"
 #include "inspect_model.h"
 #include "json_values.h"
 #include "runner.h"
 #include "scansteps/stream.h"
+#include "system.h"
 
 namespace scansteps::host {
 
@@ -16,6 +19,7 @@ namespace {
 struct InspectOptions
 {
     std::string recording;
+    std::string frames, recover;
     bool json = false, data = false, model = false;
 };
 
@@ -41,23 +45,57 @@ void printRecord(std::uint64_t number, std::uint64_t offset, std::uint64_t size,
         fmt::print("record {} at {}, {} bytes: {}\n", number, offset, size, dumpLine(json));
 }
 
+// Where the whole records end, and why the next one could not be read.
+struct Walk
+{
+    std::uint64_t records = 0, offset = 0;
+    std::string damage;
+};
+
+template <class Visit>
+Walk walk(BIOfs& file, Visit visit)
+{
+    Walk done;
+    for (;;) {
+        varitype record;
+        try {
+            if (file.atEnd()) return done;
+            record = readRecord(file);
+        } catch (const char* text) {
+            done.damage = text;
+            return done;
+        }
+        visit(++done.records, done.offset, file.position() - done.offset, record);
+        done.offset = file.position();
+    }
+}
+
 int inspect(const InspectOptions& options)
 {
     BIOfs file(options.recording, BIOfs::Mode::Read);
     if (!file.isOpen()) throw FileError{fmt::format("cannot read {}", options.recording)};
-    std::uint64_t count = 0, offset = 0;
-    try {
-        while (!file.atEnd()) {
-            const varitype record = readRecord(file);
-            printRecord(++count, offset, file.position() - offset, record, options);
-            offset = file.position();
-        }
-    } catch (const char* text) {
-        std::fflush(stdout);
-        throw FileError{fmt::format("{}: {}; {} whole records, damage begins at offset {}", options.recording,
-                                    text, count, offset)};
-    }
-    if (!options.json) fmt::print("{} records, {} bytes\n", count, offset);
+    std::optional<FrameFiles> frames;
+    if (!options.frames.empty()) frames.emplace(pathFromUtf8(options.frames));
+    std::optional<BIOfs> whole;
+    if (!options.recover.empty()) whole.emplace(options.recover, BIOfs::Mode::Write);
+    if (whole && !whole->isOpen()) throw FileError{fmt::format("cannot write {}", options.recover)};
+
+    const Walk done = walk(file, [&](auto number, auto offset, auto size, const varitype& record) {
+        printRecord(number, offset, size, record, options);
+        if (frames) frames->add(record.as<Struct>());
+        if (whole) writeRecord(*whole, record);
+    });
+    if (whole) whole->close();
+
+    std::string summary = fmt::format("{} records, {} bytes", done.records, done.offset);
+    if (frames) summary += fmt::format("; {} frames in {}", frames->written(), options.frames);
+    if (!options.json && (done.damage.empty() || frames || whole)) fmt::print("{}\n", summary);
+    std::fflush(stdout);
+    if (done.damage.empty()) return kEnded;
+    const std::string damage = fmt::format("{}: {}; {} whole records, damage begins at offset {}",
+                                           options.recording, done.damage, done.records, done.offset);
+    if (!whole) throw FileError{damage};
+    fmt::print(stderr, "scansteps: {}; the whole records are in {}\n", damage, options.recover);
     return kEnded;
 }
 
@@ -72,6 +110,10 @@ Command addInspect(CLI::App& app)
     command->add_flag("--model", options->model,
                       "What mesh or point cloud each record holds, and nothing else");
     command->add_flag("--data", options->data, "With the elements of arrays");
+    command->add_option("--frames", options->frames,
+                        "Writes the frames as picture files (.pgm, .ppm) into this folder");
+    command->add_option("--recover", options->recover,
+                        "Writes the whole records into this file, up to where the recording is damaged");
     return [options] { return inspect(*options); };
 }
 

@@ -34,11 +34,9 @@ int main(int argc, char** argv)
         "not\n"
         "fit; 4 a step raised an error; 5 a file or a connection failed; 130 interrupted.\n\n"
         "scansteps run \"cjread load.name=img0000.jpg ! cyuv ! ccanny ! cjwrite name=edge0000.jpg ! clast\"");
-    const std::map<std::string, Command> commands = {{"run", addRun(app)},
-                                                     {"check", addCheck(app)},
-                                                     {"steps", addSteps(app)},
-                                                     {"inspect", addInspect(app)},
-                                                     {"devices", addDevices(app)}};
+    const std::map<std::string, Command> commands = {
+        {"run", addRun(app)},         {"check", addCheck(app)},     {"steps", addSteps(app)},
+        {"inspect", addInspect(app)}, {"devices", addDevices(app)}, {"receive", addReceive(app)}};
 
     try {
         auto arguments = utf8Arguments(argc, argv);

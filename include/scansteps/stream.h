@@ -113,6 +113,7 @@ class BIOmem : public BIO
 struct ReadLimits
 {
     std::uint64_t maxRecord = UINT64_MAX;  ///< largest size field that is accepted, in bytes
+    std::uint64_t maxValues = UINT64_MAX;  ///< most entries and struct elements, counted at every level
 };
 
 /// Writes the record in its byte form, in one gathered write; array bytes are not copied. Throws "MustBe pnt

@@ -56,7 +56,7 @@ class Source
     std::size_t begin_ = 0, end_ = 0;
 };
 
-// The bytes that are left of a record; parts are charged before they are read.
+// What is left of a record, in bytes or in values; parts are charged before they are read.
 class Budget
 {
   public:
@@ -92,13 +92,17 @@ Header parseHeader(const std::byte (&bytes)[kHeaderSize])
 class Decoder
 {
   public:
-    Decoder(Source& source, Array* spare) : source_(source), spare_(spare) {}
+    Decoder(Source& source, std::uint64_t maxValues, Array* spare)
+        : source_(source), values_(maxValues), spare_(spare)
+    {
+    }
 
     Struct readStruct(const Header& header, int depth)
     {
         if (depth > kMaxNesting) failRead();
         Budget budget(header.size - kHeaderSize);
         if (header.count > budget.left() / kSmallestEntry) failRead();
+        values_.charge(header.count);
 
         std::vector<std::pair<std::string, Kind>> directory;
         for (std::uint32_t i = 0; i < header.count; ++i) {
@@ -247,13 +251,15 @@ class Decoder
         const auto kind = read<std::uint32_t>(budget);
         const auto count = read<std::uint32_t>(budget);
         if (kind != std::uint32_t(Kind::StructArray) || count > budget.left() / kHeaderSize) failRead();
+        values_.charge(count);
         StructArray elements;
         for (std::uint32_t i = 0; i < count; ++i) elements.emplace_back(readNested(budget, depth));
         return elements;
     }
 
     Source& source_;
-    Array* spare_;  // until its storage is taken
+    Budget values_;  // that the record may still have
+    Array* spare_;   // until its storage is taken
 };
 
 }  // namespace
@@ -265,7 +271,7 @@ varitype readRecord(BIO& source, const ReadLimits& limits, Array* spare)
     const Header header = parseHeader(bytes);
     if (header.size > limits.maxRecord) failRead();
     Source rest(source, header.size - kHeaderSize);
-    return Decoder(rest, spare).readStruct(header, 1);
+    return Decoder(rest, limits.maxValues, spare).readStruct(header, 1);
 }
 
 }  // namespace scansteps

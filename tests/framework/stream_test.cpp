@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -79,6 +80,21 @@ TEST(RecordBytes, AreAsDocumented)
     // Keys in byte order whatever the order of insertion.
     EXPECT_EQ(bytesOf(Struct{{"handle", 1}, {"eventType", 2}, {"dataY", 3}, {"dataX", 4}}),
               bytesOf(Struct{{"dataX", 4}, {"dataY", 3}, {"eventType", 2}, {"handle", 1}}));
+}
+
+// The byte-by-byte example of docs/recording-format.md.
+TEST(RecordBytes, AreThoseOfTheDocumentation)
+{
+    std::istringstream page(test::readFile(SCANSTEPS_SOURCE_DIR "/docs/recording-format.md"));
+    std::vector<std::uint8_t> documented;
+    for (std::string line; std::getline(page, line);) {
+        if (!line.starts_with("    00")) continue;
+        std::istringstream bytes(line.substr(10));
+        for (unsigned byte = 0; bytes >> std::hex >> byte;) documented.push_back(std::uint8_t(byte));
+    }
+    Array frame(Kind::Ushort, 2, 2);
+    for (int i = 0; i < 4; ++i) frame.elements<std::uint16_t>()[std::size_t(i)] = std::uint16_t(i + 1);
+    EXPECT_EQ(documented, bytesOf(Struct{{"data", frame}, {"eventType", 1002}, {"name", "a.jpg"}}));
 }
 
 TEST(RecordBytes, OfEveryKindComeBack)

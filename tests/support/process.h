@@ -18,13 +18,13 @@ struct ProgramResult
     std::string out, err;
 };
 
-/// Runs `scansteps` with arguments as a shell line (quote with double quotes).
-inline ProgramResult runProgram(const std::string& arguments, const std::string& input = "")
+/// Runs a shell line (quote with double quotes).
+inline ProgramResult runCommand(const std::string& command, const std::string& input = "")
 {
     const TempDir folder;
     const std::string in = folder.write("in", input);
-    std::string line = "\"" SCANSTEPS_BIN_DIR "/scansteps\" " + arguments + " <\"" + in + "\" >\"" +
-                       (folder / "out") + "\" 2>\"" + (folder / "err") + "\"";
+    std::string line =
+        command + " <\"" + in + "\" >\"" + (folder / "out") + "\" 2>\"" + (folder / "err") + "\"";
 #ifdef _WIN32
     line = "\"" + line + "\"";  // the shell takes the outer quotes off
     ProgramResult result{std::system(line.c_str()), "", ""};
@@ -35,6 +35,12 @@ inline ProgramResult runProgram(const std::string& arguments, const std::string&
     result.out = readFile(folder.path() / "out");
     result.err = readFile(folder.path() / "err");
     return result;
+}
+
+/// Runs `scansteps` with arguments as a shell line.
+inline ProgramResult runProgram(const std::string& arguments, const std::string& input = "")
+{
+    return runCommand("\"" SCANSTEPS_BIN_DIR "/scansteps\" " + arguments, input);
 }
 
 }  // namespace scansteps::test

@@ -1,0 +1,32 @@
+// Frames of a recording as picture files that every viewer opens.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "scansteps/record.h"
+
+namespace scansteps::host {
+
+/// Writes the embedded frames of records as frame000001.pgm and so on: 8-bit samples as they are, a row of
+/// three times the recorded width as colours (.ppm); 16-bit samples as they are, of YUYV16 frames the luma;
+/// every other kind mapped linearly from its least and greatest value to 0 ... 65535.
+class FrameFiles
+{
+  public:
+    /// Creates the folder. Throws FileError.
+    explicit FrameFiles(const std::filesystem::path& folder);
+    /// Writes the frame of the record, if it has one, and keeps the geometry of an init record in mind.
+    void add(const Struct& record);
+    std::uint64_t written() const { return written_; }
+
+  private:
+    void write(const Array& frame);
+
+    std::filesystem::path folder_;
+    std::uint32_t width_ = 0;
+    bool isVideo_ = false;
+    std::uint64_t written_ = 0;
+};
+
+}  // namespace scansteps::host

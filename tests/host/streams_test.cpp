@@ -1,0 +1,384 @@
+// Recording, replay, sending and receiving with the real program, over real files and TCP.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "io/image_file.h"
+#include "scansteps/socket.h"
+#include "support/process.h"
+#include "support/records.h"
+
+#ifndef _WIN32
+#include <csignal>
+#endif
+
+#ifdef _WIN32
+#define popen _popen
+#define pclose _pclose
+#endif
+
+namespace scansteps {
+namespace {
+
+using test::readFile;
+using test::runCommand;
+using test::runProgram;
+using test::TempDir;
+using testing::HasSubstr;
+
+const std::string kImages = SCANSTEPS_SOURCE_DIR "/examples/images/";
+const std::string kSource = "cjread load.name=" + kImages + "img0000.jpg load.count=3 ! cyuv ! ";
+
+// The records of the frames and of the end: the init records of two runs differ in their settings.
+std::string framesOf(const std::string& path)
+{
+    const std::string bytes = readFile(path);
+    std::uint64_t first = 0;
+    std::memcpy(&first, bytes.data(), sizeof first);
+    EXPECT_GT(bytes.size(), 1000000U);
+    return bytes.substr(static_cast<std::size_t>(first));
+}
+
+// `scansteps receive` on a free port, with what it says.
+class ReceiveProgram
+{
+  public:
+    explicit ReceiveProgram(const std::string& arguments)
+    {
+        std::string line = "\"" SCANSTEPS_BIN_DIR "/scansteps\" receive --port 0 " + arguments + " 2>&1";
+#ifdef _WIN32
+        line = "\"" + line + "\"";
+#else
+        line = "echo $$; exec " + line;
+#endif
+        pipe_ = popen(line.c_str(), "r");
+        waitFor("listening on ");
+        const auto colon = said_.rfind(':');
+        if (colon != std::string::npos) port_ = std::stoi(said_.substr(colon + 1));
+    }
+    ReceiveProgram(const ReceiveProgram&) = delete;
+    ReceiveProgram& operator=(const ReceiveProgram&) = delete;
+    ~ReceiveProgram()
+    {
+        if (pipe_ != nullptr) end();
+    }
+
+    int port() const
+    {
+        return port_;
+    }
+    std::string to() const
+    {
+        return "sender.host=127.0.0.1 sender.port=" + std::to_string(port_);
+    }
+    /// Reads what the program says until a line holds the text, or it ends.
+    bool waitFor(const std::string& text)
+    {
+        char line[1000];
+        while (pipe_ != nullptr && std::fgets(line, sizeof line, pipe_) != nullptr) {
+            said_ += line;
+            if (std::string(line).find(text) != std::string::npos) return true;
+        }
+        return false;
+    }
+#ifndef _WIN32
+    void interrupt() const
+    {
+        kill(std::stoi(said_), SIGINT);
+    }  // the first line is the process number
+#endif
+    /// Waits for the end; the exit code.
+    int end()
+    {
+        waitFor("no line holds this");
+        const int status = pclose(std::exchange(pipe_, nullptr));
+#ifdef _WIN32
+        return status;
+#else
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+#endif
+    }
+    const std::string& said() const
+    {
+        return said_;
+    }
+
+  private:
+    std::FILE* pipe_ = nullptr;
+    std::string said_;
+    int port_ = 0;
+};
+
+TEST(Recording, ReplaysTheFramesThatWereRecorded)
+{
+    const TempDir dir;
+    const std::string edges = "ccanny trl=200 trh=500 ! cjwrite name=";
+    ASSERT_EQ(runProgram("run \"" + kSource + "filesaver name=" + (dir / "run.rec") + " ! " + edges +
+                         (dir / "a0.ppm") + "\"")
+                  .exitCode,
+              0);
+    const auto replay =
+        runProgram("run \"read load.name=" + (dir / "run.rec") + " ! " + edges + (dir / "b0.ppm") + "\"");
+    ASSERT_EQ(replay.exitCode, 0) << replay.err;
+    EXPECT_THAT(replay.err, HasSubstr("4 frames in"));
+    for (const char* number : {"0", "1", "2", "3"}) {
+        const std::string a = readFile(dir / ("a" + std::string(number) + ".ppm"));
+        EXPECT_GT(a.size(), 900000U);
+        EXPECT_TRUE(a == readFile(dir / ("b" + std::string(number) + ".ppm")));
+    }
+    // Recorded again as it stands: the settings of the step are merged into the replayed init record too.
+    const auto again = runProgram("run \"readd load.name=" + (dir / "run.rec") +
+                                  " ! filesaver name=" + (dir / "again.rec") + "\"");
+    ASSERT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_TRUE(framesOf(dir / "run.rec") == framesOf(dir / "again.rec"));
+}
+
+TEST(Recording, PlayedOntoItselfIsNotLost)
+{
+    const TempDir dir;
+    ASSERT_EQ(runProgram("run \"" + kSource + "filesaver name=" + (dir / "run.rec") + "\"").exitCode, 0);
+    const std::string before = readFile(dir / "run.rec");
+    const auto result = runProgram("run \"read load.name=" + (dir / "run.rec") +
+                                   " ! filesaver name=" + (dir / "run.rec") + "\"");
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, HasSubstr("write error"));
+    EXPECT_TRUE(readFile(dir / "run.rec") == before);
+}
+
+TEST(Inspect, SaysWhereDamageBeginsAndRecoversTheWholeRecords)
+{
+    const TempDir dir;
+    ASSERT_EQ(runProgram("run \"" + kSource + "filesaver name=" + (dir / "run.rec") + "\"").exitCode, 0);
+    const std::string whole = readFile(dir / "run.rec");
+    const std::string cut = dir.write("cut.rec", whole.substr(0, 1500000));
+    const auto damaged = runProgram("inspect \"" + cut + "\"");
+    EXPECT_EQ(damaged.exitCode, 5);
+    EXPECT_THAT(damaged.err, HasSubstr("read error; 3 whole records, damage begins at offset "));
+
+    const auto recovered = runProgram("inspect \"" + cut + "\" --recover \"" + (dir / "ok.rec") + "\"");
+    EXPECT_EQ(recovered.exitCode, 0);
+    EXPECT_THAT(recovered.out, HasSubstr("3 records, "));
+    EXPECT_THAT(recovered.err, HasSubstr("3 whole records, damage begins at offset "));
+    const std::string saved = readFile(dir / "ok.rec");
+    EXPECT_TRUE(whole.starts_with(saved));
+    const auto after = runProgram("inspect \"" + (dir / "ok.rec") + "\"");
+    EXPECT_EQ(after.exitCode, 0);
+    EXPECT_THAT(after.out, HasSubstr("3 records, " + std::to_string(saved.size()) + " bytes"));
+    EXPECT_EQ(runProgram("inspect \"" + cut + "\" --recover \"" + cut + "\"").exitCode, 5);
+    EXPECT_EQ(readFile(cut).size(), 1500000U);
+}
+
+TEST(Inspect, WritesTheFramesAsPictures)
+{
+    const TempDir dir;
+    const std::string save = "filesaver name=" + (dir / "run.rec") + "\"";
+    // Colours as they were read; 16-bit samples; floats.
+    ASSERT_EQ(runProgram("run \"cjread load.name=" + kImages + "img0000.jpg load.count=1 ! " + save).exitCode,
+              0);
+    ASSERT_EQ(runProgram("inspect \"" + (dir / "run.rec") + "\" --frames \"" + (dir / "rgb") + "\"").exitCode,
+              0);
+    const auto image = loadImage(kImages + "img0000.jpg"), frame = loadImage(dir / "rgb/frame000001.ppm");
+    ASSERT_TRUE(image && frame);
+    EXPECT_TRUE(std::ranges::equal(image->bytes(), frame->bytes()));
+    EXPECT_TRUE(std::filesystem::exists(dir / "rgb/frame000002.ppm"));
+
+    ASSERT_EQ(runProgram("run \"" + kSource + save).exitCode, 0);
+    const auto luma = runProgram("inspect \"" + (dir / "run.rec") + "\" --frames \"" + (dir / "luma") + "\"");
+    EXPECT_THAT(luma.out, HasSubstr("4 frames in "));
+    EXPECT_THAT(readFile(dir / "luma/frame000004.pgm").substr(0, 15), "P5\n640 480\n255\n");
+
+    Array floats(Kind::Float, 3, 1);
+    floats.elements<float>()[0] = -1;
+    floats.elements<float>()[2] = 1;
+    {
+        BIOfs out(dir / "float.rec", BIOfs::Mode::Write);
+        writeRecord(out, Struct{{"eventType", 1002}, {"data", floats}});
+    }
+    runProgram("inspect \"" + (dir / "float.rec") + "\" --frames \"" + (dir / "f") + "\"");
+    EXPECT_EQ(readFile(dir / "f/frame000001.pgm"), std::string("P5\n3 1\n65535\n\0\0\x80\0\xFF\xFF", 19));
+}
+
+// The reader in Python and the program say the same of a recording.
+TEST(Recording, IsReadByTheExampleReader)
+{
+    if (runCommand("python3 --version").exitCode != 0) GTEST_SKIP() << "no python3";
+    const TempDir dir;
+    ASSERT_EQ(runProgram("run \"" + kSource + "filesaver name=" + (dir / "run.rec") +
+                         "\" --set OCV.trl=40.5 --set \"more={\\\"Array\\\": {\\\"type\\\": \\\"Int\\\", "
+                         "\\\"dims\\\": [2, 1, 1], \\\"data\\\": [1, 2]}}\"")
+                  .exitCode,
+              0);
+    const auto python = runCommand("python3 \"" SCANSTEPS_SOURCE_DIR "/examples/read_recording.py\" \"" +
+                                   (dir / "run.rec") + "\"");
+    ASSERT_EQ(python.exitCode, 0) << python.err;
+    std::istringstream ours(runProgram("inspect --json \"" + (dir / "run.rec") + "\"").out),
+        theirs(python.out);
+    int records = 0;
+    for (std::string a, b; std::getline(ours, a) && std::getline(theirs, b); ++records)
+        EXPECT_EQ(nlohmann::json::parse(a), nlohmann::json::parse(b));
+    EXPECT_EQ(records, 6);
+}
+
+TEST(Receive, RecordsWhatTheSenderSends)
+{
+    const TempDir dir;
+    ReceiveProgram receiver("--once --out \"" + (dir / "run.rec") + "\"");
+    const auto sender = runProgram("run \"" + kSource + "sender " + receiver.to() + "\"");
+    EXPECT_EQ(sender.exitCode, 0) << sender.err;
+    EXPECT_EQ(receiver.end(), 0) << receiver.said();
+    EXPECT_THAT(receiver.said(), HasSubstr(": 6 records in "));
+    const auto replay = runProgram("run \"read load.name=" + (dir / "run.rec") +
+                                   " ! cjwrite name=" + (dir / "a0.ppm") + "\"");
+    EXPECT_EQ(replay.exitCode, 0) << replay.err;
+    EXPECT_TRUE(loadImage(dir / "a3.ppm"));
+}
+
+TEST(Receive, SurvivesClientsThatMisbehave)
+{
+    const TempDir dir;
+    ReceiveProgram receiver("--once --idle-timeout 0.5 --max-record 1M --out \"" + (dir / "run.rec") + "\"");
+    const auto port = std::uint16_t(receiver.port());
+    const auto client = [&](auto talk) {
+        USock socket("127.0.0.1", port);
+        ASSERT_TRUE(socket.connected());
+        talk(socket);
+    };
+    client([](USock&) {});
+    EXPECT_TRUE(receiver.waitFor("left without a record: closed"));
+    client([](USock& socket) { socket.write("GET / HTTP/1.0\r\n\r\n", 18); });
+    EXPECT_TRUE(receiver.waitFor("left without a record: Read Error"));
+    client([](USock& socket) { socket.write("\x40\0\0\0\0\0\0\0\x0B\0\0\0\x01\0\0\0xx", 18); });
+    EXPECT_TRUE(receiver.waitFor("left without a record: the connection broke off within a record"));
+    client([&](USock&) { EXPECT_TRUE(receiver.waitFor("left without a record: idle for too long")); });
+    client([&](USock& socket) {  // 500 MB promised, none sent
+        socket.write("\0\0\xD0\x1D\0\0\0\0\x0B\0\0\0\x01\0\0\0", 16);
+        EXPECT_TRUE(receiver.waitFor("left without a record: Read Error"));
+    });
+    EXPECT_FALSE(std::filesystem::exists(dir / "run.rec"));
+    client([](USock& socket) {  // one byte at a time
+        BIOmem run;
+        writeRecord(run, test::everyKind());
+        writeRecord(run, Struct{{"eventType", 1003}});
+        for (const std::byte& byte : run.bytes()) socket.write(&byte, 1);
+    });
+    EXPECT_EQ(receiver.end(), 0);
+    EXPECT_EQ(runProgram("inspect \"" + (dir / "run.rec") + "\"").exitCode, 0);
+}
+
+#ifndef _WIN32
+TEST(Receive, GivesEveryRunARecordingAndEndsWhenInterrupted)
+{
+    const TempDir dir;
+    ReceiveProgram receiver("--out \"" + (dir / "run.rec") + "\"");
+    {
+        USock socket("127.0.0.1", std::uint16_t(receiver.port()));
+        for (int i = 0; i < 2; ++i) {
+            writeRecord(socket, test::everyKind());
+            writeRecord(socket, Struct{{"eventType", 1003}});
+        }
+    }
+    EXPECT_TRUE(receiver.waitFor("run-2.rec"));
+    EXPECT_TRUE(readFile(dir / "run.rec") == readFile(dir / "run-2.rec"));
+    EXPECT_EQ(runProgram("run \"cjread load.name=" + kImages + "img0000.jpg ! sender " + receiver.to() +
+                         "\" --frames 1")
+                  .exitCode,
+              0);
+    EXPECT_TRUE(receiver.waitFor("3 records in " + (dir / "run-3.rec")));
+    receiver.interrupt();
+    EXPECT_EQ(receiver.end(), 130);
+}
+#endif
+
+TEST(Receive, RunThatBreaksOffIsExitCode5AndWholeRecordsAreKept)
+{
+    const TempDir dir;
+    ReceiveProgram receiver("--once --out \"" + (dir / "run.rec") + "\"");
+    {
+        USock socket("127.0.0.1", std::uint16_t(receiver.port()));
+        writeRecord(socket, Struct{{"eventType", 1001}});
+    }
+    EXPECT_EQ(receiver.end(), 5);
+    EXPECT_THAT(receiver.said(),
+                HasSubstr("1 records in " + (dir / "run.rec") + "; closed before the end of the run"));
+    EXPECT_EQ(runProgram("receive --port 0 --bind no.such.host.invalid").exitCode, 5);
+    EXPECT_EQ(runProgram("receive").exitCode, 2);
+    const Listener taken(0, "127.0.0.1");
+    EXPECT_THAT(runProgram("receive --port " + std::to_string(taken.port())).err,
+                HasSubstr("already bounded!"));
+}
+
+TEST(Sender, ReceiverThatClosesInTheMiddleIsExitCode4)
+{
+    Listener listener(0, "127.0.0.1");
+    std::thread peer([&] {
+        const auto socket = listener.accept(20000);
+        std::vector<std::byte> some(1000);
+        if (socket) socket->receiveSome(some);
+    });
+    const TempDir dir;
+    const auto result =
+        runProgram("run \"cjread load.name=" + kImages +
+                   "img0000.jpg load.incr=0 ! sender host=127.0.0.1 port=" + std::to_string(listener.port()) +
+                   " ! filesaver name=" + (dir / "run.rec") + "\" --frames 50");
+    peer.join();
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, HasSubstr("step 2 (sender), frame "));
+    EXPECT_THAT(result.err, HasSubstr(": write error"));
+    // The chain behind is flushed: the recording is complete.
+    EXPECT_TRUE(readFile(dir / "run.rec").ends_with(std::string("\xEB\x03\0\0", 4)));
+}
+
+#ifndef _WIN32
+// The recorder's file after kill -9 holds every record but the one that was being written.
+TEST(Recording, SurvivesBeingKilled)
+{
+    const TempDir dir;
+    const std::string line =
+        "\"" SCANSTEPS_BIN_DIR "/scansteps\" run \"cjread load.name=" + kImages +
+        "img0000.jpg load.incr=0 ! filesaver name=" + (dir / "run.rec") +
+        "\" >/dev/null 2>&1 & pid=$!; n=0; while [ $n -lt 200 ] && [ \"$(stat -c %s " + (dir / "run.rec") +
+        " 2>/dev/null || echo 0)\" -lt 5000000 ]; do sleep 0.05; n=$((n+1)); done; kill -9 $pid";
+    ASSERT_EQ(std::system(("sh -c '" + line + "'").c_str()), 0);
+    const auto inspected =
+        runProgram("inspect --recover \"" + (dir / "ok.rec") + "\" \"" + (dir / "run.rec") + "\"");
+    EXPECT_EQ(inspected.exitCode, 0) << inspected.err;
+    const auto size = std::filesystem::file_size(dir / "run.rec");
+    EXPECT_GE(size, 5000000U);
+    EXPECT_LT(size - std::filesystem::file_size(dir / "ok.rec"), 1000000U);
+}
+
+TEST(Recording, FullDiskIsExitCode4)
+{
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+    const auto result = runProgram("run \"" + kSource + "filesaver name=/dev/full\"");
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, HasSubstr("step 3 (filesaver), initialise: write error"));
+}
+
+TEST(Receive, OverALinkWithLossAndDelay)
+{
+    const TempDir dir;
+    const int status =
+        std::system(("python3 \"" SCANSTEPS_SOURCE_DIR "/tests/host/lossy_link.py\" \"" SCANSTEPS_BIN_DIR
+                     "/scansteps\" \"" SCANSTEPS_SOURCE_DIR "\" \"" +
+                     dir.path().string() + "\" >\"" + (dir / "log") + "\" 2>&1")
+                        .c_str());
+    const std::string log = readFile(dir / "log");
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) GTEST_SKIP() << log;
+    EXPECT_EQ(status, 0) << log;
+    std::printf("%s", log.c_str());
+    EXPECT_TRUE(framesOf(dir / "received.rec") == framesOf(dir / "sent.rec"));
+}
+#endif
+
+}  // namespace
+}  // namespace scansteps
