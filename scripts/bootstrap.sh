@@ -19,7 +19,7 @@ readers=(
     python3-meshio assimp-utils openscenegraph
 )
 windows=(
-    g++-mingw-w64-x86-64-posix wine64 nasm dpkg-dev zip
+    g++-mingw-w64-x86-64-posix wine wine64 nasm dpkg-dev zip unzip
 )
 
 die() {
