@@ -67,7 +67,8 @@ double highestRate(const Device& device, std::uint32_t format, std::uint32_t wid
     for (; entry.index < 100 && device.ask(VIDIOC_ENUM_FRAMEINTERVALS, entry); ++entry.index) {
         const bool discrete = entry.type == V4L2_FRMIVAL_TYPE_DISCRETE;
         const v4l2_fract interval = discrete ? entry.discrete : entry.stepwise.min;
-        if (interval.numerator != 0) best = std::max(best, static_cast<double>(interval.denominator) / interval.numerator);
+        if (interval.numerator != 0)
+            best = std::max(best, static_cast<double>(interval.denominator) / interval.numerator);
         if (!discrete) break;
     }
     return best;

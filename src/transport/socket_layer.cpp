@@ -25,9 +25,10 @@ namespace scansteps::socketlayer {
 namespace {
 
 constexpr std::size_t kMostPieces = 64;
-constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
 
 #ifdef _WIN32
+
+constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
 
 SOCKET native(Socket socket)
 {
