@@ -13,7 +13,7 @@ namespace scansteps {
 /// pictures); one group; one object a texture page; one face with a vertex list a triangle, two-sided, unlit,
 /// with the triangle's colour (white where a picture gives it, or without colours).
 /// Returns false, silently, when the file cannot be opened; throws when the mesh does not hold together or
-/// its palette is beyond what the format can count. Takes 16 bytes a vertex besides what the layout takes.
+/// its palette is beyond what the format can count. Takes 20 bytes a vertex besides what the layout takes.
 bool saveFlt(const std::string& path, const TexturedModel& model);
 
 }  // namespace scansteps

@@ -39,7 +39,8 @@ bool roundsUp(std::int64_t aboveTie, std::uint32_t below)
     return aboveTie > 0 || (aboveTie == 0 && below % 2 != 0);
 }
 
-// Decimal exponent of the largest numbers with a given binary exponent, from 2^-14 (below 1e-4) to 2^19.
+// Decimal exponent of the largest numbers below 1e6 with a given binary exponent, from 2^-14 (below 1e-4) to
+// 2^19.
 constexpr int kLowestBinade = -14;
 constexpr std::array<std::int8_t, 34> makeDecades()
 {
@@ -49,7 +50,7 @@ constexpr std::array<std::int8_t, 34> makeDecades()
         for (int i = 0; i < b + kLowestBinade + 1; ++i) above *= 2;
         for (int i = 0; i > b + kLowestBinade + 1; --i) above /= 2;
         int decade = -5;
-        for (double power = 1e-4; power < above; power *= 10) ++decade;
+        for (double power = 1e-4; power < above && decade < 5; power *= 10) ++decade;
         table[static_cast<std::size_t>(b)] = static_cast<std::int8_t>(decade);
     }
     return table;
