@@ -57,6 +57,16 @@ constexpr std::array<std::int8_t, 34> makeDecades()
 }
 constexpr auto kDecades = makeDecades();
 
+/// The power of ten at which that decade begins.
+constexpr std::array<double, 34> makeDecadeStarts()
+{
+    constexpr double kPower[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5};
+    std::array<double, 34> table{};
+    for (std::size_t b = 0; b < 34; ++b) table[b] = kPower[kDecades[b] + 5];
+    return table;
+}
+constexpr auto kDecadeStarts = makeDecadeStarts();
+
 constexpr std::array<double, 11> kDoublePowers = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10};
 
 /// Six digits `n` (100000 to 999999) divided by 10^`decimals` (0 to 10), without the zeros at the end.
@@ -109,9 +119,11 @@ char* putGeneral(char* out, double value)
     *out = '-';
     out += std::signbit(value) ? 1 : 0;
     const int binade = static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - 1023;
-    int decimals = 5 - kDecades[static_cast<std::size_t>(binade - kLowestBinade)];
-    double scaled = magnitude * kDoublePowers[static_cast<std::size_t>(decimals)];
-    if (scaled < 1e5) scaled = magnitude * kDoublePowers[static_cast<std::size_t>(++decimals)];
+    const auto row = static_cast<std::size_t>(binade - kLowestBinade);
+    // No branch: coordinates of a model lie on both sides of a power of ten. Powers below 1 are rounded; a
+    // number that falls on the wrong side of one becomes 1000000 or 99999.99... and ends up as the same text.
+    int decimals = 5 - kDecades[row] + (magnitude < kDecadeStarts[row] ? 1 : 0);
+    const double scaled = magnitude * kDoublePowers[static_cast<std::size_t>(decimals)];
     std::uint32_t n = static_cast<std::uint32_t>(scaled);
     const double aboveTie = (scaled - n) - 0.5;
     // The product is off by less than 1e-10; nearer to a tie only exact arithmetic tells the side.
