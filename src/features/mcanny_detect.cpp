@@ -449,14 +449,6 @@ bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const
     return true;
 }
 
-namespace {
-
-// Frames of this size and above leave the caches before anyone reads them: they are written past them, which
-// spares fetching the memory first.
-constexpr std::size_t kPastCacheBytes = std::size_t{2} << 20;
-
-}  // namespace
-
 void expandEdges(const EdgeBits& bits, FloatPlane& plane)
 {
     const bool pastCache = plane.stride() * plane.height() * sizeof(float) >= kPastCacheBytes;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "hwy/cache_control.h"
+
 #include "features/mcanny.h"
 #include "features/mcanny_parts.h"
 #include "features/mcanny_rows.h"
@@ -98,6 +100,25 @@ void KernelRow(KernelShape shape, const float* const* at, const float* factors, 
     }
 }
 
+// Fetches the same columns of another row meanwhile.
+void CopyRow(const float* HWY_RESTRICT src, const float* ahead, float* HWY_RESTRICT dst, std::size_t count)
+{
+    const hn::CappedTag<float, 16> d;
+    std::size_t x = 0;
+    for (; x + hn::Lanes(d) <= count; x += hn::Lanes(d)) {
+        hwy::Prefetch(ahead + x);
+        hn::StoreU(hn::LoadU(d, src + x), d, dst + x);
+    }
+    for (; x < count; ++x) dst[x] = src[x];
+}
+
+// Past the caches; `dst` is aligned.
+void StreamRow(const float* HWY_RESTRICT src, float* HWY_RESTRICT dst, std::size_t count)
+{
+    const D d;
+    for (std::size_t x = 0; x < count; x += hn::Lanes(d)) hn::Stream(hn::LoadU(d, src + x), d, dst + x);
+}
+
 void ScaleRow(float* HWY_RESTRICT row, float weight, std::size_t count)
 {
     const D d;
@@ -114,6 +135,8 @@ namespace scansteps {
 
 HWY_EXPORT(KernelRow);
 HWY_EXPORT(TermsRow);
+HWY_EXPORT(CopyRow);
+HWY_EXPORT(StreamRow);
 HWY_EXPORT(ScaleRow);
 
 namespace {
@@ -165,38 +188,107 @@ struct Pass
     }
 };
 
+// A filter at work on strips of columns, so narrow that the rows in flight stay in the first-level cache. As
+// source and result may be one plane, a strip keeps the columns that its right neighbour looks at before it
+// writes them.
+class StripFilter
+{
+  public:
+    StripFilter(const FloatPlane& src, FloatPlane& dst, const Pass& alongX, const Pass& alongY, float weight)
+        : src_(src),
+          dst_(dst),
+          alongX_(alongX),
+          alongY_(alongY),
+          weight_(weight),
+          width_(src.width()),
+          height_(src.height()),
+          before_(static_cast<std::size_t>(alongX.kernel.before)),
+          after_(static_cast<std::size_t>(alongX.kernel.after)),
+          down_(static_cast<std::size_t>(alongY.kernel.after)),
+          slots_(std::min(height_, static_cast<std::size_t>(alongY.kernel.before) + down_ + 1))
+    {
+        const std::size_t fitting = kCacheBytes / sizeof(float) / (slots_ + 2);
+        const bool inStrips = before_ <= kMargin && after_ <= kMargin && fitting >= 256;
+        strip_ = std::min(inStrips ? fitting / 64 * 64 : width_, roundUp(width_, 16));
+        line_.resize(before_ + roundUp(strip_, 16) + after_);
+        ring_.resize(static_cast<std::uint32_t>(roundUp(strip_, 16)), static_cast<std::uint32_t>(slots_));
+        pastCaches_ =
+            &src != &dst && weight == 1.0F && src.stride() * height_ * sizeof(float) >= kPastCacheBytes;
+        if (pastCaches_) result_.resize(static_cast<std::uint32_t>(roundUp(strip_, 16)), 1);
+        if (strip_ < width_) seam_.resize(before_ * height_);
+    }
+
+    void run()
+    {
+        for (std::size_t first = 0; first < width_; first += strip_) {
+            std::size_t filtered = 0;
+            for (std::size_t y = 0; y < height_; ++y) {
+                for (; filtered <= std::min(y + down_, height_ - 1); ++filtered) takeIn(filtered, first);
+                putOut(y, first);
+            }
+        }
+        if (pastCaches_) hwy::FlushStream();
+    }
+
+  private:
+    static constexpr std::size_t kCacheBytes = 40 * 1024;
+
+    // Columns of the strip that starts at `first`, and those that are worked on: rows of planes are padded
+    // to 16.
+    std::size_t own(std::size_t first) const { return std::min(strip_, width_ - first); }
+
+    void takeIn(std::size_t y, std::size_t first)
+    {
+        const std::size_t count = own(first), padded = roundUp(count, 16);
+        const std::size_t beyond = std::min(after_, width_ - first - count);
+        float* line = line_.data() + before_;
+        const float* row = src_.row(y) + first;
+        const float* next = src_.row(std::min(y + 1, height_ - 1)) + first;
+        HWY_DYNAMIC_DISPATCH(CopyRow)(row, next, line, count + beyond);
+        std::fill(line + count + beyond, line + padded + after_, line[count + beyond - 1]);
+        if (first == 0)
+            std::fill(line - before_, line, line[0]);
+        else
+            std::copy_n(&seam_[y * before_], before_, line - before_);
+        if (first + strip_ < width_) std::copy_n(line + count - before_, before_, &seam_[y * before_]);
+        alongX_.run([&](int k) { return line + k; }, ring_.row(y % slots_), padded, scratch_);
+    }
+
+    void putOut(std::size_t y, std::size_t first)
+    {
+        const auto rowAt = [&](int k) {
+            const auto at = std::clamp<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(y) + k, 0,
+                                                       static_cast<std::ptrdiff_t>(height_) - 1);
+            return static_cast<const float*>(ring_.row(static_cast<std::size_t>(at) % slots_));
+        };
+        float* out = dst_.row(y) + first;
+        const std::size_t padded = roundUp(own(first), 16);
+        if (pastCaches_) {
+            alongY_.run(rowAt, result_.row(0), padded, scratch_);
+            HWY_DYNAMIC_DISPATCH(StreamRow)(result_.row(0), out, padded);
+        } else {
+            alongY_.run(rowAt, out, padded, scratch_);
+        }
+        if (weight_ != 1.0F) HWY_DYNAMIC_DISPATCH(ScaleRow)(out, weight_, padded);
+    }
+
+    const FloatPlane& src_;
+    FloatPlane& dst_;
+    const Pass &alongX_, &alongY_;
+    float weight_;
+    std::size_t width_, height_, before_, after_, down_, slots_;
+    std::size_t strip_ = 0;
+    std::vector<float> line_, seam_;
+    FloatPlane ring_, result_;
+    bool pastCaches_ = false;
+    std::vector<RowTerm> scratch_;
+};
+
 void filter(const FloatPlane& src, FloatPlane& dst, const Pass& alongX, const Pass& alongY,
             float weight = 1.0F)
 {
-    const std::size_t width = src.width(), height = src.height();
     dst.resize(src.width(), src.height());
-    if (width == 0 || height == 0) return;
-    const std::size_t padded = roundUp(width, 16);  // rows of a FloatPlane are padded as far
-    const auto before = static_cast<std::size_t>(alongX.kernel.before);
-    const auto reach = static_cast<std::size_t>(alongX.kernel.after);
-    const auto down = static_cast<std::size_t>(alongY.kernel.after);
-    const std::size_t slots = std::min(height, static_cast<std::size_t>(alongY.kernel.before) + down + 1);
-    std::vector<float> buffer(before + padded + reach);
-    FloatPlane ringRows(static_cast<std::uint32_t>(padded), static_cast<std::uint32_t>(slots));
-    std::vector<RowTerm> scratch;
-    float* line = buffer.data() + before;
-    std::size_t filtered = 0;
-    for (std::size_t y = 0; y < height; ++y) {
-        for (; filtered <= std::min(y + down, height - 1); ++filtered) {
-            const float* row = src.row(filtered);
-            std::copy(row, row + width, line);
-            std::fill(buffer.data(), line, row[0]);
-            std::fill(line + width, line + padded + reach, row[width - 1]);
-            alongX.run([&](int k) { return line + k; }, ringRows.row(filtered % slots), padded, scratch);
-        }
-        const auto rowAt = [&](int k) {
-            const auto at = std::clamp<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(y) + k, 0,
-                                                       static_cast<std::ptrdiff_t>(height) - 1);
-            return static_cast<const float*>(ringRows.row(static_cast<std::size_t>(at) % slots));
-        };
-        alongY.run(rowAt, dst.row(y), padded, scratch);
-        if (weight != 1.0F) HWY_DYNAMIC_DISPATCH(ScaleRow)(dst.row(y), weight, padded);
-    }
+    if (src.width() != 0 && src.height() != 0) StripFilter(src, dst, alongX, alongY, weight).run();
 }
 
 }  // namespace

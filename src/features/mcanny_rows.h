@@ -20,6 +20,10 @@ inline std::size_t roundUp(std::size_t value, std::size_t unit)
     return (value + unit - 1) / unit * unit;
 }
 
+/// Planes of this size and above leave the caches before anyone reads them. A result that goes elsewhere than
+/// where its source came from is then written past the caches, which spares fetching the memory first.
+inline constexpr std::size_t kPastCacheBytes = std::size_t{2} << 20;
+
 /// A range of columns of an image.
 struct Columns
 {

@@ -171,7 +171,7 @@ TEST(Filters, vectorEqualsScalar)
                                                      std::vector<float>(11, 0.3F)};
     std::mt19937 random(5);
     for (const auto& [width, height] :
-         {std::pair{1, 1}, {2, 3}, {3, 1}, {17, 2}, {64, 7}, {75, 12}, {130, 5}}) {
+         {std::pair{1, 1}, {2, 3}, {3, 1}, {17, 2}, {64, 7}, {75, 12}, {130, 5}, {4100, 9}}) {
         const FloatPlane src = noise(width, height, random, true);
         for (std::size_t k = 0; k < kernels.size(); ++k) {
             const auto &kx = kernels[k], &ky = kernels[random() % kernels.size()];
