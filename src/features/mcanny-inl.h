@@ -78,7 +78,7 @@ std::uint32_t MaskBits(D d, M mask)
 
 /// centre factor[0] + (at(1) + at(-1)) factor[1] + ...: a symmetric kernel of radius R.
 template <int R, class At, class V>
-V Smooth(At at, const V (&factor)[R + 1])
+HWY_INLINE V Smooth(At at, const V (&factor)[R + 1])
 {
     V sum = hn::Mul(at(0), factor[0]);
     for (int k = 1; k <= R; ++k) sum = hn::Add(sum, hn::Mul(hn::Add(at(k), at(-k)), factor[k]));
@@ -87,7 +87,7 @@ V Smooth(At at, const V (&factor)[R + 1])
 
 /// (at(1) - at(-1)) factor[1] + ...: an antisymmetric kernel of radius R.
 template <int R, class At, class V>
-V Differ(At at, const V (&factor)[R + 1])
+HWY_INLINE V Differ(At at, const V (&factor)[R + 1])
 {
     V sum = hn::Mul(hn::Sub(at(1), at(-1)), factor[1]);
     for (int k = 2; k <= R; ++k) sum = hn::Add(sum, hn::Mul(hn::Sub(at(k), at(-k)), factor[k]));
@@ -96,7 +96,7 @@ V Differ(At at, const V (&factor)[R + 1])
 
 /// Sum over 2 R + 1 neighbours.
 template <int R, class At>
-auto Box(At at)
+HWY_INLINE auto Box(At at)
 {
     auto sum = at(0);
     for (int k = 1; k <= R; ++k) sum = hn::Add(sum, hn::Add(at(k), at(-k)));

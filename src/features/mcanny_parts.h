@@ -39,21 +39,6 @@ struct RowTerm
     FoldedKernel::Kind kind;
 };
 
-/// Row operations of their own; the order within a group is by radius.
-enum class KernelShape
-{
-    Smooth3,
-    Smooth5,
-    Smooth7,
-    Differ3,
-    Differ5,
-    Differ7,
-    Box3,
-    Box5,
-    Box7,
-    Terms
-};
-
 /// Throws when the size is out of range.
 float boxWeight(int size);
 
