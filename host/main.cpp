@@ -28,6 +28,7 @@ int main(int argc, char** argv)
     useBinaryStandardStreams();
     CLI::App app{"Runs pipelines of steps over images, cameras and recordings", "scansteps"};
     app.set_version_flag("--version", "scansteps " SCANSTEPS_VERSION);
+    app.allow_windows_style_options(false);  // "/name" is a path on every system
     app.require_subcommand(0, 1);
     app.footer(
         "Exit codes: 0 the run ended; 2 the command line or the pipeline is wrong; 3 types or formats do "

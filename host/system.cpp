@@ -88,6 +88,7 @@ bool standardErrorIsTerminal()
 void useBinaryStandardStreams()
 {
     _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
     _setmode(_fileno(stdin), _O_BINARY);
 }
 

@@ -233,7 +233,7 @@ TEST(ObjWriter, onePictureIsCopiedUnscaledAndClipped)
         ASSERT_TRUE(saveObj(dir / "a.obj", {model.mesh(), pictures, {side, 1}}));
         const std::string printed = testing::internal::GetCapturedStdout();
         EXPECT_EQ(printed.find("clipped") != std::string::npos, side == 64);
-        EXPECT_THAT(printed, testing::ContainsRegex("time [0-9]+ms\n"));
+        EXPECT_THAT(printed, testing::AllOf(testing::HasSubstr("time "), testing::HasSubstr("ms\n")));
         const auto page = loadImage(dir / "a.jpg");
         ASSERT_TRUE(page && page->width == side && page->height == side);
         EXPECT_NEAR(page->pixels[0], 255, 3);

@@ -102,7 +102,7 @@ TEST(SobelKernels, badOnes)
         const std::string text = textOf([&, x = dx, y = dy] { getSobelKernels(kx, ky, x, y, 3); });
         EXPECT_THAT(text, HasSubstr("dx >= 0 && dy >= 0 && dx+dy > 0"));
         EXPECT_THAT(text, HasSubstr("mcanny"));
-        EXPECT_THAT(text, testing::ContainsRegex("line [0-9]+"));
+        EXPECT_THAT(text, HasSubstr(", line "));
     }
     EXPECT_THAT(textOf([&] { getSobelKernels(kx, ky, 3, 0, 3); }), HasSubstr("ksize > order"));
     EXPECT_THAT(textOf([&] { getSobelKernels(kx, ky, 1, 0, -1); }), HasSubstr("ksize > order"));
