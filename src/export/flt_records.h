@@ -1,5 +1,5 @@
-// Records of OpenFlight files, revision 16.0 (after the published "OpenFlight Scene Description Database
-// Specification"): every record is an opcode, its length and big-endian fields.
+// Records of OpenFlight files, revision 16.0, after the published description of the scene database: every
+// record is an opcode, its length and big-endian fields.
 #pragma once
 
 #include <bit>

@@ -122,9 +122,9 @@ TEST(TextFormat, generalSpecialNumbers)
 {
     const double big = std::numeric_limits<double>::max();
     for (const double value :
-         {0.0,    -0.0,      1e-4,         9.9999949e-5, 9.9999951e-5, 9.99999e-5, 999999.4,
+         {0.0,      -0.0,      1e-4,         9.9999949e-5, 9.9999951e-5, 9.99999e-5, 999999.4,
           524288.0, 600000.25, 999999.49999, 999999.5,     1e6,          1e-300,     5e-324,
-          big,    -big,      HUGE_VAL,     99999.95,     9.999995,     0.9999995}) {
+          big,      -big,      HUGE_VAL,     99999.95,     9.999995,     0.9999995}) {
         expectGeneral(value);
         EXPECT_EQ(streamed(value), printed(value));
     }

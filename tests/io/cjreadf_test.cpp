@@ -108,8 +108,8 @@ TEST(CjreadF, edgesAndWrittenFiles)
 {
     const test::TempDir dir;
     test::Chain chain({"cjreadf", "cjwrite", "ccanny"});
-    start(chain,
-          {{"cjwrite", Struct{{"name", dir / "out0.ppm"}}}, {"OCV", Struct{{"trh", 500.0F}, {"trl", 200.0F}}}});
+    start(chain, {{"cjwrite", Struct{{"name", dir / "out0.ppm"}}},
+                  {"OCV", Struct{{"trh", 500.0F}, {"trl", 200.0F}}}});
     test::printed([&] { chain.process(); });
     const auto written = loadImage(dir / "out0.ppm");
     ASSERT_TRUE(written);
