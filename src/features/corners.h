@@ -1,5 +1,5 @@
 // Corner features of an 8-bit image over a pyramid: positions to a fraction of a pixel, an orientation and a
-// binary descriptor. The matching of views builds on them.
+// binary descriptor. The steps that match views, and the neighbour filter, share them.
 #pragma once
 
 #include <array>
