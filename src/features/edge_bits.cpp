@@ -53,7 +53,7 @@ void EdgeBits::spreadDown(std::size_t y)
     const std::uint64_t* above = edges_.data() + at(y) - pitch_;
     const std::uint64_t* candidate = candidates(y);
     std::uint64_t* edge = edges(y);
-    for (std::size_t w = 0; w < words_; ++w) {
+    for (std::ptrdiff_t w = 0; w < std::ptrdiff_t(words_); ++w) {
         if (candidate[w] == 0) continue;
         const std::uint64_t reached =
             edge[w] | (candidate[w] & (widened(above[w - 1], above[w], above[w + 1]) | edge[w - 1] >> 63));
