@@ -37,7 +37,10 @@ void PackYuyv16(const std::uint8_t* HWY_RESTRICT luma, const std::uint8_t* HWY_R
             hn::StoreU(hn::Or(low, hn::ShiftLeft<8>(high)), d16, dst + x + part * lanes);
         }
     }
-    for (; x < width; ++x) dst[x] = std::uint16_t(luma[x] | (x % 2 == 0 ? even : odd)[x / 2] << 8U);
+    for (; x < width; ++x) {
+        const std::uint8_t* chroma = x % 2 == 0 ? even : odd;
+        dst[x] = std::uint16_t(luma[x] | chroma[x / 2] << 8U);
+    }
 }
 
 }  // namespace HWY_NAMESPACE
@@ -82,8 +85,10 @@ void scalar::packYuyv16(std::span<const std::uint8_t> luma, std::span<const std:
     packRows(luma, evenChroma, oddChroma, dst, width, height,
              [](const std::uint8_t* row, const std::uint8_t* even, const std::uint8_t* odd,
                 std::uint16_t* out, std::size_t count) {
-                 for (std::size_t x = 0; x < count; ++x)
-                     out[x] = std::uint16_t(row[x] | (x % 2 == 0 ? even : odd)[x / 2] << 8U);
+                 for (std::size_t x = 0; x < count; ++x) {
+                     const std::uint8_t* chroma = x % 2 == 0 ? even : odd;
+                     out[x] = std::uint16_t(row[x] | chroma[x / 2] << 8U);
+                 }
              });
 }
 
