@@ -47,7 +47,7 @@ class ReadAhead
     bool fill(Receive receive);
 
   private:
-    static constexpr std::size_t kSize = 16384;
+    static constexpr std::size_t kSize = 4096;
     std::vector<std::byte> buffer_;
     std::size_t begin_ = 0, end_ = 0;
 };

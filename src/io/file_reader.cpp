@@ -46,7 +46,8 @@ void RecordingPlayer::start(const std::string& path, varitype& params)
 void RecordingPlayer::process(varitype& params)
 {
     StepTimer timer(*this);
-    varitype record = nextEvent();
+    // The frame before has had its time: the next one is read into its memory.
+    varitype record = nextEvent(out_.count() != 0 ? &out_.pixels() : nullptr);
     const int recorded = eventType(record);
     if (recorded == event::kFlush) {
         params.set("eventType", event::kFlush);  // tells the host that the recording has ended
@@ -59,14 +60,13 @@ void RecordingPlayer::process(varitype& params)
     forward(*this, record);
 }
 
-// "data" becomes the array under the step's handle; the array that was there keeps its storage for the next.
+// "data" becomes the array under the step's handle.
 void RecordingPlayer::moveFrame(varitype& record)
 {
     varitype data = record["data"];
     Array& frame = data.getv<Array>();
     checkEmbeddedFrame(*this, frame);
-    std::swap(out_.pixels(), frame);
-    spare_ = std::move(frame);
+    out_.pixels() = std::move(frame);
     record.remove("data");
     record.set("handle", out_.handle());
 }
@@ -78,10 +78,10 @@ void FileReader::init(varitype& params)
     start(path, params);
 }
 
-varitype FileReader::nextEvent()
+varitype FileReader::nextEvent(Array* spare)
 {
     for (;;) {
-        varitype record = recording_.next(&spare_);
+        varitype record = recording_.next(spare);
         if (record.has("eventType")) return record;
     }
 }
@@ -91,9 +91,9 @@ void FileReaderS::init(varitype& params)
     start(Settings(*this, params).text("load.name"), params);
 }
 
-varitype FileReaderS::nextEvent()
+varitype FileReaderS::nextEvent(Array* spare)
 {
-    return recording_.next(&spare_);
+    return recording_.next(spare);
 }
 
 }  // namespace scansteps

@@ -17,11 +17,10 @@ class RecordingPlayer : public CPUBase
   protected:
     /// Opens the file; the recorded init record, merged into the host's, describes the frames to come.
     void start(const std::string& path, varitype& params);
-    /// The next record that is an event.
-    virtual varitype nextEvent() = 0;
+    /// The next record that is an event; its frame may take over the storage of `spare`.
+    virtual varitype nextEvent(Array* spare) = 0;
 
     Recording recording_;
-    Array spare_;  // storage of the frame before, for the next one
 
   private:
     void moveFrame(varitype& record);
@@ -37,7 +36,7 @@ class FileReader final : public RecordingPlayer
     void init(varitype& params) override;
 
   private:
-    varitype nextEvent() override;
+    varitype nextEvent(Array* spare) override;
 };
 
 /// Strict: one record an event, and each has to be one.
@@ -48,7 +47,7 @@ class FileReaderS final : public RecordingPlayer
     void init(varitype& params) override;
 
   private:
-    varitype nextEvent() override;
+    varitype nextEvent(Array* spare) override;
 };
 
 }  // namespace scansteps
