@@ -86,6 +86,33 @@ auto PackBytes(V a, V b)
 }
 #endif
 
+// Two vectors of words from memory: `a` gets the 16-byte blocks 0, 2, 4 ..., `b` the others, so that
+// PackBytes of what is made of them has the order of memory.
+template <class D16, HWY_IF_LE128(hn::TFromD<D16>, hn::MaxLanes(D16()))>
+void LoadAlternateBlocks(D16 d, const hn::TFromD<D16>* from, hn::Vec<D16>& a, hn::Vec<D16>& b)
+{
+    a = hn::LoadU(d, from);
+    b = hn::LoadU(d, from + hn::Lanes(d));
+}
+#if HWY_TARGET <= HWY_AVX2 && HWY_ARCH_X86
+inline void LoadAlternateBlocks(hn::Full256<std::uint16_t> d, const std::uint16_t* from,
+                                hn::Vec256<std::uint16_t>& a, hn::Vec256<std::uint16_t>& b)
+{
+    const auto first = hn::LoadU(d, from), second = hn::LoadU(d, from + 16);
+    a = hn::ConcatLowerLower(d, second, first);
+    b = hn::ConcatUpperUpper(d, second, first);
+}
+#endif
+#if HWY_TARGET <= HWY_AVX3 && HWY_ARCH_X86
+inline void LoadAlternateBlocks(hn::Full512<std::uint16_t> d, const std::uint16_t* from,
+                                hn::Vec512<std::uint16_t>& a, hn::Vec512<std::uint16_t>& b)
+{
+    const auto first = hn::LoadU(d, from), second = hn::LoadU(d, from + 32);
+    a = hn::Vec512<std::uint16_t>{_mm512_shuffle_i64x2(first.raw, second.raw, 0x88)};
+    b = hn::Vec512<std::uint16_t>{_mm512_shuffle_i64x2(first.raw, second.raw, 0xDD)};
+}
+#endif
+
 }  // namespace HWY_NAMESPACE
 }  // namespace scansteps
 HWY_AFTER_NAMESPACE();

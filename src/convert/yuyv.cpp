@@ -22,14 +22,13 @@ namespace hn = hwy::HWY_NAMESPACE;
 // split off until the numerators fit 16 bits:
 //   R = Y + 2 V - 326 + floor((41 Y - 101 V + 25772) / 250)
 //   G = Y - V + floor((41 Y - 98 U + 46 V + 33872 + floor((U + 3 V) / 4)) / 250)
-//   B = Y + 2 U - 277 + floor((82 Y + 9 U + 36) / 500)
+//   B = Y + 2 U - 326 + floor((82 Y + 9 U + 24536) / 500)
 // Numerators stay below 59074, up to where (n * 33555) >> 23 (or 24) is floor(n / 250) (or 500).
 // Returns the number of samples done, an even number.
 std::size_t YuyvToRgb(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_RESTRICT dst,
                       std::size_t count)
 {
     const hn::ScalableTag<std::uint8_t> d8;
-    const hn::Half<decltype(d8)> d8h;
     const hn::Repartition<std::int16_t, decltype(d8)> d16;
     const hn::Repartition<std::uint16_t, decltype(d8)> du16;
     alignas(16) static constexpr std::uint8_t kYv[16] = {0, 3,  2,  3,  4,  7,  6,  7,
@@ -40,36 +39,46 @@ std::size_t YuyvToRgb(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_R
     const auto yvIndex = hn::LoadDup128(d8, kYv);
     const auto yuIndex = hn::LoadDup128(d8, kYu);
     const auto uvIndex = hn::LoadDup128(d8, kUv);
-    const auto reciprocal = hn::Set(du16, 33555);
+    // Loaded, as broadcasts from a general register take the place of shuffles.
+    alignas(16) static constexpr std::uint16_t kWords[5][8] = {
+        {33555, 33555, 33555, 33555, 33555, 33555, 33555, 33555},
+        {25772, 25772, 25772, 25772, 25772, 25772, 25772, 25772},
+        {24536, 24536, 24536, 24536, 24536, 24536, 24536, 24536},
+        {33872, 33872, 33872, 33872, 33872, 33872, 33872, 33872},
+        {326, 326, 326, 326, 326, 326, 326, 326}};
+    const auto word = [&](int k) HWY_ATTR { return hn::BitCast(d16, hn::LoadDup128(du16, kWords[k])); };
+    const auto reciprocal = hn::LoadDup128(du16, kWords[0]);
+    const auto rOffset = word(1), bOffset = word(2), gOffset = word(3), whole = word(4);
     const std::size_t lanes = hn::Lanes(d16);
-    const auto word = [&](int v) HWY_ATTR { return hn::Set(d16, static_cast<std::int16_t>(v)); };
     const auto quotient = [&](auto numerator)
                               HWY_ATTR { return hn::MulHigh(hn::BitCast(du16, numerator), reciprocal); };
-    const auto convert = [&](const std::uint16_t* p, auto& r, auto& g, auto& b) HWY_ATTR {
-        fetchAhead(p);
-        const auto x = hn::BitCast(d8, hn::LoadU(du16, p));
+    const auto convert = [&](auto samples, auto& r, auto& g, auto& b) HWY_ATTR {
+        const auto x = hn::BitCast(d8, samples);
         const auto yv = hn::BitCast(d16, hn::TableLookupBytes(x, yvIndex));
         const auto yu = hn::BitCast(d16, hn::TableLookupBytes(x, yuIndex));
         const auto uv = hn::BitCast(d16, hn::TableLookupBytes(x, uvIndex));
-        const auto rq = quotient(hn::Add(MaddBytes(yv, BytePair(d16, 41, -101)), word(25772)));
-        const auto rWhole = hn::Sub(MaddBytes(yv, BytePair(d16, 1, 2)), word(326));
-        r = hn::DemoteTo(d8h, hn::Add(rWhole, hn::BitCast(d16, hn::ShiftRight<7>(rq))));
-        const auto bq = quotient(hn::Add(MaddBytes(yu, BytePair(d16, 82, 9)), word(36)));
-        const auto bWhole = hn::Sub(MaddBytes(yu, BytePair(d16, 1, 2)), word(277));
-        b = hn::DemoteTo(d8h, hn::Add(bWhole, hn::BitCast(d16, hn::ShiftRight<8>(bq))));
-        const auto chroma = hn::Add(hn::Add(MaddBytes(uv, BytePair(d16, -98, 46)), word(33872)),
+        const auto rq = quotient(hn::Add(MaddBytes(yv, BytePair(d16, 41, -101)), rOffset));
+        const auto rWhole = hn::Sub(MaddBytes(yv, BytePair(d16, 1, 2)), whole);
+        r = hn::Add(rWhole, hn::BitCast(d16, hn::ShiftRight<7>(rq)));
+        const auto bq = quotient(hn::Add(MaddBytes(yu, BytePair(d16, 82, 9)), bOffset));
+        const auto bWhole = hn::Sub(MaddBytes(yu, BytePair(d16, 1, 2)), whole);
+        b = hn::Add(bWhole, hn::BitCast(d16, hn::ShiftRight<8>(bq)));
+        const auto chroma = hn::Add(hn::Add(MaddBytes(uv, BytePair(d16, -98, 46)), gOffset),
                                     hn::ShiftRight<2>(MaddBytes(uv, BytePair(d16, 1, 3))));
         const auto gq = quotient(hn::Add(MaddBytes(yv, BytePair(d16, 41, 0)), chroma));
         const auto gWhole = MaddBytes(yv, BytePair(d16, 1, -1));
-        g = hn::DemoteTo(d8h, hn::Add(gWhole, hn::BitCast(d16, hn::ShiftRight<7>(gq))));
+        g = hn::Add(gWhole, hn::BitCast(d16, hn::ShiftRight<7>(gq)));
     };
     std::size_t i = 0;
     for (; i + 2 * lanes <= count; i += 2 * lanes) {
-        hn::Vec<decltype(d8h)> r0, g0, b0, r1, g1, b1;
-        convert(src + i, r0, g0, b0);
-        convert(src + i + lanes, r1, g1, b1);
-        hn::StoreInterleaved3(hn::Combine(d8, r1, r0), hn::Combine(d8, g1, g0), hn::Combine(d8, b1, b0), d8,
-                              dst + 3 * i);
+        fetchAhead(src + i);
+        fetchAhead(src + i + lanes);
+        hn::Vec<decltype(du16)> even, odd;
+        LoadAlternateBlocks(du16, src + i, even, odd);
+        hn::Vec<decltype(d16)> r0, g0, b0, r1, g1, b1;
+        convert(even, r0, g0, b0);
+        convert(odd, r1, g1, b1);
+        hn::StoreInterleaved3(PackBytes(r0, r1), PackBytes(g0, g1), PackBytes(b0, b1), d8, dst + 3 * i);
     }
     return i;
 }
