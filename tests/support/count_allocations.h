@@ -1,0 +1,60 @@
+// Counts calls of operator new in the whole program. Include it in one source file of a program only.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+namespace scansteps::test {
+
+inline std::atomic<long> allocations{0};
+
+/// Allocations that `call` makes.
+template <class Call>
+long allocationsOf(Call call)
+{
+    const long before = allocations;
+    call();
+    return allocations - before;
+}
+
+inline void* counted(std::size_t size)
+{
+    ++allocations;
+    if (void* p = std::malloc(size != 0 ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+
+/// The block's own address stands before the aligned one.
+inline void* countedAligned(std::size_t size, std::size_t alignment)
+{
+    void* block = counted(size + alignment + sizeof(void*));
+    const auto first = reinterpret_cast<std::uintptr_t>(block) + sizeof(void*);
+    void** aligned = reinterpret_cast<void**>((first + alignment - 1) / alignment * alignment);
+    aligned[-1] = block;
+    return aligned;
+}
+
+inline void freeAligned(void* p)
+{
+    if (p != nullptr) std::free(static_cast<void**>(p)[-1]);
+}
+
+}  // namespace scansteps::test
+
+// clang-format off
+void* operator new(std::size_t size) { return scansteps::test::counted(size); }
+void* operator new[](std::size_t size) { return scansteps::test::counted(size); }
+void* operator new(std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
+void* operator new[](std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+// clang-format on
