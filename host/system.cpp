@@ -139,7 +139,9 @@ void useBinaryStandardStreams() {}
 
 std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
 {
-    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // It stays mapped to the end: texts that it threw may still be read, and the runtimes that came with it
+    // (OpenMP) never give back what they took at load time.
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (library == nullptr) {
         error = dlerror();
         return nullptr;

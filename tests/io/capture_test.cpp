@@ -333,7 +333,9 @@ TEST(CaptureStep, tenThousandStartsAndStopsLeaveNothing)
         const test::Resources after = test::resourcesHeld();
         EXPECT_EQ(after.threads, before.threads);
         EXPECT_LE(after.descriptors, before.descriptors + 1) << "one for looking";
+#ifndef __SANITIZE_ADDRESS__  // which keeps freed memory for a while, and finds leaks itself
         EXPECT_LT(after.memory - before.memory, 6 << 20);  // a leaked queue each would be 60 MB
+#endif
     });
 }
 
