@@ -1,4 +1,5 @@
 // Counts calls of operator new in the whole program. Include it in one source file of a program only.
+// A sanitizer keeps its own operators, which find mismatched pairs, and tells of what it hands out.
 #pragma once
 
 #include <atomic>
@@ -6,6 +7,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, std::size_t),
+                                                         void (*)(const volatile void*));
+#endif
 
 namespace scansteps::test {
 
@@ -20,6 +26,14 @@ long allocationsOf(Call call)
     return allocations - before;
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline void countBlock(const volatile void*, std::size_t)
+{
+    ++allocations;
+}
+inline const int hooks = __sanitizer_install_malloc_and_free_hooks(countBlock, [](const volatile void*) {});
+}  // namespace scansteps::test
+#else
 inline void* counted(std::size_t size)
 {
     ++allocations;
@@ -46,6 +60,7 @@ inline void freeAligned(void* p)
 
 // clang-format off
 void* operator new(std::size_t size) { return scansteps::test::counted(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { ++scansteps::test::allocations; return std::malloc(size != 0 ? size : 1); }
 void* operator new[](std::size_t size) { return scansteps::test::counted(size); }
 void* operator new(std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
 void* operator new[](std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
@@ -58,3 +73,4 @@ void operator delete[](void* p, std::align_val_t) noexcept { scansteps::test::fr
 void operator delete(void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
 void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
 // clang-format on
+#endif
