@@ -1,7 +1,5 @@
 #include "multiview/cpu_combine.h"
 
-#include <vector>
-
 #include "framework/step_factory.h"
 #include "multiview/side_by_side.h"
 #include "scansteps/frame.h"
@@ -33,11 +31,11 @@ void CpuCombine::process(varitype& params)
     takeFrame(record["handle"].as<std::int32_t>());
 
     const auto width = static_cast<std::uint32_t>(width_), height = static_cast<std::uint32_t>(height_);
-    std::vector<std::span<const std::uint16_t>> frames;
+    frames_.clear();
     for (std::uint32_t k = 0; k < history_.count(); ++k)
-        frames.push_back(samples16(*this, history_.pixels(k), width, height));
+        frames_.push_back(samples16(*this, history_.pixels(k), width, height));
     const auto out = samples16(*this, out_.writable(), width * history_.count(), height);
-    sideBySide(frames, width, height, out);
+    sideBySide(frames_, width, height, out);
 
     record["handle"].getv<std::int32_t>() = out_.handle();
     timer.stop();

@@ -1,6 +1,10 @@
 // Step c2ima: keeps the last frames and puts them side by side, the newest at the left.
 #pragma once
 
+#include <cstdint>
+#include <span>
+#include <vector>
+
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
@@ -19,6 +23,7 @@ class CpuCombine final : public CPUBase
     int width_ = 0, height_ = 0, factor_ = 0;
     TextureSet history_;  // slot k holds the frame k events older than the newest
     TextureSet out_;
+    std::vector<std::span<const std::uint16_t>> frames_;  // what the slots hold
 };
 
 }  // namespace scansteps

@@ -92,8 +92,8 @@ class Chain
         record.set("eventType", event::kProcess);
         if (pixels != nullptr) {
             if (!own_) own_ = createTexture(format::kU1x8, 0, 0);
-            pixelsOf(int(own_->handle)) = *pixels;
-            record.set("handle", int(own_->handle));
+            pixelsOf(hostHandle()) = *pixels;
+            record.set("handle", hostHandle());
         }
         return send(record);
     }
@@ -102,8 +102,10 @@ class Chain
         varitype record{Struct{{"eventType", event::kFlush}}};
         return send(record);
     }
+    /// The handle that process() sends frames under.
+    int hostHandle() const { return int(own_->handle); }
     /// What the host's handle names after the steps swapped.
-    Array& hostPixels() { return pixelsOf(int(own_->handle)); }
+    Array& hostPixels() { return pixelsOf(hostHandle()); }
     StepBase& step(std::size_t index) { return static_cast<StepBase&>(*steps_[index]); }
 
     std::vector<Arrived> arrived;
