@@ -8,10 +8,10 @@ build=(
     g++ cmake ninja-build ccache pkg-config python3 iproute2
     clang clang-format clang-tidy libclang-rt-dev
     libjpeg-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
-    libgtest-dev libgmock-dev libbenchmark-dev
+    libgtest-dev libgmock-dev libbenchmark-dev valgrind
 )
 bench_peers=(
-    libturbojpeg0-dev libyuv-dev libswscale-dev libavutil-dev libvips-dev libassimp-dev valgrind
+    libturbojpeg0-dev libyuv-dev libswscale-dev libavutil-dev libvips-dev libassimp-dev
     python3-meshio python3-vtk9 python3-numpy
 )
 # Programs of other makers that tests open our model files with; without them those tests are skipped.
