@@ -10,6 +10,7 @@
 #include <string>
 
 #include "../tests/support/warp.h"
+#include "features/edge_support.h"
 #include "features/register_views.h"
 
 namespace {
@@ -49,12 +50,27 @@ double repeatability(const PreparedView& a, const PreparedView& b, const Eigen::
     return from.empty() ? 0 : double(again) / double(from.size());
 }
 
+// What the grey values are compared at, or instead of them.
+enum class Support
+{
+    Steepest,  // the steepest pixels, as c2rege and the ccanny5 group do
+    Edges,     // points on edges, as c2rege5 does
+    Drawn      // drawn edges, as c2rege5 does behind a step that leaves polylines and draws them
+};
+
 struct Task
 {
     const char* name;
     MotionModel model;
     test::WarpRange range;
+    Support support = Support::Steepest;
 };
+
+void chooseSupport(Support support, PreparedView& view)
+{
+    if (support == Support::Edges) view.support = pointsOnEdges(edgesOf(view.full.view()), view.full.view());
+    if (support == Support::Drawn) compareEdges(edgesOf(view.full.view()), view);
+}
 
 struct Tally
 {
@@ -98,6 +114,8 @@ Tally measure(const test::WarpSource& source, const Task& task, int pairs, unsig
         const double start = cpuMilliseconds();
         prepareView(detector, viewOf(pair.first), registrationCorners(), a);
         prepareView(detector, viewOf(pair.second), registrationCorners(), b);
+        chooseSupport(task.support, a);
+        chooseSupport(task.support, b);
         const double middle = cpuMilliseconds();
         const Registration r = registerViews(a, b, task.model);
         tally.registering += cpuMilliseconds() - middle;
@@ -142,11 +160,14 @@ int main(int count, char** words)
     rigid.minScale = rigid.maxScale = 1;
     test::WarpRange flat = wide;
     flat.perspective = 0;
-    const Task tasks[] = {{"homography, wide", MotionModel::homography, wide},
-                          {"similarity, wide", MotionModel::similarity, flat},
-                          {"rigid, narrow", MotionModel::rigid, rigid},
-                          {"similarity, narrow", MotionModel::similarity, narrow},
-                          {"affine, narrow", MotionModel::affine, narrow}};
+    const Task tasks[] = {
+        {"homography, wide (c2rege5)", MotionModel::homography, wide, Support::Edges},
+        {"homography, wide, drawn edges (c2rege5)", MotionModel::homography, wide, Support::Drawn},
+        {"homography, wide, steepest pixels", MotionModel::homography, wide},
+        {"similarity, wide (c2rege)", MotionModel::similarity, flat},
+        {"rigid, narrow (ccanny5old)", MotionModel::rigid, rigid},
+        {"similarity, narrow (ccanny5)", MotionModel::similarity, narrow},
+        {"affine, narrow (ccanny7)", MotionModel::affine, narrow}};
     for (const Task& task : tasks) {
         fmt::print(
             "{}: rotation ±{}°, scale {} to {}, shift ±{} of the width, perspective ±{}, brightness ±{}, "

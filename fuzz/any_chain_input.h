@@ -20,7 +20,7 @@
 #include "scansteps/texture.h"
 
 extern "C" {
-#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) \
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
     scansteps::cChain* create_##kind();
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
@@ -187,7 +187,7 @@ class AnyChain
     void add(unsigned index, const Scratch& scratch)
     {
         static constexpr std::array<cChain* (*)(), 42> factories = {
-#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) create_##kind,
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) create_##kind,
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
         };

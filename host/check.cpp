@@ -22,8 +22,6 @@ int check(const CheckOptions& options)
     const Pipeline pipeline = readPipeline(options.pipeline, options.sets);
     int code = kEnded;
     for (const std::string& warning : pipeline.warnings) fmt::print("warning: {}\n", warning);
-    for (const PipelineStep& step : pipeline.steps)
-        if (!step.kind->available) fmt::print("warning: {} is not available yet\n", step.kind->kind);
     for (const std::string& mismatch : typeMismatches(pipeline)) {
         fmt::print("error: types do not fit: {}\n", mismatch);
         code = kMisfit;

@@ -46,9 +46,9 @@ Ordered jsonOf(const SettingInfo& setting)
 
 Ordered jsonOf(const KindInfo& kind)
 {
-    Ordered json = {{"kind", kind.kind},       {"class", kind.className},     {"typeIn", kind.typeIn},
-                    {"typeOut", kind.typeOut}, {"source", kind.source},       {"available", kind.available},
-                    {"summary", kind.summary}, {"settings", Ordered::array()}};
+    Ordered json = {{"kind", kind.kind},           {"class", kind.className}, {"typeIn", kind.typeIn},
+                    {"typeOut", kind.typeOut},     {"source", kind.source},   {"summary", kind.summary},
+                    {"settings", Ordered::array()}};
     for (const SettingInfo& setting : kind.settings) json["settings"].push_back(jsonOf(setting));
     return json;
 }
@@ -77,9 +77,8 @@ std::string rangeText(const SettingInfo& setting)
 
 void printKind(const KindInfo& kind)
 {
-    fmt::print("{} ({}){}{}\n  {}\n  in {}, out {}\n", kind.kind, kind.className,
-               kind.source ? ", a source" : "", kind.available ? "" : ", not available yet", kind.summary,
-               kind.typeIn, kind.typeOut);
+    fmt::print("{} ({}){}\n  {}\n  in {}, out {}\n", kind.kind, kind.className,
+               kind.source ? ", a source" : "", kind.summary, kind.typeIn, kind.typeOut);
     for (const SettingInfo& setting : kind.settings) {
         const std::string range = rangeText(setting);
         fmt::print("  {:<24} {:<7} {:<14} {}{}\n", setting.path, kindTypeName(setting.kind),
@@ -94,9 +93,8 @@ std::string markdown()
         "Every kind of step, its class, its types and its settings. `scansteps steps KIND` prints the "
         "same.\n";
     for (const KindInfo& kind : kinds()) {
-        page += fmt::format("\n## {}\n\n{}.{}{}\n\nClass `{}`, in `{}`, out `{}`.\n", kind.kind, kind.summary,
-                            kind.source ? " A source." : "", kind.available ? "" : " Not available yet.",
-                            kind.className, kind.typeIn, kind.typeOut);
+        page += fmt::format("\n## {}\n\n{}.{}\n\nClass `{}`, in `{}`, out `{}`.\n", kind.kind, kind.summary,
+                            kind.source ? " A source." : "", kind.className, kind.typeIn, kind.typeOut);
         if (kind.settings.empty()) continue;
         page += "\n| setting | kind | default | range | meaning |\n|---|---|---|---|---|\n";
         for (const SettingInfo& setting : kind.settings)
@@ -199,8 +197,7 @@ int steps(const StepsOptions& options)
         fmt::print("{}\n", list.dump(2));
     } else {
         for (const KindInfo& kind : kinds())
-            fmt::print("{:<12} {:<15} {}{}\n", kind.kind, kind.className, kind.summary,
-                       kind.available ? "" : " (not available yet)");
+            fmt::print("{:<12} {:<15} {}\n", kind.kind, kind.className, kind.summary);
     }
     return kEnded;
 }

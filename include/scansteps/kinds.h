@@ -64,8 +64,7 @@ struct KindInfo
     const char* className = "";  ///< what getName() returns, such as "CpuCanny"
     const char* typeIn = "";
     const char* typeOut = "";
-    bool source = false;     ///< makes frames of its own: the host sends it no "handle"
-    bool available = false;  ///< false: process throws "NAME: not available yet"
+    bool source = false;  ///< makes frames of its own: the host sends it no "handle"
     const char* summary = "";
     std::span<const SettingInfo> settings;
 };

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "framework/step_factory.h"
-#include "framework/unavailable_step.h"
 #include "scansteps/handles.h"
 #include "scansteps/kinds.h"
 
@@ -15,29 +14,19 @@
 
 namespace scansteps {
 
-#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) \
-    class className;                                                                       \
-    template <>                                                                            \
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
+    class className;                                                         \
+    template <>                                                              \
     std::unique_ptr<cChain> makeStep<className>();
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
 
 namespace {
 
-enum class Availability
+template <class Step>
+cChain* create(const char* typeIn, const char* typeOut)
 {
-    Ready,
-    Later
-};
-
-template <class Step, Availability availability>
-cChain* create(const char* className, const char* typeIn, const char* typeOut)
-{
-    std::unique_ptr<cChain> step;
-    if constexpr (availability == Availability::Ready)
-        step = makeStep<Step>();
-    else
-        step = std::make_unique<UnavailableStep>(className);
+    std::unique_ptr<cChain> step = makeStep<Step>();
     step->typeIn = typeIn;
     step->typeOut = typeOut;
     return step.release();
@@ -51,19 +40,18 @@ SCANSTEPS_EXPORT void set_handles(scansteps::HandleTable* table)
     scansteps::installHandles(table);
 }
 
-#define SCANSTEPS_KIND(kind, className, availability, role, in, out, summary, ...)                        \
-    SCANSTEPS_EXPORT scansteps::cChain* create_##kind()                                                   \
-    {                                                                                                     \
-        return scansteps::create<scansteps::className, scansteps::Availability::availability>(#className, \
-                                                                                              in, out);   \
-    }                                                                                                     \
-    SCANSTEPS_EXPORT const char* getTypeIn##kind()                                                        \
-    {                                                                                                     \
-        return in;                                                                                        \
-    }                                                                                                     \
-    SCANSTEPS_EXPORT const char* getTypeOut##kind()                                                       \
-    {                                                                                                     \
-        return out;                                                                                       \
+#define SCANSTEPS_KIND(kind, className, role, in, out, summary, ...) \
+    SCANSTEPS_EXPORT scansteps::cChain* create_##kind()              \
+    {                                                                \
+        return scansteps::create<scansteps::className>(in, out);     \
+    }                                                                \
+    SCANSTEPS_EXPORT const char* getTypeIn##kind()                   \
+    {                                                                \
+        return in;                                                   \
+    }                                                                \
+    SCANSTEPS_EXPORT const char* getTypeOut##kind()                  \
+    {                                                                \
+        return out;                                                  \
     }
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND

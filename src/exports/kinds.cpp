@@ -125,16 +125,16 @@ constexpr auto list(const SettingInfo& first, const Rest&... rest)
     return join(std::array<SettingInfo, 1>{first}, list(rest...));
 }
 
-#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) \
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
     constexpr auto k_##kind = list(__VA_ARGS__);
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
 
-constexpr bool Ready = true, Later = false, Source = true, Step = false;
+constexpr bool Source = true, Step = false;
 
 constexpr KindInfo kTable[] = {
-#define SCANSTEPS_KIND(kind, className, availability, role, typeIn, typeOut, summary, ...) \
-    {#kind, #className, typeIn, typeOut, role, availability, summary, k_##kind},
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
+    {#kind, #className, typeIn, typeOut, role, summary, k_##kind},
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
 };

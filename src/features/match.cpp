@@ -15,10 +15,7 @@ std::size_t DescriptorIndex::keyOf(const CornerDescriptor& bits, std::size_t tab
 }
 
 DescriptorIndex::DescriptorIndex(std::span<const CornerFeature> features)
-    : features_(features),
-      begin_(kTables * kKeys + 1),
-      entries_(kTables * features.size()),
-      seen_(features.size())
+    : features_(features), begin_(kTables * kKeys + 1), entries_(kTables * features.size())
 {
     // a counting sort by table and key
     for (const CornerFeature& f : features)
@@ -30,16 +27,18 @@ DescriptorIndex::DescriptorIndex(std::span<const CornerFeature> features)
             entries_[next[t * kKeys + keyOf(features[i].bits, t)]++] = i;
 }
 
-DescriptorIndex::Found DescriptorIndex::nearest(const CornerDescriptor& bits)
+DescriptorIndex::Found DescriptorIndex::nearest(const CornerDescriptor& bits, Visits& visits) const
 {
     Found best;
-    ++query_;
+    if (begin_.empty()) return best;
+    visits.last.resize(features_.size());
+    ++visits.query;
     for (std::size_t t = 0; t < kTables; ++t) {
         const std::size_t key = t * kKeys + keyOf(bits, t);
         for (std::uint32_t e = begin_[key]; e < begin_[key + 1]; ++e) {
             const std::uint32_t i = entries_[e];
-            if (seen_[i] == query_) continue;
-            seen_[i] = query_;
+            if (visits.last[i] == visits.query) continue;
+            visits.last[i] = visits.query;
             const int distance = hammingDistance(bits, features_[i].bits);
             if (distance < best.distance || (distance == best.distance && i < best.index))
                 best = {i, distance};
@@ -48,21 +47,25 @@ DescriptorIndex::Found DescriptorIndex::nearest(const CornerDescriptor& bits)
     return best;
 }
 
-std::vector<Match> matchFeatures(std::span<const CornerFeature> first, std::span<const CornerFeature> second,
-                                 int maxDistance)
+std::vector<Match> matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance)
 {
-    DescriptorIndex inFirst(first);
-    DescriptorIndex inSecond(second);
+    DescriptorIndex::Visits inFirst, inSecond;
     std::vector<Match> matches;
-    for (std::uint32_t i = 0; i < first.size(); ++i) {
-        const auto there = inSecond.nearest(first[i].bits);
+    for (std::uint32_t i = 0; i < first.features().size(); ++i) {
+        const auto there = second.nearest(first.features()[i].bits, inSecond);
         if (there.distance > maxDistance) continue;
-        if (inFirst.nearest(second[there.index].bits).index != i) continue;
+        if (first.nearest(second.features()[there.index].bits, inFirst).index != i) continue;
         matches.push_back({i, there.index, there.distance});
     }
     std::stable_sort(matches.begin(), matches.end(),
                      [](const Match& a, const Match& b) { return a.distance < b.distance; });
     return matches;
+}
+
+std::vector<Match> matchFeatures(std::span<const CornerFeature> first, std::span<const CornerFeature> second,
+                                 int maxDistance)
+{
+    return matchFeatures(DescriptorIndex(first), DescriptorIndex(second), maxDistance);
 }
 
 }  // namespace scansteps

@@ -24,8 +24,17 @@ struct Match
 class DescriptorIndex
 {
   public:
+    DescriptorIndex() = default;
     /// `features` must outlive the index.
     explicit DescriptorIndex(std::span<const CornerFeature> features);
+    std::span<const CornerFeature> features() const { return features_; }
+
+    /// Which features a query has looked at already. One for each index and thread.
+    struct Visits
+    {
+        std::vector<std::uint32_t> last;
+        std::uint32_t query = 0;
+    };
 
     struct Found
     {
@@ -33,7 +42,7 @@ class DescriptorIndex
         int distance = 1000;
     };
     /// The nearest feature that shares a piece, the first of equals; distance 1000 when there is none.
-    Found nearest(const CornerDescriptor& bits);
+    Found nearest(const CornerDescriptor& bits, Visits& visits) const;
 
   private:
     static constexpr std::size_t kTables = 21;
@@ -45,13 +54,14 @@ class DescriptorIndex
     std::span<const CornerFeature> features_;
     std::vector<std::uint32_t> begin_;  // of each key of each table in `entries_`, and the end of the last
     std::vector<std::uint32_t> entries_;
-    std::vector<std::uint32_t> seen_;  // number of the last query that looked at a feature
-    std::uint32_t query_ = 0;
 };
 
 /// Pairs of features that are each other's nearest and differ in at most `maxDistance` bits, ordered by
 /// distance, then by the index in the first view.
 std::vector<Match> matchFeatures(std::span<const CornerFeature> first, std::span<const CornerFeature> second,
+                                 int maxDistance = 80);
+/// The same between views whose tables are kept.
+std::vector<Match> matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second,
                                  int maxDistance = 80);
 
 }  // namespace scansteps

@@ -6,6 +6,7 @@
 #include <numbers>
 #include <utility>
 
+#include "features/motion_record.h"
 #include "features/mser.h"
 #include "framework/print.h"
 #include "scansteps/frame.h"
@@ -77,15 +78,6 @@ double scaleOf(const Eigen::Matrix3d& motion)
 double turnOf(const Eigen::Matrix3d& motion)
 {
     return -std::atan2(motion(1, 0) - motion(0, 1), motion(0, 0) + motion(1, 1)) * 180 / std::numbers::pi;
-}
-
-Array matrixArray(const Eigen::Matrix3d& matrix)
-{
-    Array array(Kind::Float, 3, 3);
-    for (int row = 0; row < 3; ++row)
-        for (int column = 0; column < 3; ++column)
-            array.elements<float>()[std::size_t(3 * row + column)] = float(matrix(row, column));
-    return array;
 }
 
 }  // namespace scansteps

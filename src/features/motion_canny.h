@@ -48,7 +48,4 @@ class MotionCanny : public CPUBase
 double scaleOf(const Eigen::Matrix3d& motion);
 double turnOf(const Eigen::Matrix3d& motion);
 
-/// Float array 3 × 3 × 1, row by row.
-Array matrixArray(const Eigen::Matrix3d& matrix);
-
 }  // namespace scansteps

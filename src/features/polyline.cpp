@@ -101,6 +101,8 @@ class Tracer
     std::vector<PixelChain> chains_;
 };
 
+}  // namespace
+
 float distanceToSegment(Vertex p, Vertex a, Vertex b)
 {
     const float dx = b.x - a.x;
@@ -110,8 +112,6 @@ float distanceToSegment(Vertex p, Vertex a, Vertex b)
         square > 0 ? std::clamp(((p.x - a.x) * dx + (p.y - a.y) * dy) / square, 0.0F, 1.0F) : 0.0F;
     return std::hypot(p.x - a.x - t * dx, p.y - a.y - t * dy);
 }
-
-}  // namespace
 
 std::vector<PixelChain> traceChains(std::span<const std::uint8_t> map, int width, int height)
 {

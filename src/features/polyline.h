@@ -13,6 +13,9 @@ struct Vertex
     bool operator==(const Vertex&) const = default;
 };
 
+/// Distance of `p` from the nearest point of the segment from `a` to `b`.
+float distanceToSegment(Vertex p, Vertex a, Vertex b);
+
 struct Polyline
 {
     std::vector<Vertex> verts;

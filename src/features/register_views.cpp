@@ -2,13 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
+
+#include "features/edge_support.h"
+#include "features/grey_filters.h"
 
 namespace scansteps {
 namespace {
 
 constexpr int kLeastInliers = 10;
 constexpr double kMostDeviation = 1.5;
-constexpr double kLeastCorrelation = 0.6;
+constexpr double kLeastOfEdges = 0.25;  // of drawn edges: others are found in every view
 
 std::vector<PointPair> pairsOf(const std::vector<Match>& matches, const PreparedView& first,
                                const PreparedView& second)
@@ -52,15 +56,51 @@ CornerSettings registrationCorners()
 void prepareView(CornerDetector& detector, GreyView image, const CornerSettings& settings, PreparedView& view)
 {
     view.features = detector.detect(image, settings);
+    view.index = DescriptorIndex(view.features);
     detector.smoothLevel(0, view.full);
     detector.smoothLevel(2, view.half);
     view.support = steepestPixels(view.full.view());
 }
 
+void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedView& view)
+{
+    view.features = std::move(features);
+    view.index = DescriptorIndex(view.features);
+    GreyImage small;
+    if (image.width > 0 && image.height > 0) binomial5(image, view.full);
+    if (image.width > 1 && image.height > 1) {
+        halve(image, small);
+        binomial5(small.view(), view.half);
+    }
+    view.support = steepestPixels(view.full.view());
+}
+
+void compareEdges(std::span<const Polyline> lines, PreparedView& view)
+{
+    GreyImage ridges, small;
+    drawRidges(lines, view.full.width, view.full.height, ridges);
+    if (ridges.width > 1 && ridges.height > 1) {
+        binomial5(ridges.view(), view.full);
+        halve(ridges.view(), small);
+        binomial5(small.view(), view.half);
+    }
+    view.support = steepestPixels(view.full.view());
+    view.leastCorrelation = kLeastOfEdges;
+}
+
+bool agrees(const Match& match, const PreparedView& first, const PreparedView& second,
+            const Eigen::Matrix3d& motion)
+{
+    const CornerFeature& a = first.features[match.first];
+    const CornerFeature& b = second.features[match.second];
+    const Eigen::Vector2d at = moved(motion, {double(a.x), double(a.y)});
+    return (at - Eigen::Vector2d(double(b.x), double(b.y))).norm() < 2 * double(std::max(a.size, b.size));
+}
+
 Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)
 {
     Registration result;
-    result.matches = matchFeatures(first.features, second.features, 90);
+    result.matches = matchFeatures(first.index, second.index, 90);
     const std::vector<PointPair> pairs = pairsOf(result.matches, first, second);
     const MotionEstimate rough = estimateMotion(pairs, model, first.full.width, first.full.height);
     if (rough.inliers < kLeastInliers) return result;
@@ -73,14 +113,13 @@ Registration registerViews(const PreparedView& first, const PreparedView& second
         alignMotion(first.half.view(), second.half.view(), coarse, model, halved(rough.motion));
     const Alignment fine =
         alignMotion(first.full.view(), second.full.view(), first.support, model, doubled(atHalf.motion));
-    if (fine.correlation < kLeastCorrelation || fine.deviation > kMostDeviation) return result;
+    if (fine.correlation < std::min(first.leastCorrelation, second.leastCorrelation) ||
+        fine.deviation > kMostDeviation)
+        return result;
     result.motion = fine.motion / fine.motion(2, 2);
     result.correlation = fine.correlation;
     result.deviation = fine.deviation;
-    for (const PointPair& p : pairs) {
-        const Eigen::Vector2d at = moved(result.motion, {p.x1, p.y1});
-        result.inliers += (at - Eigen::Vector2d(p.x2, p.y2)).norm() < 2 * p.size;
-    }
+    for (const Match& m : result.matches) result.inliers += agrees(m, first, second, result.motion);
     if (result.inliers < kLeastInliers) result = Registration{.matches = std::move(result.matches)};
     return result;
 }

@@ -9,15 +9,22 @@
 #include "features/corners.h"
 #include "features/match.h"
 #include "features/motion.h"
+#include "features/polyline.h"
 
 namespace scansteps {
 
-/// What is kept of a view: its features and its smoothed grey values at two sizes.
+/// What is kept of a view: its features, their hash tables, and its smoothed grey values at two sizes.
 struct PreparedView
 {
+    PreparedView() = default;
+    PreparedView(PreparedView&&) = default;
+    PreparedView& operator=(PreparedView&&) = default;
+
     std::vector<CornerFeature> features;
+    DescriptorIndex index;  ///< over `features`
     GreyImage full, half;
     std::vector<SupportPoint> support;  ///< edge pixels of `full`
+    double leastCorrelation = 0.6;      ///< of the grey values there, in a registration that is trusted
 };
 
 struct Registration
@@ -32,13 +39,22 @@ struct Registration
 /// Settings for `prepareView`; the defaults are good for photographs of 0.1 to 1 megapixel.
 CornerSettings registrationCorners();
 
-/// Detects and keeps. Without edge points of its own the view takes the steepest pixels as its support.
+/// Detects and keeps. The steepest pixels are the support.
 void prepareView(CornerDetector& detector, GreyView image, const CornerSettings& settings,
                  PreparedView& view);
+/// The same with features that were found before.
+void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedView& view);
 
 /// Registers `second` against `first`, views of the same size. Not trusted, and therefore the identity with 0
 /// inliers, is a motion that fewer than 10 matches support, whose corners are expected to be off by more than
-/// 1.5 pixels, or under which the grey values along edges correlate with less than 0.6.
+/// 1.5 pixels, or under which the grey values at the support points correlate too little.
 Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model);
+
+/// Puts polylines in the place of the view's grey values: they are what is compared from now on.
+void compareEdges(std::span<const Polyline> lines, PreparedView& view);
+
+/// True when `motion` sends the feature of the first view close to that of the second.
+bool agrees(const Match& match, const PreparedView& first, const PreparedView& second,
+            const Eigen::Matrix3d& motion);
 
 }  // namespace scansteps

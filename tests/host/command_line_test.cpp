@@ -56,7 +56,7 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
         {"run \"cyuv ! clast\" --frames 1 --set dataX=2 --set dataY=2", 4,
          "step 1 (cyuv), frame 1: [handle] not found"},
         {"run \"cpu ! clast\" --frames 1", 4, "[cpu] not found"},
-        {"run \"c2rege ! clast\" --frames 1 --set dataX=2 --set dataY=2 --set dataFormat=u_1x8", 4, ""},
+        {"run \"c2rege ! clast\" --frames 1 --set dataX=2 --set dataY=2", 3, "step 1 (c2rege), initialise"},
         {"check \"cf2u ! cf2u\"", 3, "", "types do not fit"},
         {"check \"cdown1 ! clast\"", 2, "", "needs down1.factor"},
         {"check \"cdown1 factor=2 ! clast\"", 0, "", "ok: 2 steps"},

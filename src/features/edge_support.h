@@ -1,0 +1,26 @@
+// Points on edges as support for the registration of views. The registration steps share it.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "features/align.h"
+#include "features/float_plane.h"
+#include "features/polyline.h"
+
+namespace scansteps {
+
+/// Of each cell of 8 × 8 pixels that a polyline passes, the pixel on it with the steepest gradient, if that
+/// is at least `least` grey levels a pixel. Cells in row order; a rim of two cells is left out, and what lies
+/// outside the image.
+std::vector<SupportPoint> pointsOnEdges(std::span<const Polyline> lines, GreyView image, float least = 4);
+
+/// Draws polylines as ridges: 255 on a line, falling to 0 at `radius` pixels from it. The image takes the
+/// size. So edges can be compared as grey values are, whatever has become of the picture that they were found
+/// in. Segments far longer than the image is wide are left out.
+void drawRidges(std::span<const Polyline> lines, int width, int height, GreyImage& out, float radius = 4);
+
+/// Edges of a smoothed image, to a fraction of a pixel, as polylines: for views that come without.
+std::vector<Polyline> edgesOf(GreyView image);
+
+}  // namespace scansteps
