@@ -32,8 +32,9 @@ auto FloorToInt(V v)
 #endif
 
 // floor(v) stands in for the truncated double sum less 32768, which saves the widening to double: the sum is
-// exact but for |v| <= 2^-39, where it rounds to 32768. Two vectors are packed into one, whose halves come in
-// turns for every 16 bytes; a permutation of 8-byte pieces sets that right.
+// exact but for |v| <= 2^-39, where it rounds to 32768: 2^-39 is added, which no other v feels. Two vectors
+// are packed into one, whose halves come in turns for every 16 bytes; a permutation of 8-byte pieces sets
+// that right.
 void FloatToOffset16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst, std::size_t count)
 {
     const hn::ScalableTag<float> df;
@@ -53,10 +54,11 @@ void FloatToOffset16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT 
         fetchAhead(from);
         const auto v = hn::LoadU(df, from);
         const auto limited = hn::Max(hn::IfThenElse(hn::Lt(v, high), v, high), low);  // a NaN compares false
-        return FloorToInt(hn::IfThenElseZero(hn::Gt(hn::Abs(limited), tiny), limited));
+        return FloorToInt(hn::Add(limited, tiny));
     };
     std::size_t i = 0;
     for (; i + 2 * lanes <= count; i += 2 * lanes) {
+        fetchAheadToWrite(dst + i);
         const auto packed = hn::ReorderDemote2To(d16, convert(src + i), convert(src + i + lanes));
         const auto ordered = hn::TableLookupLanes(hn::BitCast(d64, packed), inOrder);
         hn::StoreU(hn::Xor(hn::BitCast(du16, ordered), offset), du16, dst + i);
@@ -76,6 +78,7 @@ void Offset16ToFloat(const std::uint16_t* HWY_RESTRICT src, float* HWY_RESTRICT 
         fetchAhead(src + i);
         for (std::size_t k = i; k < i + 2 * lanes; k += lanes) {
             const auto wide = hn::PromoteTo(di, hn::LoadU(du, src + k));
+            fetchAheadToWrite(dst + k);
             hn::StoreU(hn::ConvertTo(df, hn::Sub(wide, offset)), df, dst + k);
         }
     }

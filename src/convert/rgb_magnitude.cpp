@@ -42,41 +42,101 @@ auto Floor255(V m)
 }
 #endif
 
-// Returns the number of pixels done.
+// Pixels as dwords of 16-bit halves, c0 and c1 in `c01`, c2 in `c2`.
+template <class D>
+struct Pixels
+{
+    hn::Vec<D> c01, c2;
+};
+
+// The sample less 32768 as documented, for any colour.
+template <class D>
+hn::Vec<D> LengthByRoot(D di, const Pixels<D>& p)
+{
+    const hn::RebindToFloat<D> df;
+    const auto component = [&](auto c) HWY_ATTR {
+        return hn::Mul(hn::ConvertTo(df, c), hn::Set(df, 0.003921568859368563F));
+    };
+    const auto a0 = component(hn::And(p.c01, hn::Set(di, 255)));
+    const auto a1 = component(hn::ShiftRight<16>(p.c01));
+    const auto a2 = component(p.c2);
+    return Floor255(hn::Sqrt(hn::Add(hn::Add(hn::Mul(a1, a1), hn::Mul(a0, a0)), hn::Mul(a2, a2))));
+}
+
+// The nearest whole number k to a rough root of n = c0² + c1² + c2² (off by 0.2 at most), and n - k² (of
+// either sign, below 700).
+template <class D>
+struct Estimate
+{
+    hn::Vec<D> k, rest;
+};
+
+template <class D>
+Estimate<D> EstimateRoot(D di, const Pixels<D>& p)
+{
+    const hn::RebindToFloat<D> df;
+    const hn::Repartition<std::int16_t, D> d16;
+    const auto squares = [&](hn::Vec<D> pairs, hn::Vec<D> sum) HWY_ATTR {
+        auto odd = hn::Zero(di);
+        const auto halves = hn::BitCast(d16, pairs);
+        return hn::RearrangeToOddPlusEven(hn::ReorderWidenMulAccumulate(di, halves, halves, sum, odd), odd);
+    };
+    const auto n = squares(p.c2, squares(p.c01, hn::Zero(di)));
+    const auto positive = hn::ConvertTo(df, hn::Max(n, hn::Set(di, 1)));
+    const auto root = hn::Mul(positive, hn::ApproximateReciprocalSqrt(positive));
+    const auto magic = hn::Set(df, 0x1p23F);  // leaves no room for fractions
+    const auto k = hn::Xor(hn::BitCast(di, hn::Add(root, magic)), hn::BitCast(di, magic));
+    return {k, hn::Sub(n, squares(k, hn::Zero(di)))};
+}
+
+// Where the root of n is not whole, the sample is its whole part, as the roundings on the way are far too
+// small to carry it across: k or one less, which the sign of n - k² tells. Where the root is whole they
+// decide, and such vectors take the long way. Returns the number of pixels done.
 std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
                           std::size_t count)
 {
-    const hn::ScalableTag<float> df;
-    const hn::RebindToSigned<decltype(df)> di;
-    const hn::RebindToUnsigned<decltype(df)> du;
-    const hn::Repartition<std::uint8_t, decltype(df)> d8;
-    const hn::Rebind<std::uint16_t, decltype(df)> dOut;
-    const std::size_t lanes = hn::Lanes(df);
+    using D = hn::ScalableTag<std::int32_t>;
+    const D di;
+    const hn::Repartition<std::uint8_t, D> d8;
+    const hn::Repartition<std::int16_t, D> d16;
+    const hn::Repartition<std::uint16_t, D> du16;
+    const hn::Repartition<std::uint64_t, D> d64;
+    using P = Pixels<D>;
+    const std::size_t lanes = hn::Lanes(di);
     // Four pixels are 12 bytes: dwords 3 b to 3 b + 2 go to the 16-byte block b.
-    alignas(64) std::uint32_t spread[hn::MaxLanes(du)];
+    alignas(64) std::int32_t spread[hn::MaxLanes(di)];
     for (std::size_t k = 0; k < lanes; ++k)
-        spread[k] = std::uint32_t(k / 4 * 3 + std::min<std::size_t>(k % 4, 2));
-    const auto spreadIndex = hn::SetTableIndices(du, spread);
-    alignas(16) static constexpr std::uint8_t kBytes[3][16] = {
-        {0, 255, 255, 255, 3, 255, 255, 255, 6, 255, 255, 255, 9, 255, 255, 255},
-        {1, 255, 255, 255, 4, 255, 255, 255, 7, 255, 255, 255, 10, 255, 255, 255},
+        spread[k] = std::int32_t(k / 4 * 3 + std::min<std::size_t>(k % 4, 2));
+    const auto spreadIndex = hn::SetTableIndices(di, spread);
+    alignas(16) static constexpr std::uint8_t kHalves[2][16] = {
+        {0, 255, 1, 255, 3, 255, 4, 255, 6, 255, 7, 255, 9, 255, 10, 255},
         {2, 255, 255, 255, 5, 255, 255, 255, 8, 255, 255, 255, 11, 255, 255, 255}};
-    const auto index0 = hn::LoadDup128(d8, kBytes[0]);
-    const auto index1 = hn::LoadDup128(d8, kBytes[1]);
-    const auto index2 = hn::LoadDup128(d8, kBytes[2]);
-    const auto unit = hn::Set(df, 0.003921568859368563F);
+    const auto halves01 = hn::LoadDup128(d8, kHalves[0]);
+    const auto halves2 = hn::LoadDup128(d8, kHalves[1]);
+    const auto pixelsAt = [&](std::size_t at) HWY_ATTR {
+        const auto bytes = hn::BitCast(di, hn::LoadU(d8, src + 3 * at));
+        const auto x = hn::BitCast(d8, hn::TableLookupLanes(bytes, spreadIndex));
+        return P{hn::BitCast(di, hn::TableLookupBytesOr0(x, halves01)),
+                 hn::BitCast(di, hn::TableLookupBytesOr0(x, halves2))};
+    };
+    // Packing two vectors takes 8 bytes of each in turns.
+    alignas(64) std::uint64_t order[hn::MaxLanes(d64)];
+    for (std::size_t k = 0; k < hn::Lanes(d64); ++k)
+        order[k] = 2 * k % hn::Lanes(d64) + 2 * k / hn::Lanes(d64);
+    const auto inOrder = hn::SetTableIndices(d64, order);
     std::size_t i = 0;
-    for (; 3 * i + hn::Lanes(d8) <= 3 * count; i += lanes) {
+    for (; 3 * (i + lanes) + hn::Lanes(d8) <= 3 * count; i += 2 * lanes) {
         fetchAhead(src + 3 * i);
-        const auto bytes = hn::LoadU(d8, src + 3 * i);
-        const auto x = hn::BitCast(d8, hn::TableLookupLanes(hn::BitCast(du, bytes), spreadIndex));
-        const auto component = [&](auto index) HWY_ATTR {
-            return hn::Mul(hn::ConvertTo(df, hn::BitCast(di, hn::TableLookupBytesOr0(x, index))), unit);
-        };
-        const auto a0 = component(index0), a1 = component(index1), a2 = component(index2);
-        const auto m = hn::Sqrt(hn::Add(hn::Add(hn::Mul(a1, a1), hn::Mul(a0, a0)), hn::Mul(a2, a2)));
-        const auto sample = hn::Add(Floor255(m), hn::Set(di, 32768));
-        hn::StoreU(hn::DemoteTo(dOut, sample), dOut, dst + i);
+        fetchAhead(src + 3 * i + 3 * lanes);
+        fetchAheadToWrite(dst + i);
+        const P p = pixelsAt(i), q = pixelsAt(i + lanes);
+        const auto rootP = EstimateRoot(D(), p), rootQ = EstimateRoot(D(), q);
+        const auto rest = hn::ReorderDemote2To(d16, rootP.rest, rootQ.rest);
+        auto length = hn::Add(hn::ReorderDemote2To(d16, rootP.k, rootQ.k), hn::ShiftRight<15>(rest));
+        if (HWY_UNLIKELY(!hn::AllFalse(d16, hn::Eq(rest, hn::Zero(d16)))))
+            length = hn::ReorderDemote2To(d16, LengthByRoot(D(), p), LengthByRoot(D(), q));
+        const auto ordered = hn::TableLookupLanes(hn::BitCast(d64, length), inOrder);
+        hn::StoreU(hn::Xor(hn::BitCast(du16, ordered), hn::Set(du16, 0x8000)), du16, dst + i);
     }
     return i;
 }

@@ -4,10 +4,16 @@
 
 namespace scansteps {
 
-/// Starts loading the 64 bytes that lie 1024 bytes after `at`; any address will do.
+/// Starts loading the 64 bytes that lie 2048 bytes after `at`; any address will do.
 inline void fetchAhead(const void* at)
 {
-    __builtin_prefetch(static_cast<const char*>(at) + 1024);
+    __builtin_prefetch(static_cast<const char*>(at) + 2048);
+}
+
+/// The same for memory that will be written: 64 bytes that lie 1024 bytes after `at`.
+inline void fetchAheadToWrite(const void* at)
+{
+    __builtin_prefetch(static_cast<const char*>(at) + 1024, 1);
 }
 
 }  // namespace scansteps
