@@ -5,6 +5,9 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
+
+#include "framework/fetch_ahead.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "export/vertex_normals.cpp"
@@ -21,7 +24,9 @@ namespace hn = hwy::HWY_NAMESPACE;
 using D4 = hn::CappedTag<float, 4>;
 using V4 = hn::Vec<D4>;
 
-/// Reads vertices as four floats; the last one, behind which the memory may end, from a copy.
+/// Reads vertices as four floats; the last one, behind which the memory may end, from a copy. Where it is
+/// known not to occur nothing needs to be asked.
+template <bool kLastOccurs>
 class Points
 {
   public:
@@ -29,7 +34,10 @@ class Points
     {
         std::memcpy(copy_, first_ + 3 * last_, 12);
     }
-    V4 operator[](std::size_t i) const { return hn::LoadU(D4(), i == last_ ? copy_ : first_ + 3 * i); }
+    HWY_INLINE V4 operator[](std::size_t i) const
+    {
+        return hn::LoadU(D4(), kLastOccurs && i == last_ ? copy_ : first_ + 3 * i);
+    }
 
   private:
     const float* first_;
@@ -37,17 +45,18 @@ class Points
     alignas(16) float copy_[4] = {};
 };
 
-V4 Rotate(V4 v)  // x, y, z to y, z, x
+HWY_INLINE V4 Rotate(V4 v)  // x, y, z to y, z, x
 {
     alignas(16) static constexpr std::int32_t kLanes[4] = {1, 2, 0, 3};
     return hn::TableLookupLanes(v, hn::SetTableIndices(D4(), kLanes));
 }
 
 /// Sums with the lanes z, x, y, as the cross product gives them without a last rotation.
+template <bool kLastOccurs>
 void Accumulate(const Mesh& mesh, std::span<const std::uint32_t> indices, Normal* HWY_RESTRICT sums)
 {
     const D4 d;
-    const Points points(mesh);
+    const Points<kLastOccurs> points(mesh);
     const std::uint32_t* const end = indices.data() + indices.size();
     for (const std::uint32_t* corner = indices.data(); corner != end; corner += 3) {
         const V4 a = points[corner[0]];
@@ -81,15 +90,35 @@ std::size_t Normalise(std::span<Normal> normals)
     return i;
 }
 
+IndexRange Range(std::span<const std::uint32_t> indices)
+{
+    const hn::ScalableTag<std::uint32_t> d;
+    const std::size_t lanes = hn::Lanes(d);
+    const IndexRange none;
+    auto smallest = hn::Set(d, none.smallest), largest = hn::Set(d, none.largest);
+    std::size_t i = 0;
+    for (; i + lanes <= indices.size(); i += lanes) {
+        fetchAhead(&indices[i]);
+        const auto v = hn::LoadU(d, &indices[i]);
+        smallest = hn::Min(smallest, v);
+        largest = hn::Max(largest, v);
+    }
+    const IndexRange rest = rangeOf(indices.subspan(i));
+    return scalar::join(rest,
+                        {hn::GetLane(hn::MinOfLanes(d, smallest)), hn::GetLane(hn::MaxOfLanes(d, largest))});
+}
+
 IndexRange VertexNormals(const Mesh& mesh, std::span<Normal> normals)
 {
     constexpr std::size_t kBlock = 3 * 2048;  // indices that stay in the cache between check and use
     IndexRange range;
     for (std::size_t i = 0; i < mesh.indices.size(); i += kBlock) {
         const auto indices = mesh.indices.subspan(i, std::min(kBlock, mesh.indices.size() - i));
-        range = scalar::join(range, rangeOf(indices));
+        const IndexRange here = Range(indices);
+        range = scalar::join(range, here);
         if (range.largest >= mesh.vertexCount()) return range;
-        Accumulate(mesh, indices, normals.data());
+        const bool lastOccurs = here.largest + 1 == mesh.vertexCount();
+        (lastOccurs ? Accumulate<true> : Accumulate<false>)(mesh, indices, normals.data());
     }
     for (std::size_t i = Normalise(normals); i < normals.size(); ++i) {
         const float* n = normals[i].v;
@@ -98,49 +127,97 @@ IndexRange VertexNormals(const Mesh& mesh, std::span<Normal> normals)
     return range;
 }
 
-void StoreBytes(V4 v, char* out)
+HWY_INLINE void StoreBytes(V4 v, char* out)
 {
     const hn::Repartition<std::uint8_t, D4> d8;
     hn::StoreU(hn::BitCast(d8, v), d8, reinterpret_cast<std::uint8_t*>(out));
 }
 
-/// The upper five bits of the colour's lanes 0 to 2, below a set bit 15.
-std::uint16_t ColourWord(hn::Vec<hn::RebindToUnsigned<D4>> colour)
+// Truncated, and below 0 where that fits no integer.
+#if HWY_ARCH_X86
+HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> Truncated(V4 v)
 {
-    const hn::Repartition<std::uint64_t, D4> d64;
-    const auto pairs = hn::BitCast(d64, colour);
-    const std::uint64_t low = hn::GetLane(pairs);
-    const std::uint64_t high = hn::GetLane(hn::UpperHalf(hn::Half<decltype(d64)>(), pairs));
-    return static_cast<std::uint16_t>(0x8000 | (low & 0xF8) << 7 | (low >> 30 & 0x3E0) | (high >> 3 & 0x1F));
+    return {_mm_cvttps_epi32(v.raw)};
+}
+#else
+HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> Truncated(V4 v)
+{
+    const hn::RebindToSigned<D4> di;
+    const V4 most = hn::Set(D4(), 256.0F);
+    return hn::ConvertTo(di, hn::IfThenElse(hn::Lt(v, most), v, hn::Neg(most)));
+}
+#endif
+
+/// The words of four triangles with consecutive colours (the float behind them is read too): the upper five
+/// bits of each component below a set bit 15. Bits that a component must not have are added to `seen`.
+using D16 = hn::Repartition<std::int16_t, D4>;
+HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> ColourWords(const float* rgb, hn::Vec<D16>& seen)
+{
+    const D4 d;
+    const hn::RebindToSigned<D4> di;
+    const D16 d16;
+    const hn::Repartition<std::uint16_t, D4> du16;
+    alignas(16) static constexpr std::int16_t kPlaces[8] = {1024, 32, 1, 0, 1024, 32, 1, 0};
+    const auto places = hn::Load(d16, kPlaces);
+    const auto pairOf = [&](const float* at) HWY_ATTR {
+        const auto pair =
+            hn::ReorderDemote2To(d16, Truncated(hn::LoadU(d, at)), Truncated(hn::LoadU(d, at + 3)));
+        seen = hn::Or(seen, pair);
+        const auto five = hn::BitCast(d16, hn::ShiftRight<3>(hn::BitCast(du16, pair)));
+        auto rest = hn::Zero(di);
+        const auto sums = hn::ReorderWidenMulAccumulate(di, five, places, hn::Zero(di), rest);
+        return hn::RearrangeToOddPlusEven(sums, rest);
+    };
+    const auto low = pairOf(rgb), high = pairOf(rgb + 6);
+    const auto words = hn::Add(hn::ConcatEven(di, high, low), hn::ConcatOdd(di, high, low));
+    return hn::Or(words, hn::Set(di, 0x8000));
+}
+
+// The last entry may have nothing behind its colour and its bytes, which vectors would touch: at least one is
+// left for others. Returns how many were written, and whether their colours were sound.
+template <bool kLastOccurs>
+std::pair<std::size_t, bool> Entries(const Mesh& mesh, const Normal* normal, std::size_t first,
+                                     std::size_t count, char* out)
+{
+    const D4 d;
+    const V4 third = hn::Set(d, 0.33333334F);
+    auto seen = hn::Zero(D16());
+    const Points<kLastOccurs> points(mesh);
+    // Bytes written may alias everything: pointers are kept apart from the mesh.
+    const std::uint32_t* corner = mesh.indices.data() + 3 * first;
+    const float* rgb = mesh.colours.data() + 3 * first;
+    std::size_t done = 0;
+    for (; done + 4 < count; done += 4, rgb += 12) {
+        fetchAhead(corner);
+        fetchAhead(rgb);
+        alignas(16) std::int32_t words[4];
+        hn::Store(ColourWords(rgb, seen), hn::RebindToSigned<D4>(), words);
+        const auto entry = [&](std::int32_t word) HWY_ATTR {
+            const std::size_t a = corner[0], b = corner[1], c = corner[2];
+            V4 sum = hn::Add(hn::Load(d, normal[a].v), hn::Load(d, normal[b].v));
+            sum = hn::Add(sum, hn::Load(d, normal[c].v));
+            StoreBytes(hn::Mul(sum, third), out);
+            StoreBytes(points[a], out + 12);
+            StoreBytes(points[b], out + 24);
+            StoreBytes(points[c], out + 36);
+            std::memcpy(out + 48, &word, 2);
+            corner += 3;
+            out += kStlEntrySize;
+        };
+        for (const std::int32_t word : words) entry(word);
+    }
+    const auto beyond = hn::And(seen, hn::Set(D16(), std::int16_t(0xFF00 - 0x10000)));
+    return {done, hn::AllTrue(D16(), hn::Eq(beyond, hn::Zero(D16())))};
 }
 
 bool StlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
                 char* out)
 {
-    const D4 d;
-    const hn::RebindToSigned<D4> di;
-    const hn::RebindToUnsigned<D4> du;
-    const V4 third = hn::Set(d, 0.33333334F);
-    auto most = hn::Zero(du);
-    const Points points(mesh);
-    // Bytes written may alias everything: pointers are kept apart from the mesh. The last entry may have
-    // nothing behind its colour and its bytes, which vectors would touch.
-    const Normal* const normal = normals.data();
-    const std::uint32_t* corner = mesh.indices.data() + 3 * first;
-    const float* rgb = mesh.colours.data() + 3 * first;
-    for (std::size_t left = count; left > 1; --left, corner += 3, rgb += 3, out += kStlEntrySize) {
-        V4 sum = hn::Load(d, normal[corner[0]].v);
-        sum = hn::Add(sum, hn::Load(d, normal[corner[1]].v));
-        sum = hn::Add(sum, hn::Load(d, normal[corner[2]].v));
-        StoreBytes(hn::Mul(sum, third), out);
-        for (std::size_t i = 0; i < 3; ++i) StoreBytes(points[corner[i]], out + 12 + 12 * i);
-        const auto colour = hn::BitCast(du, hn::ConvertTo(di, hn::LoadU(d, rgb)));
-        most = hn::Max(most, colour);
-        const std::uint16_t word = ColourWord(colour);
-        std::memcpy(out + 48, &word, sizeof word);
-    }
-    const bool sound = hn::GetLane(hn::MaxOfLanes(du, most)) < 256;
-    return scalar::stlEntries(mesh, normals, first + count - 1, 1, out) && sound;
+    const IndexRange range = Range(mesh.indices.subspan(3 * first, 3 * count));
+    const bool lastOccurs = range.largest + 1 == mesh.vertexCount();
+    const auto [done, sound] =
+        (lastOccurs ? Entries<true> : Entries<false>)(mesh, normals.data(), first, count, out);
+    return scalar::stlEntries(mesh, normals, first + done, count - done, out + done * kStlEntrySize) && sound;
 }
 
 }  // namespace HWY_NAMESPACE
