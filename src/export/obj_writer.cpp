@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "export/text_format.h"
+#include "export/six_digits.h"
 #include "framework/print.h"
 
 namespace scansteps {
@@ -35,47 +35,90 @@ char* putText(char* out, std::string_view text)
     return out + text.size();
 }
 
-void writeTextureVertex(OutputFile& file, float column, float row, int width)
+/// Numbers to be written in lines, gathered and prepared some hundred at a time.
+class Numbers
 {
-    char* out = putText(file.room(kLine), "vt ");
+  public:
+    bool isFull() const { return count_ + 5 > kMost; }
+    void add(double value) { values_[count_++] = value; }
+    void prepare()
+    {
+        text::prepareNumbers({values_, count_}, prepared_);
+        count_ = next_ = 0;
+    }
+    /// The next of the prepared ones.
+    char* put(char* out)
+    {
+        out = text::putPrepared(out, prepared_[next_], values_[next_]);
+        ++next_;
+        return out;
+    }
+
+  private:
+    static constexpr std::size_t kMost = 320;
+    double values_[kMost];
+    text::PreparedNumber prepared_[kMost];
+    std::size_t count_ = 0, next_ = 0;
+};
+
+/// The position of texture vertex i on its page, as texture coordinates.
+void addPosition(Numbers& numbers, std::span<const float> positions, std::size_t i, int width)
+{
     const double w = width;
-    out = text::putGeneral(out, (static_cast<double>(column) + 0.5) / w);
-    *out++ = ' ';
-    out = text::putGeneral(out, ((w - 1) - static_cast<double>(row) + 0.5) / w);
-    file.advance(putText(out, " 0\n"));
+    const float column = positions.empty() ? 0 : positions[2 * i],
+                row = positions.empty() ? 0 : positions[2 * i + 1];
+    numbers.add((static_cast<double>(column) + 0.5) / w);
+    numbers.add(((w - 1) - static_cast<double>(row) + 0.5) / w);
 }
 
-void writeVertex(OutputFile& file, const float* xyz)
+char* putTextureVertex(char* out, Numbers& numbers)
 {
-    char* out = file.room(kLine);
+    out = numbers.put(putText(out, "vt "));
+    *out++ = ' ';
+    return putText(numbers.put(out), " 0\n");
+}
+
+char* putVertex(char* out, Numbers& numbers)
+{
     *out++ = 'v';
     for (int i = 0; i < 3; ++i) {
         *out++ = ' ';
-        out = text::putGeneral(out, static_cast<double>(xyz[i]));
+        out = numbers.put(out);
     }
     *out++ = '\n';
-    file.advance(out);
+    return out;
 }
 
 void writeVertices(OutputFile& file, const TexturedModel& model, const TextureLayout& layout)
 {
     const Mesh& mesh = model.mesh;
     const std::span<const float> positions = layout.positions.empty() ? mesh.pixels : layout.positions;
-    const auto writePosition = [&](std::size_t i) {
-        const bool known = !positions.empty();
-        writeTextureVertex(file, known ? positions[2 * i] : 0, known ? positions[2 * i + 1] : 0,
-                           model.settings.width);
-    };
-    for (std::size_t i = 0; i < mesh.vertexCount(); ++i) {
-        writeVertex(file, &mesh.vertices[3 * i]);
-        writePosition(i);
+    const int width = model.settings.width;
+    Numbers numbers;
+    for (std::size_t i = 0; i < mesh.vertexCount();) {
+        const std::size_t first = i;
+        for (; i < mesh.vertexCount() && !numbers.isFull(); ++i) {
+            for (std::size_t k = 0; k < 3; ++k) numbers.add(static_cast<double>(mesh.vertices[3 * i + k]));
+            addPosition(numbers, positions, i, width);
+        }
+        numbers.prepare();
+        for (std::size_t k = first; k < i; ++k)
+            file.advance(putTextureVertex(putVertex(file.room(2 * kLine), numbers), numbers));
     }
-    for (std::size_t i = 0; i < layout.extra.size(); ++i) writePosition(mesh.vertexCount() + i);
+    for (std::size_t i = 0; i < layout.extra.size(); ++i) {
+        addPosition(numbers, positions, mesh.vertexCount() + i, width);
+        numbers.prepare();
+        file.advance(putTextureVertex(file.room(kLine), numbers));
+    }
 }
 
 /// "vertex/texture vertex ", numbers from 1.
 char* putCorner(char* out, std::uint32_t vertex, std::uint32_t textureVertex)
 {
+    if (vertex == textureVertex && text::hasSixDigits(vertex + 1)) {  // most corners of a large mesh
+        const std::uint64_t digits = text::sixDigits(vertex + 1);
+        return text::putSix(text::putSix(out, digits, '/'), digits, ' ');
+    }
     if (std::max(vertex, textureVertex) < text::kWordLimit - 1) {
         const text::Word word = text::wordOf(vertex + 1);
         out = text::put(out, word, '/');
@@ -91,7 +134,9 @@ char* putCorner(char* out, std::uint32_t vertex, std::uint32_t textureVertex)
 void writeFace(OutputFile& file, const std::uint32_t* vertices, const std::uint32_t* textureVertices)
 {
     char* out = putText(file.room(kLine), "f ");
-    for (int i = 0; i < 3; ++i) out = putCorner(out, vertices[i], textureVertices[i]);
+    out = putCorner(out, vertices[0], textureVertices[0]);
+    out = putCorner(out, vertices[1], textureVertices[1]);
+    out = putCorner(out, vertices[2], textureVertices[2]);
     *out++ = '\n';
     file.advance(out);
 }

@@ -69,27 +69,6 @@ constexpr auto kDecadeStarts = makeDecadeStarts();
 
 constexpr std::array<double, 11> kDoublePowers = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10};
 
-/// Six digits `n` (100000 to 999999) divided by 10^`decimals` (0 to 10), without the zeros at the end.
-char* putSixDigits(char* out, std::uint32_t n, int decimals)
-{
-    const auto& high = detail::kDigits3[n / 1000];
-    const auto& low = detail::kDigits3[n % 1000];
-    const int zeros = low[3] < 3 ? low[3] : 3 + high[3];
-    // All six digits in one register: reading them back from memory would wait for the writes.
-    const std::uint64_t digits = detail::lowBytes(high) | std::uint64_t{detail::lowBytes(low)} << 24;
-    if (decimals < 6) {
-        const int whole = 6 - decimals;
-        const std::uint64_t tail = (digits >> 8 * whole) << 8 | '.';
-        std::memcpy(out, &digits, 8);
-        std::memcpy(out + whole, &tail, 8);
-        return zeros >= decimals ? out + whole : out + 7 - zeros;
-    }
-    std::memcpy(out, "0.00000", 8);
-    out += 2 + decimals - 6;
-    std::memcpy(out, &digits, 8);
-    return out + 6 - zeros;
-}
-
 }  // namespace
 
 std::uint32_t detail::roundToSixDigits(std::uint32_t n)
@@ -124,20 +103,21 @@ char* putGeneral(char* out, double value)
     // number that falls on the wrong side of one becomes 1000000 or 99999.99... and ends up as the same text.
     int decimals = 5 - kDecades[row] + (magnitude < kDecadeStarts[row] ? 1 : 0);
     const double scaled = magnitude * kDoublePowers[static_cast<std::size_t>(decimals)];
-    std::uint32_t n = static_cast<std::uint32_t>(scaled);
-    const double aboveTie = (scaled - n) - 0.5;
-    // The product is off by less than 1e-10; nearer to a tie only exact arithmetic tells the side.
-    if (std::fabs(aboveTie) > 1e-9)
-        n += aboveTie > 0 ? 1U : 0U;
-    else
+    const double raised = scaled + 0.5;
+    std::uint32_t n = static_cast<std::uint32_t>(raised);
+    // The sum is off by less than 2e-10; nearer to a tie only exact arithmetic tells the side.
+    const double aboveTie = raised - n;
+    if (!(aboveTie > 1e-9 && aboveTie < 1 - 1e-9)) {
+        n -= aboveTie < 0.5 ? 1U : 0U;  // now the number below the tie
         n += roundsUp(compareExactly(magnitude, kPowers[static_cast<std::size_t>(decimals)], n * 2ULL + 1), n)
                  ? 1U
                  : 0U;
+    }
     if (n == 1000000) {  // rounded into the next decade
         n = 100000;
         --decimals;
     }
-    return putSixDigits(out, n, decimals);
+    return detail::putSixDigits(out, n, decimals);
 }
 
 }  // namespace scansteps::text

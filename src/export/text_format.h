@@ -66,6 +66,27 @@ inline char* putShort3(char* out, std::uint32_t n)
     return out + kShort3[n][3];
 }
 
+/// Six digits `n` (100000 to 999999) divided by 10^`decimals` (0 to 10), without the zeros at the end.
+inline char* putSixDigits(char* out, std::uint32_t n, int decimals)
+{
+    const auto& high = kDigits3[n / 1000];
+    const auto& low = kDigits3[n % 1000];
+    const int zeros = low[3] < 3 ? low[3] : 3 + high[3];
+    // All six digits in one register: reading them back from memory would wait for the writes.
+    const std::uint64_t digits = lowBytes(high) | std::uint64_t{lowBytes(low)} << 24;
+    if (decimals < 6) {
+        const int whole = 6 - decimals;
+        const std::uint64_t tail = (digits >> 8 * whole) << 8 | '.';
+        std::memcpy(out, &digits, 8);
+        std::memcpy(out + whole, &tail, 8);
+        return zeros >= decimals ? out + whole : out + 7 - zeros;
+    }
+    std::memcpy(out, "0.00000", 8);
+    out += 2 + decimals - 6;
+    std::memcpy(out, &digits, 8);
+    return out + 6 - zeros;
+}
+
 /// Above six significant digits: `n` ten-thousandths rounded to six digits, as the stream rounds the double n
 /// * 0.0001.
 std::uint32_t roundToSixDigits(std::uint32_t n);
@@ -118,6 +139,23 @@ inline char* put(char* out, Word word, char separator)
                                                  << 8 * word.length;
     std::memcpy(out, &bytes, 8);
     return out + word.length + 1;
+}
+
+/// The same for numbers of just six digits, where no length is in the way.
+constexpr bool hasSixDigits(std::uint32_t n)
+{
+    return n - 100000 < 900000;
+}
+inline std::uint64_t sixDigits(std::uint32_t n)
+{
+    using namespace detail;
+    return lowBytes(kDigits3[n / 1000]) | std::uint64_t{lowBytes(kDigits3[n % 1000])} << 24;
+}
+inline char* putSix(char* out, std::uint64_t digits, char separator)
+{
+    const std::uint64_t bytes = digits | std::uint64_t{static_cast<std::uint8_t>(separator)} << 48;
+    std::memcpy(out, &bytes, 8);
+    return out + 7;
 }
 
 /// The text of the double `n` * 0.0001 with six significant digits; never in exponent form.

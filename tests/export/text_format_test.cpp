@@ -1,7 +1,9 @@
-#include "export/text_format.h"
+#include "export/six_digits.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -9,6 +11,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/targets.h"
 
 namespace scansteps {
 namespace {
@@ -94,6 +98,10 @@ TEST(TextFormat, DISABLED_tenThousandthsOfEveryInteger)
 void expectGeneral(double value)
 {
     ASSERT_EQ(textOf(text::putGeneral, value), printed(value)) << std::hexfloat << value;
+    text::PreparedNumber prepared = 0;
+    text::prepareNumbers({&value, 1}, {&prepared, 1});
+    const auto put = [&](char* out, double v) { return text::putPrepared(out, prepared, v); };
+    ASSERT_EQ(textOf(put, value), printed(value)) << std::hexfloat << value;
 }
 
 TEST(TextFormat, generalNumbersOfEveryDecadeAndTheirTies)
@@ -143,6 +151,38 @@ TEST(TextFormat, generalRandomFloats)
             ASSERT_EQ(streamed(value), printed(value));
         }
     }
+}
+
+TEST(TextFormat, numbersOfSixDigits)
+{
+    for (std::uint32_t n = 0; n < 2000000; n += n % 100000 < 3 || n % 100000 > 99990 ? 1 : 17) {
+        if (!text::hasSixDigits(n)) continue;
+        const auto put = [](char* out, std::uint32_t k) {
+            return text::putSix(out, text::sixDigits(k), ' ');
+        };
+        ASSERT_EQ(textOf(put, n), std::to_string(n) + " ");
+    }
+}
+
+// Every binade with random bits below, and what lies around the borders.
+TEST(TextFormat, preparedAlikeOnEveryTarget)
+{
+    std::mt19937_64 random(3);
+    std::vector<double> values = {0.0, -0.0, HUGE_VAL, -HUGE_VAL, std::nan(""), 5e-324};
+    for (std::uint64_t exponent = 0; exponent < 2048; ++exponent)
+        for (int i = 0; i < (exponent > 1000 && exponent < 1050 ? 3000 : 5); ++i)
+            values.push_back(std::bit_cast<double>(exponent << 52 | random() >> 12 | (random() & 1) << 63));
+    for (double power = 1e-6; power < 1e8; power *= 10)
+        for (const double v : {power, 0.9999995 * power, 0.99999949999 * power, 1.0000005 * power})
+            for (const double w : {v, std::nextafter(v, 0), std::nextafter(v, 1e300)}) values.push_back(-w);
+    std::vector<text::PreparedNumber> expected(values.size());
+    text::scalar::prepareNumbers(values, expected);
+    EXPECT_GT(std::ranges::count_if(expected, [](auto n) { return n != text::kNotPrepared; }), 50000);
+    test::forEachTarget([&] {
+        std::vector<text::PreparedNumber> prepared(values.size());
+        text::prepareNumbers(values, prepared);
+        EXPECT_EQ(prepared, expected);
+    });
 }
 
 }  // namespace
