@@ -1,10 +1,16 @@
 #!/usr/bin/env python3
 """Writes the mesh of export_model_bench with meshio and VTK, and prints triangles a second of each.
 
-Debian packages: python3-meshio, python3-vtk9, python3-numpy. The time is the processor time of the writing call
-alone, best of three, to memory-backed storage; run it pinned, right before or after the benchmark.
+usage: export_model_peers.py [EXPORT_MODEL_BENCH]
+
+With the program of the benchmark its writers take turns with these, and the last lines give its speed as a
+multiple of the fastest peer's. Debian packages: python3-meshio, python3-vtk9, python3-numpy. The time is the
+processor time of the writing call alone, best of three, to memory-backed storage.
 """
+import json
 import os
+import subprocess
+import sys
 import time
 
 import numpy as np
@@ -25,7 +31,20 @@ def torus():
     return points, triangles, colours.astype(np.uint8)
 
 
+peer_seconds, our_seconds = {}, {}
+
+
+def measure_ours(extension):
+    """The best of the runs so far, processor time of one file."""
+    if len(sys.argv) > 1:
+        out = subprocess.run([sys.argv[1], f"--benchmark_filter=^{extension}$", "--benchmark_min_time=0.3",
+                              "--benchmark_format=json"], capture_output=True, check=True).stdout
+        seconds = json.loads(out)["benchmarks"][0]["cpu_time"] / 1e3
+        our_seconds[extension] = min(our_seconds.get(extension, 1e9), seconds)
+
+
 def measure(name, extension, write):
+    measure_ours(extension)
     path = os.path.join(FOLDER, f"scansteps_peer.{extension}")
     best = 1e9
     for _ in range(3):
@@ -37,6 +56,8 @@ def measure(name, extension, write):
     print(f"{name:32} {best * 1e3:9.1f} ms {2 * COLUMNS * ROWS / best / 1e6:8.2f} M triangles/s "
           f"{os.path.getsize(path) / 1e6:8.1f} MB", flush=True)
     os.remove(path)
+    peer_seconds[extension] = min(peer_seconds.get(extension, 1e9), best)
+    measure_ours(extension)
 
 
 def with_meshio(points, triangles, colours):
@@ -87,3 +108,6 @@ for peer in (with_meshio, with_vtk):
         peer(*model)
     except ImportError as missing:
         print(f"left out: {missing}")
+for kind, seconds in our_seconds.items():
+    print(f"ours {kind:27} {seconds * 1e3:9.1f} ms {2 * COLUMNS * ROWS / seconds / 1e6:8.2f} M triangles/s "
+          f"{peer_seconds[kind] / seconds:8.2f} times the fastest peer")
