@@ -260,19 +260,16 @@ std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pie
     const std::size_t count = std::min(pieces.size(), kMostPieces);
 #ifdef _WIN32
     WSABUF parts[kMostPieces];
-    for (std::size_t i = 0; i < count; ++i) {
-        const auto bytes = reinterpret_cast<const char*>(pieces[i].data());
-        parts[i] = {static_cast<ULONG>(std::min(pieces[i].size(), kMostAtOnce)), const_cast<char*>(bytes)};
-        if (pieces[i].size() > kMostAtOnce) {
-            DWORD cut = 0;
-            return WSASend(native(socket), parts, static_cast<DWORD>(i + 1), &cut, 0, nullptr, nullptr) == 0
-                       ? cut
-                       : -1;
-        }
+    DWORD used = 0;
+    for (bool whole = true; whole && used < count; ++used) {
+        const auto& piece = pieces[used];
+        whole = piece.size() <= kMostAtOnce;
+        parts[used] = {static_cast<ULONG>(std::min(piece.size(), kMostAtOnce)),
+                       reinterpret_cast<char*>(const_cast<std::byte*>(piece.data()))};
     }
     DWORD sent = 0;
-    return WSASend(native(socket), parts, static_cast<DWORD>(count), &sent, 0, nullptr, nullptr) == 0 ? sent
-                                                                                                      : -1;
+    if (::WSASend(native(socket), parts, used, &sent, 0, nullptr, nullptr) != 0) return -1;
+    return sent;
 #else
     iovec parts[kMostPieces];
     for (std::size_t i = 0; i < count; ++i)
