@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
 #
-#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), readers, bench-peers, windows, all
+#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), readers, bench-peers, windows, vivid, all
 set -euo pipefail
 
 build=(
@@ -22,6 +22,10 @@ windows=(
     g++-mingw-w64-x86-64-posix wine wine64 nasm dpkg-dev zip unzip
 )
 
+vivid=(
+    qemu-system-x86 busybox-static
+)
+
 die() {
     echo "bootstrap: $*" >&2
     exit 1
@@ -34,8 +38,9 @@ for group in "${@:-build}"; do
         readers) wanted+=("${readers[@]}") ;;
         bench-peers) wanted+=("${bench_peers[@]}") ;;
         windows) wanted+=("${windows[@]}") ;;
-        all) wanted+=("${build[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}") ;;
-        *) die "no group '$group' (build, readers, bench-peers, windows, all)" ;;
+        vivid) wanted+=("${vivid[@]}") ;;
+        all) wanted+=("${build[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${vivid[@]}") ;;
+        *) die "no group '$group' (build, readers, bench-peers, windows, vivid, all)" ;;
     esac
 done
 

@@ -232,7 +232,7 @@ TEST(OutputFile, unopenedLinkedAndSpecialTargets)
     EXPECT_FALSE(saveObj(dir / "missing/a.obj", {test::tetrahedron().mesh(), {}, {16, 1}}));
     std::filesystem::create_directory(dir / "folder.ply");
     EXPECT_FALSE(OutputFile(dir / "folder.ply").isOpen());
-#ifndef _WIN32
+#ifndef _WIN32  // whose files are no devices, and which lets few users make links
     const std::string real = dir.write("real.ply", "old");
     std::filesystem::create_symlink("real.ply", dir / "link.ply");
     OutputFile linked(dir / "link.ply");

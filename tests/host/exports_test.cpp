@@ -10,6 +10,7 @@
 namespace scansteps {
 namespace {
 
+// On Windows scripts/windows.sh compares them, with the tools of the machine that builds.
 #ifndef _WIN32
 TEST(Exports, symbolTableOfTheLibraryIsTheTableOfKinds)
 {

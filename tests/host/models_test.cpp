@@ -51,6 +51,7 @@ TEST(Models, settingsAreCheckedBeforeTheRun)
     EXPECT_THAT(result.err, HasSubstr("image_width"));
 }
 
+// Not on Windows: the readers are programs of this system, and the files are the same bytes there.
 #ifndef _WIN32
 // meshio, assimp and OpenSceneGraph, as far as they are installed (scripts/bootstrap.sh readers).
 TEST(Models, otherReadersFindTheMeshThatWentIn)

@@ -78,6 +78,7 @@ TEST(PhotographsToEdges, anErrorNamesStepFrameAndMessageAndTheChainIsFlushed)
     EXPECT_NE(result.out.find("   CpuLast time = "), std::string::npos) << "flushed";
 }
 
+// Not on Windows: Ctrl+C goes to every program of a console, the test included.
 #ifndef _WIN32
 TEST(PhotographsToEdges, anInterruptFlushesTheChain)
 {

@@ -274,6 +274,7 @@ TEST(Receive, SurvivesClientsThatMisbehave)
     EXPECT_EQ(runProgram("inspect \"" + (dir / "run.rec") + "\"").exitCode, 0);
 }
 
+// Not on Windows: Ctrl+C goes to every program of a console, the test included.
 #ifndef _WIN32
 TEST(Receive, GivesEveryRunARecordingAndEndsWhenInterrupted)
 {
@@ -323,6 +324,9 @@ TEST(Sender, ReceiverThatClosesInTheMiddleIsExitCode4)
         const auto socket = listener.accept(20000);
         std::vector<std::byte> some(1000);
         if (socket) socket->receiveSome(some);
+        // By then the sender waits for room. Wine forgets to wake a send that begins to wait at the very
+        // moment when the peer leaves, in any program.
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
     });
     const TempDir dir;
     const auto result =
@@ -337,6 +341,8 @@ TEST(Sender, ReceiverThatClosesInTheMiddleIsExitCode4)
     EXPECT_TRUE(readFile(dir / "run.rec").ends_with(std::string("\xEB\x03\0\0", 4)));
 }
 
+// Not on Windows, which has no pipes among its files, no full disk to ask for and no tool that makes a link
+// lossy.
 #ifndef _WIN32
 // The recorder's file after kill -9 holds every record but the one that was being written.
 TEST(Recording, SurvivesBeingKilled)

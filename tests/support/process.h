@@ -2,11 +2,14 @@
 #pragma once
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "support/temp_dir.h"
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <sys/wait.h>
 #endif
 
@@ -18,26 +21,77 @@ struct ProgramResult
     std::string out, err;
 };
 
-/// Runs a shell line (quote with double quotes).
+#ifdef _WIN32
+
+// A file that a child process inherits.
+class InheritedFile
+{
+  public:
+    InheritedFile(const std::filesystem::path& path, DWORD access, DWORD creation)
+    {
+        SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+        handle_ = CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited, creation,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    }
+    InheritedFile(const InheritedFile&) = delete;
+    InheritedFile& operator=(const InheritedFile&) = delete;
+    ~InheritedFile() { CloseHandle(handle_); }
+    HANDLE get() const { return handle_; }
+
+  private:
+    HANDLE handle_;
+};
+
+// Without a shell: its rules of quoting and its code page would stand between the test and the program.
+inline int runWithFiles(const std::string& command, const std::filesystem::path& folder)
+{
+    const InheritedFile in(folder / "in", GENERIC_READ, OPEN_EXISTING);
+    const InheritedFile out(folder / "out", GENERIC_WRITE, CREATE_ALWAYS);
+    const InheritedFile err(folder / "err", GENERIC_WRITE, CREATE_ALWAYS);
+    STARTUPINFOW start{};
+    start.cb = sizeof start;
+    start.dwFlags = STARTF_USESTDHANDLES;
+    start.hStdInput = in.get();
+    start.hStdOutput = out.get();
+    start.hStdError = err.get();
+    std::wstring line = std::filesystem::path(std::u8string(command.begin(), command.end())).wstring();
+    PROCESS_INFORMATION process{};
+    if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process) ==
+        0)
+        return -1;
+    WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD exitCode = 0;
+    GetExitCodeProcess(process.hProcess, &exitCode);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return static_cast<int>(exitCode);
+}
+
+#else
+
+inline int runWithFiles(const std::string& command, const std::filesystem::path& folder)
+{
+    const std::string base = "\"" + folder.string();
+    const std::string line = command + " <" + base + "/in\" >" + base + "/out\" 2>" + base + "/err\"";
+    const int status = std::system(line.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+#endif
+
+/// Runs a program with its arguments, quoted with double quotes, as a command line. -1 where there is no
+/// such program (a shell's 127 on other systems).
 inline ProgramResult runCommand(const std::string& command, const std::string& input = "")
 {
     const TempDir folder;
-    const std::string in = folder.write("in", input);
-    std::string line =
-        command + " <\"" + in + "\" >\"" + (folder / "out") + "\" 2>\"" + (folder / "err") + "\"";
-#ifdef _WIN32
-    line = "\"" + line + "\"";  // the shell takes the outer quotes off
-    ProgramResult result{std::system(line.c_str()), "", ""};
-#else
-    const int status = std::system(line.c_str());
-    ProgramResult result{WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), "", ""};
-#endif
+    folder.write("in", input);
+    ProgramResult result{runWithFiles(command, folder.path()), "", ""};
     result.out = readFile(folder.path() / "out");
     result.err = readFile(folder.path() / "err");
     return result;
 }
 
-/// Runs `scansteps` with arguments as a shell line.
+/// Runs `scansteps` with a line of arguments.
 inline ProgramResult runProgram(const std::string& arguments, const std::string& input = "")
 {
     return runCommand("\"" SCANSTEPS_BIN_DIR "/scansteps\" " + arguments, input);

@@ -13,6 +13,12 @@
 
 namespace scansteps::test {
 
+/// Path of a name in UTF-8, which is what the library and the program take names for on every system.
+inline std::filesystem::path pathOf(const std::string& utf8)
+{
+    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
+}
+
 class TempDir
 {
   public:
@@ -34,13 +40,17 @@ class TempDir
     }
 
     const std::filesystem::path& path() const { return path_; }
-    /// Path of a file in the folder, with forward slashes.
-    std::string operator/(const std::string& name) const { return (path_ / name).generic_string(); }
+    /// Path of a file in the folder, in UTF-8 with forward slashes.
+    std::string operator/(const std::string& name) const
+    {
+        const std::u8string text = (path_ / pathOf(name)).generic_u8string();
+        return {text.begin(), text.end()};
+    }
 
     /// Writes a file and returns its path.
     std::string write(const std::string& name, const std::string& bytes) const
     {
-        std::ofstream(path_ / name, std::ios::binary) << bytes;
+        std::ofstream(path_ / pathOf(name), std::ios::binary) << bytes;
         return *this / name;
     }
 
@@ -53,6 +63,14 @@ inline std::string readFile(const std::filesystem::path& path)
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << "cannot read " << path;
     return {std::istreambuf_iterator<char>(file), {}};
+}
+inline std::string readFile(const std::string& utf8)
+{
+    return readFile(pathOf(utf8));
+}
+inline std::string readFile(const char* utf8)
+{
+    return readFile(pathOf(utf8));
 }
 
 }  // namespace scansteps::test
