@@ -70,20 +70,51 @@ Walk walk(BIOfs& file, Visit visit)
     }
 }
 
+// The whole records of a damaged recording.
+class Rescue
+{
+  public:
+    explicit Rescue(const std::string& path) : path_(path), file_(path, BIOfs::Mode::Write)
+    {
+        if (!file_.isOpen()) throw FileError{fmt::format("cannot write {}", path)};
+    }
+    void add(const varitype& record)
+    {
+        named([&] { writeRecord(file_, record); });
+    }
+    void close()
+    {
+        named([&] { file_.close(); });
+    }
+
+  private:
+    template <class Work>
+    void named(Work work)
+    {
+        try {
+            work();
+        } catch (const char* text) {
+            throw FileError{fmt::format("{}: {}", path_, text)};
+        }
+    }
+
+    std::string path_;
+    BIOfs file_;
+};
+
 int inspect(const InspectOptions& options)
 {
     BIOfs file(options.recording, BIOfs::Mode::Read);
     if (!file.isOpen()) throw FileError{fmt::format("cannot read {}", options.recording)};
     std::optional<FrameFiles> frames;
     if (!options.frames.empty()) frames.emplace(pathFromUtf8(options.frames));
-    std::optional<BIOfs> whole;
-    if (!options.recover.empty()) whole.emplace(options.recover, BIOfs::Mode::Write);
-    if (whole && !whole->isOpen()) throw FileError{fmt::format("cannot write {}", options.recover)};
+    std::optional<Rescue> whole;
+    if (!options.recover.empty()) whole.emplace(options.recover);
 
     const Walk done = walk(file, [&](auto number, auto offset, auto size, const varitype& record) {
         printRecord(number, offset, size, record, options);
         if (frames) frames->add(record.as<Struct>());
-        if (whole) writeRecord(*whole, record);
+        if (whole) whole->add(record);
     });
     if (whole) whole->close();
 

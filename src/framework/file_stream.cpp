@@ -69,6 +69,7 @@ void BIOfs::writeGather(std::span<const std::span<const std::byte>> pieces)
     std::uint64_t length = 0;
     for (const auto piece : pieces) length += piece.size();
     if (file_ < 0 || !isOutput_ || length > sizeLimit_ - std::min(sizeLimit_, position_)) fail("write error");
+    const rawfile::NoPipeSignal quiet(sizeLimit_ == rawfile::kUnlimited);
     if (writeAll(file_, pieces))
         position_ += length;
     else {

@@ -17,6 +17,8 @@
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
+
+#include <csignal>
 #endif
 
 namespace scansteps {
@@ -52,7 +54,7 @@ int open(const std::string& path, Access access)
 
 std::uint64_t sizeLimit(int)
 {
-    return UINT64_MAX;
+    return kUnlimited;
 }
 
 bool truncate(int file, std::uint64_t size)
@@ -92,6 +94,10 @@ int close(int file)
 {
     return _close(file);
 }
+
+// There is no such signal.
+NoPipeSignal::NoPipeSignal(bool) {}
+NoPipeSignal::~NoPipeSignal() = default;
 
 }  // namespace rawfile
 
@@ -141,10 +147,10 @@ int open(const std::string& path, Access access)
 
 std::uint64_t sizeLimit(int file)
 {
+    if (!isRegular(file)) return kUnlimited;
     rlimit limit{};
-    if (!isRegular(file) || ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
-        return UINT64_MAX;
-    return limit.rlim_cur;
+    const bool limited = ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+    return limited ? std::uint64_t{limit.rlim_cur} : std::uint64_t{INT64_MAX};
 }
 
 bool truncate(int file, std::uint64_t size)
@@ -182,6 +188,26 @@ std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> p
 int close(int file)
 {
     return ::close(file);
+}
+
+NoPipeSignal::NoPipeSignal(bool needed)
+{
+    if (!needed) return;
+    sigset_t pipe, before;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    blocked_ = ::pthread_sigmask(SIG_BLOCK, &pipe, &before) == 0 && sigismember(&before, SIGPIPE) == 0;
+}
+
+NoPipeSignal::~NoPipeSignal()
+{
+    if (!blocked_) return;
+    sigset_t pipe, pending;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    int taken = 0;
+    if (sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1) (void)sigwait(&pipe, &taken);
+    ::pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr);
 }
 
 }  // namespace rawfile

@@ -29,7 +29,9 @@ enum class Access
 /// Opens a file so that no other call here can truncate or write it meanwhile; fails when the file is open
 /// for writing already, or for reading and is to be truncated. Devices and pipes are not guarded.
 int open(const std::string& path, Access access);
+inline constexpr std::uint64_t kUnlimited = UINT64_MAX;
 /// Largest size that the process may give the file. Writing beyond it would raise a signal on some systems.
+/// kUnlimited for pipes and devices.
 std::uint64_t sizeLimit(int file);
 /// Cuts a regular file and goes on writing at its end; false when that is not possible.
 bool truncate(int file, std::uint64_t size);
@@ -41,6 +43,21 @@ std::int64_t write(int file, const void* bytes, std::size_t length);
 /// Gathered write of at most the first 64 pieces; may be partial.
 std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces);
 int close(int file);
+
+/// While one lives, writing to a pipe that nobody reads any more is only an error of the call: the signal
+/// that comes with it, and would end the host's process, is kept away from this thread and taken.
+class NoPipeSignal
+{
+  public:
+    /// Does nothing unless it is needed.
+    explicit NoPipeSignal(bool needed);
+    ~NoPipeSignal();
+    NoPipeSignal(const NoPipeSignal&) = delete;
+    NoPipeSignal& operator=(const NoPipeSignal&) = delete;
+
+  private:
+    bool blocked_ = false;
+};
 }  // namespace rawfile
 
 #ifdef _WIN32

@@ -155,11 +155,14 @@ class Decoder
         const std::uint32_t length = field - kLengthOffset;
         budget.charge(length);
         std::string text;
-        for (std::size_t at = 0; at < length;) {
-            const std::size_t step = std::min<std::size_t>(length - at, kGrowth);
-            text.resize(at + step);
-            source_.take(text.data() + at, step);
-            at += step;
+        if (length <= kGrowth) {
+            text.resize(length);
+            source_.take(text.data(), length);
+        } else {  // a string grows by doubling, which is too much to take for bytes that may never come
+            Array arrived;
+            arrived.beginGrowing(Kind::Char, length, 1, 1);
+            takeGrowing(arrived, length);
+            text.assign(reinterpret_cast<const char*>(arrived.data()), length);
         }
         for (std::size_t i = 0; i < length; ++i)
             text[i] = static_cast<char>(static_cast<unsigned char>(text[i]) + 10U + i);
@@ -237,13 +240,19 @@ class Decoder
             return array;
         }
         array.beginGrowing(Kind(fields[4]), fields[1], fields[2], fields[3]);
+        takeGrowing(array, bytes);
+        return array;
+    }
+
+    // Storage grows with the bytes that arrive.
+    void takeGrowing(Array& array, std::uint64_t bytes)
+    {
         for (std::uint64_t have = 0; have < bytes;) {
             const std::uint64_t step = std::min(bytes - have, std::max(kGrowth, have / 4));
             std::byte* storage = array.growTo(static_cast<std::size_t>(have + step));
             source_.take(storage + have, static_cast<std::size_t>(step));
             have += step;
         }
-        return array;
     }
 
     StructArray readStructArray(Budget& budget, int depth)

@@ -255,6 +255,17 @@ TEST(RecordStreams, ReaderTakesNotAByteBeyondTheRecord)
     EXPECT_TRUE(stream.atEnd());
 }
 
+TEST(RecordStreams, LongStringsComeBack)
+{
+    // Around the length from which they are not read in one piece.
+    for (const std::size_t length : {(4U << 20) - 2, (4U << 20) - 1, 4U << 20, 9U << 20}) {
+        std::string text(length, 'a');
+        for (std::size_t i = 0; i < length; i += 1000) text[i] = char(i >> 10);
+        const varitype record = Struct{{"k", text}, {"z", 1}};
+        EXPECT_TRUE(fromBytes(bytesOf(record)).equals(record)) << length;
+    }
+}
+
 TEST(RecordStreams, ReaderUsesTheSpareStorage)
 {
     Array frame(Kind::Ushort, 640, 480), spare(Kind::Float, 320, 480);

@@ -18,6 +18,8 @@
 #include "support/records.h"
 
 #ifndef _WIN32
+#include <sys/stat.h>
+
 #include <csignal>
 #endif
 
@@ -95,6 +97,13 @@ class ReceiveProgram
     {
         kill(std::stoi(said_), SIGINT);
     }  // the first line is the process number
+    /// The most memory it has had so far, in bytes.
+    std::ptrdiff_t mostMemory() const
+    {
+        const std::string status = readFile("/proc/" + std::to_string(std::stoi(said_)) + "/status");
+        const auto at = status.find("VmHWM:");
+        return at == std::string::npos ? 0 : std::stol(status.substr(at + 6)) * 1024;
+    }
 #endif
     /// Waits for the end; the exit code.
     int end()
@@ -175,6 +184,10 @@ TEST(Inspect, SaysWhereDamageBeginsAndRecoversTheWholeRecords)
     EXPECT_THAT(after.out, HasSubstr("3 records, " + std::to_string(saved.size()) + " bytes"));
     EXPECT_EQ(runProgram("inspect \"" + cut + "\" --recover \"" + cut + "\"").exitCode, 5);
     EXPECT_EQ(readFile(cut).size(), 1500000U);
+#ifndef _WIN32
+    EXPECT_THAT(runProgram("inspect \"" + cut + "\" --recover /dev/full").err,
+                HasSubstr("/dev/full: write error"));
+#endif
 }
 
 TEST(Inspect, WritesTheFramesAsPictures)
@@ -368,6 +381,61 @@ TEST(Recording, FullDiskIsExitCode4)
     const auto result = runProgram("run \"" + kSource + "filesaver name=/dev/full\"");
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_THAT(result.err, HasSubstr("step 3 (filesaver), initialise: write error"));
+}
+
+TEST(Recording, PipeWhoseReaderLeavesIsExitCode4)
+{
+    const TempDir dir;
+    const std::string pipe = dir / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::thread reader([&] { runCommand("head -c 1000000 \"" + pipe + "\""); });
+    const auto result = runProgram("run \"" + kSource + "filesaver name=" + pipe + "\"");
+    reader.join();
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_THAT(result.err, HasSubstr("step 3 (filesaver), frame "));
+    EXPECT_THAT(result.err, HasSubstr(": write error"));
+}
+
+// What a peer promises costs nothing: memory grows with what it sends.
+TEST(Receive, TakesMemoryForBytesThatArriveOnly)
+{
+    const std::string record("\0\0\0\x30\0\0\0\0\x0B\0\0\0\x01\0\0\0", 16);  // 768 MiB, one entry
+    const std::string key("\x65\0\0\0\x57\xF5", 6);                          // "a"
+    const auto number = [](std::uint32_t value) {
+        return std::string(reinterpret_cast<const char*>(&value), 4);
+    };
+    const struct
+    {
+        const char* what;
+        std::string head;
+        double most;  // of the bytes that arrived, besides the constant
+    } cases[] = {
+        {"array", number(12) + number(12) + number(0x2F000000) + number(1) + number(1) + number(2), 1.25},
+        {"string", number(10) + number(0x2F000000), 1.25},
+        {"structs", number(13) + number(13) + number(0x02000000), 1.25},
+    };
+    const std::string sent(64 << 20, 'x');
+    for (const auto& entry : cases) {
+        ReceiveProgram receiver("--once");
+        const auto before = receiver.mostMemory();
+        {
+            USock socket("127.0.0.1", std::uint16_t(receiver.port()));
+            const std::string start = record + key + entry.head;
+            socket.write(start.data(), start.size());
+            try {
+                socket.write(sent.data(), sent.size());
+            } catch (const char*) {
+                // Rubbish is refused before all of it has come.
+            }
+        }
+        receiver.waitFor("left without a record");
+        const auto grown = double(receiver.mostMemory() - before);
+        std::printf("%s: 768 MB promised, 64 MiB sent, %.1f MiB taken\n", entry.what, grown / 1048576);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // which have memory of their own
+        EXPECT_LT(grown, entry.most * double(sent.size()) + double(16 << 20)) << entry.what;
+#endif
+        receiver.interrupt();
+    }
 }
 
 TEST(Receive, OverALinkWithLossAndDelay)
