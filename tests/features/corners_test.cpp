@@ -32,7 +32,7 @@ TEST(GreyFilters, vectorEqualsScalar)
         scalar::binomial5(image.view(), expected[0]);
         scalar::halve(image.view(), expected[1]);
         scalar::twoThirds(image.view(), expected[2]);
-        test::forEachTarget([&] {
+        test::forEachTarget([&, width = width] {
             binomial5(image.view(), out[0]);
             halve(image.view(), out[1]);
             twoThirds(image.view(), out[2]);
@@ -75,7 +75,7 @@ TEST(CornerResponse, vectorEqualsScalar)
                 scalar::cornerResponse(image.view(), settings, expected);
                 std::vector<Peak> expectedPeaks, peaks;
                 scalar::findPeaks(expected, width, height, 2, 10, expectedPeaks);
-                test::forEachTarget([&] {
+                test::forEachTarget([&, width = width, height = height] {
                     cornerResponse(image.view(), settings, out);
                     EXPECT_EQ(out, expected) << width << " " << window;
                     findPeaks(out, width, height, 2, 10, peaks);

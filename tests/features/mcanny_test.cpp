@@ -347,8 +347,9 @@ TEST(CannyFrame16, equalsItsPartsAndTheScalarChain)
         for (const int passes : {-1, 0, 1, 2, 9}) {
             for (const int aperture : {3, 7}) {
                 const double scale = aperture == 3 ? 1 : 160;
-                const auto run = [&](const std::vector<std::uint16_t>& in, Frame16 meaning, double low,
-                                     double high) {
+                const auto run = [&, width = width, height = height](const std::vector<std::uint16_t>& in,
+                                                                     Frame16 meaning, double low,
+                                                                     double high) {
                     auto expected = in;
                     scalar::cannyFrame16(expected, width, height, meaning, passes, low, high, aperture);
                     test::forEachTarget([&] {

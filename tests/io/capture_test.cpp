@@ -17,6 +17,7 @@
 #include "support/chain.h"
 #include "support/images.h"
 #include "support/resources.h"
+#include "support/sanitized.h"
 #include "support/temp_dir.h"
 
 namespace scansteps {
@@ -271,7 +272,8 @@ TEST(TestDevice, saysWhatIsWrong)
     for (const auto& [device, text] : cases) {
         Chain chain({"ccap1"});
         std::string thrown;
-        (void)printed([&] { thrown = thrownText([&] { chain.init(settings(device, 64, 64)); }); });
+        (void)printed(
+            [&, device = device] { thrown = thrownText([&] { chain.init(settings(device, 64, 64)); }); });
         EXPECT_EQ(thrown, text) << device;
         EXPECT_EQ(thrownText([&] { chain.process(); }), "CPUCap1: the camera is not open") << device;
     }
@@ -333,7 +335,7 @@ TEST(CaptureStep, tenThousandStartsAndStopsLeaveNothing)
         const test::Resources after = test::resourcesHeld();
         EXPECT_EQ(after.threads, before.threads);
         EXPECT_LE(after.descriptors, before.descriptors + 1) << "one for looking";
-#ifndef __SANITIZE_ADDRESS__  // which keeps freed memory for a while, and finds leaks itself
+#ifndef SCANSTEPS_SANITIZED  // which keeps freed memory for a while, and finds leaks itself
         EXPECT_LT(after.memory - before.memory, 6 << 20);  // a leaked queue each would be 60 MB
 #endif
     });

@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <new>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include "sanitized.h"
+
+#ifdef SCANSTEPS_SANITIZED
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, std::size_t),
                                                          void (*)(const volatile void*));
 #endif
@@ -26,7 +28,7 @@ long allocationsOf(Call call)
     return allocations - before;
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef SCANSTEPS_SANITIZED
 inline void countBlock(const volatile void*, std::size_t)
 {
     ++allocations;
