@@ -39,7 +39,7 @@ TEST(FuzzCorpus, AnyChain)
     });
     testing::internal::GetCapturedStdout();
     testing::internal::GetCapturedStderr();
-    EXPECT_GE(count, 40);
+    EXPECT_GE(count, 80);
 }
 
 }  // namespace

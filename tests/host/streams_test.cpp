@@ -245,6 +245,7 @@ TEST(Receive, RecordsWhatTheSenderSends)
 {
     const TempDir dir;
     ReceiveProgram receiver("--once --out \"" + (dir / "run.rec") + "\"");
+    EXPECT_THAT(receiver.said(), HasSubstr("listening on 127.0.0.1:"));  // nobody else's business
     const auto sender = runProgram("run \"" + kSource + "sender " + receiver.to() + "\"");
     EXPECT_EQ(sender.exitCode, 0) << sender.err;
     EXPECT_EQ(receiver.end(), 0) << receiver.said();
