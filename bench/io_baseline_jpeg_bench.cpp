@@ -13,6 +13,7 @@
 
 #include "../tests/support/jpeg.h"
 #include "io/baseline_jpeg.h"
+#include "scaled.h"
 #ifdef SCANSTEPS_PEER_TURBOJPEG
 #include <turbojpeg.h>
 #endif
@@ -25,40 +26,6 @@ using scansteps::test::Image;
 double now()
 {
     return double(std::clock()) / CLOCKS_PER_SEC;
-}
-
-/// Middle part of the picture with the wanted proportions, scaled with cubic interpolation (Catmull and Rom),
-/// which keeps the detail that a photograph of this size would have better than a linear one.
-Image scaled(const Image& from, int width, int height)
-{
-    const double step = std::min(double(from.width) / width, double(from.height) / height);
-    const double left = (from.width - step * width) / 2;
-    const double top = (from.height - step * height) / 2;
-    const auto weights = [](double t) {
-        return std::array<double, 4>{((2 - t) * t - 1) * t / 2, ((3 * t - 5) * t * t + 2) / 2,
-                                     ((4 - 3 * t) * t + 1) * t / 2, (t - 1) * t * t / 2};
-    };
-    Image to{width, height, std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * 3)};
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            const double sx = left + (x + 0.5) * step - 0.5;
-            const double sy = top + (y + 0.5) * step - 0.5;
-            const auto wx = weights(sx - std::floor(sx));
-            const auto wy = weights(sy - std::floor(sy));
-            for (int c = 0; c < 3; ++c) {
-                double sum = 0;
-                for (int j = 0; j < 4; ++j)
-                    for (int i = 0; i < 4; ++i) {
-                        const int px = std::clamp(int(std::floor(sx)) - 1 + i, 0, from.width - 1);
-                        const int py = std::clamp(int(std::floor(sy)) - 1 + j, 0, from.height - 1);
-                        sum += wx[std::size_t(i)] * wy[std::size_t(j)] *
-                               from.rgb[std::size_t(py * from.width + px) * 3 + std::size_t(c)];
-                    }
-                to.rgb[(std::size_t(y) * std::size_t(width) + std::size_t(x)) * 3 + std::size_t(c)] =
-                    std::uint8_t(std::clamp(sum + 0.5, 0.0, 255.0));
-            }
-        }
-    return to;
 }
 
 std::array<std::vector<std::uint8_t>, 3> planesFor(int width, int height)
@@ -90,7 +57,7 @@ void peer(tjhandle handle, const std::vector<std::uint8_t>& file, int width, int
 
 void decodePhoto(benchmark::State& state, const std::string& name, int width, int height, int quality)
 {
-    const Image image = scaled(scansteps::test::examplePhoto(name), width, height);
+    const Image image = scansteps::bench::scaled(scansteps::test::examplePhoto(name), width, height);
     const std::vector<std::uint8_t> file = scansteps::test::encodeJpeg(image, {.quality = quality});
     auto planes = planesFor(width, height);
     double ourSeconds = 0;
