@@ -153,14 +153,16 @@ Parts runParts(const Photos& photos, CannyWorkspace& work)
     const auto width = std::size_t(photos.width()), height = std::size_t(photos.height());
     std::vector<std::uint16_t> frame(width * height);
     std::vector<std::uint8_t> rgb(3 * frame.size());
+    Array memory;
     for (int i = 0; i < kFrames; ++i) {
         double start = seconds();
         std::FILE* in = std::fopen(photos.file("in", i).c_str(), "rb");
-        const auto image = readJpeg(in, kJpegBytesAlways);
+        auto image = readJpeg(in, kJpegBytesAlways, std::move(memory));
         std::fclose(in);
         parts.jpeg += seconds() - start;
 
         rgbToYuyv(image->bytes(), frame, width, height);
+        memory = std::move(image->pixels);
         start = seconds();
         cannyFrame16(frame, width, height, Frame16::Video, 1, kLow, kHigh, 3, work);
         parts.canny += seconds() - start;
@@ -168,7 +170,8 @@ Parts runParts(const Photos& photos, CannyWorkspace& work)
         yuyvToRgb(frame, rgb, width, height);
         start = seconds();
         std::FILE* out = std::fopen(photos.file("part", i).c_str(), "wb");
-        writeJpeg(out, kQuality, photos.width(), photos.height(), true, rgb);
+        PictureRows rows(rgb, photos.width(), true);
+        writeJpeg(out, kQuality, photos.width(), photos.height(), rows);
         std::fclose(out);
         parts.jpeg += seconds() - start;
     }

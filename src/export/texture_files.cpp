@@ -77,7 +77,8 @@ std::vector<std::unique_ptr<OutputFile>> writePages(const TexturedModel& model, 
             continue;
         }
         const TexturePage page = makePage(model, layout, number);
-        if (!writeJpeg(file->stream(), 100, page.width, page.width, true, page.rgb))
+        PictureRows rows(page.rgb, page.width, true);
+        if (!writeJpeg(file->stream(), 100, page.width, page.width, rows))
             failf("cannot write \"%.900s\"", name.c_str());
         files.push_back(std::move(file));
     }

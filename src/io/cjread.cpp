@@ -1,6 +1,5 @@
 #include "io/cjread.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "framework/step_factory.h"
@@ -10,14 +9,11 @@ namespace scansteps {
 
 SCANSTEPS_STEP(Cjread)
 
-std::optional<HeldImage> Cjread::load(const std::string& path)
+std::optional<HeldImage> Cjread::load(const std::string& path, Array&& memory)
 {
-    std::optional<RgbImage> image = loadImage(path);
+    std::optional<RgbImage> image = loadImage(path, std::move(memory));
     if (!image) return std::nullopt;
-    Array pixels(Kind::Uchar, static_cast<std::uint32_t>(image->width) * 3,
-                 static_cast<std::uint32_t>(image->height));
-    std::ranges::copy(image->bytes(), pixels.elements<std::uint8_t>().begin());
-    return HeldImage{image->width, image->height, std::move(pixels)};
+    return HeldImage{image->width, image->height, std::move(image->pixels)};
 }
 
 }  // namespace scansteps

@@ -48,7 +48,7 @@ std::nullopt_t refuse(const BaselineJpegDecoder& decoder)
 
 }  // namespace
 
-std::optional<HeldImage> CjreadF::load(const std::string& path)
+std::optional<HeldImage> CjreadF::load(const std::string& path, Array&& memory)
 {
     const std::optional<std::vector<std::uint8_t>> file = readFile(path);
     if (!file) {
@@ -64,17 +64,18 @@ std::optional<HeldImage> CjreadF::load(const std::string& path)
 
     // Samples carry Cb in even columns and Cr in odd ones, and the second chroma plane is that of even
     // columns.
-    std::vector<std::uint8_t> planes((2 * height + 32) * width);
+    planes_.resize((2 * height + 32) * width);
     const std::size_t chroma = decoder.planeSize(1, JpegLayout::kYuv420).samples();
-    const auto luma = std::span(planes).first(width * height);
-    const auto cr = std::span(planes).subspan(luma.size(), chroma);
-    const auto cb = std::span(planes).subspan(luma.size() + chroma, chroma);
+    const auto luma = std::span(planes_).first(width * height);
+    const auto cr = std::span(planes_).subspan(luma.size(), chroma);
+    const auto cb = std::span(planes_).subspan(luma.size() + chroma, chroma);
     decoder.setComponents({luma, cb, cr});
     if (const int result = decoder.decode(); result != 0) {
         print::field(result, " result\n");
         return refuse(decoder);
     }
-    image.pixels = Array(Kind::Ushort, std::uint32_t(width), std::uint32_t(height));
+    image.pixels = std::move(memory);
+    image.pixels.reshape(Kind::Ushort, std::uint32_t(width), std::uint32_t(height));
     packYuyv16(luma, cb, cr, image.pixels.elements<std::uint16_t>(), width, height);
     return image;
 }
@@ -86,7 +87,7 @@ void CjreadF::describe(varitype& record)
 
 // The record takes over the image and the output buffer gets a copy: one copy of the pixels, as with one
 // form.
-void CjreadF::deliver(Array&& image, Array& frame, varitype& record)
+void CjreadF::deliver(Array& image, Array& frame, varitype& record)
 {
     frame = image;
     record.set("data", std::move(image));

@@ -1,6 +1,8 @@
 // Step cjreadf: YUYV16 frames from numbered baseline JPEG files, decoded by the library itself.
 #pragma once
 
+#include <vector>
+
 #include "io/image_source.h"
 
 namespace scansteps {
@@ -13,9 +15,11 @@ class CjreadF final : public ImageSource
     const char* getName() override { return "CjreadF"; }
 
   private:
-    std::optional<HeldImage> load(const std::string& path) override;
+    std::optional<HeldImage> load(const std::string& path, Array&& memory) override;
     void describe(varitype& record) override;
-    void deliver(Array&& image, Array& frame, varitype& record) override;
+    void deliver(Array& image, Array& frame, varitype& record) override;
+
+    std::vector<std::uint8_t> planes_;
 };
 
 }  // namespace scansteps

@@ -1,5 +1,8 @@
 #include "io/cjwrite.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "convert/grey_window.h"
 #include "convert/yuyv.h"
 #include "framework/print.h"
@@ -37,15 +40,88 @@ void Cjwrite::init(varitype& params)
     forward(*this, params);
 }
 
+namespace {
+
+/// Copies a frame from top to bottom as its rows are asked for, and makes a picture of them while they are in
+/// the cache.
+class CopiedRows : public RowSource
+{
+  public:
+    CopiedRows(const Array& from, Array& to, std::size_t rowBytes) : from_(from), to_(to), rowBytes_(rowBytes)
+    {
+        to.reshape(from.kind(), from.dim(0), from.dim(1), from.dim(2));
+    }
+    const std::uint8_t* rows(int first, int count) override
+    {
+        copyUpTo(rowBytes_ * static_cast<std::size_t>(first + count));
+        return picture(to_.data() + rowBytes_ * static_cast<std::size_t>(first), count);
+    }
+    /// What nobody asked for.
+    void finish() { copyUpTo(to_.byteSize()); }
+
+  protected:
+    virtual const std::uint8_t* picture(const std::byte* rows, int)
+    {
+        return reinterpret_cast<const std::uint8_t*>(rows);
+    }
+
+  private:
+    void copyUpTo(std::size_t end)
+    {
+        if (end > copied_ && to_.data() != from_.data())
+            std::memcpy(to_.data() + copied_, from_.data() + copied_, end - copied_);
+        copied_ = std::max(copied_, end);
+    }
+
+    const Array& from_;
+    Array& to_;
+    std::size_t rowBytes_;
+    std::size_t copied_ = 0;
+};
+
+}  // namespace
+
+// 16-bit samples, whatever the format calls them: colour of video frames, else grey through the window.
+class Cjwrite::SampleRows final : public CopiedRows
+{
+  public:
+    SampleRows(Cjwrite& step, const Array& from, Array& to)
+        : CopiedRows(from, to, 2 * static_cast<std::size_t>(step.width_)), step_(step)
+    {
+        step.rgb_.resize(3 * static_cast<std::size_t>(step.width_) * kRowsAtOnce);
+    }
+
+  private:
+    const std::uint8_t* picture(const std::byte* rows, int count) override
+    {
+        const std::size_t width = static_cast<std::size_t>(step_.width_),
+                          height = static_cast<std::size_t>(count);
+        const std::span samples(reinterpret_cast<const std::uint16_t*>(rows), width * height);
+        const std::span rgb = std::span(step_.rgb_).first(3 * samples.size());
+        if (step_.isVideo_)
+            yuyvToRgb(samples, rgb, width, height);
+        else
+            greyWindow(samples, rgb, step_.window_, step_.level_);
+        return rgb.data();
+    }
+
+    Cjwrite& step_;
+};
+
 void Cjwrite::process(varitype& params)
 {
     StepTimer timer(*this);
-    Array& frame = frame_.pixels();
-    frame = pixelsOf(params["handle"].as<std::int32_t>());
-    if (format_ == format::kU1x8)
-        writeRgb(frame);
-    else
-        writeSamples(frame);
+    Array& frame = pixelsOf(params["handle"].as<std::int32_t>());
+    if (format_ == format::kU1x8) {
+        checkFrame(*this, frame, frame_.shape());
+        CopiedRows rows(frame, frame_.pixels(), 3 * static_cast<std::size_t>(width_));
+        write(rows);
+    } else {
+        samples16(*this, frame, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
+        SampleRows rows(*this, frame, frame_.pixels());
+        print::labelled(fileName_, " filename.c_str()\n");
+        write(rows);
+    }
     incrementName(fileName_);
 
     varitype record = copyRecord(params);
@@ -54,25 +130,11 @@ void Cjwrite::process(varitype& params)
     forward(*this, record);
 }
 
-void Cjwrite::writeRgb(const Array& frame)
+template <class Rows>
+void Cjwrite::write(Rows& rows)
 {
-    checkFrame(*this, frame, frame_.shape());
-    writeImage(fileName_, quality_, width_, height_, true, frame.elements<std::uint8_t>());
-}
-
-// 16-bit samples, whatever the format calls them: colour of video frames, else grey through the window.
-void Cjwrite::writeSamples(Array& frame)
-{
-    const auto width = static_cast<std::uint32_t>(width_);
-    const auto height = static_cast<std::uint32_t>(height_);
-    const std::span<const std::uint16_t> samples = samples16(*this, frame, width, height);
-    rgb_.resize(samples.size() * 3);
-    if (isVideo_)
-        yuyvToRgb(samples, rgb_, width, height);
-    else
-        greyWindow(samples, rgb_, window_, level_);
-    print::labelled(fileName_, " filename.c_str()\n");
-    writeImage(fileName_, quality_, width_, height_, true, rgb_);
+    writeImage(fileName_, quality_, width_, height_, rows);
+    rows.finish();
 }
 
 }  // namespace scansteps

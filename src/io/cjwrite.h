@@ -18,8 +18,9 @@ class Cjwrite final : public CPUBase
     void process(varitype& params) override;
 
   private:
-    void writeRgb(const Array& frame);
-    void writeSamples(Array& frame);
+    class SampleRows;
+    template <class Rows>
+    void write(Rows& rows);
 
     std::string fileName_;
     int quality_ = 75;
@@ -29,7 +30,7 @@ class Cjwrite final : public CPUBase
     int window_ = 256, level_ = 128;
     TextureSet frame_;
     TextureSet spare_;               // holds its handle, nothing is done with it
-    std::vector<std::uint8_t> rgb_;  // the picture made of 16-bit samples
+    std::vector<std::uint8_t> rgb_;  // some rows of the picture made of 16-bit samples
 };
 
 }  // namespace scansteps

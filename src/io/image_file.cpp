@@ -76,7 +76,7 @@ std::array<std::uint8_t, 256> scaleTable(int maxval)
     return table;
 }
 
-std::optional<RgbImage> loadPpm(std::FILE* file, int magic)
+std::optional<RgbImage> loadPpm(std::FILE* file, int magic, Array memory)
 {
     print::field(magic, " fmt\n");
     PpmHeader header;
@@ -94,25 +94,24 @@ std::optional<RgbImage> loadPpm(std::FILE* file, int magic)
     const auto available = remainingBytes(file);
     if (!available || *available < sampleCount) return refuse("PPM file: fewer samples than its header says");
 
-    RgbImage image{header.width, header.height, nullptr};
-    image.pixels = std::make_unique_for_overwrite<std::uint8_t[]>(image.size());
+    RgbImage image{header.width, header.height, {}};
+    std::uint8_t* const pixels = image.takeRoom(std::move(memory));
     // Grey samples are read into the last third and spread from there, which never overtakes the reading.
-    std::uint8_t* const samples = image.pixels.get() + (image.size() - sampleCount);
+    std::uint8_t* const samples = pixels + (image.size() - sampleCount);
     if (std::fread(samples, 1, sampleCount, file) != sampleCount) return refuse("PPM file: read error");
     const auto scale = scaleTable(header.maxval);
     if (!isRgb)
-        for (std::size_t i = 0; i < pixelCount; ++i)
-            std::fill_n(image.pixels.get() + 3 * i, 3, scale[samples[i]]);
+        for (std::size_t i = 0; i < pixelCount; ++i) std::fill_n(pixels + 3 * i, 3, scale[samples[i]]);
     else if (header.maxval != 255)
         std::transform(samples, samples + sampleCount, samples, [&](std::uint8_t s) { return scale[s]; });
     return image;
 }
 
-std::optional<RgbImage> loadJpeg(std::FILE* file)
+std::optional<RgbImage> loadJpeg(std::FILE* file, Array memory)
 {
     const auto available = remainingBytes(file);
     if (!available) return refuse("JPEG file: not a file that can be read twice");
-    return readJpeg(file, std::max(kJpegBytesAlways, *available * kJpegBytesPerFileByte));
+    return readJpeg(file, std::max(kJpegBytesAlways, *available * kJpegBytesPerFileByte), std::move(memory));
 }
 
 bool holdsAnyOf(const std::string& name, std::initializer_list<const char*> texts)
@@ -128,52 +127,84 @@ File openForWriting(const std::string& path)
     return file;
 }
 
-bool writePpm(std::FILE* file, int width, int height, std::span<const std::uint8_t> pixels)
+bool writePpm(std::FILE* file, int width, int height, RowSource& source)
 {
-    return std::fprintf(file, "P6\n%d %d\n255\n", width, height) > 0 &&
-           std::fwrite(pixels.data(), 1, pixels.size(), file) == pixels.size();
+    const std::size_t rowBytes = static_cast<std::size_t>(width) * 3;
+    bool written = std::fprintf(file, "P6\n%d %d\n255\n", width, height) > 0;
+    for (int y = 0; y < height && written; y += kRowsAtOnce) {
+        const int count = std::min(kRowsAtOnce, height - y);
+        const std::uint8_t* rows = source.rows(y, count);
+        written = std::fwrite(rows, rowBytes, static_cast<std::size_t>(count), file) ==
+                  static_cast<std::size_t>(count);
+    }
+    return written;
+}
+
+bool isJpegName(const std::string& path)
+{
+    return holdsAnyOf(path, {".jpg", ".jpeg", ".JPG", ".JPEG"});
 }
 
 }  // namespace
 
-std::optional<RgbImage> loadImage(std::FILE* file)
+PictureRows::PictureRows(std::span<const std::uint8_t> pixels, int width, bool isRgb)
+    : pixels_(pixels), width_(static_cast<std::size_t>(width))
 {
-    const long start = std::ftell(file);
-    if (const auto magic = readMagic(file)) return loadPpm(file, *magic);
-    if (start < 0 || std::fseek(file, start, SEEK_SET) != 0) return refuse("image file cannot seek");
-    return loadJpeg(file);
+    if (!isRgb) spread_.resize(width_ * 3 * kRowsAtOnce);
 }
 
-std::optional<RgbImage> loadImage(const std::string& path)
+const std::uint8_t* PictureRows::rows(int first, int count)
+{
+    const auto y = static_cast<std::size_t>(first);
+    if (spread_.empty()) return pixels_.data() + y * width_ * 3;
+    for (std::size_t i = 0; i < width_ * static_cast<std::size_t>(count); ++i)
+        std::fill_n(spread_.data() + 3 * i, 3, pixels_[y * width_ + i]);
+    return spread_.data();
+}
+
+std::optional<RgbImage> loadImage(std::FILE* file, Array memory)
+{
+    const long start = std::ftell(file);
+    if (const auto magic = readMagic(file)) return loadPpm(file, *magic, std::move(memory));
+    if (start < 0 || std::fseek(file, start, SEEK_SET) != 0) return refuse("image file cannot seek");
+    return loadJpeg(file, std::move(memory));
+}
+
+std::optional<RgbImage> loadImage(const std::string& path, Array memory)
 {
     File file = openFile(path, "rb");
     if (!file) {
         print::line("image file not found");
         return std::nullopt;
     }
-    if (const auto magic = readMagic(file.get())) return loadPpm(file.get(), *magic);
+    if (const auto magic = readMagic(file.get())) return loadPpm(file.get(), *magic, std::move(memory));
     file = openFile(path, "rb");
     if (!file) {
         std::fprintf(stderr, "can't open %s\n", path.c_str());
         return std::nullopt;
     }
-    return loadJpeg(file.get());
+    return loadJpeg(file.get(), std::move(memory));
 }
 
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
                 std::span<const std::uint8_t> pixels)
 {
-    const bool isJpeg = holdsAnyOf(path, {".jpg", ".jpeg", ".JPG", ".JPEG"});
-    if (!isJpeg && (!isRgb || !holdsAnyOf(path, {".ppm", ".PPM"}))) return false;
-    if (width < 1 || height < 1) return false;
+    if (width < 1 || height < 1 || (!isRgb && !isJpegName(path))) return false;
     const std::size_t rowBytes = static_cast<std::size_t>(width) * (isRgb ? 3 : 1);
     if (pixels.size() / rowBytes < static_cast<std::size_t>(height)) return false;
-    const auto image = pixels.first(rowBytes * static_cast<std::size_t>(height));
+    PictureRows source(pixels, width, isRgb);
+    return writeImage(path, quality, width, height, source);
+}
 
+bool writeImage(const std::string& path, int quality, int width, int height, RowSource& source)
+{
+    const bool isJpeg = isJpegName(path);
+    if (!isJpeg && !holdsAnyOf(path, {".ppm", ".PPM"})) return false;
+    if (width < 1 || height < 1) return false;
     File file = openForWriting(path);
     if (!file) return false;
-    const bool written = isJpeg ? writeJpeg(file.get(), quality, width, height, isRgb, image)
-                                : writePpm(file.get(), width, height, image);
+    const bool written = isJpeg ? writeJpeg(file.get(), quality, width, height, source)
+                                : writePpm(file.get(), width, height, source);
     return std::fclose(file.release()) == 0 && written;
 }
 

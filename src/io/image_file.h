@@ -5,10 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
+#include <vector>
+
+#include "scansteps/array.h"
 
 namespace scansteps {
 
@@ -17,13 +20,21 @@ struct RgbImage
 {
     int width = 0;   ///< at least 1
     int height = 0;  ///< at least 1
-    std::unique_ptr<std::uint8_t[]> pixels;
+    Array pixels;    ///< as a frame has them: 3 x width unsigned chars a row
 
     std::size_t size() const
     {
         return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
     }
-    std::span<const std::uint8_t> bytes() const { return {pixels.get(), size()}; }
+    std::span<const std::uint8_t> bytes() const { return pixels.elements<std::uint8_t>(); }
+    /// Room for the pixels, in `memory` where that has just their size; returns it.
+    std::uint8_t* takeRoom(Array&& memory)
+    {
+        pixels = std::move(memory);
+        pixels.reshape(Kind::Uchar, static_cast<std::uint32_t>(width) * 3,
+                       static_cast<std::uint32_t>(height));
+        return pixels.elements<std::uint8_t>().data();
+    }
 };
 
 /// Pixels of a JPEG file are decoded only up to this many bytes, or this many a byte of the file where that
@@ -38,12 +49,38 @@ inline constexpr std::uint64_t kJpegBytesPerFileByte = std::uint64_t{64} * 8 * 3
 /// else is decoded as JPEG (ITU-T T.81), a truncated one as far as it goes with the library's warning.
 /// Nothing is returned, and the reason printed, for a file that cannot be opened ("image file not found"),
 /// has sizes or a maxval below 1, is shorter than its header says, claims more than the limits above, or is
-/// broken. Never throws for a bad file; std::bad_alloc where memory is really short.
-std::optional<RgbImage> loadImage(const std::string& path);
+/// broken. Never throws for a bad file; std::bad_alloc where memory is really short. `memory` of an image of
+/// the same size is used again.
+std::optional<RgbImage> loadImage(const std::string& path, Array memory = {});
 
 /// The same from an open stream in binary mode that can seek, from its current position. The stream stays
 /// open.
-std::optional<RgbImage> loadImage(std::FILE* file);
+std::optional<RgbImage> loadImage(std::FILE* file, Array memory = {});
+
+/// Rows of an RGB picture for a writer that takes some at a time, so that they are made while they stay in a
+/// cache.
+class RowSource
+{
+  public:
+    virtual ~RowSource() = default;
+    /// Rows first ... first + count - 1 without gaps, from the top on; valid until the next call.
+    virtual const std::uint8_t* rows(int first, int count) = 0;
+};
+/// Rows that are asked for at once, except at the end.
+inline constexpr int kRowsAtOnce = 16;
+
+/// A picture that is there, RGB or grey, which becomes RGB with equal samples. `pixels` holds all of it.
+class PictureRows final : public RowSource
+{
+  public:
+    PictureRows(std::span<const std::uint8_t> pixels, int width, bool isRgb);
+    const std::uint8_t* rows(int first, int count) override;
+
+  private:
+    std::span<const std::uint8_t> pixels_;
+    std::size_t width_;
+    std::vector<std::uint8_t> spread_;  // rows of a grey picture as RGB
+};
 
 /// Writes a file whose kind is told by the first of these texts that its name holds anywhere: ".jpg",
 /// ".jpeg",
@@ -53,5 +90,7 @@ std::optional<RgbImage> loadImage(std::FILE* file);
 /// a file that cannot be opened ("can't open NAME" on standard error); false also when writing fails midway.
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
                 std::span<const std::uint8_t> pixels);
+/// The same for RGB from a source, which is not asked when nothing is written.
+bool writeImage(const std::string& path, int quality, int width, int height, RowSource& source);
 
 }  // namespace scansteps

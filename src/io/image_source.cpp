@@ -11,16 +11,16 @@ namespace scansteps {
 
 void ImageSource::describe(varitype&) {}
 
-void ImageSource::deliver(Array&& image, Array& frame, varitype&)
+void ImageSource::deliver(Array& image, Array& frame, varitype&)
 {
-    frame = std::move(image);
+    std::swap(frame, image);
 }
 
 void ImageSource::init(varitype& params)
 {
     const Settings settings(*this, params);
     currentName_ = settings.text("load.name");
-    held_ = load(currentName_);
+    held_ = load(currentName_, {});
     if (held_) loadedName_ = currentName_;
     incr_ = settings.integer("load.incr");
     count_ = settings.integer("load.count");
@@ -57,7 +57,8 @@ void ImageSource::process(varitype& params)
     record.set("handle", out_.handle());
     record.set("filename", deliveredName);
     // A later file may have another size: the frame says so, and the steps that cannot take it complain.
-    deliver(std::move(image), out_.pixels(), record);
+    deliver(image, out_.pixels(), record);
+    spare_ = std::move(image);
     timer.stop();
     forward(*this, record);
 }
@@ -67,7 +68,7 @@ void ImageSource::loadNext()
     const bool wrapped = advanceName(currentName_, incr_);
     held_.reset();
     if (!one_) {
-        held_ = load(currentName_);
+        held_ = load(currentName_, std::move(spare_));
         if (held_) {
             loadedName_ = currentName_;
             print::labelled(loadedName_, " filename.c_str()\n");

@@ -29,12 +29,14 @@ class ImageSource : public CPUBase
     void process(varitype& params) override;
 
   protected:
-    /// Decodes a file; nothing, with the reason printed, when that fails.
-    virtual std::optional<HeldImage> load(const std::string& path) = 0;
+    /// Decodes a file; nothing, with the reason printed, when that fails. `memory` is that of an earlier
+    /// frame, to be used again.
+    virtual std::optional<HeldImage> load(const std::string& path, Array&& memory) = 0;
     /// Adds what else the step says about its frames to the initialise record.
     virtual void describe(varitype& record);
-    /// Puts the image into the output buffer and, where the step does so, into the record of the frame.
-    virtual void deliver(Array&& image, Array& frame, varitype& record);
+    /// Puts the image into the output buffer and, where the step does so, into the record of the frame. What
+    /// is left in `image` is memory for a later one.
+    virtual void deliver(Array& image, Array& frame, varitype& record);
 
   private:
     void loadNext();
@@ -43,6 +45,7 @@ class ImageSource : public CPUBase
     int incr_ = 1, count_ = 0, delivered_ = 0;
     bool one_ = false;
     std::optional<HeldImage> held_;
+    Array spare_;  // memory of an earlier frame
     TextureSet out_;
 };
 

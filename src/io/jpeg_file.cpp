@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <csetjmp>
-#include <vector>
 
 // Every function that calls setjmp holds only plain values between the call and the library's code, and none
 // that it changes there, so that a jump back skips no destructor and finds every value as it was. What has a
@@ -102,24 +101,29 @@ struct Encoder
     ~Encoder() { jpeg_destroy_compress(&jpeg); }
 };
 
-// `spread` holds one row of RGB for grey pixels, and is empty for RGB ones.
-bool encode(Encoder& encoder, std::FILE* file, int quality, const std::uint8_t* pixels,
-            std::span<std::uint8_t> spread)
+// Passes rows on until the library has them all.
+void putRows(jpeg_compress_struct& jpeg, const std::uint8_t* pixels, int count)
+{
+    std::array<JSAMPROW, kRowsAtOnce> rows{};
+    const auto end = static_cast<JDIMENSION>(count);
+    // The library takes rows that it only reads as pointers to bytes that could change.
+    for (JDIMENSION i = 0; i < end; ++i)
+        rows[i] = const_cast<JSAMPROW>(pixels) + std::size_t{jpeg.image_width} * 3 * i;
+    for (JDIMENSION put = 0; put < end;) put += jpeg_write_scanlines(&jpeg, rows.data() + put, end - put);
+}
+
+bool encode(Encoder& encoder, std::FILE* file, int quality, RowSource& source)
 {
     auto& jpeg = encoder.jpeg;
-    const std::size_t width = jpeg.image_width;
     if (setjmp(encoder.errors.escape) != 0) return false;
     jpeg_set_defaults(&jpeg);
     jpeg_set_quality(&jpeg, quality, TRUE);
     jpeg_stdio_dest(&jpeg, file);
     jpeg_start_compress(&jpeg, TRUE);
     while (jpeg.next_scanline < jpeg.image_height) {
-        const std::size_t y = jpeg.next_scanline;
-        // The library takes rows that it only reads as pointers to bytes that could change.
-        JSAMPROW row = spread.empty() ? const_cast<JSAMPROW>(pixels + y * width * 3) : spread.data();
-        if (!spread.empty())
-            for (std::size_t x = 0; x < width; ++x) std::fill_n(row + 3 * x, 3, pixels[y * width + x]);
-        jpeg_write_scanlines(&jpeg, &row, 1);
+        const int y = static_cast<int>(jpeg.next_scanline);
+        const int count = std::min(kRowsAtOnce, static_cast<int>(jpeg.image_height) - y);
+        putRows(jpeg, source.rows(y, count), count);
     }
     jpeg_finish_compress(&jpeg);
     return true;
@@ -139,7 +143,7 @@ bool createEncoder(Encoder& encoder, int width, int height)
 
 }  // namespace
 
-std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes)
+std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes, Array memory)
 {
     Decoder decoder;
     if (!readHeader(decoder, file)) return std::nullopt;
@@ -156,17 +160,14 @@ std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes)
     if (!startDecoding(decoder, static_cast<long>(maxWork))) return std::nullopt;
     image.width = static_cast<int>(decoder.jpeg.output_width);
     image.height = static_cast<int>(decoder.jpeg.output_height);
-    image.pixels = std::make_unique_for_overwrite<std::uint8_t[]>(image.size());
-    if (!readRows(decoder, image.pixels.get())) return std::nullopt;
+    if (!readRows(decoder, image.takeRoom(std::move(memory)))) return std::nullopt;
     return image;
 }
 
-bool writeJpeg(std::FILE* file, int quality, int width, int height, bool isRgb,
-               std::span<const std::uint8_t> pixels)
+bool writeJpeg(std::FILE* file, int quality, int width, int height, RowSource& source)
 {
-    std::vector<std::uint8_t> spread(isRgb ? 0 : static_cast<std::size_t>(width) * 3);
     Encoder encoder;
-    return createEncoder(encoder, width, height) && encode(encoder, file, quality, pixels.data(), spread);
+    return createEncoder(encoder, width, height) && encode(encoder, file, quality, source);
 }
 
 }  // namespace scansteps

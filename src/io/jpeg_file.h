@@ -14,11 +14,9 @@ namespace scansteps {
 
 /// Decodes a JPEG stream to RGB. Refuses, with a line on standard error, an image of more than `maxBytes`
 /// bytes of pixels before memory is taken for it, and one with more scans than photographs ever have.
-std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes);
+std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes, Array memory = {});
 
-/// Encodes rows of RGB or grey pixels (grey is written as RGB with equal samples) as baseline JPEG. `pixels`
-/// holds width × height × 3 or × 1 bytes. Returns false after a fatal error, whose message was printed.
-bool writeJpeg(std::FILE* file, int quality, int width, int height, bool isRgb,
-               std::span<const std::uint8_t> pixels);
+/// Encodes rows of RGB pixels as baseline JPEG. Returns false after a fatal error, whose message was printed.
+bool writeJpeg(std::FILE* file, int quality, int width, int height, RowSource& source);
 
 }  // namespace scansteps

@@ -180,8 +180,8 @@ TEST_F(CpuPlyTest, picturesAsBytesAndByHandle)
     ASSERT_TRUE(page);
     std::size_t reds = 0, blues = 0;
     for (std::size_t i = 0; i < page->size(); i += 3) {
-        reds += page->pixels[i] > 240 && page->pixels[i + 2] < 15;
-        blues += page->pixels[i + 2] > 240 && page->pixels[i] < 15;
+        reds += page->bytes()[i] > 240 && page->bytes()[i + 2] < 15;
+        blues += page->bytes()[i + 2] > 240 && page->bytes()[i] < 15;
     }
     EXPECT_GT(reds, 600U);  // two parts of 20 x 30 pixels and their borders
     EXPECT_GT(blues, 600U);

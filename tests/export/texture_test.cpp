@@ -191,7 +191,7 @@ TEST(ObjWriter, pagesShowEachTriangleItsOwnPicture)
                     const std::size_t at =
                         static_cast<std::size_t>(3 * (static_cast<int>(y + 0.5F) * 128 + column));
                     for (std::size_t i = 0; i < 3; ++i)
-                        EXPECT_NEAR(page->pixels[at + i], want.rgb[i], 6) << face.page;
+                        EXPECT_NEAR(page->bytes()[at + i], want.rgb[i], 6) << face.page;
                 }
             }
         }
@@ -236,9 +236,9 @@ TEST(ObjWriter, onePictureIsCopiedUnscaledAndClipped)
         EXPECT_THAT(printed, testing::AllOf(testing::HasSubstr("time "), testing::HasSubstr("ms\n")));
         const auto page = loadImage(dir / "a.jpg");
         ASSERT_TRUE(page && page->width == side && page->height == side);
-        EXPECT_NEAR(page->pixels[0], 255, 3);
+        EXPECT_NEAR(page->bytes()[0], 255, 3);
         const std::size_t below = static_cast<std::size_t>(3 * side * 62);
-        EXPECT_NEAR(page->pixels[below], 0, 3);
+        EXPECT_NEAR(page->bytes()[below], 0, 3);
     }
 }
 

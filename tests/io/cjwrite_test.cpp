@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "convert/grey_window.h"
 #include "io/image_file.h"
 #include "support/chain.h"
 #include "support/images.h"
@@ -121,6 +122,22 @@ TEST_F(CjwriteTest, aFailedWriteIsNoError)
     EXPECT_NE(chain.arrived[1].frame, nullptr);
     EXPECT_NE(chain.arrived[3].frame, nullptr);
     EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(dir / "x").parent_path()));
+}
+
+// Frames are copied while they are written, some rows at a time: all of them arrive, taller ones than the
+// step was told of and those that no file is made of included.
+TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
+{
+    std::vector<std::uint16_t> samples(6 * 45);
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<std::uint16_t>(32768 + i);
+    for (const char* name : {"tall.ppm", "tall.png"}) {
+        init(name, 6, 41, {{"dataFormat", "CPU::u_1x16"}});
+        processSamples(6, 45, samples);
+        EXPECT_THAT(chain.arrived.back().frame->elements<std::uint16_t>(), ElementsAreArray(samples)) << name;
+    }
+    std::vector<std::uint8_t> grey(3 * 6 * 41);
+    scalar::greyWindow(std::span(samples).first(6 * 41), grey, 256, 128);
+    EXPECT_EQ(written("tall.ppm"), grey);
 }
 
 TEST_F(CjwriteTest, framesThatDoNotFitThrowBothSizes)
