@@ -86,7 +86,7 @@ void compareWithCopy(benchmark::State& state, double pixels, double bytesPerPixe
 inline void frameSizes(benchmark::internal::Benchmark* b)
 {
     b->Args({640, 480})->Args({1920, 1080})->Args({3840, 2160})->Args({7680, 4320});
-    b->Iterations(25)->UseManualTime()->Unit(benchmark::kMicrosecond);  // turns, not calls
+    b->Iterations(15)->UseManualTime()->Unit(benchmark::kMicrosecond);  // turns, not calls
 }
 
 }  // namespace scansteps::bench

@@ -95,7 +95,7 @@ def conversions():
     if not runs:
         return
     section("Conversions", command("convert_pixels_bench") + """
-Processor time, one thread; kernel and yardstick take turns in blocks of 4 ms, median of 25 turns (`bench/ratio.h`).
+Processor time, one thread; kernel and yardstick take turns in blocks of 4 ms, median of 15 turns (`bench/ratio.h`).
 "Of memcpy": of a `memcpy` that moves (bytes read + written) / 2. Growth: time a pixel at 7680×4320 over that at 640×480,
 in brackets that of the `memcpy` in the same turns. A frame of 640×480 lies in the second-level cache, the largest in none:
 where memcpy grows by more than 1.6, so does every kernel that is as quick as memory.
