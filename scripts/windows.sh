@@ -51,11 +51,21 @@ cp -r docs examples "$package/"
 rm -f "$zip"
 (cd "$work" && zip -qr "$zip" "$(basename "$package")")
 
-# It runs from the zip alone, in a folder whose name has blanks and other letters.
+# It runs from the zip alone, on a system that never saw it, in a folder whose name has blanks and other letters.
+export SCANSTEPS_WINEPREFIX=$work/prefix SCANSTEPS_WINEPATH=
+trap '"$wine" --stop; unset SCANSTEPS_WINEPREFIX; "$wine" --stop; rm -rf "$work"' EXIT
+"$wine" --start
 place="$work/ein Ordner äöü 目录"
-mkdir "$place"
-(cd "$place" && unzip -q "$zip")
-(cd "$place" && WINEPATH='' "$wine" scansteps-windows-x64/bin/scansteps.exe run --quiet \
-    "ccap1 capture.dev_name=test:moving@max capture.count_max=5 dataX=320 dataY=240 ! ccanny ! cjwrite name=kanten0000.jpg") >/dev/null
-[ -f "$place/kanten0004.jpg" ] || { echo "windows: the packed program left no pictures" >&2; exit 1; }
+mkdir -p "$place/Bilder ß"
+cp examples/images/img000[0-2].jpg "$place/Bilder ß/"
+cd "$place"
+unzip -q "$zip"
+packed() { "$wine" scansteps-windows-x64/bin/scansteps.exe "$@"; }
+packed run --quiet "ccap1 capture.dev_name=test:moving capture.count_max=120 ! ccanny ! cjwrite name=edge0000.jpg" >/dev/null
+packed run --quiet "cjread load.name='Bilder ß/img0000.jpg' ! cyuv ! ccanny trl=200 trh=500 ! cjwrite name='Bilder ß/目0000.jpg'" >/dev/null
+pictures=(edge0000.jpg edge0119.jpg "Bilder ß"/目000[0-2].jpg)
+for picture in "${pictures[@]}"; do
+    [ -s "$picture" ] || { echo "windows: the packed program left no $picture" >&2; exit 1; }
+done
+[ ! -e edge0120.jpg ] && [ ${#pictures[@]} = 5 ] || { echo "windows: the packed program left other pictures" >&2; exit 1; }
 echo "windows: $zip, $(du -h "$zip" | cut -f1)"

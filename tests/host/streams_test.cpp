@@ -355,8 +355,8 @@ TEST(Sender, ReceiverThatClosesInTheMiddleIsExitCode4)
     EXPECT_TRUE(readFile(dir / "run.rec").ends_with(std::string("\xEB\x03\0\0", 4)));
 }
 
-// Not on Windows, which has no pipes among its files, no full disk to ask for and no tool that makes a link
-// lossy.
+// Not on Windows, which has no shell to kill from, no pipes among its files, no full disk to ask for, and no
+// tool that makes a link lossy.
 #ifndef _WIN32
 // The recorder's file after kill -9 holds every record but the one that was being written.
 TEST(Recording, SurvivesBeingKilled)
