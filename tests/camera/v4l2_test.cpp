@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "camera/v4l2_shim.h"
 #include "io/capture.h"
@@ -34,7 +35,14 @@ using test::thrownText;
 [[gnu::constructor]] void startWithStandIn(int, char** arguments)
 {
     if (dlsym(RTLD_DEFAULT, "v4l2Shim") != nullptr || getenv("LD_PRELOAD") != nullptr) return;
-    setenv("LD_PRELOAD", SCANSTEPS_BIN_DIR "/libv4l2_shim.so", 1);
+    std::string first = SCANSTEPS_BIN_DIR "/libv4l2_shim.so";
+#ifdef __SANITIZE_THREAD__
+    // Its runtime has to be ready before the first call that the stand-in takes.
+    Dl_info runtime{};
+    if (dladdr(dlsym(RTLD_DEFAULT, "__tsan_init"), &runtime) != 0)
+        first = std::string(runtime.dli_fname) + ":" + first;
+#endif
+    setenv("LD_PRELOAD", first.c_str(), 1);
     setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
     execv("/proc/self/exe", arguments);
 }
