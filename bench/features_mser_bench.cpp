@@ -4,6 +4,7 @@
 
 #include "../tests/support/images.h"
 #include "features/mser.h"
+#include "ratio.h"
 
 namespace {
 
@@ -38,6 +39,32 @@ void regions(benchmark::State& state, const char* name)
         benchmark::Counter(1e-6 * area * double(state.iterations()), benchmark::Counter::kIsRate);
 }
 
+// How much longer a pixel takes at 3840 × 2160 than at 640 × 480, both by turns: counter "growth".
+void growth(benchmark::State& state, const char* name)
+{
+    const test::Image photo = test::examplePhoto(name);
+    const auto worker = [&](int width, int height) {
+        const int area = width * height;
+        return [grey = reflected(photo, width, height), width, height, found = std::vector<Region>(),
+                detector = MSER(1, MSER::fractionOf(9, area), MSER::fractionOf(1024, area), 0.2, 0.33,
+                                true)]() mutable {
+            found.clear();
+            detector(grey, width, height, found);
+        };
+    };
+    auto small = worker(640, 480);
+    auto large = worker(3840, 2160);
+    small(), large();
+    std::vector<double> ratios;
+    for (auto _ : state) {
+        const double before = bench::secondsPerCall(small, 13);
+        const double time = bench::secondsPerCall(large, 1);
+        ratios.push_back(time / 27 / ((before + bench::secondsPerCall(small, 13)) / 2));
+        state.SetIterationTime(time);
+    }
+    state.counters["growth"] = bench::median(ratios);
+}
+
 BENCHMARK_CAPTURE(regions, coffee, "img0000.jpg")
     ->Args({640, 480})
     ->Args({1280, 960})
@@ -56,6 +83,11 @@ BENCHMARK_CAPTURE(regions, astronaut, "photo_astronaut.jpg")
     ->Args({640, 480})
     ->Args({3840, 2160})
     ->Unit(benchmark::kMillisecond);
+
+BENCHMARK_CAPTURE(growth, coffee, "img0000.jpg")->Iterations(7)->UseManualTime();
+BENCHMARK_CAPTURE(growth, rocket, "photo_rocket.jpg")->Iterations(7)->UseManualTime();
+BENCHMARK_CAPTURE(growth, chelsea, "photo_chelsea.jpg")->Iterations(7)->UseManualTime();
+BENCHMARK_CAPTURE(growth, astronaut, "photo_astronaut.jpg")->Iterations(7)->UseManualTime();
 
 }  // namespace
 

@@ -1,4 +1,5 @@
-// Accuracy of the corners and of the registration on warped photographs with known truth. Prints a table for
+// Accuracy of the registration on warped photographs with known truth, and repeatability of the features
+// (columns "corners" and "blobs": the two responses; the first task only measures blobs). Prints a table for
 // the example photographs, or for those named on the command line:
 //     features_warp_accuracy_bench [--pairs N] [--seed N] [picture.jpg ...]
 #include <fmt/format.h>
@@ -29,11 +30,13 @@ GreyView viewOf(const std::vector<std::uint8_t>& grey)
 
 // Share of the 300 strongest features of one view, among those that both views can see, that one of the 300
 // strongest of the other lies within two pixels of.
-double repeatability(const PreparedView& a, const PreparedView& b, const Eigen::Matrix3d& truth)
+double repeatability(const std::vector<CornerFeature>& a, const std::vector<CornerFeature>& b,
+                     const Eigen::Matrix3d& truth)
 {
-    const auto strongest = [](const PreparedView& view, const Eigen::Matrix3d& toOther, bool asSeenThere) {
+    const auto strongest = [](const std::vector<CornerFeature>& features, const Eigen::Matrix3d& toOther,
+                              bool asSeenThere) {
         std::vector<Eigen::Vector2d> points;
-        for (const CornerFeature& f : view.features) {
+        for (const CornerFeature& f : features) {
             const Eigen::Vector2d p = test::mapped(toOther, double(f.x), double(f.y));
             if (p.x() < 24 || p.y() < 24 || p.x() >= test::kWarpWidth - 24 || p.y() >= test::kWarpHeight - 24)
                 continue;
@@ -64,6 +67,7 @@ struct Task
     MotionModel model;
     test::WarpRange range;
     Support support = Support::Steepest;
+    bool blobs = false;  // measures the other response as well
 };
 
 void chooseSupport(Support support, PreparedView& view)
@@ -75,13 +79,14 @@ void chooseSupport(Support support, PreparedView& view)
 struct Tally
 {
     int pairs = 0, good = 0, refused = 0, wrong = 0;
-    double repeat = 0, features = 0, matches = 0, prepare = 0, registering = 0;
+    double repeat = 0, repeatBlobs = 0, features = 0, matches = 0, prepare = 0, registering = 0;
     std::vector<double> errors;
 
     void add(const Tally& other)
     {
         pairs += other.pairs, good += other.good, refused += other.refused, wrong += other.wrong;
-        repeat += other.repeat, features += other.features, matches += other.matches;
+        repeat += other.repeat, repeatBlobs += other.repeatBlobs, features += other.features,
+            matches += other.matches;
         prepare += other.prepare, registering += other.registering;
         errors.insert(errors.end(), other.errors.begin(), other.errors.end());
     }
@@ -96,9 +101,11 @@ struct Tally
         };
         const double n = std::max(pairs, 1);
         fmt::print(
-            "{:<24}{:>6}{:>9.0f}{:>9.1f}%{:>9.0f}{:>9.1f}%{:>9}{:>7}{:>9.3f}{:>9.3f}{:>9.2f}{:>9.2f}\n", name,
-            pairs, features / n, 100 * repeat / n, matches / n, 100 * good / n, refused, wrong, quantile(0.5),
-            quantile(0.95), prepare / n, registering / n);
+            "{:<24}{:>6}{:>9.0f}{:>9.1f}%{:>10}{:>9.0f}{:>9.1f}%{:>9}{:>7}{:>9.3f}{:>9.3f}{:>9.2f}{:>9.2f}"
+            "\n",
+            name, pairs, features / n, 100 * repeat / n,
+            repeatBlobs > 0 ? fmt::format("{:.1f}%", 100 * repeatBlobs / n) : "-", matches / n,
+            100 * good / n, refused, wrong, quantile(0.5), quantile(0.95), prepare / n, registering / n);
     }
 };
 
@@ -106,6 +113,8 @@ Tally measure(const test::WarpSource& source, const Task& task, int pairs, unsig
 {
     Tally tally;
     CornerDetector detector;
+    CornerSettings blobs;
+    blobs.kind = CornerKind::hessian;
     for (unsigned i = 0; tally.pairs < pairs; ++i) {
         const test::WarpedPair pair = source.pair(seed + i, task.range);
         if (test::overlap(pair.truth) < 0.6) continue;
@@ -122,7 +131,12 @@ Tally measure(const test::WarpSource& source, const Task& task, int pairs, unsig
         tally.prepare += middle - start;
         tally.features += double(a.features.size());
         tally.matches += double(r.matches.size());
-        tally.repeat += repeatability(a, b, pair.truth);
+        tally.repeat += repeatability(a.features, b.features, pair.truth);
+        if (task.blobs) {
+            const std::vector<CornerFeature> first = detector.detect(viewOf(pair.first), blobs);
+            tally.repeatBlobs +=
+                repeatability(first, detector.detect(viewOf(pair.second), blobs), pair.truth);
+        }
         const double error = test::cornerError(r.motion, pair.truth);
         if (r.inliers == 0)
             ++tally.refused;
@@ -161,7 +175,7 @@ int main(int count, char** words)
     test::WarpRange flat = wide;
     flat.perspective = 0;
     const Task tasks[] = {
-        {"homography, wide (c2rege5)", MotionModel::homography, wide, Support::Edges},
+        {"homography, wide (c2rege5)", MotionModel::homography, wide, Support::Edges, true},
         {"homography, wide, drawn edges (c2rege5)", MotionModel::homography, wide, Support::Drawn},
         {"homography, wide, steepest pixels", MotionModel::homography, wide},
         {"similarity, wide (c2rege)", MotionModel::similarity, flat},
@@ -174,9 +188,9 @@ int main(int count, char** words)
             "noise {}\n",
             task.name, task.range.angle, task.range.minScale, task.range.maxScale, task.range.shift,
             task.range.perspective, task.range.brightness, task.range.noise);
-        fmt::print("{:<24}{:>6}{:>9}{:>10}{:>9}{:>10}{:>9}{:>7}{:>9}{:>9}{:>9}{:>9}\n", "picture", "pairs",
-                   "features", "repeat", "matches", "<= 1 px", "refused", "> 5 px", "median", "95 %",
-                   "ms prep", "ms reg");
+        fmt::print("{:<24}{:>6}{:>9}{:>10}{:>10}{:>9}{:>10}{:>9}{:>7}{:>9}{:>9}{:>9}{:>9}\n", "picture",
+                   "pairs", "features", "corners", "blobs", "matches", "<= 1 px", "refused", "> 5 px",
+                   "median", "95 %", "ms prep", "ms reg");
         Tally all;
         for (const std::string& picture : pictures) {
             const test::WarpSource source(test::loadJpeg(picture));

@@ -24,4 +24,10 @@ void channelOfRgb(std::span<const std::uint8_t> src, std::span<std::uint16_t> ds
 /// Luma of YUYV16 samples: their low byte, + 32768.
 void lumaOfYuyv(std::span<const std::uint16_t> src, std::span<std::uint16_t> dst);
 
+namespace scalar {
+void channelOfRgb(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, Channel channel,
+                  const std::array<float, 3>& weights = {});
+void lumaOfYuyv(std::span<const std::uint16_t> src, std::span<std::uint16_t> dst);
+}  // namespace scalar
+
 }  // namespace scansteps

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
 
 #include "features/grey_filters.h"
 
@@ -246,7 +247,8 @@ class FramedImage
   public:
     explicit FramedImage(GreyView image) : stride_(image.width + 2 + kVector)
     {
-        samples_.resize(std::size_t(stride_) * std::size_t(image.height + 2));
+        samples_ = std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t(stride_) *
+                                                                  std::size_t(image.height + 2));
         for (int y = 0; y < image.height; ++y) std::copy_n(image.row(y), image.width, row(y));
         for (int y = 0; y < image.height; ++y) {
             row(y)[-1] = row(y)[0];
@@ -258,11 +260,39 @@ class FramedImage
     ThreeRows rows(int y) const { return {row(y - 1), row(y), row(y + 1)}; }
 
   private:
-    const std::uint8_t* row(int y) const { return samples_.data() + std::ptrdiff_t{y + 1} * stride_ + 1; }
-    std::uint8_t* row(int y) { return samples_.data() + std::ptrdiff_t{y + 1} * stride_ + 1; }
+    const std::uint8_t* row(int y) const { return samples_.get() + std::ptrdiff_t{y + 1} * stride_ + 1; }
+    std::uint8_t* row(int y) { return samples_.get() + std::ptrdiff_t{y + 1} * stride_ + 1; }
 
     std::ptrdiff_t stride_;
-    std::vector<std::uint8_t> samples_;
+    std::unique_ptr<std::uint8_t[]> samples_;
+};
+
+// Where the kernels write rows of the response: into it, as long as what they write behind a row is
+// overwritten by the next.
+class ResponseRows
+{
+  public:
+    ResponseRows(std::span<float> response, int width)
+        : response_(response), width_(std::size_t(width)), spare_(width_ + kVector)
+    {
+    }
+    float* begin(int y)
+    {
+        const std::size_t at = std::size_t(y) * width_;
+        direct_ = at + width_ + kVector <= response_.size();
+        return direct_ ? response_.data() + at : spare_.data();
+    }
+    void end(int y)
+    {
+        if (!direct_)
+            std::copy_n(spare_.data(), width_, response_.data() + std::ptrdiff_t(std::size_t(y) * width_));
+    }
+
+  private:
+    std::span<float> response_;
+    std::size_t width_;
+    std::vector<float> spare_;
+    bool direct_ = false;
 };
 
 // Keeps the products of as many rows as the window is high, and their sums down the columns.
@@ -322,26 +352,23 @@ void respond(GreyView image, const ResponseSettings& settings, std::span<float> 
 {
     if (image.width <= 0 || image.height <= 0) return;
     const int window = oddWindow(settings.lowPass2);
-    std::vector<float> line(std::size_t(image.width) + kVector);
-    const auto take = [&](int y) {
-        std::copy_n(line.data(), image.width, response.data() + std::ptrdiff_t{y} * image.width);
-    };
+    ResponseRows rows(response.first(std::size_t(image.width) * std::size_t(image.height)), image.width);
     const bool tensor = settings.kind == CornerKind::minEigenvalue;
     GreyImage first, second;
     const GreyView smooth = boxMean(boxMean(image, settings.lowPass1, first), tensor ? 1 : window, second);
     const FramedImage framed(smooth);
     if (!tensor) {
         for (int y = 0; y < image.height; ++y) {
-            kernels.hessian(framed.rows(y), image.width, line.data());
-            take(y);
+            kernels.hessian(framed.rows(y), image.width, rows.begin(y));
+            rows.end(y);
         }
         return;
     }
     const float factor = 0.5F / (64.0F * float(window * window));
     TensorWindow tensors(framed, image.width, image.height, window, kernels);
     for (int y = 0; y < image.height; ++y) {
-        kernels.smallerEigenvalue(tensors.sums(y), window, image.width, factor, line.data());
-        take(y);
+        kernels.smallerEigenvalue(tensors.sums(y), window, image.width, factor, rows.begin(y));
+        rows.end(y);
     }
 }
 
@@ -354,9 +381,10 @@ void peaksOf(std::span<const float> plane, int width, int height, int margin, fl
         kernels.peakRow(plane.data() + std::ptrdiff_t{y} * width, width, y, width, threshold, margin, peaks);
 }
 
-// Grey levels of an ideal step corner for each unit of the root of the response, windows at their defaults.
+// Grey levels for each unit of the root of the response. The Hessian is taken of smoother images, where all
+// responses are lower.
 constexpr float kTensorScale = 6.4F;
-constexpr float kHessianScale = 6.4F;
+constexpr float kHessianScale = 11.0F;
 
 }  // namespace
 

@@ -34,7 +34,7 @@ struct ResponseSettings
 void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response);
 
 /// The score of a response, and the reverse. Scores are in grey levels: the tensor's is 6.4 times the root of
-/// the smaller eigenvalue of the mean tensor of gradients (grey levels a pixel), the Hessian's 6.4 times the
+/// the smaller eigenvalue of the mean tensor of gradients (grey levels a pixel), the Hessian's 11 times the
 /// fourth root of the determinant, with the kernels (1 2 1) x (1 -2 1) and (1 0 -1) x (1 0 -1). A
 /// right-angled corner between levels 100 apart, two pixels soft, scores 137. At 40 a photograph of 640 x 480
 /// has some hundreds to two thousand corners, and sensor noise of five levels has hardly any.

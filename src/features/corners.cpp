@@ -10,6 +10,9 @@ namespace {
 
 constexpr int kMargin = kDescriptorRadius + 1;
 
+// Corners of coarse levels are placed less exactly: their scores are multiplied by size to this power.
+constexpr float kCoarser = -0.2F;
+
 struct Offset
 {
     float x, y;
@@ -78,17 +81,19 @@ void CornerDetector::buildLevels(GreyView image, int count)
 
 void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& settings)
 {
-    const GreyView view = levels_[level].view;
+    const bool blobs = settings.kind == CornerKind::hessian;
+    const GreyView view = blobs ? levels_[level].smooth.view() : levels_[level].view;
     const float size = levels_[level].size;
+    const float gain = blobs ? 1.0F : std::pow(size, kCoarser);
     response_.resize(std::size_t(view.width) * std::size_t(view.height));
     cornerResponse(view, {settings.kind, settings.lowPass1, settings.lowPass2}, response_);
-    findPeaks(response_, view.width, view.height, kMargin, responseOf(settings.kind, settings.threshold),
-              peaks_);
+    findPeaks(response_, view.width, view.height, kMargin,
+              responseOf(settings.kind, settings.threshold / gain), peaks_);
     for (const Peak& peak : peaks_) {
         const Offset o = summit(response_.data() + std::ptrdiff_t{peak.y} * view.width + peak.x, view.width);
         found_.push_back({(float(peak.x) + o.x + 0.5F) * size - 0.5F,
                           (float(peak.y) + o.y + 0.5F) * size - 0.5F,
-                          scoreOf(settings.kind, peak.value),
+                          gain * scoreOf(settings.kind, peak.value),
                           0,
                           size,
                           level,

@@ -16,7 +16,7 @@ namespace scansteps {
 struct CornerFeature
 {
     float x, y;           ///< position in pixels of the whole image, the centre of its first pixel at 0, 0
-    float score;          ///< see scoreOf
+    float score;          ///< see scoreOf; corners of coarse levels count a little less
     float angle;          ///< radians, from +x towards +y
     float size;           ///< pixels of the whole image for each pixel of the level it was found on
     std::uint32_t level;  ///< of the pyramid: sizes 1, 3/2, 2, 3, 4, 6 ...
@@ -46,7 +46,7 @@ inline constexpr std::size_t kMostFeatures = 8192;
 ///
 /// Levels are halved from level to level in two chains, one from the image and one from the image at two
 /// thirds, so that sizes are never more than a factor of 1.5 apart. On each, local maxima of the response are
-/// refined by a paraboloid through their 3 × 3 neighbours. Of each bucket of the image (32 × 32 pixels) the
+/// refined by a paraboloid through their 3 × 3 neighbours. Of each bucket of the image (16 × 16 pixels) the
 /// `density` strongest are kept; equal scores are ordered by level, row and column. The result is ordered by
 /// falling score.
 class CornerDetector

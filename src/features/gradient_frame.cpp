@@ -1,9 +1,8 @@
 #include "features/gradient_frame.h"
 
-#include <algorithm>
-#include <cmath>
 #include <vector>
 
+#include "features/gradient_length.h"
 #include "features/mcanny.h"
 #include "scansteps/error.h"
 
@@ -37,12 +36,8 @@ void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, Fram
     Sobel(image, dx, 1, 0, aperture);
     Sobel(image, dy, 0, 1, aperture);
     const float factor = 8 / rampGain(aperture);
-    for (std::size_t y = 0; y < std::size_t(height); ++y) {
-        const float* gx = dx.row(y);
-        float* gy = dy.row(y);
-        for (std::size_t x = 0; x < std::size_t(width); ++x)
-            gy[x] = std::min(std::sqrt(gx[x] * gx[x] + gy[x] * gy[x]) * factor, 32767.0F);
-    }
+    for (std::size_t y = 0; y < std::size_t(height); ++y)
+        gradientLengths(dx.samples(y), dy.samples(y), factor, 32767.0F, dy.samples(y));
     edgesToFrame16(dy, frame);
 }
 

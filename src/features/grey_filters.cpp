@@ -21,6 +21,8 @@ struct GreyRowKernels
     int (*halve)(const std::uint8_t* upper, const std::uint8_t* lower, int count, std::uint8_t* out);
     int (*thirdsDown)(const std::uint8_t* twice, const std::uint8_t* once, int count, std::uint8_t* out);
     int (*thirdsAlong)(const std::uint8_t* row, int pairs, std::uint8_t* out);
+    int (*boxDown)(const std::array<const std::uint8_t*, 3>& rows, int count, std::uint16_t* sums);
+    int (*boxAlong)(const std::uint16_t* sums, int count, std::uint8_t* out);
 };
 
 }  // namespace scansteps
@@ -126,9 +128,34 @@ int ThirdsAlong(const std::uint8_t* row, int pairs, std::uint8_t* out)
     return x;
 }
 
+int BoxDown(const std::array<const std::uint8_t*, 3>& rows, int count, std::uint16_t* sums)
+{
+    const D16 d;
+    const int lanes = int(hn::Lanes(d));
+    int x = 0;
+    for (; x + lanes <= count; x += lanes)
+        hn::StoreU(hn::Add(hn::Add(Wide(rows[0] + x), Wide(rows[1] + x)), Wide(rows[2] + x)), d, sums + x);
+    return x;
+}
+
+// 7282 is 65536 / 9, rounded up, exact for sums up to 2299
+int BoxAlong(const std::uint16_t* sums, int count, std::uint8_t* out)
+{
+    const D16 d;
+    const int lanes = int(hn::Lanes(d));
+    int x = 0;
+    for (; x + lanes <= count; x += lanes) {
+        const std::uint16_t* p = sums + x;
+        const V16 sum = hn::Add(hn::Add(hn::LoadU(d, p), hn::LoadU(d, p + 1)), hn::LoadU(d, p + 2));
+        const V16 rounded = hn::Add(sum, hn::Set(d, std::uint16_t{4}));
+        hn::StoreU(Narrow(hn::MulHigh(rounded, hn::Set(d, std::uint16_t{7282}))), Half8(), out + x);
+    }
+    return x;
+}
+
 GreyRowKernels GreyKernels()
 {
-    return {BinomialDown, BinomialAlong, Halve, ThirdsDown, ThirdsAlong};
+    return {BinomialDown, BinomialAlong, Halve, ThirdsDown, ThirdsAlong, BoxDown, BoxAlong};
 }
 
 }  // namespace HWY_NAMESPACE
@@ -145,6 +172,8 @@ constexpr GreyRowKernels kPlain{
     [](const std::uint8_t*, const std::uint8_t*, int, std::uint8_t*) { return 0; },
     [](const std::uint8_t*, const std::uint8_t*, int, std::uint8_t*) { return 0; },
     [](const std::uint8_t*, int, std::uint8_t*) { return 0; },
+    [](const std::array<const std::uint8_t*, 3>&, int, std::uint16_t*) { return 0; },
+    [](const std::uint16_t*, int, std::uint8_t*) { return 0; },
 };
 
 std::uint8_t binomial(int a, int b, int c, int d, int e)
@@ -208,18 +237,9 @@ void twoThirdsWith(GreyView image, GreyImage& out, const GreyRowKernels& kernels
     }
 }
 
-}  // namespace
-
-int oddWindow(int size)
-{
-    return std::clamp(size | 1, 1, 31);
-}
-
 // Running sums, down the columns and then along the rows.
-GreyView boxMean(GreyView image, int size, GreyImage& out)
+void boxByRunningSums(GreyView image, int window, GreyImage& out)
 {
-    const int window = oddWindow(size);
-    if (window == 1 || image.width <= 0 || image.height <= 0) return image;
     out.reshape(image.width, image.height);
     const int half = window / 2;
     const int width = image.width;
@@ -245,7 +265,44 @@ GreyView boxMean(GreyView image, int size, GreyImage& out)
         const std::uint8_t* gone = source(y - half);
         for (int x = 0; x < width; ++x) column[x] += std::uint32_t(in[x] - gone[x]);
     }
+}
+
+// The usual window, 3 × 3.
+void boxOfThree(GreyView image, GreyImage& out, const GreyRowKernels& kernels)
+{
+    out.reshape(image.width, image.height);
+    const int width = image.width;
+    std::vector<std::uint16_t> framed(std::size_t(width) + 2);
+    std::uint16_t* line = framed.data() + 1;
+    for (int y = 0; y < image.height; ++y) {
+        const std::array<const std::uint8_t*, 3> r{image.row(std::max(y - 1, 0)), image.row(y),
+                                                   image.row(std::min(y + 1, image.height - 1))};
+        for (int x = kernels.boxDown(r, width, line); x < width; ++x)
+            line[x] = std::uint16_t(r[0][x] + r[1][x] + r[2][x]);
+        line[-1] = line[0];
+        line[width] = line[width - 1];
+        std::uint8_t* to = out.row(y);
+        for (int x = kernels.boxAlong(framed.data(), width, to); x < width; ++x)
+            to[x] = std::uint8_t((line[x - 1] + line[x] + line[x + 1] + 4) / 9);
+    }
+}
+
+GreyView boxMeanWith(GreyView image, int size, GreyImage& out, const GreyRowKernels& kernels)
+{
+    const int window = oddWindow(size);
+    if (window == 1 || image.width <= 0 || image.height <= 0) return image;
+    if (window == 3)
+        boxOfThree(image, out, kernels);
+    else
+        boxByRunningSums(image, window, out);
     return out.view();
+}
+
+}  // namespace
+
+int oddWindow(int size)
+{
+    return std::clamp(size | 1, 1, 31);
 }
 
 HWY_EXPORT(GreyKernels);
@@ -265,7 +322,17 @@ void twoThirds(GreyView image, GreyImage& out)
     twoThirdsWith(image, out, HWY_DYNAMIC_DISPATCH(GreyKernels)());
 }
 
+GreyView boxMean(GreyView image, int size, GreyImage& out)
+{
+    return boxMeanWith(image, size, out, HWY_DYNAMIC_DISPATCH(GreyKernels)());
+}
+
 namespace scalar {
+
+GreyView boxMean(GreyView image, int size, GreyImage& out)
+{
+    return boxMeanWith(image, size, out, kPlain);
+}
 
 void binomial5(GreyView image, GreyImage& out)
 {

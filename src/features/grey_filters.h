@@ -23,6 +23,7 @@ void halve(GreyView image, GreyImage& out);
 void twoThirds(GreyView image, GreyImage& out);
 
 namespace scalar {
+GreyView boxMean(GreyView image, int size, GreyImage& out);
 void binomial5(GreyView image, GreyImage& out);
 void halve(GreyView image, GreyImage& out);
 void twoThirds(GreyView image, GreyImage& out);

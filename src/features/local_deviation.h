@@ -16,4 +16,9 @@ namespace scansteps {
 void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
                     float gain);
 
+namespace scalar {
+void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
+                    float gain);
+}  // namespace scalar
+
 }  // namespace scansteps

@@ -3,30 +3,32 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <utility>
 
+#include "features/gradient_length.h"
 #include "features/mcanny.h"
 #include "scansteps/error.h"
 
 namespace scansteps {
 namespace {
 
-float magnitudeAt(const FloatPlane& dx, const FloatPlane& dy, std::ptrdiff_t x, std::ptrdiff_t y)
+float at(const FloatPlane& lengths, std::ptrdiff_t x, std::ptrdiff_t y)
 {
-    if (x < 0 || y < 0 || x >= std::ptrdiff_t(dx.width()) || y >= std::ptrdiff_t(dx.height())) return 0;
-    return std::hypot(dx.row(std::size_t(y))[x], dy.row(std::size_t(y))[x]);
+    if (x < 0 || y < 0 || x >= std::ptrdiff_t(lengths.width()) || y >= std::ptrdiff_t(lengths.height()))
+        return 0;
+    return lengths.row(std::size_t(y))[x];
 }
 
-// Magnitude one step along the gradient, between the two neighbours it passes.
-float magnitudeAlong(const FloatPlane& dx, const FloatPlane& dy, std::ptrdiff_t x, std::ptrdiff_t y, float ux,
-                     float uy)
+// Length one step along the gradient, between the two neighbours it passes.
+float lengthAlong(const FloatPlane& lengths, std::ptrdiff_t x, std::ptrdiff_t y, float ux, float uy)
 {
     const std::ptrdiff_t sx = ux < 0 ? -1 : 1;
     const std::ptrdiff_t sy = uy < 0 ? -1 : 1;
     const bool steep = std::abs(uy) > std::abs(ux);
     const float t = steep ? std::abs(ux / uy) : std::abs(uy / ux);
-    const float straight = steep ? magnitudeAt(dx, dy, x, y + sy) : magnitudeAt(dx, dy, x + sx, y);
-    return (1 - t) * straight + t * magnitudeAt(dx, dy, x + sx, y + sy);
+    const float straight = steep ? at(lengths, x, y + sy) : at(lengths, x + sx, y);
+    return (1 - t) * straight + t * at(lengths, x + sx, y + sy);
 }
 
 }  // namespace
@@ -39,6 +41,10 @@ void subpixelEdges(const FloatPlane& image, double low, double high, int apertur
     FloatPlane dx, dy;
     Sobel(image, dx, 1, 0, aperture);
     Sobel(image, dy, 0, 1, aperture);
+    FloatPlane lengths(image.width(), image.height());
+    for (std::size_t y = 0; y < image.height(); ++y)
+        gradientLengths(dx.samples(y), dy.samples(y), 1, std::numeric_limits<float>::infinity(),
+                        lengths.samples(y));
     const auto width = std::ptrdiff_t(image.width());
     const auto height = std::ptrdiff_t(image.height());
     map.assign(std::size_t(width) * std::size_t(height), 0);
@@ -52,9 +58,9 @@ void subpixelEdges(const FloatPlane& image, double low, double high, int apertur
             const float gy = dy.row(std::size_t(y))[x];
             const double sum = double{std::abs(gx)} + double{std::abs(gy)};
             if (!(sum > low) || !(sum > 0) || !std::isfinite(sum)) continue;
-            const float here = magnitudeAt(dx, dy, x, y);
-            const float ahead = magnitudeAlong(dx, dy, x, y, gx, gy);
-            const float behind = magnitudeAlong(dx, dy, x, y, -gx, -gy);
+            const float here = at(lengths, x, y);
+            const float ahead = lengthAlong(lengths, x, y, gx, gy);
+            const float behind = lengthAlong(lengths, x, y, -gx, -gy);
             if (!(here > behind) || !(here >= ahead)) continue;
             // a step along the gradient reaches the neighbouring row or column
             const float reach = 1 / std::max(std::abs(gx), std::abs(gy));

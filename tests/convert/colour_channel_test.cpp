@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <random>
 
 #include "convert/yuyv.h"
 #include "support/chain.h"
 #include "support/images.h"
+#include "support/targets.h"
 
 namespace scansteps {
 namespace {
@@ -28,6 +30,50 @@ TEST(ColourChannel, knownPixels)
     expect(Channel::mixture, {0.5F, -1, 0.25F}, {128, -7, -64});
     expect(Channel::mixture, {1e9F, 0, 0}, {32767, 32767, 32767});
     expect(Channel::mixture, {std::numeric_limits<float>::quiet_NaN(), 0, 0}, {0, 0, 0});
+}
+
+TEST(ColourChannel, vectorEqualsScalar)
+{
+    std::mt19937 random(8);
+    std::vector<std::uint8_t> rgb(3 * 5003);
+    for (auto& v : rgb) v = std::uint8_t(random());
+    std::vector<std::uint16_t> yuyv(5003);
+    for (auto& v : yuyv) v = std::uint16_t(random());
+    const std::array<float, 3> weights[] = {{0.299F, 0.587F, 0.114F},
+                                            {-300, 255.7F, 1e-3F},
+                                            {1e9F, -1e9F, 3},
+                                            {std::numeric_limits<float>::infinity(), 0, 1},
+                                            {std::numeric_limits<float>::quiet_NaN(), 0, 1}};
+    for (const std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{31}, std::size_t{5003}})
+        for (const Channel channel :
+             {Channel::red, Channel::green, Channel::blue, Channel::luma, Channel::mixture})
+            for (const auto& w : weights) {
+                const std::span<const std::uint8_t> pixels(rgb.data(), 3 * count);
+                std::vector<std::uint16_t> expected(count), luma(count);
+                scalar::channelOfRgb(pixels, expected, channel, w);
+                scalar::lumaOfYuyv({yuyv.data(), count}, luma);
+                test::forEachTarget([&] {
+                    std::vector<std::uint16_t> out(count);
+                    channelOfRgb(pixels, out, channel, w);
+                    EXPECT_EQ(out, expected) << int(channel) << " " << count;
+                    lumaOfYuyv({yuyv.data(), count}, out);
+                    EXPECT_EQ(out, luma) << count;
+                });
+            }
+}
+
+// The division by 1000 of the vectors, for every sum there is.
+TEST(ColourChannel, everyLuma)
+{
+    std::vector<std::uint8_t> rgb;
+    for (int r = 0; r < 256; ++r)
+        for (int g = 0; g < 256; ++g)
+            for (const int b : {0, 1, 85, 128, 254, 255})
+                for (const int v : {r, g, b}) rgb.push_back(std::uint8_t(v));
+    std::vector<std::uint16_t> expected(rgb.size() / 3), out(expected.size());
+    scalar::channelOfRgb(rgb, expected, Channel::luma);
+    channelOfRgb(rgb, out, Channel::luma);
+    EXPECT_EQ(out, expected);
 }
 
 TEST(Cpu3f, colourAndVideoFrames)

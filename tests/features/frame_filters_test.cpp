@@ -3,15 +3,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <random>
 
 #include "features/frame_bytes.h"
 #include "features/gradient_frame.h"
+#include "features/gradient_length.h"
+#include "features/grey_filters.h"
 #include "features/local_deviation.h"
 #include "features/mser.h"
 #include "support/chain.h"
 #include "support/frames16.h"
 #include "support/images.h"
+#include "support/targets.h"
 
 namespace scansteps {
 namespace {
@@ -48,6 +52,61 @@ TEST(LocalDeviation, equalsItsDefinition)
         }
     std::vector<std::uint16_t> few(3);
     EXPECT_THROW(localDeviation(few, 2, 2, Frame16::Offset, 3, 1), const char*);
+}
+
+TEST(BoxMean, vectorEqualsScalar)
+{
+    std::mt19937 random(9);
+    for (const int width : {1, 2, 17, 64, 131, 640}) {
+        GreyImage image, expected;
+        image.reshape(width, 11);
+        for (auto& v : image.samples) v = std::uint8_t(random() % 3 ? random() : 255);
+        scalar::boxMean(image.view(), 3, expected);
+        test::forEachTarget([&] {
+            GreyImage out;
+            boxMean(image.view(), 3, out);
+            EXPECT_EQ(out.samples, expected.samples) << width;
+        });
+    }
+}
+
+TEST(LocalDeviation, vectorEqualsScalar)
+{
+    std::mt19937 random(6);
+    for (const auto& [width, height] : {std::pair{1, 1}, {5, 2}, {77, 9}, {640, 12}})
+        for (const Frame16 meaning : {Frame16::Offset, Frame16::Video})
+            for (const float gain : {1.0F, 300.0F, -2.0F, std::numeric_limits<float>::quiet_NaN()}) {
+                std::vector<std::uint16_t> frame(std::size_t(width * height));
+                for (auto& v : frame) v = std::uint16_t(random());
+                std::vector<std::uint16_t> expected = frame;
+                scalar::localDeviation(expected, width, height, meaning, 5, gain);
+                test::forEachTarget([&, width = width, height = height] {
+                    std::vector<std::uint16_t> out = frame;
+                    localDeviation(out, width, height, meaning, 5, gain);
+                    EXPECT_EQ(out, expected) << width << " " << gain;
+                });
+            }
+}
+
+TEST(GradientLength, vectorEqualsScalar)
+{
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    std::mt19937 random(7);
+    std::vector<float> dx(203), dy(203);
+    for (std::size_t i = 0; i < dx.size(); ++i) {
+        dx[i] = float(int(random() % 4000) - 2000) / 3;
+        dy[i] = float(int(random() % 4000) - 2000) / 7;
+    }
+    dx[3] = kInfinity, dy[5] = std::numeric_limits<float>::quiet_NaN(), dx[40] = 1e30F, dx[41] = dy[41] = 0;
+    for (const float most : {500.0F, kInfinity})
+        for (const std::size_t count : {std::size_t{0}, std::size_t{7}, dx.size()}) {
+            std::vector<float> expected(count), out(count);
+            scalar::gradientLengths({dx.data(), count}, {dy.data(), count}, 0.7F, most, expected);
+            test::forEachTarget([&] {
+                gradientLengths({dx.data(), count}, {dy.data(), count}, 0.7F, most, out);
+                EXPECT_EQ(out, expected) << most;
+            });
+        }
 }
 
 TEST(GradientFrame, aRampHasTheSameSlopeForEveryAperture)

@@ -1,6 +1,7 @@
 // Whole pipelines over real photographs, as a user runs them.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "io/image_file.h"
@@ -41,6 +42,18 @@ TEST(PhotographsToEdges, everyFrameIsWrittenAndThinWhiteLinesStandOnBlack)
         EXPECT_LT(white, image->size() / 4);
     }
     EXPECT_FALSE(std::filesystem::exists((folder / "edge0003.ppm")));
+}
+
+TEST(Examples, everyPipelineFits)
+{
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(SCANSTEPS_SOURCE_DIR "/examples")) {
+        if (entry.path().extension() != ".json") continue;
+        const auto result = runProgram("check \"" + entry.path().string() + "\"");
+        EXPECT_EQ(result.out.substr(0, 4), "ok: ") << entry.path() << result.out;
+        ++count;
+    }
+    EXPECT_GE(count, 10U);
 }
 
 TEST(PhotographsToEdges, theRunEndsWhenTheFilesEnd)
