@@ -198,12 +198,24 @@ Python, take turns with ours, best of three; to reach: 10 times the fastest peer
     print(f"OpenFlight: {runs['flt']['triangles/s'] / 1e6:.1f} M triangles/s.\n")
 
 
-def features():
-    for program, title in (("features_corners_bench", "Corner detector"), ("features_mser_bench", "Stable regions")):
+STANDARD = {"family_index", "per_family_instance_index", "repetitions", "repetition_index", "threads", "iterations",
+            "real_time", "cpu_time"}
+
+
+def others():
+    """Programs without goals of their own: each time and each counter."""
+    for program, title in (("io_capture_bench", "Capture (1920×1080 YUY2, camera and chain on one core)"),
+                           ("features_planes_bench", "Planes of features"), ("features_corners_bench", "Corner detector"),
+                           ("features_mser_bench", "Stable regions")):
         runs = results(program)
-        if runs:
-            section(title, command(program))
-            table(("benchmark", "time"), [[name, f"{run['real_time']:.3g} {run['time_unit']}"] for name, run in runs.items()])
+        if not runs:
+            continue
+        section(title, command(program))
+        counters = sorted({key for run in runs.values() for key, value in run.items()
+                           if key not in STANDARD and isinstance(value, (int, float))})
+        table(["benchmark", "time", *counters],
+              [[name, f"{run['real_time']:.3g} {run['time_unit']}", *(f"{run[key]:.4g}" if key in run else "" for key in counters)]
+               for name, run in runs.items()])
 
 
 def machine():
@@ -220,5 +232,5 @@ print("# Measurements\n")
 print("Written by `scripts/bench.sh`: one pinned core, warm-ups discarded, medians, every ratio from one run. "
       "Do not edit.\n")
 print(machine() + ".\n")
-for part in (decoder, packing, conversions, edges, pipeline, steps, models, features):
+for part in (decoder, packing, conversions, edges, pipeline, steps, models, others):
     part()
