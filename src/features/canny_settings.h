@@ -2,6 +2,7 @@
 #pragma once
 
 #include "features/canny_frame16.h"
+#include "features/frame_meaning.h"
 #include "framework/print.h"
 #include "scansteps/settings.h"
 
@@ -24,7 +25,7 @@ struct CannySettings
         result.order = settings.integer("OCV.order");
         result.high = settings.real("OCV.trh");
         result.low = settings.real("OCV.trl");
-        result.meaning = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+        result.meaning = frameMeaning(settings);
         return result;
     }
     /// What every frame prints before the detector runs.

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "features/feature_record.h"
+#include "features/frame_meaning.h"
 #include "features/mser.h"
 #include "framework/print.h"
 #include "framework/step_factory.h"
@@ -21,7 +22,7 @@ void CpuCorners5::init(varitype& params)
     const Settings settings(*this, params);
     width_ = settings.integer("dataX");
     height_ = settings.integer("dataY");
-    meaning_ = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+    meaning_ = frameMeaning(settings);
     settings_ = CornerSettings{};
     settings_.bucketing = settings.integer("corner.bucket") == 0;
     mode_ = settings.integer("corner.mode");

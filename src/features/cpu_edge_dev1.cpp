@@ -1,4 +1,5 @@
 // Steps cedge and cdeva: gradient magnitude and local standard deviation, in the frame's place.
+#include "features/frame_meaning.h"
 #include "features/gradient_frame.h"
 #include "features/local_deviation.h"
 #include "framework/step_factory.h"
@@ -17,7 +18,7 @@ class FilterStep : public CPUBase
         const Settings settings(*this, params);
         width_ = settings.integer("dataX");
         height_ = settings.integer("dataY");
-        meaning_ = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+        meaning_ = frameMeaning(settings);
         read(settings);
         in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
         varitype offset = copyRecord(params);

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "features/frame_bytes.h"
+#include "features/frame_meaning.h"
 #include "features/mser.h"
 #include "features/region_labels.h"
 #include "framework/print.h"
@@ -63,7 +64,7 @@ void CpuSegment::init(varitype& params)
     height_ = settings.integer("dataY");
     labels_ = settings.integer("segment.labels") != 0;
     bright_ = settings.integer("segment.bright") != 0;
-    meaning_ = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+    meaning_ = frameMeaning(settings);
     in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
     forward(*this, params);
 }

@@ -6,6 +6,7 @@
 #include <numbers>
 #include <utility>
 
+#include "features/frame_meaning.h"
 #include "features/motion_record.h"
 #include "features/mser.h"
 #include "framework/print.h"
@@ -27,7 +28,7 @@ void MotionCanny::init(varitype& params)
     width_ = settings.integer("dataX");
     height_ = settings.integer("dataY");
     debug_ = settings.integer("canny5.debug");
-    meaning_ = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+    meaning_ = frameMeaning(settings);
     level_ = std::clamp(int(std::bit_width(unsigned(std::max(width_, 1)))) - 1 - 8, 0, 4);
     announce();
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);

@@ -6,6 +6,7 @@
 #include "features/edge_support.h"
 #include "features/feature_record.h"
 #include "features/frame_bytes.h"
+#include "features/frame_meaning.h"
 #include "features/motion_record.h"
 #include "features/polyline_record.h"
 #include "framework/print.h"
@@ -49,7 +50,7 @@ class RegisteringStep : public CPUBase
     {
         width_ = settings.integer("dataX");
         height_ = settings.integer("dataY");
-        meaning_ = settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+        meaning_ = frameMeaning(settings);
         draw_ = draw;
         sequence_ = std::move(sequence);
         in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
