@@ -1,21 +1,11 @@
 // scansteps check: types and settings of a pipeline, without running it.
 #include <fmt/format.h>
 
-#include <memory>
-
 #include "commands.h"
 #include "pipeline.h"
 #include "runner.h"
 
 namespace scansteps::host {
-
-namespace {
-
-struct CheckOptions
-{
-    std::string pipeline;
-    std::vector<std::string> sets;
-};
 
 int check(const CheckOptions& options)
 {
@@ -32,20 +22,6 @@ int check(const CheckOptions& options)
     }
     if (code == kEnded) fmt::print("ok: {} steps\n", pipeline.steps.size());
     return code;
-}
-
-}  // namespace
-
-Command addCheck(CLI::App& app)
-{
-    auto* command = app.add_subcommand("check", "Checks types and settings of a pipeline; nothing is run");
-    auto options = std::make_shared<CheckOptions>();
-    command->add_option("PIPELINE", options->pipeline, "As for run")->required();
-    command->add_option("--set", options->sets, "PATH=VALUE, as for run")
-        ->expected(1)
-        ->take_all()
-        ->allow_extra_args(false);
-    return [options] { return check(*options); };
 }
 
 }  // namespace scansteps::host

@@ -1,20 +1,60 @@
-// The subcommands of the program. Each adds itself to the parser and returns what is to be run when it is
-// chosen.
+// The subcommands of the program, with what the command line tells each. They return exit codes. The parser
+// is in main.cpp alone, as its headers are slow to compile.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
-#include <functional>
+#include <cstdint>
+#include <string>
+#include <vector>
 
 namespace scansteps::host {
 
-using Command = std::function<int()>;
+struct RunOptions
+{
+    std::string pipeline, library, reportFile;
+    std::vector<std::string> sets;
+    std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
+    std::string types = "error";
+    bool quiet = false;
+};
+int run(const RunOptions& options);
 
-Command addRun(CLI::App& app);
-Command addCheck(CLI::App& app);
-Command addSteps(CLI::App& app);
-Command addInspect(CLI::App& app);
-Command addDevices(CLI::App& app);
-Command addReceive(CLI::App& app);
+struct CheckOptions
+{
+    std::string pipeline;
+    std::vector<std::string> sets;
+};
+int check(const CheckOptions& options);
+
+struct StepsOptions
+{
+    std::string kind;
+    bool json = false, markdown = false, schema = false;
+};
+int steps(const StepsOptions& options);
+
+struct InspectOptions
+{
+    std::string recording;
+    std::string frames, recover;
+    bool json = false, data = false, model = false;
+};
+int inspect(const InspectOptions& options);
+
+struct DevicesOptions
+{
+    bool json = false;
+};
+int devices(const DevicesOptions& options);
+
+struct ReceiveOptions
+{
+    std::uint16_t port = 0;
+    std::string bind = "127.0.0.1";
+    std::string out;
+    bool once = false;
+    std::uint64_t maxRecord = std::uint64_t{1} << 30;
+    double idleTimeout = 300;
+};
+int receive(const ReceiveOptions& options);
 
 }  // namespace scansteps::host

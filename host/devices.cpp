@@ -1,11 +1,9 @@
 // scansteps devices: the cameras of this machine with what they deliver, for "capture"."dev_name".
 #include <fmt/format.h>
 
-#include <memory>
-
 #include "commands.h"
 #include "json_values.h"
-#include "runner.h"
+#include "outcome.h"
 #include "scansteps/cameras.h"
 
 namespace scansteps::host {
@@ -40,10 +38,12 @@ void print(const CameraInfo& camera)
     }
 }
 
-int devices(bool json)
+}  // namespace
+
+int devices(const DevicesOptions& options)
 {
     const auto cameras = listCameras();
-    if (json) {
+    if (options.json) {
         Ordered list = Ordered::array();
         for (const CameraInfo& camera : cameras) list.push_back(jsonOf(camera));
         fmt::print("{}\n", list.dump(2));
@@ -54,16 +54,6 @@ int devices(bool json)
     fmt::print(
         "Without a camera: capture.dev_name=test:bars, test:gradient, test:moving or file:NAME0000.jpg\n");
     return kEnded;
-}
-
-}  // namespace
-
-Command addDevices(CLI::App& app)
-{
-    CLI::App* command = app.add_subcommand("devices", "List the cameras with their formats and sizes");
-    const auto json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "As JSON");
-    return [json] { return devices(*json); };
 }
 
 }  // namespace scansteps::host

@@ -1,27 +1,19 @@
 // scansteps inspect: the records of a recording.
 #include <fmt/format.h>
 
-#include <memory>
 #include <optional>
 
 #include "commands.h"
 #include "frame_files.h"
 #include "inspect_model.h"
 #include "json_values.h"
-#include "runner.h"
+#include "outcome.h"
 #include "scansteps/stream.h"
 #include "system.h"
 
 namespace scansteps::host {
 
 namespace {
-
-struct InspectOptions
-{
-    std::string recording;
-    std::string frames, recover;
-    bool json = false, data = false, model = false;
-};
 
 void printModel(std::uint64_t number, std::uint64_t offset, std::uint64_t size, const varitype& record,
                 const InspectOptions& options)
@@ -102,6 +94,8 @@ class Rescue
     BIOfs file_;
 };
 
+}  // namespace
+
 int inspect(const InspectOptions& options)
 {
     BIOfs file(options.recording, BIOfs::Mode::Read);
@@ -128,24 +122,6 @@ int inspect(const InspectOptions& options)
     if (!whole) throw FileError{damage};
     fmt::print(stderr, "scansteps: {}; the whole records are in {}\n", damage, options.recover);
     return kEnded;
-}
-
-}  // namespace
-
-Command addInspect(CLI::App& app)
-{
-    auto* command = app.add_subcommand("inspect", "Prints the records of a recording");
-    auto options = std::make_shared<InspectOptions>();
-    command->add_option("RECORDING", options->recording, "A recording")->required();
-    command->add_flag("--json", options->json, "One JSON object a line and record");
-    command->add_flag("--model", options->model,
-                      "What mesh or point cloud each record holds, and nothing else");
-    command->add_flag("--data", options->data, "With the elements of arrays");
-    command->add_option("--frames", options->frames,
-                        "Writes the frames as picture files (.pgm, .ppm) into this folder");
-    command->add_option("--recover", options->recover,
-                        "Writes the whole records into this file, up to where the recording is damaged");
-    return [options] { return inspect(*options); };
 }
 
 }  // namespace scansteps::host

@@ -6,17 +6,12 @@
 
 #include <string>
 
+#include "outcome.h"
 #include "scansteps/record.h"
 
 namespace scansteps::host {
 
 using Json = nlohmann::json;
-
-/// A command line or a pipeline file that is wrong: exit code 2.
-struct UsageError
-{
-    std::string message;
-};
 
 /// The value of a JSON value; kind Empty for `false` and `null`, which leave the key out. `where` names the
 /// place in messages. Throws UsageError.

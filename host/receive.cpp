@@ -7,23 +7,14 @@
 #include <optional>
 
 #include "commands.h"
-#include "runner.h"
+#include "outcome.h"
+#include "scansteps/chain.h"
 #include "scansteps/socket.h"
 #include "system.h"
 
 namespace scansteps::host {
 
 namespace {
-
-struct ReceiveOptions
-{
-    std::uint16_t port = 0;
-    std::string bind = "127.0.0.1";
-    std::string out;
-    bool once = false;
-    std::uint64_t maxRecord = std::uint64_t{1} << 30;
-    double idleTimeout = 300;
-};
 
 // A record of this many values would be no frame of anybody's; entries cost many times the memory of their
 // bytes.
@@ -200,28 +191,10 @@ class Receiver
 
 }  // namespace
 
-Command addReceive(CLI::App& app)
+int receive(const ReceiveOptions& options)
 {
-    auto* command = app.add_subcommand("receive", "Receives runs from the sender step and records them");
-    auto options = std::make_shared<ReceiveOptions>();
-    command->add_option("--port", options->port, "TCP port; 0: a free one, which is printed")->required();
-    command->add_option("--bind", options->bind, "Address to listen on; 0.0.0.0: all of this machine")
-        ->capture_default_str();
-    command->add_option("--out", options->out,
-                        "Recording of the first run; later ones get -2, -3, ... before the extension");
-    command->add_flag("--once", options->once, "Ends after one run; exit code 5 when it broke off");
-    command->add_option("--max-record", options->maxRecord, "Largest record accepted, such as 64M or 2G")
-        ->transform(CLI::AsSizeValue(false))
-        ->default_str("1G");
-    command
-        ->add_option("--idle-timeout", options->idleTimeout,
-                     "Seconds of silence after which a client is dropped")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    return [options] {
-        catchInterrupts();
-        return Receiver(*options).serve();
-    };
+    catchInterrupts();
+    return Receiver(options).serve();
 }
 
 }  // namespace scansteps::host

@@ -1,8 +1,6 @@
 // scansteps run: runs a pipeline.
 #include <fmt/format.h>
 
-#include <memory>
-
 #include "commands.h"
 #include "report.h"
 #include "runner.h"
@@ -10,15 +8,6 @@
 namespace scansteps::host {
 
 namespace {
-
-struct RunOptions
-{
-    std::string pipeline, library, reportFile;
-    std::vector<std::string> sets;
-    std::int64_t frames = -1;
-    std::string types = "error";
-    bool quiet = false;
-};
 
 // Says which neighbours do not fit; false when the run must not begin.
 bool typesAllowRun(const Pipeline& pipeline, const std::string& mode)
@@ -29,6 +18,8 @@ bool typesAllowRun(const Pipeline& pipeline, const std::string& mode)
                    mismatch);
     return mode == "warn" || typeMismatches(pipeline).empty();
 }
+
+}  // namespace
 
 int run(const RunOptions& options)
 {
@@ -68,30 +59,6 @@ int run(const RunOptions& options)
     printErrors(facts);
     report.write(facts);
     return facts.exitCode;
-}
-
-}  // namespace
-
-Command addRun(CLI::App& app)
-{
-    auto* command = app.add_subcommand("run", "Runs a pipeline");
-    auto options = std::make_shared<RunOptions>();
-    command
-        ->add_option("PIPELINE", options->pipeline,
-                     "A .json file, - for standard input, or steps separated by \"!\"")
-        ->required();
-    command->add_option("--set", options->sets, "PATH=VALUE: a setting of the initialise record")
-        ->expected(1)
-        ->take_all()
-        ->allow_extra_args(false);
-    command->add_option("--frames", options->frames, "Stops after that many frames; 0: no limit")
-        ->check(CLI::NonNegativeNumber);
-    command->add_option("--library", options->library, "The step library to load");
-    command->add_option("--types", options->types, "When types of neighbours do not fit: error, warn or off")
-        ->check(CLI::IsMember({"error", "warn", "off"}));
-    command->add_flag("--quiet", options->quiet, "No progress and no table of times");
-    command->add_option("--report", options->reportFile, "Writes the facts of the run as JSON");
-    return [options] { return run(*options); };
 }
 
 }  // namespace scansteps::host

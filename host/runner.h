@@ -9,22 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "outcome.h"
 #include "pipeline.h"
 #include "scansteps/texture.h"
 #include "step_library.h"
 
 namespace scansteps::host {
-
-/// Exit codes of the program.
-enum ExitCode : int
-{
-    kEnded = 0,
-    kUsage = 2,
-    kMisfit = 3,
-    kStepFailed = 4,
-    kFileFailed = 5,
-    kInterrupted = 130,
-};
 
 struct StepFacts
 {

@@ -4,17 +4,12 @@
 #include <memory>
 #include <string>
 
+#include "outcome.h"
 #include "scansteps/chain.h"
 #include "scansteps/handles.h"
 #include "system.h"
 
 namespace scansteps::host {
-
-/// A file or connection of the host's own that failed: exit code 5.
-struct FileError
-{
-    std::string message;
-};
 
 class StepLibrary
 {

@@ -2,24 +2,17 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <memory>
 
 #include "commands.h"
 #include "json_values.h"
+#include "outcome.h"
 #include "pipeline.h"
-#include "runner.h"
 #include "scansteps/kinds.h"
 #include "setting_lookup.h"
 
 namespace scansteps::host {
 
 namespace {
-
-struct StepsOptions
-{
-    std::string kind;
-    bool json = false, markdown = false, schema = false;
-};
 
 using Ordered = nlohmann::ordered_json;
 
@@ -172,6 +165,8 @@ Ordered schema()
            {{"type", "array"}, {"minItems", 1}, {"items", {{"anyOf", {Ordered{{"enum", names}}, step}}}}}}}}};
 }
 
+}  // namespace
+
 int steps(const StepsOptions& options)
 {
     if (options.markdown)
@@ -200,19 +195,6 @@ int steps(const StepsOptions& options)
             fmt::print("{:<12} {:<15} {}\n", kind.kind, kind.className, kind.summary);
     }
     return kEnded;
-}
-
-}  // namespace
-
-Command addSteps(CLI::App& app)
-{
-    auto* command = app.add_subcommand("steps", "Lists the kinds of steps, or one with its settings");
-    auto options = std::make_shared<StepsOptions>();
-    command->add_option("KIND", options->kind, "One kind");
-    command->add_flag("--json", options->json, "As JSON");
-    command->add_flag("--markdown", options->markdown, "The reference page docs/steps.md");
-    command->add_flag("--schema", options->schema, "The JSON schema of pipeline files");
-    return [options] { return steps(*options); };
 }
 
 }  // namespace scansteps::host

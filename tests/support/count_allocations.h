@@ -60,19 +60,20 @@ inline void freeAligned(void* p)
 
 }  // namespace scansteps::test
 
+// Out of line, lest the compiler take free() for the wrong partner of new.
 // clang-format off
 void* operator new(std::size_t size) { return scansteps::test::counted(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { ++scansteps::test::allocations; return std::malloc(size != 0 ? size : 1); }
 void* operator new[](std::size_t size) { return scansteps::test::counted(size); }
 void* operator new(std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
 void* operator new[](std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete[](void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
 // clang-format on
 #endif
