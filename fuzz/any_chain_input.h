@@ -166,6 +166,9 @@ class Guard final : public cChain
     void tame(varitype& params) const
     {
         const std::string image = scratch_ / "in0.bin";
+        // Without names of their own these two would write into the current folder.
+        for (const auto& [kind, family] : {std::pair{"cjwrite", "cjwrite"}, {"cply", "export"}})
+            if (kind_ == kind && !params.has(family)) params.set(family, Struct{{"name", ""}});
         static constexpr std::array families{"save", "dump", "export", "cjwrite", "load"};
         for (const std::string_view family : families) {
             if (!params.has(family) || params[family].kind() != Kind::Struct || !params[family].hasPayload())

@@ -105,7 +105,17 @@ std::optional<varitype> effectiveValue(const Pipeline& pipeline, std::size_t ind
     return findPath(record, path);
 }
 
-void warnOfSharedFiles(Pipeline& pipeline)
+bool holdsOneOf(std::string_view name, std::string_view words)
+{
+    while (!words.empty()) {
+        const std::string_view word = words.substr(0, words.find(' '));
+        if (name.find(word) != std::string_view::npos) return true;
+        words.remove_prefix(std::min(words.size(), word.size() + 1));
+    }
+    return false;
+}
+
+void warnOfFiles(Pipeline& pipeline)
 {
     std::map<std::string, std::size_t> writers;
     for (std::size_t i = 0; i < pipeline.steps.size(); ++i)
@@ -114,6 +124,10 @@ void warnOfSharedFiles(Pipeline& pipeline)
             const auto value = effectiveValue(pipeline, i, setting.path);
             if (!value && setting.required) continue;
             const std::string name = value ? value->as<std::string>() : setting.text;
+            if (*setting.endings != '\0' && !name.empty() && !holdsOneOf(name, setting.endings))
+                pipeline.warnings.push_back(
+                    fmt::format("{} writes nothing, {} = {} has none of the endings {}",
+                                stepLabel(pipeline, i), setting.path, name, setting.endings));
             const auto [at, isNew] = writers.emplace(name, i);
             if (!isNew)
                 pipeline.warnings.push_back(fmt::format("{} and {} write the same file {}",
@@ -202,7 +216,7 @@ void checkSettings(Pipeline& pipeline)
         checkRecord(pipeline.steps[i].settings, "", {near, all}, stepLabel(pipeline, i) + ": ",
                     pipeline.warnings);
     }
-    warnOfSharedFiles(pipeline);
+    warnOfFiles(pipeline);
 }
 
 std::vector<std::string> missingSettings(const Pipeline& pipeline)

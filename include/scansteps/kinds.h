@@ -24,7 +24,8 @@ struct SettingInfo
     double max = std::numeric_limits<double>::infinity();
     bool enforced =
         false;  ///< values outside min ... max are refused before a run; else the step has its own word
-    bool writesFile = false;  ///< the value names a file that the step writes
+    bool writesFile = false;   ///< the value names a file that the step writes
+    const char* endings = "";  ///< of which the file's name holds one, or nothing is written; empty: any name
     const char* unitName = "";
     const char* doc = "";
 
@@ -44,10 +45,12 @@ struct SettingInfo
         copy.max = high;
         return copy;
     }
-    constexpr SettingInfo writes() const
+    /// `allowed` endings have blanks between them.
+    constexpr SettingInfo writes(const char* allowed = "") const
     {
         SettingInfo copy = *this;
         copy.writesFile = true;
+        copy.endings = allowed;
         return copy;
     }
     constexpr SettingInfo unit(const char* name) const

@@ -35,7 +35,11 @@ OutputFile::OutputFile(const std::string& path) : path_(targetOf(path))
     const bool replaces = fs::is_regular_file(status);
     if (replaces && !openFile(path_, "r+b")) return;
     if (replaces || !fs::exists(status)) temporary_ = path_ + ".part";
-    file_ = openFile(temporary_.empty() ? path_ : temporary_, "wb");
+    if (!temporary_.empty()) file_ = openFile(temporary_, "wb");
+    if (!file_) {  // no file may be made there, or the longer name is too long
+        temporary_.clear();
+        file_ = openFile(path_, "wb");
+    }
     if (!file_) return;
     block_ = std::make_unique_for_overwrite<char[]>(kBlock);
     at_ = block_.get();

@@ -21,7 +21,8 @@ class OutputFile
     static constexpr std::size_t kBlock = 256 * 1024;
 
     /// Opens the temporary file. Does not throw when that fails: see isOpen(). An existing `path` that is no
-    /// regular file (a device, a pipe) is written directly; one that may not be written counts as not opened.
+    /// regular file (a device, a pipe), and any where no temporary file can be made, is written directly; one
+    /// that may not be written counts as not opened.
     explicit OutputFile(const std::string& path);
     /// Removes the temporary file unless commit() succeeded.
     ~OutputFile();

@@ -54,10 +54,10 @@ char* putIndex(char* out, std::uint32_t index)
 char* putPosition(char* out, const float* xyz)
 {
     for (int i = 0; i < 3; ++i) {
-        const float scaled = xyz[i] * 10000.0F;
-        if (!(std::fabs(scaled) < 2147483648.0F))
-            failf("coordinate %g is too large for PLY, whose limit here is 214748",
-                  static_cast<double>(xyz[i]));
+        const double value = static_cast<double>(xyz[i]);
+        const double scaled = value * 10000.0;  // a float product could round away from zero
+        if (!(std::fabs(scaled) < 2147483648.0))
+            failf("coordinate %g is too large for PLY, whose limit here is 214748", value);
         out = text::putTenThousandths(out, static_cast<std::int32_t>(scaled));
         *out++ = ' ';
     }

@@ -53,13 +53,16 @@ class CopiedRows : public RowSource
     }
     const std::uint8_t* rows(int first, int count) override
     {
-        copyUpTo(rowBytes_ * static_cast<std::size_t>(first + count));
-        return picture(to_.data() + rowBytes_ * static_cast<std::size_t>(first), count);
+        const std::byte* begin = to_.data() + rowBytes_ * static_cast<std::size_t>(first);
+        copyUpTo(rowBytes_ * static_cast<std::size_t>(first + count + more(first + count)));
+        return picture(begin, count + more(first + count));
     }
     /// What nobody asked for.
     void finish() { copyUpTo(to_.byteSize()); }
 
   protected:
+    /// Rows behind those asked for, `next` being the first of them, that their picture depends on.
+    virtual int more(int /*next*/) const { return 0; }
     virtual const std::uint8_t* picture(const std::byte* rows, int)
     {
         return reinterpret_cast<const std::uint8_t*>(rows);
@@ -88,10 +91,15 @@ class Cjwrite::SampleRows final : public CopiedRows
     SampleRows(Cjwrite& step, const Array& from, Array& to)
         : CopiedRows(from, to, 2 * static_cast<std::size_t>(step.width_)), step_(step)
     {
-        step.rgb_.resize(3 * static_cast<std::size_t>(step.width_) * kRowsAtOnce);
+        step.rgb_.resize(3 * static_cast<std::size_t>(step.width_) * (kRowsAtOnce + 1));
     }
 
   private:
+    // The last pixel of an odd width takes a colour from the row below.
+    int more(int next) const override
+    {
+        return step_.isVideo_ && step_.width_ % 2 != 0 && next < step_.height_ ? 1 : 0;
+    }
     const std::uint8_t* picture(const std::byte* rows, int count) override
     {
         const std::size_t width = static_cast<std::size_t>(step_.width_),

@@ -47,12 +47,13 @@ TEST(PlyWriter, meshByteByByte)
 
 TEST(PlyWriter, cloudByteByByte)
 {
-    const std::vector<float> points = {0.1F, -0.00009F, 214748.3F}, colours = {1, 99.9F, 100};
+    const std::vector<float> points = {0.1F, -0.00009F, 214748.3F, 63.1F, -0.7F, 1},
+                             colours = {1, 99.9F, 100, 4, 5, 6};
     EXPECT_EQ(plyOf(Cloud{points, colours}),
-              "ply\nformat ascii 1.0\ncomment scansteps 0.1.0\nelement vertex 1\n"
+              "ply\nformat ascii 1.0\ncomment scansteps 0.1.0\nelement vertex 2\n"
               "property float x\nproperty float y\nproperty float z\n"
-              "property uchar red\nproperty uchar green\nproperty uchar blue\nend_header\n0.1 0 214748 1 99 "
-              "100 \n");
+              "property uchar red\nproperty uchar green\nproperty uchar blue\nend_header\n"
+              "0.1 0 214748 1 99 100 \n63.0999 -0.6999 1 4 5 6 \n");  // floats below 63.1 and 0.7
 }
 
 TEST(Writers, emptyModels)
@@ -232,6 +233,11 @@ TEST(OutputFile, unopenedLinkedAndSpecialTargets)
     EXPECT_FALSE(saveObj(dir / "missing/a.obj", {test::tetrahedron().mesh(), {}, {16, 1}}));
     std::filesystem::create_directory(dir / "folder.ply");
     EXPECT_FALSE(OutputFile(dir / "folder.ply").isOpen());
+    const std::string longName(253, 'n');  // which leaves no room for a longer temporary name
+    OutputFile named(dir / longName.c_str());
+    named.write("here");
+    named.commit();
+    EXPECT_EQ(test::readFile(dir / longName.c_str()), "here");
 #ifndef _WIN32  // whose files are no devices, and which lets few users make links
     const std::string real = dir.write("real.ply", "old");
     std::filesystem::create_symlink("real.ply", dir / "link.ply");

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "convert/grey_window.h"
+#include "convert/yuyv.h"
 #include "io/image_file.h"
 #include "support/chain.h"
 #include "support/images.h"
@@ -138,6 +139,15 @@ TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
     std::vector<std::uint8_t> grey(3 * 6 * 41);
     scalar::greyWindow(std::span(samples).first(6 * 41), grey, 256, 128);
     EXPECT_EQ(written("tall.ppm"), grey);
+
+    // The last pixel of an odd width has a colour of the row below, wherever the pieces end.
+    samples.resize(5 * 41);
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<std::uint16_t>(i * 40503U);
+    init("odd.ppm", 5, 41, {{"dataFormat", "CPU::u_1x16"}, {"VideoFormat", "YUYV16"}});
+    processSamples(5, 41, samples);
+    std::vector<std::uint8_t> colour(3 * samples.size());
+    scalar::yuyvToRgb(samples, colour, 5, 41);
+    EXPECT_EQ(written("odd.ppm"), colour);
 }
 
 TEST_F(CjwriteTest, framesThatDoNotFitThrowBothSizes)
