@@ -1,8 +1,7 @@
-// Speed of the pixel conversions against memcpy of the same traffic and, where built with peers, against
-// libyuv called line by line, the line between its two calls staying in cache.
-#include <cmath>
+// Speed of the pixel conversions on a photograph, larger frames being reflected copies of it, against memcpy
+// of the same traffic and, where built with peers, against libyuv called line by line, the line between its
+// two calls staying in cache.
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "convert/grey_window.h"
@@ -11,6 +10,7 @@
 #include "convert/rgb_magnitude.h"
 #include "convert/yuyv.h"
 #include "ratio.h"
+#include "scaled.h"
 #ifdef SCANSTEPS_PEER_LIBYUV
 #include <libyuv.h>
 #endif
@@ -18,6 +18,15 @@
 namespace {
 
 using namespace scansteps;
+
+// What a kernel works on: a frame, or a part of one that is taken for a frame.
+struct View
+{
+    std::size_t width, height;
+    std::span<std::uint16_t> wide, wideOut;
+    std::span<std::uint8_t> rgb, rgbOut;
+    std::span<float> plane;
+};
 
 struct Frame
 {
@@ -28,83 +37,94 @@ struct Frame
           wide(pixels),
           wideOut(pixels),
           rgb(3 * pixels),
-          rgbOut(3 * pixels)
+          rgbOut(3 * pixels),
+          plane(pixels)
     {
-        // A smooth field with some noise, as pictures have.
-        std::mt19937 random(1);
+        const test::Image photo =
+            bench::reflected(test::examplePhoto("photo_coffee.jpg"), int(width), int(height));
+        const std::vector<std::uint8_t> grey = test::greyOf(photo);
+        std::copy(photo.rgb.begin(), photo.rgb.end(), rgb.part(0, 3 * pixels).begin());
         for (std::size_t k = 0; k < pixels; ++k) {
-            const double wave = std::sin(double(k % width) * 0.01) + std::cos(double(k / width) * 0.013);
-            const auto level = unsigned(128 + 50 * wave + double(random() % 8));
-            wide[k] = std::uint16_t(level | (128 + random() % 16) << 8);
-            for (unsigned c = 0; c < 3; ++c) rgb[3 * k + c] = std::uint8_t(level - 9 * c);
+            wide[k] = std::uint16_t(grey[k] | photo.rgb[3 * k] << 8);
+            plane[k] = float(wide[k]) - 32768;
         }
     }
 
+    View view(std::size_t first, std::size_t w, std::size_t h)
+    {
+        const std::size_t count = w * h;
+        return {w,
+                h,
+                wide.part(first, count),
+                wideOut.part(first, count),
+                rgb.part(3 * first, 3 * count),
+                rgbOut.part(3 * first, 3 * count),
+                plane.part(first, count)};
+    }
+    View whole() { return view(0, width, height); }
+
     std::size_t width, height, pixels;
-    std::vector<std::uint16_t> wide, wideOut;
-    std::vector<std::uint8_t> rgb, rgbOut;
+    bench::Samples<std::uint16_t> wide, wideOut;
+    bench::Samples<std::uint8_t> rgb, rgbOut;
+    bench::Samples<float> plane;
 };
+
+template <class Kernel>
+void againstCopy(benchmark::State& state, double bytesPerPixel, Kernel kernel)
+{
+    Frame f(state);
+    const auto whole = [kernel, view = f.whole()] { kernel(view); };
+    bench::compareWithCopy(state, double(f.pixels), bytesPerPixel, whole);
+    bench::compareWithSmallFrames(state, f.pixels, whole, [&](std::size_t k) {
+        kernel(f.view(k * bench::kSmallWidth * bench::kSmallHeight, bench::kSmallWidth, bench::kSmallHeight));
+    });
+}
 
 void YuyvToRgb(benchmark::State& state)
 {
-    Frame f(state);
-    bench::compareWithCopy(state, double(f.pixels), 5,
-                           [&] { yuyvToRgb(f.wide, f.rgbOut, f.width, f.height); });
+    againstCopy(state, 5, [](const View& v) { yuyvToRgb(v.wide, v.rgbOut, v.width, v.height); });
 }
 BENCHMARK(YuyvToRgb)->Apply(bench::frameSizes);
 
 void RgbToYuyv(benchmark::State& state)
 {
-    Frame f(state);
-    bench::compareWithCopy(state, double(f.pixels), 5,
-                           [&] { rgbToYuyv(f.rgb, f.wideOut, f.width, f.height); });
+    againstCopy(state, 5, [](const View& v) { rgbToYuyv(v.rgb, v.wideOut, v.width, v.height); });
 }
 BENCHMARK(RgbToYuyv)->Apply(bench::frameSizes);
 
 void FloatToOffset16(benchmark::State& state)
 {
-    Frame f(state);
-    std::vector<float> plane(f.pixels);
-    for (std::size_t k = 0; k < f.pixels; ++k) plane[k] = float(f.wide[k]) - 32768;
-    bench::compareWithCopy(state, double(f.pixels), 6, [&] { floatToOffset16(plane, f.wideOut); });
+    againstCopy(state, 6, [](const View& v) { floatToOffset16(v.plane, v.wideOut); });
 }
 BENCHMARK(FloatToOffset16)->Apply(bench::frameSizes);
 
 void Offset16ToFloat(benchmark::State& state)
 {
-    Frame f(state);
-    std::vector<float> plane(f.pixels);
-    bench::compareWithCopy(state, double(f.pixels), 6, [&] { offset16ToFloat(f.wide, plane); });
+    againstCopy(state, 6, [](const View& v) { offset16ToFloat(v.wide, v.plane); });
 }
 BENCHMARK(Offset16ToFloat)->Apply(bench::frameSizes);
 
 void RgbToOffset16(benchmark::State& state)
 {
-    Frame f(state);
-    bench::compareWithCopy(state, double(f.pixels), 5, [&] { rgbToOffset16(f.rgb, f.wideOut); });
+    againstCopy(state, 5, [](const View& v) { rgbToOffset16(v.rgb, v.wideOut); });
 }
 BENCHMARK(RgbToOffset16)->Apply(bench::frameSizes);
 
 void GreyWindow(benchmark::State& state)
 {
-    Frame f(state);
-    bench::compareWithCopy(state, double(f.pixels), 5, [&] { greyWindow(f.wide, f.rgbOut, 400, 128); });
+    againstCopy(state, 5, [](const View& v) { greyWindow(v.wide, v.rgbOut, 400, 128); });
 }
 BENCHMARK(GreyWindow)->Apply(bench::frameSizes);
 
 void ReduceOffset16(benchmark::State& state)
 {
-    Frame f(state);
-    bench::compareWithCopy(state, double(f.pixels), 2.5,
-                           [&] { reduceOffset16(f.wide, f.wideOut, f.width, f.height, 2); });
+    againstCopy(state, 2.5, [](const View& v) { reduceOffset16(v.wide, v.wideOut, v.width, v.height, 2); });
 }
 BENCHMARK(ReduceOffset16)->Apply(bench::frameSizes);
 
 void ReduceYuyv16(benchmark::State& state)
 {
-    Frame f(state);
-    bench::compareWithCopy(state, double(f.pixels), 2.5,
-                           [&] { reduceYuyv16(f.wide, f.wideOut, f.width, f.height, 2); });
+    againstCopy(state, 2.5, [](const View& v) { reduceYuyv16(v.wide, v.wideOut, v.width, v.height, 2); });
 }
 BENCHMARK(ReduceYuyv16)->Apply(bench::frameSizes);
 
@@ -116,7 +136,8 @@ void YuyvToRgb_libyuv(benchmark::State& state)
     std::vector<std::uint8_t> line(4 * f.width), out(3 * f.pixels);
     const int width = int(f.width);
     bench::compare(
-        state, double(f.pixels), "of_libyuv", [&] { yuyvToRgb(f.wide, f.rgbOut, f.width, f.height); },
+        state, double(f.pixels), "of_libyuv",
+        [v = f.whole()] { yuyvToRgb(v.wide, v.rgbOut, v.width, v.height); },
         [&] {
             for (std::size_t y = 0; y < f.height; ++y) {
                 const auto* row = reinterpret_cast<const std::uint8_t*>(&f.wide[y * f.width]);
@@ -133,7 +154,8 @@ void RgbToYuyv_libyuv(benchmark::State& state)
     std::vector<std::uint8_t> line(4 * f.width), out(2 * f.pixels);
     const int width = int(f.width);
     bench::compare(
-        state, double(f.pixels), "of_libyuv", [&] { rgbToYuyv(f.rgb, f.wideOut, f.width, f.height); },
+        state, double(f.pixels), "of_libyuv",
+        [v = f.whole()] { rgbToYuyv(v.rgb, v.wideOut, v.width, v.height); },
         [&] {
             for (std::size_t y = 0; y < f.height; ++y) {
                 libyuv::RGB24ToARGB(&f.rgb[3 * y * f.width], 3 * width, line.data(), 4 * width, width, 1);

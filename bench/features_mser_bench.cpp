@@ -2,31 +2,24 @@
 // are the same photograph in reflected copies, so the content for each pixel stays the same.
 #include <benchmark/benchmark.h>
 
-#include "../tests/support/images.h"
 #include "features/mser.h"
 #include "ratio.h"
+#include "scaled.h"
 
 namespace {
 
 using namespace scansteps;
 
-std::vector<std::uint8_t> reflected(const test::Image& photo, int width, int height)
+std::vector<std::uint8_t> photoOf(const char* name, int width, int height)
 {
-    const std::vector<std::uint8_t> grey = test::greyOf(photo);
-    const auto fold = [](int v, int n) { return v / n % 2 ? n - 1 - v % n : v % n; };
-    std::vector<std::uint8_t> out(std::size_t(width) * std::size_t(height));
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            out[std::size_t(y) * std::size_t(width) + std::size_t(x)] =
-                grey[std::size_t(fold(y, photo.height) * photo.width + fold(x, photo.width))];
-    return out;
+    return test::greyOf(bench::reflected(test::examplePhoto(name), width, height));
 }
 
 void regions(benchmark::State& state, const char* name)
 {
     const int width = int(state.range(0));
     const int height = int(state.range(1));
-    const std::vector<std::uint8_t> grey = reflected(test::examplePhoto(name), width, height);
+    const std::vector<std::uint8_t> grey = photoOf(name, width, height);
     const int area = width * height;
     MSER detector(1, MSER::fractionOf(9, area), MSER::fractionOf(1024, area), 0.2, 0.33, true);
     std::vector<Region> found;
@@ -42,10 +35,9 @@ void regions(benchmark::State& state, const char* name)
 // How much longer a pixel takes at 3840 × 2160 than at 640 × 480, both by turns: counter "growth".
 void growth(benchmark::State& state, const char* name)
 {
-    const test::Image photo = test::examplePhoto(name);
     const auto worker = [&](int width, int height) {
         const int area = width * height;
-        return [grey = reflected(photo, width, height), width, height, found = std::vector<Region>(),
+        return [grey = photoOf(name, width, height), width, height, found = std::vector<Region>(),
                 detector = MSER(1, MSER::fractionOf(9, area), MSER::fractionOf(1024, area), 0.2, 0.33,
                                 true)]() mutable {
             found.clear();

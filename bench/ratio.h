@@ -10,9 +10,12 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "scansteps/array.h"
 
 namespace scansteps::bench {
 
@@ -60,19 +63,39 @@ void compare(benchmark::State& state, double pixels, const std::string& label, W
     state.counters[label] = median(ratios);
 }
 
+/// Samples in memory as a chain's frames have it: 64-byte aligned, large pages where the system has them.
+template <class T>
+class Samples
+{
+  public:
+    explicit Samples(std::size_t count) : array_(kindOf<T>(), std::uint32_t(count), 1) {}
+    std::span<T> part(std::size_t first, std::size_t count)
+    {
+        return array_.elements<T>().subspan(first, count);
+    }
+    T& operator[](std::size_t k) { return array_.elements<T>()[k]; }
+
+  private:
+    Array array_;
+};
+
 /// memcpy that moves as much as a kernel with this traffic: (bytes read + bytes written) / 2.
 class Copy
 {
   public:
-    explicit Copy(std::size_t traffic) : from_(traffic / 2, 1), to_(traffic / 2, 2) {}
+    explicit Copy(std::size_t traffic) : size_(traffic / 2), from_(size_), to_(size_)
+    {
+        std::memset(from_.part(0, size_).data(), 1, size_);
+    }
     void operator()()
     {
-        std::memcpy(to_.data(), from_.data(), from_.size());
-        benchmark::DoNotOptimize(to_.data());
+        std::memcpy(to_.part(0, size_).data(), from_.part(0, size_).data(), size_);
+        benchmark::DoNotOptimize(to_[0]);
     }
 
   private:
-    std::vector<std::uint8_t> from_, to_;
+    std::size_t size_;
+    Samples<std::uint8_t> from_, to_;
 };
 
 /// Against memcpy: counter "of_memcpy".
@@ -87,6 +110,28 @@ inline void frameSizes(benchmark::internal::Benchmark* b)
 {
     b->Args({640, 480})->Args({1920, 1080})->Args({3840, 2160})->Args({7680, 4320});
     b->Iterations(15)->UseManualTime()->Unit(benchmark::kMicrosecond);  // turns, not calls
+}
+
+constexpr std::size_t kSmallWidth = 640, kSmallHeight = 480;
+
+/// Only at the largest size: counter "growth", the time of one frame over that of as many frames of 640 x 480
+/// as have its pixels, by turns. Those lie one behind the other in as much memory, so neither is in a cache
+/// when its turn comes: what is left is what a kernel itself loses on a large frame.
+template <class Whole, class Small>
+void compareWithSmallFrames(benchmark::State& state, std::size_t pixels, Whole whole, Small small)
+{
+    constexpr std::size_t kSmallPixels = kSmallWidth * kSmallHeight;
+    if (pixels < 100 * kSmallPixels) return;
+    const auto all = [&] {
+        for (std::size_t k = 0; k < pixels / kSmallPixels; ++k) small(k);
+    };
+    std::vector<double> ratios;
+    whole(), all();
+    for (int turn = 0; turn < 9; ++turn) {
+        const double time = secondsPerCall(whole, 1);
+        ratios.push_back(time / secondsPerCall(all, 1));
+    }
+    state.counters["growth"] = median(ratios);
 }
 
 }  // namespace scansteps::bench

@@ -45,4 +45,19 @@ inline Image scaled(const Image& from, int width, int height)
     return to;
 }
 
+/// The picture beside and below reflected copies of itself, as many as the size takes: a larger frame with
+/// the same content about a pixel.
+inline Image reflected(const Image& from, int width, int height)
+{
+    const auto fold = [](int v, int n) { return v / n % 2 != 0 ? n - 1 - v % n : v % n; };
+    Image to{width, height, std::vector<std::uint8_t>(std::size_t(width) * std::size_t(height) * 3)};
+    std::uint8_t* out = to.rgb.data();
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const std::size_t at = std::size_t(fold(y, from.height) * from.width + fold(x, from.width));
+            out = std::copy_n(&from.rgb[3 * at], 3, out);
+        }
+    return to;
+}
+
 }  // namespace scansteps::bench

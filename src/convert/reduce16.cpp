@@ -13,66 +13,100 @@ namespace scansteps {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Factor 2, one row of the output from two of the input: a 32-bit lane is a pair of neighbours. Samples less
-// 32768 are the samples with the top bit flipped, as signed 16-bit numbers. Returns the number of output
+using D32 = hn::ScalableTag<std::int32_t>;
+using D16 = hn::Repartition<std::int16_t, D32>;
+using DU16 = hn::Repartition<std::uint16_t, D32>;
+
+// Factor 2, one row of the output from two of the input, a vector of output samples at a time: `half` makes
+// 32-bit lanes of two neighbours above and two below, `whole` a vector of samples of two such vectors,
+// packed. The last vector may overlap the one before; it starts at an even column. Returns the number of
 // samples done.
-std::size_t HalveOffset16(const std::uint16_t* HWY_RESTRICT upper, const std::uint16_t* HWY_RESTRICT lower,
-                          std::uint16_t* HWY_RESTRICT dst, std::size_t count)
+template <class Half, class Whole>
+HWY_INLINE std::size_t HalveRow(const std::uint16_t* HWY_RESTRICT upper,
+                                const std::uint16_t* HWY_RESTRICT lower, std::uint16_t* HWY_RESTRICT dst,
+                                std::size_t count, Half half, Whole whole)
 {
-    const hn::ScalableTag<std::int32_t> d32;
-    const hn::Repartition<std::int16_t, decltype(d32)> d16;
-    const hn::Repartition<std::uint16_t, decltype(d32)> du16;
-    const hn::Rebind<std::uint16_t, decltype(d32)> dOut;
-    const auto flip = hn::Set(du16, 0x8000);
-    const auto one = hn::Set(d16, 1);
-    const std::size_t lanes = hn::Lanes(d32);
-    std::size_t i = 0;
-    for (; i + lanes <= count; i += lanes) {
-        fetchAhead(upper + 2 * i);
-        fetchAhead(lower + 2 * i);
-        const auto a = hn::BitCast(d16, hn::Xor(hn::LoadU(du16, upper + 2 * i), flip));
-        const auto b = hn::BitCast(d16, hn::Xor(hn::LoadU(du16, lower + 2 * i), flip));
-        auto rest = hn::Zero(d32);
-        auto sum = hn::ReorderWidenMulAccumulate(d32, a, one, hn::Zero(d32), rest);
-        sum = hn::RearrangeToOddPlusEven(hn::ReorderWidenMulAccumulate(d32, b, one, sum, rest), rest);
-        const auto towardZero = hn::And(hn::ShiftRight<31>(sum), hn::Set(d32, 3));
-        const auto mean = hn::ShiftRight<2>(hn::Add(sum, towardZero));
-        hn::StoreU(hn::DemoteTo(dOut, hn::Add(mean, hn::Set(d32, 32768))), dOut, dst + i);
-    }
-    return i;
+    const DU16 du16;
+    const hn::Repartition<std::uint64_t, D32> d64;
+    const std::size_t step = hn::Lanes(du16);
+    if (count < step) return 0;
+    // Packing takes 8 bytes of each vector in turns.
+    alignas(64) std::uint64_t order[hn::MaxLanes(d64)];
+    for (std::size_t k = 0; k < hn::Lanes(d64); ++k)
+        order[k] = 2 * k % hn::Lanes(d64) + 2 * k / hn::Lanes(d64);
+    const auto inOrder = hn::SetTableIndices(d64, order);
+    const auto at = [&](std::size_t i) HWY_ATTR {
+        const std::uint16_t *a = upper + 2 * i, *b = lower + 2 * i;
+        for (const std::uint16_t* row : {a, b}) {
+            fetchAhead(row);
+            fetchAhead(row + step);
+        }
+        const auto first = half(hn::LoadU(du16, a), hn::LoadU(du16, b));
+        const auto second = half(hn::LoadU(du16, a + step), hn::LoadU(du16, b + step));
+        const auto samples = hn::TableLookupLanes(hn::BitCast(d64, whole(first, second)), inOrder);
+        hn::StoreU(hn::BitCast(du16, samples), du16, dst + i);
+    };
+    for (std::size_t i = 0; i + step <= count; i += step) at(i);
+    if (count % step != 0) at((count - step) / 2 * 2);
+    return count / 2 * 2;
 }
 
-// The same for YUYV16: byte 0 and 2 of a lane are luma, 1 is U and 3 is V; an even output column takes U, an
-// odd V.
-std::size_t HalveYuyv16(const std::uint16_t* HWY_RESTRICT upper, const std::uint16_t* HWY_RESTRICT lower,
-                        std::uint16_t* HWY_RESTRICT dst, std::size_t count)
+// Samples less 32768 are the samples with the top bit flipped, as signed 16-bit numbers.
+std::size_t HalveOffset16(const std::uint16_t* upper, const std::uint16_t* lower, std::uint16_t* dst,
+                          std::size_t count)
 {
-    const hn::ScalableTag<std::int32_t> d32;
-    const hn::Repartition<std::uint32_t, decltype(d32)> du32;
-    const hn::Repartition<std::uint8_t, decltype(d32)> d8;
-    const hn::Repartition<std::uint16_t, decltype(d32)> du16;
-    const hn::Rebind<std::uint16_t, decltype(d32)> dOut;
+    const D32 d32;
+    const D16 d16;
+    const auto flip = hn::Set(d16, std::int16_t{-32768});
+    const auto one = hn::Set(d16, 1);
+    const auto mean = [&](hn::Vec<DU16> a, hn::Vec<DU16> b) HWY_ATTR {
+        auto rest = hn::Zero(d32);
+        auto sum =
+            hn::ReorderWidenMulAccumulate(d32, hn::Xor(hn::BitCast(d16, a), flip), one, hn::Zero(d32), rest);
+        sum = hn::ReorderWidenMulAccumulate(d32, hn::Xor(hn::BitCast(d16, b), flip), one, sum, rest);
+        sum = hn::RearrangeToOddPlusEven(sum, rest);
+        const auto towardZero = hn::And(hn::ShiftRight<31>(sum), hn::Set(d32, 3));
+        return hn::ShiftRight<2>(hn::Add(sum, towardZero));
+    };
+    return HalveRow(upper, lower, dst, count, mean, [&](auto first, auto second) HWY_ATTR {
+        return hn::Xor(hn::ReorderDemote2To(d16, first, second), flip);
+    });
+}
+
+// Byte 0 and 2 of a pair of YUYV16 samples are luma, 1 is U and 3 is V; an even output column takes U, an odd
+// V. Sums stay sums until two vectors are packed.
+struct YuyvSums
+{
+    hn::Vec<D32> luma, chroma;
+};
+
+std::size_t HalveYuyv16(const std::uint16_t* upper, const std::uint16_t* lower, std::uint16_t* dst,
+                        std::size_t count)
+{
+    const D32 d32;
+    const D16 d16;
+    const hn::Repartition<std::uint8_t, D32> d8;
     alignas(16) static constexpr std::uint8_t kChroma[16] = {1, 255, 255, 255, 7,  255, 255, 255,
                                                              9, 255, 255, 255, 15, 255, 255, 255};
     const auto chromaIndex = hn::LoadDup128(d8, kChroma);
-    const auto lowByte = hn::Set(du16, 0xFF);
-    const std::size_t lanes = hn::Lanes(d32);
-    std::size_t i = 0;
-    for (; i + lanes <= count; i += lanes) {
-        fetchAhead(upper + 2 * i);
-        fetchAhead(lower + 2 * i);
-        const auto a = hn::LoadU(du16, upper + 2 * i);
-        const auto b = hn::LoadU(du16, lower + 2 * i);
-        const auto columns = hn::BitCast(du32, hn::Add(hn::And(a, lowByte), hn::And(b, lowByte)));
-        const auto luma =
-            hn::ShiftRight<2>(hn::And(hn::Add(columns, hn::ShiftRight<16>(columns)), hn::Set(du32, 0xFFFF)));
-        const auto chromaA = hn::BitCast(du32, hn::TableLookupBytesOr0(hn::BitCast(d8, a), chromaIndex));
-        const auto chromaB = hn::BitCast(du32, hn::TableLookupBytesOr0(hn::BitCast(d8, b), chromaIndex));
-        const auto chroma = hn::ShiftRight<1>(hn::Add(chromaA, chromaB));
-        const auto sample = hn::Or(luma, hn::ShiftLeft<8>(chroma));
-        hn::StoreU(hn::DemoteTo(dOut, hn::BitCast(d32, sample)), dOut, dst + i);
-    }
-    return i;
+    const auto lowByte = hn::Set(DU16(), 0xFF);
+    const auto highByte = hn::Set(d16, std::int16_t{-256});
+    const auto one = hn::Set(d16, 1);
+    const auto sums = [&](hn::Vec<DU16> a, hn::Vec<DU16> b) HWY_ATTR {
+        const auto columns = hn::BitCast(d16, hn::Add(hn::And(a, lowByte), hn::And(b, lowByte)));
+        auto rest = hn::Zero(d32);
+        const auto luma = hn::ReorderWidenMulAccumulate(d32, columns, one, hn::Zero(d32), rest);
+        const auto chroma = [&](hn::Vec<DU16> v) HWY_ATTR {
+            return hn::BitCast(d32, hn::TableLookupBytesOr0(hn::BitCast(d8, v), chromaIndex));
+        };
+        return YuyvSums{hn::RearrangeToOddPlusEven(luma, rest), hn::Add(chroma(a), chroma(b))};
+    };
+    return HalveRow(
+        upper, lower, dst, count, sums, [&](const YuyvSums& first, const YuyvSums& second) HWY_ATTR {
+            const auto luma = hn::ShiftRight<2>(hn::ReorderDemote2To(d16, first.luma, second.luma));
+            const auto chroma = hn::ShiftLeft<7>(hn::ReorderDemote2To(d16, first.chroma, second.chroma));
+            return hn::Or(luma, hn::And(chroma, highByte));
+        });
 }
 
 }  // namespace HWY_NAMESPACE

@@ -4,12 +4,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
 #include <span>
 #include <utility>
 
+#include "framework/large_pages.h"
 #include "scansteps/error.h"
 
 namespace scansteps {
@@ -35,10 +37,7 @@ class FloatPlane
         if (stride % 1024 == 0) stride += kLine;  // rows a page apart would share cache sets and stall stores
         if (height != 0 && stride > std::numeric_limits<std::size_t>::max() / 8 / height)
             fail("FloatPlane: size out of range");
-        const std::size_t samples = stride * height;
-        std::unique_ptr<float[], Release> fresh(samples != 0 ? new (std::align_val_t{64}) float[samples]()
-                                                             : nullptr);
-        buffer_ = std::move(fresh);
+        buffer_ = zeros(stride * height);
         width_ = width;
         height_ = height;
         stride_ = stride;
@@ -69,7 +68,18 @@ class FloatPlane
         void operator()(float* p) const { ::operator delete[](p, std::align_val_t{64}); }
     };
 
-    std::unique_ptr<float[], Release> buffer_;
+    using Buffer = std::unique_ptr<float[], Release>;
+
+    static Buffer zeros(std::size_t samples)
+    {
+        if (samples == 0) return nullptr;
+        const std::size_t bytes = samples * sizeof(float);
+        void* block = ::operator new[](bytes, std::align_val_t{64});
+        preferLargePages(block, bytes);
+        return Buffer(static_cast<float*>(std::memset(block, 0, bytes)));
+    }
+
+    Buffer buffer_;
     std::uint32_t width_ = 0;
     std::uint32_t height_ = 0;
     std::size_t stride_ = 0;

@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "framework/large_pages.h"
 #include "scansteps/error.h"
 
 namespace scansteps {
@@ -56,6 +57,7 @@ std::byte* allocate(std::size_t bytes, bool zero)
     if (bytes > std::numeric_limits<std::size_t>::max() - kAlignment) throw std::bad_alloc();
     void* block = zero ? std::calloc(1, bytes + kAlignment) : std::malloc(bytes + kAlignment);
     if (block == nullptr) throw std::bad_alloc();
+    preferLargePages(block, bytes + kAlignment);
     return alignInside(block);
 }
 
@@ -218,6 +220,7 @@ std::byte* Array::growTo(std::size_t bytes)
     const auto offset = data_ - static_cast<std::byte*>(oldBlock);
     void* block = std::realloc(oldBlock, bytes + kAlignment);
     if (block == nullptr) throw std::bad_alloc();
+    preferLargePages(block, bytes + kAlignment);
     // The new block may lie differently to the cache lines: move the bytes to the aligned place.
     auto* moved = static_cast<std::byte*>(block) + offset;
     auto* storage =

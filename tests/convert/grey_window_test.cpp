@@ -32,6 +32,9 @@ TEST(GreyWindow, vectorEqualsScalarForAllSamples)
     std::vector<std::pair<int, int>> settings = {
         {0, 0},         {1, 0},     {-1, 5},      {INT_MAX, 0},    {INT_MIN, 0},      {256, INT_MAX},
         {256, INT_MIN}, {65536, 0}, {3, 1 << 24}, {3, -(1 << 24)}, {INT_MAX, INT_MAX}};
+    for (const int level :
+         {(1 << 22) - 1, 1 << 22, -(1 << 22), 1 - (1 << 22)})  // where the vectors' range ends
+        for (const int window : {1, -1, 0, 1 << 23}) settings.emplace_back(window, level);
     for (int k = 1; k <= 128; k *= 2)
         for (const int window : {255, 510, 85, 17, 30, 6}) settings.emplace_back(window * k, k - 3);
     std::mt19937 random(3);
