@@ -118,7 +118,8 @@ constexpr std::size_t kSmallWidth = 640, kSmallHeight = 480;
 /// as have its pixels, by turns. Those lie one behind the other in as much memory, so neither is in a cache
 /// when its turn comes: what is left is what a kernel itself loses on a large frame.
 template <class Whole, class Small>
-void compareWithSmallFrames(benchmark::State& state, std::size_t pixels, Whole whole, Small small)
+void compareWithSmallFrames(benchmark::State& state, std::size_t pixels, Whole whole, Small small,
+                            int turns = 9)
 {
     constexpr std::size_t kSmallPixels = kSmallWidth * kSmallHeight;
     if (pixels < 100 * kSmallPixels) return;
@@ -127,7 +128,7 @@ void compareWithSmallFrames(benchmark::State& state, std::size_t pixels, Whole w
     };
     std::vector<double> ratios;
     whole(), all();
-    for (int turn = 0; turn < 9; ++turn) {
+    for (int turn = 0; turn < turns; ++turn) {
         const double time = secondsPerCall(whole, 1);
         ratios.push_back(time / secondsPerCall(all, 1));
     }

@@ -52,12 +52,19 @@ void* blockOf(std::byte* storage)
     return block;
 }
 
-std::byte* allocate(std::size_t bytes, bool zero)
+enum class Fill
+{
+    Zeros,
+    Nothing,
+    Growing,  // nothing, and in ordinary pages: the system moves only those without a copy when a block grows
+};
+
+std::byte* allocate(std::size_t bytes, Fill fill)
 {
     if (bytes > std::numeric_limits<std::size_t>::max() - kAlignment) throw std::bad_alloc();
-    void* block = zero ? std::calloc(1, bytes + kAlignment) : std::malloc(bytes + kAlignment);
+    void* block = fill == Fill::Zeros ? std::calloc(1, bytes + kAlignment) : std::malloc(bytes + kAlignment);
     if (block == nullptr) throw std::bad_alloc();
-    preferLargePages(block, bytes + kAlignment);
+    if (fill != Fill::Growing) preferLargePages(block, bytes + kAlignment);
     return alignInside(block);
 }
 
@@ -140,7 +147,7 @@ Array& Array::operator=(const Array& other)
     if (this == &other) return *this;
     const std::size_t bytes = other.byteSize();
     if (bytes != byteSize() || data_ == nullptr) {
-        std::byte* storage = bytes != 0 && other.data_ != nullptr ? allocate(bytes, false) : nullptr;
+        std::byte* storage = bytes != 0 && other.data_ != nullptr ? allocate(bytes, Fill::Nothing) : nullptr;
         release();
         data_ = storage;
     }
@@ -191,7 +198,7 @@ void Array::reshape(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std:
     const std::size_t bytes = bytesOf(dims, kind);
     if (bytes >= std::numeric_limits<std::size_t>::max() / 2) fail("array too large");
     if (bytes != byteSize() || data_ == nullptr) {
-        std::byte* storage = bytes != 0 ? allocate(bytes, true) : nullptr;
+        std::byte* storage = bytes != 0 ? allocate(bytes, Fill::Zeros) : nullptr;
         release();
         data_ = storage;
     }
@@ -215,12 +222,11 @@ void Array::beginGrowing(Kind kind, std::uint32_t rowLength, std::uint32_t rows,
 
 std::byte* Array::growTo(std::size_t bytes)
 {
-    if (data_ == nullptr) return data_ = allocate(bytes, false);
+    if (data_ == nullptr) return data_ = allocate(bytes, Fill::Growing);
     void* oldBlock = blockOf(data_);
     const auto offset = data_ - static_cast<std::byte*>(oldBlock);
     void* block = std::realloc(oldBlock, bytes + kAlignment);
     if (block == nullptr) throw std::bad_alloc();
-    preferLargePages(block, bytes + kAlignment);
     // The new block may lie differently to the cache lines: move the bytes to the aligned place.
     auto* moved = static_cast<std::byte*>(block) + offset;
     auto* storage =
