@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <memory>
+#include <vector>
 
 #include "features/grey_filters.h"
 
@@ -245,10 +245,10 @@ constexpr int kVector = 64;  // no vector has more lanes, whatever their type
 class FramedImage
 {
   public:
-    explicit FramedImage(GreyView image) : stride_(image.width + 2 + kVector)
+    FramedImage(GreyView image, Scratch scratch)
+        : stride_(image.width + 2 + kVector),
+          samples_(std::size_t(stride_) * std::size_t(image.height + 2), scratch)
     {
-        samples_ = std::make_unique_for_overwrite<std::uint8_t[]>(std::size_t(stride_) *
-                                                                  std::size_t(image.height + 2));
         for (int y = 0; y < image.height; ++y) std::copy_n(image.row(y), image.width, row(y));
         for (int y = 0; y < image.height; ++y) {
             row(y)[-1] = row(y)[0];
@@ -260,11 +260,11 @@ class FramedImage
     ThreeRows rows(int y) const { return {row(y - 1), row(y), row(y + 1)}; }
 
   private:
-    const std::uint8_t* row(int y) const { return samples_.get() + std::ptrdiff_t{y + 1} * stride_ + 1; }
-    std::uint8_t* row(int y) { return samples_.get() + std::ptrdiff_t{y + 1} * stride_ + 1; }
+    const std::uint8_t* row(int y) const { return samples_.data() + std::ptrdiff_t{y + 1} * stride_ + 1; }
+    std::uint8_t* row(int y) { return samples_.data() + std::ptrdiff_t{y + 1} * stride_ + 1; }
 
     std::ptrdiff_t stride_;
-    std::unique_ptr<std::uint8_t[]> samples_;
+    ScratchArray<std::uint8_t> samples_;
 };
 
 // Where the kernels write rows of the response: into it, as long as what they write behind a row is
@@ -272,8 +272,8 @@ class FramedImage
 class ResponseRows
 {
   public:
-    ResponseRows(std::span<float> response, int width)
-        : response_(response), width_(std::size_t(width)), spare_(width_ + kVector)
+    ResponseRows(std::span<float> response, int width, Scratch scratch)
+        : response_(response), width_(std::size_t(width)), spare_(width_ + kVector, scratch)
     {
     }
     float* begin(int y)
@@ -291,7 +291,7 @@ class ResponseRows
   private:
     std::span<float> response_;
     std::size_t width_;
-    std::vector<float> spare_;
+    ScratchArray<float> spare_;
     bool direct_ = false;
 };
 
@@ -299,16 +299,17 @@ class ResponseRows
 class TensorWindow
 {
   public:
-    TensorWindow(const FramedImage& image, int width, int height, int window, const RowKernels& kernels)
+    TensorWindow(const FramedImage& image, int width, int height, int window, const RowKernels& kernels,
+                 Scratch scratch)
         : image_(image),
           kernels_(kernels),
           width_(width),
           height_(height),
           window_(window),
           length_(width + 2 * (window / 2)),
-          stride_(std::ptrdiff_t{length_} + kVector)
+          stride_(std::ptrdiff_t{length_} + kVector),
+          rows_(std::size_t(stride_) * 3 * std::size_t(window + 2), scratch)
     {
-        rows_.resize(std::size_t(stride_) * 3 * std::size_t(window + 2));
         for (int y = -(window / 2); y < window / 2; ++y) advance(y);
     }
     TensorRow sums(int y)
@@ -344,19 +345,21 @@ class TensorWindow
     int width_, height_, window_, length_;
     std::ptrdiff_t stride_;
     int next_ = 0;
-    std::vector<std::int32_t> rows_;
+    std::pmr::vector<std::int32_t> rows_;
 };
 
 void respond(GreyView image, const ResponseSettings& settings, std::span<float> response,
-             const RowKernels& kernels)
+             const RowKernels& kernels, Scratch scratch)
 {
     if (image.width <= 0 || image.height <= 0) return;
     const int window = oddWindow(settings.lowPass2);
-    ResponseRows rows(response.first(std::size_t(image.width) * std::size_t(image.height)), image.width);
+    ResponseRows rows(response.first(std::size_t(image.width) * std::size_t(image.height)), image.width,
+                      scratch);
     const bool tensor = settings.kind == CornerKind::minEigenvalue;
     GreyImage first, second;
-    const GreyView smooth = boxMean(boxMean(image, settings.lowPass1, first), tensor ? 1 : window, second);
-    const FramedImage framed(smooth);
+    const GreyView smooth =
+        boxMean(boxMean(image, settings.lowPass1, first, scratch), tensor ? 1 : window, second, scratch);
+    const FramedImage framed(smooth, scratch);
     if (!tensor) {
         for (int y = 0; y < image.height; ++y) {
             kernels.hessian(framed.rows(y), image.width, rows.begin(y));
@@ -365,7 +368,7 @@ void respond(GreyView image, const ResponseSettings& settings, std::span<float> 
         return;
     }
     const float factor = 0.5F / (64.0F * float(window * window));
-    TensorWindow tensors(framed, image.width, image.height, window, kernels);
+    TensorWindow tensors(framed, image.width, image.height, window, kernels, scratch);
     for (int y = 0; y < image.height; ++y) {
         kernels.smallerEigenvalue(tensors.sums(y), window, image.width, factor, rows.begin(y));
         rows.end(y);
@@ -402,9 +405,10 @@ float responseOf(CornerKind kind, float score)
 
 HWY_EXPORT(Kernels);
 
-void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response)
+void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response,
+                    Scratch scratch)
 {
-    respond(image, settings, response, HWY_DYNAMIC_DISPATCH(Kernels)());
+    respond(image, settings, response, HWY_DYNAMIC_DISPATCH(Kernels)(), scratch);
 }
 
 void findPeaks(std::span<const float> plane, int width, int height, int margin, float threshold,
@@ -417,7 +421,7 @@ namespace scalar {
 
 void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response)
 {
-    respond(image, settings, response, kKernels);
+    respond(image, settings, response, kKernels, {});
 }
 
 void findPeaks(std::span<const float> plane, int width, int height, int margin, float threshold,

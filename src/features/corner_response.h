@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "features/grey_image.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -31,7 +32,8 @@ struct ResponseSettings
 /// The response of every pixel, rows × columns floats, in a form that is quick to make and grows with the
 /// score; `scoreOf` gives the score itself. Beyond the borders the image is continued by its outermost
 /// pixels. Sums are exact integers, so the result does not depend on the processor.
-void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response);
+void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response,
+                    Scratch scratch = {});
 
 /// The score of a response, and the reverse. Scores are in grey levels: the tensor's is 6.4 times the root of
 /// the smaller eigenvalue of the mean tensor of gradients (grey levels a pixel), the Hessian's 11 times the

@@ -37,6 +37,7 @@ class FilterStep : public CPUBase
     virtual void read(const Settings& settings) = 0;
     virtual void filter(std::span<std::uint16_t> frame) = 0;
 
+    WorkMemory memory_;
     int width_ = 0, height_ = 0;
     Frame16 meaning_ = Frame16::Offset;
 
@@ -59,7 +60,7 @@ class CpuEdge final : public FilterStep
     }
     void filter(std::span<std::uint16_t> frame) override
     {
-        gradientFrame16(frame, width_, height_, meaning_, lowPasses_, aperture_, dx_, dy_);
+        gradientFrame16(frame, width_, height_, meaning_, lowPasses_, aperture_, dx_, dy_, &memory_);
     }
 
     int lowPasses_ = 0, aperture_ = 3;
@@ -79,7 +80,7 @@ class CpuDev1 final : public FilterStep
     }
     void filter(std::span<std::uint16_t> frame) override
     {
-        localDeviation(frame, width_, height_, meaning_, size_, gain_);
+        localDeviation(frame, width_, height_, meaning_, size_, gain_, &memory_);
     }
 
     int size_ = 7;

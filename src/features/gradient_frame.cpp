@@ -1,7 +1,5 @@
 #include "features/gradient_frame.h"
 
-#include <vector>
-
 #include "features/gradient_length.h"
 #include "features/mcanny.h"
 #include "scansteps/error.h"
@@ -12,29 +10,21 @@ namespace {
 // What a derivative kernel makes of a ramp of slope 1, its smoothing across included.
 float rampGain(int aperture)
 {
-    std::vector<float> kx, ky;
-    getSobelKernels(kx, ky, 1, 0, aperture);
-    float along = 0;
-    float across = 0;
-    for (std::size_t i = 0; i < kx.size(); ++i) {
-        along += float(i) * kx[i];
-        across += ky[i];
-    }
-    return along * across;
+    return aperture == 3 ? 2 * 4 : aperture == 5 ? 8 * 16 : 32 * 64;
 }
 
 }  // namespace
 
 void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int lowPasses,
-                     int aperture, FloatPlane& dx, FloatPlane& dy)
+                     int aperture, FloatPlane& dx, FloatPlane& dy, Scratch scratch)
 {
     if (aperture != 3 && aperture != 5 && aperture != 7) fail("aperture_size wrong");
     if (width <= 0 || height <= 0) return;
     FloatPlane& image = dy;
     frame16ToPlane(frame, image, std::size_t(width), std::size_t(height), meaning);
-    for (int i = 0; i < lowPasses; ++i) lowPass(image, 3);
-    Sobel(image, dx, 1, 0, aperture);
-    Sobel(image, dy, 0, 1, aperture);
+    for (int i = 0; i < lowPasses; ++i) lowPass(image, 3, scratch);
+    Sobel(image, dx, 1, 0, aperture, scratch);
+    Sobel(image, dy, 0, 1, aperture, scratch);
     const float factor = 8 / rampGain(aperture);
     for (std::size_t y = 0; y < std::size_t(height); ++y)
         gradientLengths(dx.samples(y), dy.samples(y), factor, 32767.0F, dy.samples(y));

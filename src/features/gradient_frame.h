@@ -14,6 +14,6 @@ namespace scansteps {
 /// (3, 5 or 7, else "aperture_size wrong" is thrown), scaled so that a ramp has the same magnitude for each:
 /// eight times its slope in levels a pixel, as with 3 × 3. The planes are work space.
 void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int lowPasses,
-                     int aperture, FloatPlane& dx, FloatPlane& dy);
+                     int aperture, FloatPlane& dx, FloatPlane& dy, Scratch scratch = {});
 
 }  // namespace scansteps

@@ -186,12 +186,12 @@ std::uint8_t third(int twice, int once)
     return std::uint8_t((2 * twice + once + 1) / 3);
 }
 
-void binomial5With(GreyView image, GreyImage& out, const GreyRowKernels& kernels)
+void binomial5With(GreyView image, GreyImage& out, const GreyRowKernels& kernels, Scratch scratch)
 {
     out.reshape(image.width, image.height);
     if (out.samples.empty()) return;
     const int width = image.width;
-    std::vector<std::uint8_t> framed(std::size_t(width) + 4);
+    std::pmr::vector<std::uint8_t> framed(std::size_t(width) + 4, scratch);
     std::uint8_t* line = framed.data() + 2;
     for (int y = 0; y < image.height; ++y) {
         std::array<const std::uint8_t*, 5> r{};
@@ -218,11 +218,11 @@ void halveWith(GreyView image, GreyImage& out, const GreyRowKernels& kernels)
     }
 }
 
-void twoThirdsWith(GreyView image, GreyImage& out, const GreyRowKernels& kernels)
+void twoThirdsWith(GreyView image, GreyImage& out, const GreyRowKernels& kernels, Scratch scratch)
 {
     const int pairs = image.width / 3;
     out.reshape(2 * pairs, 2 * (image.height / 3));
-    std::vector<std::uint8_t> line(std::size_t(3 * pairs));
+    std::pmr::vector<std::uint8_t> line(std::size_t(3 * pairs), scratch);
     for (int y = 0; y < out.height; ++y) {
         const std::uint8_t* twice = image.row(y / 2 * 3 + (y % 2 ? 2 : 0));
         const std::uint8_t* once = image.row(y / 2 * 3 + 1);
@@ -238,13 +238,13 @@ void twoThirdsWith(GreyView image, GreyImage& out, const GreyRowKernels& kernels
 }
 
 // Running sums, down the columns and then along the rows.
-void boxByRunningSums(GreyView image, int window, GreyImage& out)
+void boxByRunningSums(GreyView image, int window, GreyImage& out, Scratch scratch)
 {
     out.reshape(image.width, image.height);
     const int half = window / 2;
     const int width = image.width;
     const auto source = [&](int y) { return image.row(std::clamp(y, 0, image.height - 1)); };
-    std::vector<std::uint32_t> columns(std::size_t(width) + std::size_t(2 * half));
+    std::pmr::vector<std::uint32_t> columns(std::size_t(width) + std::size_t(2 * half), scratch);
     std::uint32_t* column = columns.data() + half;
     for (int y = -half; y <= half; ++y)
         for (int x = 0; x < width; ++x) column[x] += source(y)[x];
@@ -268,11 +268,11 @@ void boxByRunningSums(GreyView image, int window, GreyImage& out)
 }
 
 // The usual window, 3 × 3.
-void boxOfThree(GreyView image, GreyImage& out, const GreyRowKernels& kernels)
+void boxOfThree(GreyView image, GreyImage& out, const GreyRowKernels& kernels, Scratch scratch)
 {
     out.reshape(image.width, image.height);
     const int width = image.width;
-    std::vector<std::uint16_t> framed(std::size_t(width) + 2);
+    std::pmr::vector<std::uint16_t> framed(std::size_t(width) + 2, scratch);
     std::uint16_t* line = framed.data() + 1;
     for (int y = 0; y < image.height; ++y) {
         const std::array<const std::uint8_t*, 3> r{image.row(std::max(y - 1, 0)), image.row(y),
@@ -287,14 +287,14 @@ void boxOfThree(GreyView image, GreyImage& out, const GreyRowKernels& kernels)
     }
 }
 
-GreyView boxMeanWith(GreyView image, int size, GreyImage& out, const GreyRowKernels& kernels)
+GreyView boxMeanWith(GreyView image, int size, GreyImage& out, const GreyRowKernels& kernels, Scratch scratch)
 {
     const int window = oddWindow(size);
     if (window == 1 || image.width <= 0 || image.height <= 0) return image;
     if (window == 3)
-        boxOfThree(image, out, kernels);
+        boxOfThree(image, out, kernels, scratch);
     else
-        boxByRunningSums(image, window, out);
+        boxByRunningSums(image, window, out, scratch);
     return out.view();
 }
 
@@ -307,9 +307,9 @@ int oddWindow(int size)
 
 HWY_EXPORT(GreyKernels);
 
-void binomial5(GreyView image, GreyImage& out)
+void binomial5(GreyView image, GreyImage& out, Scratch scratch)
 {
-    binomial5With(image, out, HWY_DYNAMIC_DISPATCH(GreyKernels)());
+    binomial5With(image, out, HWY_DYNAMIC_DISPATCH(GreyKernels)(), scratch);
 }
 
 void halve(GreyView image, GreyImage& out)
@@ -317,26 +317,26 @@ void halve(GreyView image, GreyImage& out)
     halveWith(image, out, HWY_DYNAMIC_DISPATCH(GreyKernels)());
 }
 
-void twoThirds(GreyView image, GreyImage& out)
+void twoThirds(GreyView image, GreyImage& out, Scratch scratch)
 {
-    twoThirdsWith(image, out, HWY_DYNAMIC_DISPATCH(GreyKernels)());
+    twoThirdsWith(image, out, HWY_DYNAMIC_DISPATCH(GreyKernels)(), scratch);
 }
 
-GreyView boxMean(GreyView image, int size, GreyImage& out)
+GreyView boxMean(GreyView image, int size, GreyImage& out, Scratch scratch)
 {
-    return boxMeanWith(image, size, out, HWY_DYNAMIC_DISPATCH(GreyKernels)());
+    return boxMeanWith(image, size, out, HWY_DYNAMIC_DISPATCH(GreyKernels)(), scratch);
 }
 
 namespace scalar {
 
 GreyView boxMean(GreyView image, int size, GreyImage& out)
 {
-    return boxMeanWith(image, size, out, kPlain);
+    return boxMeanWith(image, size, out, kPlain, {});
 }
 
 void binomial5(GreyView image, GreyImage& out)
 {
-    binomial5With(image, out, kPlain);
+    binomial5With(image, out, kPlain, {});
 }
 
 void halve(GreyView image, GreyImage& out)
@@ -346,7 +346,7 @@ void halve(GreyView image, GreyImage& out)
 
 void twoThirds(GreyView image, GreyImage& out)
 {
-    twoThirdsWith(image, out, kPlain);
+    twoThirdsWith(image, out, kPlain, {});
 }
 
 }  // namespace scalar

@@ -105,7 +105,7 @@ class ColumnSums
 {
   public:
     ColumnSums(std::span<const std::uint16_t> frame, int width, int height, Frame16 meaning, int window,
-               const DeviationKernels& kernels)
+               const DeviationKernels& kernels, Scratch scratch)
         : frame_(frame),
           width_(std::size_t(width)),
           height_(height),
@@ -113,9 +113,9 @@ class ColumnSums
           half_(window / 2),
           meaning_(meaning),
           kernels_(kernels),
-          kept_(std::size_t(window + 1) * width_),
-          sums_(width_ + std::size_t(window)),
-          squares_(sums_.size())
+          kept_(std::size_t(window + 1) * width_, scratch),
+          sums_(width_ + std::size_t(window), scratch),
+          squares_(sums_.size(), scratch)
     {
         for (int y = 0; y < half_; ++y) keep(y);
         for (int y = -half_; y < half_; ++y) add(y, false);
@@ -127,7 +127,7 @@ class ColumnSums
     {
         keep(y + half_);
         add(y + half_, false);
-        for (std::vector<std::int64_t>* s : {&sums_, &squares_}) {
+        for (std::pmr::vector<std::int64_t>* s : {&sums_, &squares_}) {
             std::fill_n(s->begin(), half_, (*s)[std::size_t(half_)]);
             std::fill_n(s->begin() + std::ptrdiff_t(width_) + half_, half_,
                         (*s)[width_ + std::size_t(half_) - 1]);
@@ -160,21 +160,21 @@ class ColumnSums
     int height_, window_, half_;
     Frame16 meaning_;
     const DeviationKernels& kernels_;
-    std::vector<std::int32_t> kept_;
-    std::vector<std::int64_t> sums_, squares_;
+    std::pmr::vector<std::int32_t> kept_;
+    std::pmr::vector<std::int64_t> sums_, squares_;
 };
 
 void deviate(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size, float gain,
-             const DeviationKernels& kernels)
+             const DeviationKernels& kernels, Scratch scratch)
 {
     if (width <= 0 || height <= 0) return;
     const auto w = std::size_t(width);
     if (frame.size() < w * std::size_t(height)) fail("frame smaller than its size says");
     const auto window = std::size_t(oddWindow(size));
-    ColumnSums columns(frame, width, height, meaning, int(window), kernels);
+    ColumnSums columns(frame, width, height, meaning, int(window), kernels, scratch);
     const auto n = std::int64_t(window * window);
     const double factor = double(gain) / double(n);
-    std::vector<double> variances(w);
+    std::pmr::vector<double> variances(w, scratch);
     for (int y = 0; y < height; ++y) {
         columns.enter(y);
         const std::int64_t* sum = columns.sums();
@@ -201,9 +201,9 @@ constexpr DeviationKernels kPlain{addRowPlain, rootsPlain};
 HWY_EXPORT(DeviationRows);
 
 void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
-                    float gain)
+                    float gain, Scratch scratch)
 {
-    deviate(frame, width, height, meaning, size, gain, HWY_DYNAMIC_DISPATCH(DeviationRows)());
+    deviate(frame, width, height, meaning, size, gain, HWY_DYNAMIC_DISPATCH(DeviationRows)(), scratch);
 }
 
 namespace scalar {
@@ -211,7 +211,7 @@ namespace scalar {
 void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
                     float gain)
 {
-    deviate(frame, width, height, meaning, size, gain, kPlain);
+    deviate(frame, width, height, meaning, size, gain, kPlain, {});
 }
 
 }  // namespace scalar

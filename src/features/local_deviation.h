@@ -5,6 +5,7 @@
 #include <span>
 
 #include "features/canny_frame16.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -14,7 +15,7 @@ namespace scansteps {
 /// the borders the frame is continued by its outermost samples. Throws when the frame is smaller than its
 /// size says.
 void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
-                    float gain);
+                    float gain, Scratch scratch = {});
 
 namespace scalar {
 void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,

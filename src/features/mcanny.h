@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "features/float_plane.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -22,15 +23,16 @@ void getSobelKernels(std::vector<float>& kx, std::vector<float>& ky, int dx, int
 /// equal or opposite about the centre of an odd kernel are summed in pairs, centre first, then outward; other
 /// kernels from left to right. Taps of value 0 are skipped. `dst` gets the size of `src` and may be the same
 /// plane. Throws when a kernel is empty or longer than 65535.
-void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx, std::span<const float> ky);
+void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx, std::span<const float> ky,
+               Scratch scratch = {});
 
 /// getSobelKernels followed by sepFilter.
-void Sobel(const FloatPlane& src, FloatPlane& dst, int dx, int dy, int ksize);
+void Sobel(const FloatPlane& src, FloatPlane& dst, int dx, int dy, int ksize, Scratch scratch = {});
 
 /// Box filter in place: the sum over size x size samples (rows first, each sum centre first, then pairs
 /// outward) times 0.11111111, 0.04 or 0.020408165 for sizes 3, 5, 7 and 1 / (size x size) otherwise; an even
 /// size reaches one sample further to the left and up. Throws when the size is below 1 or above 65535.
-void lowPass(FloatPlane& plane, int size);
+void lowPass(FloatPlane& plane, int size, Scratch scratch = {});
 
 /// Buffers of the detector; kept from frame to frame they cost one allocation a frame size.
 class CannyWorkspace

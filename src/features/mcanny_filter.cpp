@@ -59,16 +59,16 @@ namespace {
 // `at(k)` points to the samples at offset k.
 template <class At>
 void filterRow(const FoldedKernel& kernel, At at, float* dst, std::size_t count,
-               std::vector<RowTerm>& scratch)
+               std::pmr::vector<RowTerm>& terms)
 {
-    scratch.clear();
+    terms.clear();
     for (const auto& term : kernel.terms)
-        scratch.push_back({at(term.at), at(term.mirror), term.factor, term.kind});
-    HWY_DYNAMIC_DISPATCH(TermsRow)(scratch.data(), scratch.size(), dst, count);
+        terms.push_back({at(term.at), at(term.mirror), term.factor, term.kind});
+    HWY_DYNAMIC_DISPATCH(TermsRow)(terms.data(), terms.size(), dst, count);
 }
 
 void filterGeneral(const FloatPlane& src, FloatPlane& dst, const FoldedKernel& alongX,
-                   const FoldedKernel& alongY, float weight)
+                   const FoldedKernel& alongY, float weight, Scratch scratch)
 {
     const std::size_t width = src.width(), height = src.height();
     const std::size_t padded = roundUp(width, 16);  // rows of a plane are padded as far
@@ -76,9 +76,11 @@ void filterGeneral(const FloatPlane& src, FloatPlane& dst, const FoldedKernel& a
                after = static_cast<std::size_t>(alongX.after);
     const auto down = static_cast<std::size_t>(alongY.after);
     const std::size_t slots = std::min(height, static_cast<std::size_t>(alongY.before) + down + 1);
-    std::vector<float> buffer(before + padded + after);
-    FloatPlane ring(static_cast<std::uint32_t>(padded), static_cast<std::uint32_t>(slots));
-    std::vector<RowTerm> scratch;
+    const std::size_t pitch = padded % 1024 == 0 ? padded + 16 : padded;  // not a page apart
+    const ScratchArray<float> buffer(before + padded + after, scratch), folded(pitch * slots, scratch);
+    const RowRing ring{folded.data(), pitch, slots};
+    std::pmr::vector<RowTerm> terms(scratch);
+    terms.reserve(std::max(alongX.terms.size(), alongY.terms.size()));
     float* line = buffer.data() + before;
     std::size_t taken = 0;
     for (std::size_t y = 0; y < height; ++y) {
@@ -88,14 +90,14 @@ void filterGeneral(const FloatPlane& src, FloatPlane& dst, const FoldedKernel& a
             std::fill(buffer.data(), line, row[0]);
             std::fill(line + width, line + padded + after, row[width - 1]);
             filterRow(
-                alongX, [&](int k) { return line + k; }, ring.row(taken % slots), padded, scratch);
+                alongX, [&](int k) { return line + k; }, ring.slot(taken), padded, terms);
         }
         const auto rowAt = [&](int k) {
             const auto at = std::clamp<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(y) + k, 0,
                                                        static_cast<std::ptrdiff_t>(height) - 1);
-            return static_cast<const float*>(ring.row(static_cast<std::size_t>(at) % slots));
+            return static_cast<const float*>(ring.slot(static_cast<std::size_t>(at)));
         };
-        filterRow(alongY, rowAt, dst.row(y), padded, scratch);
+        filterRow(alongY, rowAt, dst.row(y), padded, terms);
         if (weight != 1.0F) HWY_DYNAMIC_DISPATCH(ScaleRow)(dst.row(y), weight, padded);
     }
 }
@@ -116,11 +118,26 @@ bool foldOf(const FoldedKernel& kernel, Fold& fold, float (&factors)[4])
     return differ || smooth;
 }
 
+// The usual kernels, which need no building: from the centre outward.
+FusedFilter gradientFilter(int dx, int radius)
+{
+    constexpr float kSmooth[][4] = {{2, 1}, {6, 4, 1}, {20, 15, 6, 1}};
+    constexpr float kDiffer[][4] = {{0, 1}, {0, 2, 1}, {0, 5, 4, 1}};
+    FusedFilter filter;
+    filter.radius = radius;
+    filter.x = dx == 1 ? Fold::Differ : Fold::Smooth;
+    filter.y = dx == 1 ? Fold::Smooth : Fold::Differ;
+    std::ranges::copy((dx == 1 ? kDiffer : kSmooth)[radius - 1], filter.xFactors);
+    std::ranges::copy((dx == 1 ? kSmooth : kDiffer)[radius - 1], filter.yFactors);
+    return filter;
+}
+
 }  // namespace
 
-void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx, std::span<const float> ky)
+void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx, std::span<const float> ky,
+               Scratch scratch)
 {
-    const FoldedKernel alongX(kx), alongY(ky);
+    const FoldedKernel alongX(kx, scratch), alongY(ky, scratch);
     dst.resize(src.width(), src.height());
     if (src.width() == 0 || src.height() == 0) return;
     FusedFilter fused;
@@ -128,19 +145,25 @@ void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx
         foldOf(alongY, fused.y, fused.yFactors))
         fused.radius = alongX.before;
     if (isFusable(fused))
-        filterFused(src, dst, fused);
+        filterFused(src, dst, fused, scratch);
     else
-        filterGeneral(src, dst, alongX, alongY, 1.0F);
+        filterGeneral(src, dst, alongX, alongY, 1.0F, scratch);
 }
 
-void Sobel(const FloatPlane& src, FloatPlane& dst, int dx, int dy, int ksize)
+void Sobel(const FloatPlane& src, FloatPlane& dst, int dx, int dy, int ksize, Scratch scratch)
 {
+    if (dx >= 0 && dy >= 0 && dx + dy == 1 && (ksize == 3 || ksize == 5 || ksize == 7)) {
+        dst.resize(src.width(), src.height());
+        if (src.width() != 0 && src.height() != 0)
+            filterFused(src, dst, gradientFilter(dx, ksize / 2), scratch);
+        return;
+    }
     std::vector<float> kx, ky;
     getSobelKernels(kx, ky, dx, dy, ksize);
-    sepFilter(src, dst, kx, ky);
+    sepFilter(src, dst, kx, ky, scratch);
 }
 
-void lowPass(FloatPlane& plane, int size)
+void lowPass(FloatPlane& plane, int size, Scratch scratch)
 {
     const float weight = boxWeight(size);
     if (plane.width() == 0 || plane.height() == 0) return;
@@ -150,10 +173,11 @@ void lowPass(FloatPlane& plane, int size)
         box.x = Fold::BoxSum;
         box.y = Fold::BoxMean;
         box.yFactors[0] = weight;
-        filterFused(plane, plane, box);
+        filterFused(plane, plane, box, scratch);
     } else {
-        const std::vector<float> ones(static_cast<std::size_t>(size), 1.0F);
-        filterGeneral(plane, plane, FoldedKernel(ones), FoldedKernel(ones), weight);
+        const std::pmr::vector<float> ones(static_cast<std::size_t>(size), 1.0F, scratch);
+        const FoldedKernel box(ones, scratch);
+        filterGeneral(plane, plane, box, box, weight, scratch);
     }
 }
 

@@ -133,20 +133,19 @@ namespace {
 class FusedWalk
 {
   public:
-    FusedWalk(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter)
+    FusedWalk(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter, Scratch scratch)
         : src_(src),
           dst_(dst),
           filter_(filter),
           radius_(static_cast<std::size_t>(filter.radius)),
           width_(src.width()),
           height_(src.height()),
-          pastCaches_(&src != &dst && src.stride() * src.height() * sizeof(float) >= kPastCacheBytes)
+          pastCaches_(&src != &dst && src.stride() * src.height() * sizeof(float) >= kPastCacheBytes),
+          strip_(std::min(kCacheBytes / sizeof(float) / (2 * radius_ + 3) / 64 * 64, roundUp(width_, kUnit))),
+          folded_((2 * radius_ + 1) * pitch(), scratch),
+          ring_{folded_.data(), pitch(), 2 * radius_ + 1},
+          seam_(strip_ < width_ ? radius_ * height_ : 0, scratch)
     {
-        const std::size_t fitting = kCacheBytes / sizeof(float) / (2 * radius_ + 3) / 64 * 64;
-        strip_ = std::min(fitting, roundUp(width_, kUnit));
-        folded_.resize(static_cast<std::uint32_t>(strip_), static_cast<std::uint32_t>(2 * radius_ + 1));
-        ring_ = {folded_.row(0), folded_.stride(), 2 * radius_ + 1};
-        if (strip_ < width_) seam_.resize(radius_ * height_);
     }
 
     void run()
@@ -175,6 +174,9 @@ class FusedWalk
     static constexpr std::size_t kUnit = 16;
     static constexpr std::size_t kCacheBytes = 40 * 1024;
 
+    // Rows a page apart would share cache sets.
+    std::size_t pitch() const { return strip_ % 1024 == 0 ? strip_ + kUnit : strip_; }
+
     // Samples from - radius ... to + radius of row y, counted from the strip's start, with those beyond the
     // edges.
     void copyEnd(std::size_t y, std::size_t from, std::size_t to, float* copy) const
@@ -182,7 +184,8 @@ class FusedWalk
         const float* row = src_.row(y) + first_;
         const std::size_t lacking = radius_ - std::min(radius_, from);  // to the left
         const std::size_t start = from + lacking - radius_, end = std::min(to + radius_, width_ - first_);
-        for (std::size_t k = 0; k < lacking; ++k) copy[k] = first_ == 0 ? row[0] : seam_[y * radius_ + k];
+        for (std::size_t k = 0; k < lacking; ++k)
+            copy[k] = first_ == 0 ? row[0] : seam_.data()[y * radius_ + k];
         std::copy(row + start, row + end, copy + lacking);
         std::fill(copy + lacking + (end - start), copy + (to - from) + 2 * radius_, row[end - 1]);
     }
@@ -199,7 +202,7 @@ class FusedWalk
         if (right < padded) takePiece(y, right, padded, true, out);
         if (first_ + strip_ < width_)
             for (std::size_t k = 0; k < radius_; ++k)
-                seam_[y * radius_ + k] = src_.row(y)[first_ + own_ - radius_ + k];
+                seam_.data()[y * radius_ + k] = src_.row(y)[first_ + own_ - radius_ + k];
     }
 
     void takePiece(std::size_t y, std::size_t from, std::size_t to, bool copied, const RowPiece* out)
@@ -229,18 +232,18 @@ class FusedWalk
     const FusedFilter& filter_;
     std::size_t radius_, width_, height_;
     bool pastCaches_;
-    std::size_t strip_ = 0, first_ = 0,
-                own_ = 0;  // columns of a strip; of the present one: the first, how many
-    FloatPlane folded_;
+    std::size_t strip_;                // columns of a strip
+    std::size_t first_ = 0, own_ = 0;  // of the present one: the first column, how many
+    ScratchArray<float> folded_;
     RowRing ring_;
-    std::vector<float> seam_;  // the last samples of the strip to the left, `radius` for every row
+    ScratchArray<float> seam_;  // the last samples of the strip to the left, `radius` for every row
 };
 
 }  // namespace
 
-void filterFused(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter)
+void filterFused(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter, Scratch scratch)
 {
-    FusedWalk(src, dst, filter).run();
+    FusedWalk(src, dst, filter, scratch).run();
 }
 
 }  // namespace scansteps

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "features/float_plane.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -28,6 +29,6 @@ struct FusedFilter
 bool isFusable(const FusedFilter& filter);
 
 /// `dst` has the size of `src` and may be the same plane; neither is empty.
-void filterFused(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter);
+void filterFused(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter, Scratch scratch);
 
 }  // namespace scansteps

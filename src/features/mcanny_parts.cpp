@@ -48,7 +48,7 @@ void getSobelKernels(std::vector<float>& kx, std::vector<float>& ky, int dx, int
     ky = sobelKernel(ksize == 1 && dy > 0 ? 3 : ksize, dy);
 }
 
-FoldedKernel::FoldedKernel(std::span<const float> kernel)
+FoldedKernel::FoldedKernel(std::span<const float> kernel, Scratch scratch) : terms(scratch)
 {
     if (kernel.empty() || kernel.size() > 65535) fail("kernel length out of range");
     const int size = static_cast<int>(kernel.size()), radius = size / 2;

@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+#include "features/work_memory.h"
+
 namespace scansteps {
 
 /// A correlation kernel as a list of terms to be summed in order, so that every form of the filter rounds
@@ -24,9 +26,9 @@ struct FoldedKernel
         Kind kind;
     };
 
-    explicit FoldedKernel(std::span<const float> kernel);
+    explicit FoldedKernel(std::span<const float> kernel, Scratch scratch = {});
 
-    std::vector<Term> terms;
+    std::pmr::vector<Term> terms;
     int before = 0, after = 0;  // how far it reaches to either side
 };
 
