@@ -67,9 +67,10 @@ void subpixel(benchmark::State& state)
     const std::vector<std::uint8_t> grey = test::greyOf(photo());
     FloatPlane plane(640, 480);
     for (std::size_t i = 0; i < grey.size(); ++i) plane.row(i / 640)[i % 640] = grey[i];
-    std::vector<std::uint8_t> map;
+    SubpixelPlanes planes;
+    EdgeBits edges;
     std::vector<Vertex> positions;
-    for (auto _ : state) subpixelEdges(plane, 40, 100, 3, map, positions);
+    for (auto _ : state) subpixelEdges(plane, 40, 100, 3, planes, edges, positions);
 }
 BENCHMARK(subpixel)->Unit(benchmark::kMicrosecond);
 

@@ -43,8 +43,8 @@ const std::vector<std::vector<std::uint16_t>>& frames()
         for (std::size_t k = 0; k < kShifts; ++k)
             for (std::size_t y = 0; y < kHeight; ++y)
                 for (std::size_t x = 0; x < kWidth; ++x)
-                    all[k].push_back(std::uint16_t(
-                        32768 + grey[(y + k) * std::size_t(photo.width) + x + 3 * k]));
+                    all[k].push_back(
+                        std::uint16_t(32768 + grey[(y + k) * std::size_t(photo.width) + x + 3 * k]));
         return all;
     }();
     return made;

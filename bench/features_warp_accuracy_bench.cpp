@@ -72,8 +72,10 @@ struct Task
 
 void chooseSupport(Support support, PreparedView& view)
 {
-    if (support == Support::Edges) view.support = pointsOnEdges(edgesOf(view.full.view()), view.full.view());
-    if (support == Support::Drawn) compareEdges(edgesOf(view.full.view()), view);
+    static EdgeFinder finder;
+    if (support == Support::Edges)
+        view.support = pointsOnEdges(finder.edgesOf(view.full.view()), view.full.view());
+    if (support == Support::Drawn) compareEdges(finder.edgesOf(view.full.view()), view);
 }
 
 struct Tally

@@ -184,17 +184,6 @@ class LowPassRows : public RowSource
     std::ptrdiff_t before_ = 0, read_ = 0;  // columns read before ours, and in all
 };
 
-// One pass after the other, over planes in memory.
-template <class ToPlane, class LowPass, class Detect, class ToFrame>
-void inSteps(int lowPasses, ToPlane toPlane, LowPass low, Detect detect, ToFrame toFrame)
-{
-    FloatPlane plane;
-    toPlane(plane);
-    for (int k = 0; k < lowPasses; ++k) low(plane);
-    detect(plane);
-    toFrame(plane);
-}
-
 }  // namespace
 
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
@@ -217,37 +206,50 @@ void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
     }
 }
 
-void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
-                  int lowPasses, double low, double high, int aperture, CannyWorkspace& work)
+void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame)
+{
+    checkFrame(frame.size(), edges.width(), edges.height());
+    expandEdges(edges, frame.data(), edges.width(), edges.height());
+}
+
+EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width, std::size_t height,
+                        Frame16 meaning, int lowPasses, double low, double high, int aperture,
+                        CannyWorkspace& work)
 {
     checkFrame(frame.size(), width, height);
     const CannyThresholds thresholds(low, high, aperture);
-    if (width == 0 || height == 0) return;
     CannyWorkspace::Buffers& buffers = work.buffers();
-    FrameRows samples(frame.data(), width, meaning);
-    if (lowPasses > kFusedLowPasses) {
-        inSteps(
-            lowPasses, [&](FloatPlane& p) { frame16ToPlane(frame, p, width, height, meaning); },
-            [](FloatPlane& p) { lowPass(p, 3); },
-            [&](FloatPlane& p) { Canny(p, p, low, high, aperture, work); },
-            [&](FloatPlane& p) { edgesToFrame16(p, frame); });
-        return;
+    if (width == 0 || height == 0) {
+        buffers.bits.resize(width, height);
+        return buffers.bits;
     }
-    // Each filter stage holds a line and three rows of sums.
-    const std::size_t stages = static_cast<std::size_t>(std::max(lowPasses, 0));
-    FloatPlane& rows = buffers.stageRows;
-    if (stages != 0)
-        rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin),
-                    static_cast<std::uint32_t>(4 * kFusedLowPasses));
+    FrameRows samples(frame.data(), width, meaning);
+    PlaneRows filtered(buffers.filtered);
     LowPassRows filters[kFusedLowPasses];
     RowSource* source = &samples;
-    for (std::size_t k = 0; k < stages; ++k) {
-        filters[k].connect(*source, rows.row(4 * k) + kMargin, rows.stride(), width, height);
-        source = &filters[k];
+    if (lowPasses > kFusedLowPasses) {
+        frame16ToPlane(frame, buffers.filtered, width, height, meaning);
+        for (int k = 0; k < lowPasses; ++k) lowPass(buffers.filtered, 3, &buffers.memory);
+        source = &filtered;
+    } else if (lowPasses > 0) {
+        // Each filter stage holds a line and three rows of sums.
+        FloatPlane& rows = buffers.stageRows;
+        rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin),
+                    static_cast<std::uint32_t>(4 * kFusedLowPasses));
+        for (std::size_t k = 0; k < static_cast<std::size_t>(lowPasses); ++k) {
+            filters[k].connect(*source, rows.row(4 * k) + kMargin, rows.stride(), width, height);
+            source = &filters[k];
+        }
     }
     // Derivatives of 16-bit samples are below 2^26, so the detector never refuses.
     if (!detectEdges(*source, width, height, thresholds, aperture, buffers)) fail("derivative out of range");
-    expandEdges(buffers.bits, frame.data(), width, height);
+    return buffers.bits;
+}
+
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
+                  int lowPasses, double low, double high, int aperture, CannyWorkspace& work)
+{
+    edgesToFrame16(detectFrame16(frame, width, height, meaning, lowPasses, low, high, aperture, work), frame);
 }
 
 namespace scalar {
@@ -273,11 +275,11 @@ void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
 void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
                   int lowPasses, double low, double high, int aperture)
 {
-    inSteps(
-        lowPasses, [&](FloatPlane& p) { scalar::frame16ToPlane(frame, p, width, height, meaning); },
-        [](FloatPlane& p) { scalar::lowPass(p, 3); },
-        [&](FloatPlane& p) { scalar::Canny(p, p, low, high, aperture); },
-        [&](FloatPlane& p) { scalar::edgesToFrame16(p, frame); });
+    FloatPlane plane;
+    scalar::frame16ToPlane(frame, plane, width, height, meaning);
+    for (int k = 0; k < lowPasses; ++k) scalar::lowPass(plane, 3);
+    scalar::Canny(plane, plane, low, high, aperture);
+    scalar::edgesToFrame16(plane, frame);
 }
 
 }  // namespace scalar

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 
+#include "features/edge_bits.h"
 #include "features/mcanny.h"
 
 namespace scansteps {
@@ -28,11 +29,20 @@ void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame);
 
 /// Replaces a frame by its edges, as frame16ToPlane, `lowPasses` times lowPass(plane, 3), Canny and
 /// edgesToFrame16 do one after the other. Errors as there; the frame is unchanged after an error. Allocates
-/// nothing when the workspace has seen the same sizes before and lowPasses is at most kFusedLowPasses.
+/// nothing when the workspace has seen the same sizes before. Up to kFusedLowPasses passes need no float
+/// image.
 void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
                   int lowPasses, double low, double high, int aperture, CannyWorkspace& work);
 
 inline constexpr int kFusedLowPasses = 8;
+
+/// The edges that cannyFrame16 draws, in the workspace's own bitmap, and the frame stays as it is.
+EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width, std::size_t height,
+                        Frame16 meaning, int lowPasses, double low, double high, int aperture,
+                        CannyWorkspace& work);
+
+/// Offset 16-bit samples of edges, as above. Throws when the frame is smaller.
+void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame);
 
 namespace scalar {
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,

@@ -1,8 +1,6 @@
 // Steps ccanny2a, ccanny2b and ccanny2c: edges as polylines, as borders of regions, and to a fraction of a
 // pixel.
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 
 #include "features/canny_settings.h"
 #include "features/edge_regions.h"
@@ -15,7 +13,7 @@
 namespace scansteps {
 namespace {
 
-// What the three share: settings, buffers, and the frame's way to floats and back.
+// What the three share: settings, buffers, and the way from frame to edges and back.
 class TracingCanny : public CPUBase
 {
   public:
@@ -34,50 +32,42 @@ class TracingCanny : public CPUBase
     {
         FrameScope frame(*this, params, in_, FrameCheck::Samples16);
         const auto samples = frame.input<std::uint16_t>();
-        frame16ToPlane(samples, plane_, width(), height(), settings_.meaning);
-        if (clear_ != 0) std::ranges::fill(samples, std::uint16_t{32768});
-        for (int i = 0; i < settings_.lowPasses; ++i) lowPass(plane_, 3);
         settings_.print();
-        findEdges();
-        print::field(std::int64_t(width()), " a.getX()\n");
-        print::field(std::int64_t(height()), " a.getY()\n");
-        describe(frame.record());
-        for (std::size_t i = 0; i < map_.size(); ++i) samples[i] = map_[i] != 0 ? 33023 : 32768;
+        EdgeBits& edges = findEdges(samples);
+        if (clear_ != 0) std::ranges::fill(samples, std::uint16_t{32768});
+        print::field(std::int64_t(in_.width()), " a.getX()\n");
+        print::field(std::int64_t(in_.height()), " a.getY()\n");
+        describe(edges, frame.record());
+        edgesToFrame16(edges, samples);
         frame.forward();
     }
 
   protected:
-    /// Fills `map_` from `plane_`.
-    virtual void findEdges()
+    virtual EdgeBits& findEdges(std::span<const std::uint16_t> frame)
     {
-        Canny(plane_, edges_, double{settings_.low}, double{settings_.high}, settings_.order, work_);
-        map_.resize(width() * height());
-        for (std::size_t y = 0; y < height(); ++y)
-            std::ranges::transform(edges_.samples(y), map_.begin() + std::ptrdiff_t(y * width()),
-                                   [](float v) { return std::uint8_t(v != 0 ? 255 : 0); });
+        return detectFrame16(frame, in_.width(), in_.height(), settings_.meaning, settings_.lowPasses,
+                             double{settings_.low}, double{settings_.high}, settings_.order, work_);
     }
-    /// Adds to the record what the edges of `map_` amount to, and prints it.
-    virtual void describe(varitype& record) = 0;
+    /// Adds to the record what the edges amount to, and prints it.
+    virtual void describe(EdgeBits& edges, varitype& record) = 0;
 
-    void tracePolylinesInto(varitype& record, std::span<const Vertex> positions = {})
+    void tracePolylinesInto(varitype& record, const EdgeBits& edges, std::span<const Vertex> positions = {})
     {
-        const std::vector<Polyline> lines =
-            tracePolylines(map_, settings_.width, settings_.height, kPolylineTolerance, positions);
-        print::field(std::int64_t(lines.size()), " fvertsArray.size()\n");
-        insertPolylines(record, lines);
+        tracePolylines(edges, tracer_, lines_, positions, kPolylineTolerance, &memory_);
+        print::field(std::int64_t(lines_.size()), " fvertsArray.size()\n");
+        insertPolylines(record, lines_);
     }
-
-    std::size_t width() const { return std::size_t(settings_.width); }
-    std::size_t height() const { return std::size_t(settings_.height); }
 
     CannySettings settings_;
-    FloatPlane plane_, edges_;
-    std::vector<std::uint8_t> map_;
+    WorkMemory memory_;
+    TextureSet in_;
+    ChainTracer tracer_;
 
   private:
     int clear_ = 0;
     CannyWorkspace work_;
-    TextureSet in_, spare_;  // the second is kept for hosts that count on two handles a step
+    TextureSet spare_;  // kept for hosts that count on two handles a step
+    Polylines lines_;
 };
 
 }  // namespace
@@ -88,12 +78,13 @@ class CpuCanny2a final : public TracingCanny
     const char* getName() override { return "CpuCanny2a"; }
 
   private:
-    void describe(varitype& record) override
+    void describe(EdgeBits& edges, varitype& record) override
     {
-        const std::size_t rim = std::min(2 * width(), map_.size());
-        std::fill_n(map_.begin(), rim, std::uint8_t{0});
-        std::fill_n(map_.rbegin(), rim, std::uint8_t{0});
-        tracePolylinesInto(record);
+        const std::size_t height = edges.height(), rim = std::min<std::size_t>(2, height);
+        for (std::size_t i = 0; i < rim; ++i)
+            for (const std::size_t y : {i, height - 1 - i})
+                std::fill_n(edges.edges(y), edges.wordsPerRow(), std::uint64_t{0});
+        tracePolylinesInto(record, edges);
     }
 };
 
@@ -103,22 +94,22 @@ class CpuCanny2b final : public TracingCanny
     const char* getName() override { return "CpuCanny2b"; }
 
   private:
-    void describe(varitype& record) override
+    void describe(EdgeBits& edges, varitype& record) override
     {
-        fillGaps(map_, settings_.width, settings_.height, kGapReach);
-        const auto regions = labelRegions(map_, settings_.width, settings_.height, labels_);
-        Array table(Kind::Float, 8, std::uint32_t(regions.size()));
+        fillGaps(edges, kGapReach, tracer_, &memory_);
+        enclosedRegions(edges, regions_, &memory_);
+        Array table(Kind::Float, 8, std::uint32_t(regions_.size()));
         float* row = table.elements<float>().data();
-        for (const EnclosedRegion& r : regions) {
+        for (const EnclosedRegion& r : regions_) {
             const float values[] = {float(r.x),   float(r.y),     float(r.area),   float(r.left),
                                     float(r.top), float(r.right), float(r.bottom), r.open ? 1.0F : 0.0F};
             row = std::ranges::copy(values, row).out;
         }
-        print::field(std::int64_t(regions.size()), " regions.size()\n");
+        print::field(std::int64_t(regions_.size()), " regions.size()\n");
         record.insert("regions", std::move(table));
     }
 
-    std::vector<std::int32_t> labels_;
+    std::vector<EnclosedRegion> regions_;
 };
 
 class CpuCanny2c final : public TracingCanny
@@ -127,13 +118,22 @@ class CpuCanny2c final : public TracingCanny
     const char* getName() override { return "CpuCanny2c"; }
 
   private:
-    void findEdges() override
+    EdgeBits& findEdges(std::span<const std::uint16_t> frame) override
     {
-        subpixelEdges(plane_, double{settings_.low}, double{settings_.high}, settings_.order, map_,
-                      positions_);
+        frame16ToPlane(frame, plane_, in_.width(), in_.height(), settings_.meaning);
+        for (int i = 0; i < settings_.lowPasses; ++i) lowPass(plane_, 3, &memory_);
+        subpixelEdges(plane_, double{settings_.low}, double{settings_.high}, settings_.order, planes_, edges_,
+                      positions_, &memory_);
+        return edges_;
     }
-    void describe(varitype& record) override { tracePolylinesInto(record, positions_); }
+    void describe(EdgeBits& edges, varitype& record) override
+    {
+        tracePolylinesInto(record, edges, positions_);
+    }
 
+    FloatPlane plane_;
+    SubpixelPlanes planes_;
+    EdgeBits edges_;
     std::vector<Vertex> positions_;
 };
 

@@ -16,10 +16,15 @@ class EdgeBits
     /// Keeps the buffers when the size is the same.
     void resize(std::size_t width, std::size_t height);
 
+    std::size_t width() const { return width_; }
+    std::size_t height() const { return height_; }
     std::size_t wordsPerRow() const { return words_; }
     std::uint64_t* candidates(std::size_t y) { return candidates_.data() + at(y); }
     std::uint64_t* edges(std::size_t y) { return edges_.data() + at(y); }
     const std::uint64_t* edges(std::size_t y) const { return edges_.data() + at(y); }
+
+    bool isEdge(std::size_t x, std::size_t y) const { return (edges(y)[x / 64] >> x % 64 & 1) != 0; }
+    void setEdge(std::size_t x, std::size_t y) { edges(y)[x / 64] |= std::uint64_t{1} << x % 64; }
 
     /// Call for every row from the top on, once its candidates are set and its edges hold the seeds (a subset
     /// of the candidates): takes in what the row above reaches.

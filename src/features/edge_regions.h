@@ -1,18 +1,17 @@
-// What an edge map encloses: gaps between the ends of lines closed, regions labelled and measured.
+// What edges enclose: gaps between the ends of lines closed, regions found and measured.
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <vector>
 
 #include "features/polyline.h"
 
 namespace scansteps {
 
-/// Joins each end of a line to the nearest pixel of another line within `reach` pixels that lies ahead, less
-/// than 60 degrees off the line's direction; ends are taken in row order, and the joining pixels are set to
-/// 255. Returns the number of gaps filled.
-int fillGaps(std::span<std::uint8_t> map, int width, int height, int reach);
+/// Joins each end of a line to the nearest edge pixel of another line within `reach` pixels that lies ahead,
+/// less than 60 degrees off the line's direction; ends are taken in row order, and the joining pixels become
+/// edges. Returns the number of gaps filled.
+int fillGaps(EdgeBits& edges, int reach, ChainTracer& tracer, Scratch scratch = {});
 
 /// Distance that the edge steps bridge, pixels.
 inline constexpr int kGapReach = 6;
@@ -25,9 +24,8 @@ struct EnclosedRegion
     bool open = false;                             ///< touches the border of the image
 };
 
-/// Labels the connected parts (4-neighbourhood) of the pixels that are 0 in the map: 1, 2, ... in row order
-/// of their first pixels; edge pixels are 0. `labels` takes one label a pixel.
-std::vector<EnclosedRegion> labelRegions(std::span<const std::uint8_t> map, int width, int height,
-                                         std::vector<std::int32_t>& labels);
+/// Measures the connected parts (4-neighbourhood) of the pixels that are no edges, in row order of their
+/// first pixels; they replace what `regions` held.
+void enclosedRegions(const EdgeBits& edges, std::vector<EnclosedRegion>& regions, Scratch scratch = {});
 
 }  // namespace scansteps

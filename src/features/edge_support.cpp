@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "features/subpixel_edges.h"
-
 namespace scansteps {
 namespace {
 
@@ -75,17 +73,18 @@ void walkSegment(Vertex a, Vertex b, int width, int height, Visit visit)
 }
 
 template <class Visit>
-void forEachSegment(std::span<const Polyline> lines, Visit visit)
+void forEachSegment(const Polylines& lines, Visit visit)
 {
-    for (const Polyline& line : lines) {
-        for (std::size_t i = 1; i < line.verts.size(); ++i) visit(line.verts[i - 1], line.verts[i]);
-        if (line.closed && line.verts.size() > 2) visit(line.verts.back(), line.verts.front());
+    for (std::size_t k = 0; k < lines.size(); ++k) {
+        const auto [items, closed] = lines[k];
+        for (std::size_t i = 1; i < items.size(); ++i) visit(items[i - 1], items[i]);
+        if (closed && items.size() > 2) visit(items.back(), items.front());
     }
 }
 
 }  // namespace
 
-std::vector<SupportPoint> pointsOnEdges(std::span<const Polyline> lines, GreyView image, float least)
+std::vector<SupportPoint> pointsOnEdges(const Polylines& lines, GreyView image, float least)
 {
     if (image.width <= 2 * kRim || image.height <= 2 * kRim) return {};
     Cells cells(image, least);
@@ -95,7 +94,7 @@ std::vector<SupportPoint> pointsOnEdges(std::span<const Polyline> lines, GreyVie
     return cells.points();
 }
 
-void drawRidges(std::span<const Polyline> lines, int width, int height, GreyImage& out, float radius)
+void drawRidges(const Polylines& lines, int width, int height, GreyImage& out, float radius)
 {
     out.reshape(std::max(width, 0), std::max(height, 0));
     std::ranges::fill(out.samples, std::uint8_t{0});
@@ -119,15 +118,15 @@ void drawRidges(std::span<const Polyline> lines, int width, int height, GreyImag
     });
 }
 
-std::vector<Polyline> edgesOf(GreyView image)
+const Polylines& EdgeFinder::edgesOf(GreyView image)
 {
-    if (image.width <= 0 || image.height <= 0) return {};
-    FloatPlane plane{std::uint32_t(image.width), std::uint32_t(image.height)};
-    for (int y = 0; y < image.height; ++y) std::copy_n(image.row(y), image.width, plane.row(std::size_t(y)));
-    std::vector<std::uint8_t> map;
-    std::vector<Vertex> positions;
-    subpixelEdges(plane, kLow, kHigh, 3, map, positions);
-    return tracePolylines(map, image.width, image.height, kPolylineTolerance, positions);
+    lines_.clear();
+    if (image.width <= 0 || image.height <= 0) return lines_;
+    plane_.resize(std::uint32_t(image.width), std::uint32_t(image.height));
+    for (int y = 0; y < image.height; ++y) std::copy_n(image.row(y), image.width, plane_.row(std::size_t(y)));
+    subpixelEdges(plane_, kLow, kHigh, 3, planes_, edges_, positions_, &memory_);
+    tracePolylines(edges_, tracer_, lines_, positions_, kPolylineTolerance, &memory_);
+    return lines_;
 }
 
 }  // namespace scansteps

@@ -1,8 +1,6 @@
 // The detector on float planes.
 #include "features/mcanny.h"
 
-#include <algorithm>
-
 #include "features/mcanny_detect.h"
 
 namespace scansteps {
@@ -11,30 +9,6 @@ CannyWorkspace::CannyWorkspace() : buffers_(std::make_unique<Buffers>()) {}
 CannyWorkspace::CannyWorkspace(CannyWorkspace&&) noexcept = default;
 CannyWorkspace& CannyWorkspace::operator=(CannyWorkspace&&) noexcept = default;
 CannyWorkspace::~CannyWorkspace() = default;
-
-namespace {
-
-class PlaneRows : public RowSource
-{
-  public:
-    explicit PlaneRows(const FloatPlane& plane) : plane_(plane) {}
-    void begin(Columns columns) override { columns_ = columns; }
-    void read(std::size_t y, float* line) override
-    {
-        const float* row = plane_.row(y) + columns_.first;
-        std::copy(row, row + columns_.count, line);
-    }
-    Upcoming upcoming(std::size_t y) const override
-    {
-        return {reinterpret_cast<const char*>(plane_.row(y) + columns_.first), 64 * sizeof(float)};
-    }
-
-  private:
-    const FloatPlane& plane_;
-    Columns columns_;
-};
-
-}  // namespace
 
 void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int aperture,
            CannyWorkspace& work)

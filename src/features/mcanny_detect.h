@@ -2,6 +2,7 @@
 // to the edge code.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -35,6 +36,27 @@ class RowSource
     virtual Upcoming upcoming(std::size_t) const { return {}; }
 };
 
+/// The rows of a plane.
+class PlaneRows : public RowSource
+{
+  public:
+    explicit PlaneRows(const FloatPlane& plane) : plane_(plane) {}
+    void begin(Columns columns) override { columns_ = columns; }
+    void read(std::size_t y, float* line) override
+    {
+        const float* row = plane_.row(y) + columns_.first;
+        std::copy(row, row + columns_.count, line);
+    }
+    Upcoming upcoming(std::size_t y) const override
+    {
+        return {reinterpret_cast<const char*>(plane_.row(y) + columns_.first), 64 * sizeof(float)};
+    }
+
+  private:
+    const FloatPlane& plane_;
+    Columns columns_;
+};
+
 struct CannyWorkspace::Buffers
 {
     /// Prepares all buffers; keeps them when the sizes are the same.
@@ -48,6 +70,8 @@ struct CannyWorkspace::Buffers
     std::int32_t* magnitudes[3] = {};  // first column of three rows
     std::uint64_t* active[2] = {};     // bits of two rows: magnitude above the low threshold
     FloatPlane stageRows;              // room for rows of filters that feed the detector
+    FloatPlane filtered;               // the image behind more filters than these are for
+    WorkMemory memory;
 
   private:
     std::size_t width_ = 0, height_ = 0;

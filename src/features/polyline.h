@@ -1,9 +1,13 @@
-// Polylines traced from an edge map. The registration steps take points on them as support.
+// Polylines traced from edges. The registration steps take points on them as support.
 #pragma once
 
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include "features/chain_list.h"
+#include "features/edge_bits.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -16,41 +20,53 @@ struct Vertex
 /// Distance of `p` from the nearest point of the segment from `a` to `b`.
 float distanceToSegment(Vertex p, Vertex a, Vertex b);
 
-struct Polyline
+using Polylines = ChainList<Vertex>;
+/// Each pixel (its place y × width + x) a neighbour of the one before.
+using PixelChains = ChainList<std::uint32_t>;
+
+/// Cuts the edges of an image into chains. Pixels are neighbours on all eight sides, but diagonally only
+/// where no edge joins them at a right angle, so a staircase has no junctions. Chains end at ends and at
+/// junctions, which belong to every chain that meets there; every link between two pixels lies in exactly one
+/// chain. Pixels without a neighbour make no chain. Chains from ends and junctions come first, then closed
+/// loops, each in row order of the pixel they begin at.
+class ChainTracer
 {
-    std::vector<Vertex> verts;
-    bool closed = false;  ///< the last vertex is joined to the first
-    bool operator==(const Polyline&) const = default;
+  public:
+    /// The result holds until the next call. Throws a text for images of 2^31 pixels and more.
+    const PixelChains& trace(const EdgeBits& edges);
+
+  private:
+    struct Neighbours;
+
+    void takeEdges(const EdgeBits& edges);
+    Neighbours around(std::uint32_t cell) const;
+    bool isLink(std::uint32_t cell) const;
+    std::uint32_t placeOf(std::uint32_t cell) const
+    {
+        return (cell / stride_ - 1) * width_ + cell % stride_ - 1;
+    }
+    void follow(std::uint32_t from, std::uint32_t to);
+
+    std::uint32_t width_ = 0, stride_ = 0;
+    std::vector<std::uint8_t>
+        cells_;  // the image with a frame of one pixel, so that no neighbour needs a check
+    std::vector<std::uint32_t> edges_;  // all edge cells, in row order
+    PixelChains chains_;
 };
 
-/// Places (y × width + x) of the pixels of one chain, each a neighbour of the one before.
-struct PixelChain
-{
-    std::vector<std::uint32_t> places;
-    bool closed = false;
-};
-
-/// Chains of the pixels that are not 0 in a map of width × height bytes (at most 2^31 - 1, else a text is
-/// thrown). Pixels are neighbours on all eight sides, but diagonally only where no pixel of the map joins
-/// them at a right angle, so a staircase has no junctions. Chains end at ends and at junctions, which belong
-/// to every chain that meets there; every link between two pixels lies in exactly one chain. Pixels without a
-/// neighbour make no chain. Chains from ends and junctions come first, then closed loops, each in row order
-/// of the pixel they begin at.
-std::vector<PixelChain> traceChains(std::span<const std::uint8_t> map, int width, int height);
-
-/// The vertices of a line that stay when none of those left out may lie farther than `tolerance` from the
-/// line through those kept: U. Ramer, "An iterative procedure for the polygonal approximation of plane
-/// curves", 1972; D. Douglas and T. Peucker, 1973. A closed line is split at its first vertex and the one
-/// farthest from it.
-Polyline simplify(const Polyline& line, float tolerance);
+/// Adds a line to `out` with those of its vertices that stay when none of those left out may lie farther than
+/// `tolerance` from the line through those kept: U. Ramer, "An iterative procedure for the polygonal
+/// approximation of plane curves", 1972; D. Douglas and T. Peucker, 1973. A closed line is split at its first
+/// vertex and the one farthest from it.
+void simplify(Polylines::Chain line, float tolerance, Polylines& out, Scratch scratch = {});
 
 /// Tolerance that the edge steps simplify with, pixels.
 inline constexpr float kPolylineTolerance = 1.0F;
 
-/// Chains of an edge map as simplified polylines. With `positions`, one vertex for each pixel of the map,
-/// lines go through these instead of the pixels' centres.
-std::vector<Polyline> tracePolylines(std::span<const std::uint8_t> map, int width, int height,
-                                     float tolerance = kPolylineTolerance,
-                                     std::span<const Vertex> positions = {});
+/// Edges as simplified polylines, which replace what `lines` held. With `positions`, one vertex for each
+/// pixel of the image, lines go through these instead of the pixels' centres.
+void tracePolylines(const EdgeBits& edges, ChainTracer& tracer, Polylines& lines,
+                    std::span<const Vertex> positions = {}, float tolerance = kPolylineTolerance,
+                    Scratch scratch = {});
 
 }  // namespace scansteps

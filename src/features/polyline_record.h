@@ -2,9 +2,6 @@
 // pixels) and "closed" (int, 1 when the last vertex is joined to the first) for each line.
 #pragma once
 
-#include <span>
-#include <vector>
-
 #include "features/polyline.h"
 #include "scansteps/error.h"
 #include "scansteps/record.h"
@@ -12,39 +9,41 @@
 namespace scansteps {
 
 /// Throws "[fvertsArray] already found" when the record holds the entry.
-inline void insertPolylines(varitype& record, std::span<const Polyline> lines)
+inline void insertPolylines(varitype& record, const Polylines& lines)
 {
     StructArray array;
     array.reserve(lines.size());
-    for (const Polyline& line : lines) {
-        Array verts(Kind::Float, 2, std::uint32_t(line.verts.size()));
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        const auto [items, closed] = lines[i];
+        Array verts(Kind::Float, 2, std::uint32_t(items.size()));
         float* to = verts.elements<float>().data();
-        for (const Vertex& v : line.verts) {
+        for (const Vertex& v : items) {
             *to++ = v.x;
             *to++ = v.y;
         }
-        array.emplace_back(Struct{{"closed", line.closed ? 1 : 0}, {"verts", std::move(verts)}});
+        Struct line;
+        line.reserve(2);
+        line.set("closed", closed ? 1 : 0);
+        line.set("verts", std::move(verts));
+        array.emplace_back(std::move(line));
     }
     record.insert("fvertsArray", std::move(array));
 }
 
-/// The polylines of "fvertsArray". Throws when a "verts" is no float array of two numbers a vertex, and what
-/// the record throws for entries that are missing or of another kind.
-inline std::vector<Polyline> polylinesOf(const varitype& record)
+/// The polylines of "fvertsArray", which replace what `lines` held. Throws when a "verts" is no float array
+/// of two numbers a vertex, and what the record throws for entries that are missing or of another kind.
+inline void polylinesOf(const varitype& record, Polylines& lines)
 {
-    std::vector<Polyline> lines;
+    lines.clear();
     for (const varitype& entry : record["fvertsArray"].as<StructArray>()) {
         const varitype verts = entry["verts"];
         const Array& array = verts.as<Array>();
         const auto numbers = array.elements<float>();
         if (array.kind() != Kind::Float || array.dim(0) != 2 || numbers.size() % 2 != 0)
             fail("fvertsArray: not two floats a vertex");
-        Polyline& line = lines.emplace_back();
-        line.closed = entry["closed"].as<std::int32_t>() != 0;
-        for (std::size_t i = 0; i < numbers.size(); i += 2)
-            line.verts.push_back({numbers[i], numbers[i + 1]});
+        for (std::size_t i = 0; i < numbers.size(); i += 2) lines.add({numbers[i], numbers[i + 1]});
+        lines.finish(entry["closed"].as<std::int32_t>() != 0);
     }
-    return lines;
 }
 
 }  // namespace scansteps

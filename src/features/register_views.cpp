@@ -75,7 +75,7 @@ void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedVi
     view.support = steepestPixels(view.full.view());
 }
 
-void compareEdges(std::span<const Polyline> lines, PreparedView& view)
+void compareEdges(const Polylines& lines, PreparedView& view)
 {
     GreyImage ridges, small;
     drawRidges(lines, view.full.width, view.full.height, ridges);

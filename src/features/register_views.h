@@ -51,7 +51,7 @@ void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedVi
 Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model);
 
 /// Puts polylines in the place of the view's grey values: they are what is compared from now on.
-void compareEdges(std::span<const Polyline> lines, PreparedView& view);
+void compareEdges(const Polylines& lines, PreparedView& view);
 
 /// True when `motion` sends the feature of the first view close to that of the second.
 bool agrees(const Match& match, const PreparedView& first, const PreparedView& second,

@@ -59,16 +59,17 @@ class WorkMemory final : public std::pmr::memory_resource
 
     void* do_allocate(std::size_t bytes, std::size_t) override
     {
-        bytes = std::max(bytes, kLine);
-        bytes += (kLine - bytes % kLine) % kLine;
+        bytes = wholeLines(bytes);
         if (blocks_.empty() || bytes > blocks_.back().size - used_) addBlock(std::max(bytes, total_));
         std::byte* piece = blocks_.back().first + used_;
         used_ += bytes;
         ++pieces_;
         return piece;
     }
-    void do_deallocate(void*, std::size_t, std::size_t) override
+    void do_deallocate(void* piece, std::size_t bytes, std::size_t) override
     {
+        if (static_cast<std::byte*>(piece) + wholeLines(bytes) == blocks_.back().first + used_)
+            used_ -= wholeLines(bytes);  // the last comes back first as a rule
         if (--pieces_ > 0) return;
         used_ = 0;
         if (blocks_.size() < 2) return;
@@ -84,6 +85,10 @@ class WorkMemory final : public std::pmr::memory_resource
         return this == &other;
     }
 
+    static std::size_t wholeLines(std::size_t bytes)
+    {
+        return std::max((bytes + kLine - 1) / kLine, std::size_t{1}) * kLine;
+    }
     void addBlock(std::size_t size)
     {
         blocks_.reserve(blocks_.size() + 1);

@@ -58,7 +58,7 @@ class RegisteringStep : public CPUBase
     }
 
     /// Chooses the points of the view at which grey values are compared.
-    virtual void support(const varitype&, PreparedView&) const {}
+    virtual void support(const varitype&, PreparedView&) {}
 
   private:
     PreparedView prepared(std::span<const std::uint16_t> samples, const varitype& record)
@@ -126,18 +126,23 @@ class CpuRegE5 final : public RegisteringStep
   private:
     // A record with polylines comes with a frame in which edges are drawn: the polylines themselves are
     // compared then, instead of grey values along edges that the view finds in itself.
-    void support(const varitype& record, PreparedView& view) const override
+    void support(const varitype& record, PreparedView& view) override
     {
-        std::vector<Polyline> lines;
+        std::size_t count = 0;
         if (record.has("fvertsArray")) {
-            lines = polylinesOf(record);
-            compareEdges(lines, view);
+            polylinesOf(record, lines_);
+            compareEdges(lines_, view);
+            count = lines_.size();
         } else {
-            lines = edgesOf(view.full.view());
+            const Polylines& lines = finder_.edgesOf(view.full.view());
             view.support = pointsOnEdges(lines, view.full.view());
+            count = lines.size();
         }
-        print::field(std::int64_t(lines.size()), " fvertsArray.size()\n");
+        print::field(std::int64_t(count), " fvertsArray.size()\n");
     }
+
+    EdgeFinder finder_;
+    Polylines lines_;  // of a record
 };
 
 SCANSTEPS_STEP(CpuRegE)

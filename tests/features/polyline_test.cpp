@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <random>
 #include <set>
@@ -16,22 +17,19 @@
 #include "support/chain.h"
 #include "support/frames16.h"
 #include "support/images.h"
+#include "support/targets.h"
 
 namespace scansteps {
 namespace {
 
-struct Map
+EdgeBits edgesOf(const std::vector<std::string>& rows)
 {
-    int width, height;
-    std::vector<std::uint8_t> cells;
-};
-
-Map mapOf(const std::vector<std::string>& rows)
-{
-    Map map{int(rows[0].size()), int(rows.size()), {}};
-    for (const std::string& row : rows)
-        for (const char c : row) map.cells.push_back(c == '#' ? 255 : 0);
-    return map;
+    EdgeBits edges;
+    edges.resize(rows[0].size(), rows.size());
+    for (std::size_t y = 0; y < rows.size(); ++y)
+        for (std::size_t x = 0; x < rows[y].size(); ++x)
+            if (rows[y][x] == '#') edges.setEdge(x, y);
+    return edges;
 }
 
 TEST(Polylines, chainsEndAtEndsAndJunctions)
@@ -50,11 +48,12 @@ TEST(Polylines, chainsEndAtEndsAndJunctions)
         {{"#....", ".....", "...#."}, {}, 0},                              // single pixels
         {{"##"}, {2}, 0},
     };
+    ChainTracer tracer;  // sees images of many sizes, as it does nowhere else
     for (const auto& c : cases) {
-        const Map map = mapOf(c.rows);
         std::vector<std::size_t> open, closed;
-        for (const PixelChain& chain : traceChains(map.cells, map.width, map.height))
-            (chain.closed ? closed : open).push_back(chain.places.size());
+        const PixelChains& chains = tracer.trace(edgesOf(c.rows));
+        for (std::size_t i = 0; i < chains.size(); ++i)
+            (chains[i].closed ? closed : open).push_back(chains[i].items.size());
         std::ranges::sort(open);
         std::vector<std::size_t> all = open;
         all.insert(all.end(), closed.begin(), closed.end());
@@ -67,27 +66,30 @@ TEST(Polylines, chainsEndAtEndsAndJunctions)
 TEST(Polylines, everyLinkOnce)
 {
     std::mt19937 random(9);
+    ChainTracer tracer;
     for (int round = 0; round < 300; ++round) {
-        Map map{1 + int(random() % 20), 1 + int(random() % 20), {}};
+        const int width = round % 3 == 0 ? 60 + int(random() % 10) : 1 + int(random() % 20);
+        const int height = 1 + int(random() % 20);
+        std::vector<std::string> rows(std::size_t(height), std::string(std::size_t(width), '.'));
         const auto share = 2 + random() % 5;
-        for (int i = 0; i < map.width * map.height; ++i) map.cells.push_back(random() % share == 0 ? 1 : 0);
+        for (auto& row : rows)
+            for (char& c : row) c = random() % share == 0 ? '#' : '.';
         const auto at = [&](int x, int y) {
-            return x >= 0 && y >= 0 && x < map.width && y < map.height &&
-                   map.cells[std::size_t(y * map.width + x)] != 0;
+            return x >= 0 && y >= 0 && x < width && y < height && rows[std::size_t(y)][std::size_t(x)] == '#';
         };
         std::set<std::pair<int, int>> links;
-        for (int y = 0; y < map.height; ++y)
-            for (int x = 0; x < map.width; ++x)
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
                 for (const auto& [dx, dy] : {std::pair{1, 0}, {0, 1}, {1, 1}, {-1, 1}})
                     if (at(x, y) && at(x + dx, y + dy) &&
                         (dx * dy == 0 || (!at(x + dx, y) && !at(x, y + dy))))
-                        links.insert({y * map.width + x, (y + dy) * map.width + x + dx});
+                        links.insert({y * width + x, (y + dy) * width + x + dx});
         std::map<std::pair<int, int>, int> found;
-        for (const PixelChain& chain : traceChains(map.cells, map.width, map.height)) {
-            auto places = chain.places;
-            if (chain.closed) places.push_back(places[0]);
-            for (std::size_t i = 1; i < places.size(); ++i)
-                ++found[std::minmax(int(places[i - 1]), int(places[i]))];
+        const PixelChains& chains = tracer.trace(edgesOf(rows));
+        for (std::size_t k = 0; k < chains.size(); ++k) {
+            const auto [items, closed] = chains[k];
+            for (std::size_t i = closed ? 0 : 1; i < items.size(); ++i)
+                ++found[std::minmax(int(items[(i > 0 ? i : items.size()) - 1]), int(items[i]))];
         }
         ASSERT_EQ(found.size(), links.size()) << round;
         for (const auto& [link, times] : found) {
@@ -97,12 +99,12 @@ TEST(Polylines, everyLinkOnce)
     }
 }
 
-double distanceTo(const Polyline& line, Vertex p)
+double distanceTo(Polylines::Chain line, Vertex p)
 {
     double best = 1e9;
-    const std::size_t n = line.verts.size();
+    const std::size_t n = line.items.size();
     for (std::size_t i = 0; i + (line.closed ? 0 : 1) < n; ++i) {
-        const Vertex a = line.verts[i], b = line.verts[(i + 1) % n];
+        const Vertex a = line.items[i], b = line.items[(i + 1) % n];
         const double dx = double(b.x - a.x), dy = double(b.y - a.y);
         const double t = std::clamp(
             (double(p.x - a.x) * dx + double(p.y - a.y) * dy) / (dx * dx + dy * dy + 1e-30), 0.0, 1.0);
@@ -113,39 +115,104 @@ double distanceTo(const Polyline& line, Vertex p)
 
 TEST(Polylines, simplifiedLinesStayWithinTheTolerance)
 {
-    Polyline circle{{}, true}, straight;
+    std::vector<Vertex> circle, straight;
     for (int i = 0; i < 400; ++i) {
         const float t = float(i) * 0.0157F;
-        circle.verts.push_back({50 + 40 * std::cos(t), 50 + 40 * std::sin(t)});
-        straight.verts.push_back({float(i), 2 * float(i)});
+        circle.push_back({50 + 40 * std::cos(t), 50 + 40 * std::sin(t)});
+        straight.push_back({float(i), 2 * float(i)});
     }
+    Polylines lines;
     for (const float tolerance : {0.5F, 1.0F, 5.0F}) {
-        const Polyline simple = simplify(circle, tolerance);
+        simplify({circle, true}, tolerance, lines);
+        const auto simple = lines[lines.size() - 1];
         EXPECT_TRUE(simple.closed);
-        EXPECT_GE(simple.verts.size(), 3U);
-        EXPECT_LT(simple.verts.size(), 60U);
-        for (const Vertex& v : circle.verts) EXPECT_LE(distanceTo(simple, v), double(tolerance) + 1e-4);
+        EXPECT_GE(simple.items.size(), 3U);
+        EXPECT_LT(simple.items.size(), 60U);
+        for (const Vertex& v : circle) EXPECT_LE(distanceTo(simple, v), double(tolerance) + 1e-4);
     }
-    EXPECT_EQ(simplify(straight, 0.5F).verts, (std::vector<Vertex>{{0, 0}, {399, 798}}));
+    simplify({straight, false}, 0.5F, lines);
+    EXPECT_TRUE(std::ranges::equal(lines[3].items, std::vector<Vertex>{{0, 0}, {399, 798}}));
 }
 
 TEST(EdgeRegions, gapsAreFilledAndInsidesFound)
 {
-    Map map = mapOf({"..............", "..####..#####.", "..#.........#.", "..#.........#.", "............#.",
-                     "..#.........#.", "..###########.", ".............."});
-    std::vector<std::int32_t> labels;
-    EXPECT_EQ(labelRegions(map.cells, map.width, map.height, labels).size(), 1U);
-    EXPECT_GE(fillGaps(map.cells, map.width, map.height, 4), 2);
-    const auto regions = labelRegions(map.cells, map.width, map.height, labels);
+    EdgeBits edges = edgesOf({"..............", "..####..#####.", "..#.........#.", "..#.........#.",
+                              "............#.", "..#.........#.", "..###########.", ".............."});
+    std::vector<EnclosedRegion> regions;
+    enclosedRegions(edges, regions);
+    EXPECT_EQ(regions.size(), 1U);
+    ChainTracer tracer;
+    EXPECT_GE(fillGaps(edges, 4, tracer), 2);
+    enclosedRegions(edges, regions);
     ASSERT_EQ(regions.size(), 2U);
     EXPECT_TRUE(regions[0].open);
     EXPECT_FALSE(regions[1].open);
     EXPECT_EQ(regions[1].area, 9 * 4);
     EXPECT_DOUBLE_EQ(regions[1].x, 7);
     EXPECT_DOUBLE_EQ(regions[1].y, 3.5);
-    EXPECT_EQ(labels[3 * 14 + 5], 2);
-    EXPECT_EQ(labels[1 * 14 + 2], 0);
 }
+
+// Against a flood fill, pixel by pixel, in maps with parts that meet from many sides.
+TEST(EdgeRegions, asAFloodFillFindsThem)
+{
+    std::mt19937 random(4);
+    for (int round = 0; round < 200; ++round) {
+        const int width = 1 + int(random() % 80), height = 1 + int(random() % 12);
+        EdgeBits edges;
+        edges.resize(std::size_t(width), std::size_t(height));
+        std::vector<char> taken(std::size_t(width * height));
+        for (int i = 0; i < width * height; ++i)
+            if (random() % 5 < 2)
+                edges.setEdge(std::size_t(i % width), std::size_t(i / width)), taken[std::size_t(i)] = 1;
+        std::vector<EnclosedRegion> found;
+        enclosedRegions(edges, found);
+        std::size_t next = 0;
+        for (int start = 0; start < width * height; ++start) {
+            if (taken[std::size_t(start)] != 0) continue;
+            ASSERT_LT(next, found.size());
+            const EnclosedRegion& r = found[next++];
+            int area = 0, left = width, right = -1, bottom = -1, sumX = 0, sumY = 0;
+            bool open = false;
+            std::vector<int> todo{start};
+            taken[std::size_t(start)] = 1;
+            while (!todo.empty()) {
+                const int x = todo.back() % width, y = todo.back() / width;
+                todo.pop_back();
+                ++area, sumX += x, sumY += y;
+                left = std::min(left, x), right = std::max(right, x), bottom = std::max(bottom, y);
+                open = open || x == 0 || y == 0 || x == width - 1 || y == height - 1;
+                for (const auto& [u, v] : {std::pair{x - 1, y}, {x + 1, y}, {x, y - 1}, {x, y + 1}})
+                    if (u >= 0 && v >= 0 && u < width && v < height &&
+                        taken[std::size_t(v * width + u)] == 0) {
+                        taken[std::size_t(v * width + u)] = 1;
+                        todo.push_back(v * width + u);
+                    }
+            }
+            ASSERT_EQ(r.area, area);
+            ASSERT_EQ((std::vector{r.left, r.top, r.right, r.bottom, int(r.open)}),
+                      (std::vector{left, start / width, right, bottom, int(open)}));
+            ASSERT_DOUBLE_EQ(r.x, double(sumX) / area);
+            ASSERT_DOUBLE_EQ(r.y, double(sumY) / area);
+        }
+        ASSERT_EQ(next, found.size());
+    }
+}
+
+struct Subpixel
+{
+    SubpixelPlanes planes;
+    EdgeBits edges;
+    std::vector<Vertex> positions;
+
+    /// x, y of every edge.
+    std::vector<Vertex> found() const
+    {
+        std::vector<Vertex> all;
+        for (std::size_t i = 0; i < positions.size(); ++i)
+            if (edges.isEdge(i % edges.width(), i / edges.width())) all.push_back(positions[i]);
+        return all;
+    }
+};
 
 // A disc drawn with soft borders: the edge lies on the circle, far closer than a pixel.
 TEST(SubpixelEdges, circle)
@@ -156,26 +223,45 @@ TEST(SubpixelEdges, circle)
             const double r = std::hypot(double(x) - 60.3, double(y) - 49.6);
             image.row(y)[x] = float(30 + 100 * (0.5 - 0.5 * std::tanh((r - 33.3) / 1.2)));
         }
-    std::vector<std::uint8_t> map;
-    std::vector<Vertex> positions;
-    subpixelEdges(image, 100, 200, 3, map, positions);
+    Subpixel s;
+    subpixelEdges(image, 100, 200, 3, s.planes, s.edges, s.positions);
+    const std::vector<Vertex> found = s.found();
     double worst = 0, sum = 0;
-    int count = 0;
-    for (std::size_t i = 0; i < map.size(); ++i) {
-        if (map[i] == 0) continue;
-        const double error =
-            std::abs(std::hypot(double(positions[i].x) - 60.3, double(positions[i].y) - 49.6) - 33.3);
+    for (const Vertex& v : found) {
+        const double error = std::abs(std::hypot(double(v.x) - 60.3, double(v.y) - 49.6) - 33.3);
         worst = std::max(worst, error);
         sum += error;
-        ++count;
     }
-    EXPECT_GT(count, 180);
+    EXPECT_GT(found.size(), 180U);
     EXPECT_LT(worst, 0.15);
-    EXPECT_LT(sum / count, 0.05);
-    std::vector<std::uint8_t> swapped;
-    subpixelEdges(image, 200, 100, 3, swapped, positions);
-    EXPECT_EQ(swapped, map);
-    EXPECT_THROW(subpixelEdges(image, 1, 2, 4, map, positions), const char*);
+    EXPECT_LT(sum / double(found.size()), 0.05);
+    subpixelEdges(image, 200, 100, 3, s.planes, s.edges, s.positions);
+    EXPECT_EQ(s.found(), found);
+    EXPECT_THROW(subpixelEdges(image, 1, 2, 4, s.planes, s.edges, s.positions), const char*);
+}
+
+TEST(SubpixelEdges, everyTargetAsThePlainForm)
+{
+    std::mt19937 random(2);
+    const float odd[] = {0, -0.0F, 1e30F, -3e38F, INFINITY, NAN, 1e-40F};
+    for (const auto& [width, height] : {std::pair{1, 1}, {2, 9}, {17, 3}, {64, 8}, {131, 20}})
+        for (const int aperture : {3, 5, 7})
+            for (const double low : {-1.0, 0.0, 40.0, 2000.0})
+                for (const bool hostile : {false, true}) {
+                    FloatPlane image{std::uint32_t(width), std::uint32_t(height)};
+                    for (std::size_t y = 0; y < std::size_t(height); ++y)
+                        for (float& v : image.samples(y))
+                            v = hostile && random() % 9 == 0 ? odd[random() % 7] : float(random() % 3 * 40);
+                    Subpixel expected, got;
+                    scalar::subpixelEdges(image, low, 3 * low, aperture, expected.planes, expected.edges,
+                                          expected.positions);
+                    test::forEachTarget([&] {
+                        subpixelEdges(image, low, 3 * low, aperture, got.planes, got.edges, got.positions);
+                        const auto a = got.found(), b = expected.found();
+                        ASSERT_EQ(a.size(), b.size()) << width << " " << aperture << " " << low;
+                        ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size() * sizeof(Vertex)), 0);
+                    });
+                }
 }
 
 TEST(TracingSteps, onAPhotograph)

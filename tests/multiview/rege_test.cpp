@@ -95,20 +95,30 @@ TEST(EdgeSupport, steepestPixelOfEveryCellALinePasses)
     std::vector<std::uint8_t> grey(64 * 64);
     for (std::size_t i = 0; i < grey.size(); ++i) grey[i] = i % 64 < 30 ? 20 : i % 64 < 45 ? 120 : 123;
     const GreyView image{grey.data(), 64, 64, 64};
-    const Polyline lines[] = {{{{29.8F, -1e6F}, {29.8F, 5}}, false},  // longer than the image could hold
-                              {{{29.8F, 18}, {29.8F, 40}}, false},    // along the step
-                              {{{45, 18}, {45, 40}}, false},          // along one too small
-                              {{{2, 20}, {2, 30}, {28, 30}}, true}};  // from the rim into the plain
+    const struct
+    {
+        std::vector<Vertex> verts;
+        bool closed;
+    } drawn[] = {{{{29.8F, -1e6F}, {29.8F, 5}}, false},  // longer than the image could hold
+                 {{{29.8F, 18}, {29.8F, 40}}, false},    // along the step
+                 {{{45, 18}, {45, 40}}, false},          // along one too small
+                 {{{2, 20}, {2, 30}, {28, 30}}, true}};  // from the rim into the plain
+    Polylines lines;
+    for (const auto& line : drawn) {
+        for (const Vertex& v : line.verts) lines.add(v);
+        lines.finish(line.closed);
+    }
     std::vector<std::pair<int, int>> points;
     for (const SupportPoint& p : pointsOnEdges(lines, image)) points.emplace_back(int(p.x), int(p.y));
     // on the row of a cell where the line first comes by
     EXPECT_EQ(points, (std::vector<std::pair<int, int>>{{30, 18}, {30, 24}, {30, 32}, {30, 40}}));
     EXPECT_TRUE(pointsOnEdges(lines, {grey.data(), 20, 20, 64}).empty());
     EXPECT_TRUE(pointsOnEdges({}, image).empty());
-    const std::vector<Polyline> own = edgesOf(image);
+    EdgeFinder finder;
+    const Polylines& own = finder.edgesOf(image);
     ASSERT_EQ(own.size(), 1U);
-    for (const Vertex& v : own[0].verts) EXPECT_NEAR(double(v.x), 29.5, 0.01);
-    EXPECT_TRUE(edgesOf({}).empty());
+    for (const Vertex& v : own[0].items) EXPECT_NEAR(double(v.x), 29.5, 0.01);
+    EXPECT_TRUE(finder.edgesOf({}).empty());
 }
 
 struct RunOfTwo
