@@ -52,9 +52,18 @@ struct Seen
 class Aligner
 {
   public:
-    Aligner(GreyView first, GreyView second, std::span<const SupportPoint> support, MotionModel model)
-        : first_(first), second_(second), support_(support), model_(model), units_(first.width, first.height)
+    Aligner(GreyView first, GreyView second, std::span<const SupportPoint> support, MotionModel model,
+            Scratch scratch)
+        : first_(first),
+          second_(second),
+          support_(support),
+          model_(model),
+          units_(first.width, first.height),
+          seen_(scratch),
+          errors_(scratch)
     {
+        seen_.reserve(support.size());
+        errors_.reserve(support.size());
     }
 
     Alignment run(const Eigen::Matrix3d& start, int steps)
@@ -192,15 +201,15 @@ class Aligner
     std::span<const SupportPoint> support_;
     MotionModel model_;
     FrameUnits units_;
-    std::vector<Seen> seen_;
-    std::vector<double> errors_;
+    std::pmr::vector<Seen> seen_;
+    std::pmr::vector<double> errors_;
 };
 
 }  // namespace
 
-std::vector<SupportPoint> steepestPixels(GreyView image, float least)
+void steepestPixels(GreyView image, std::vector<SupportPoint>& points, float least)
 {
-    std::vector<SupportPoint> points;
+    points.clear();
     const int limit = int(4 * least * least);  // of the squared differences two pixels apart
     for (int top = kRim; top + kCell + kRim <= image.height; top += kCell)
         for (int left = kRim; left + kCell + kRim <= image.width; left += kCell) {
@@ -218,13 +227,12 @@ std::vector<SupportPoint> steepestPixels(GreyView image, float least)
             }
             if (at.x >= 0) points.push_back(at);
         }
-    return points;
 }
 
 Alignment alignMotion(GreyView first, GreyView second, std::span<const SupportPoint> support,
-                      MotionModel model, const Eigen::Matrix3d& start, int steps)
+                      MotionModel model, const Eigen::Matrix3d& start, int steps, Scratch scratch)
 {
-    return Aligner(first, second, support, model).run(start, steps);
+    return Aligner(first, second, support, model, scratch).run(start, steps);
 }
 
 }  // namespace scansteps

@@ -8,6 +8,7 @@
 
 #include "features/grey_image.h"
 #include "features/motion.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -19,7 +20,8 @@ struct SupportPoint
 /// Where the grey values of an image say most about its position: of each cell of 8 × 8 pixels the pixel with
 /// the steepest gradient, if that is at least `least` grey levels a pixel. Cells in row order; a rim of two
 /// cells is left out.
-std::vector<SupportPoint> steepestPixels(GreyView image, float least = 4);
+/// They replace what `points` held.
+void steepestPixels(GreyView image, std::vector<SupportPoint>& points, float least = 4);
 
 struct Alignment
 {
@@ -34,6 +36,6 @@ struct Alignment
 /// compositional form). Finds the way from within about two pixels, so coarse levels come first. Both images
 /// should be smoothed a little.
 Alignment alignMotion(GreyView first, GreyView second, std::span<const SupportPoint> support,
-                      MotionModel model, const Eigen::Matrix3d& start, int steps = 8);
+                      MotionModel model, const Eigen::Matrix3d& start, int steps = 8, Scratch scratch = {});
 
 }  // namespace scansteps

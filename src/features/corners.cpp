@@ -44,39 +44,37 @@ const std::vector<CornerFeature>& CornerDetector::detect(GreyView image, const C
 {
     buildLevels(image, std::max(settings.levels, 1));
     found_.clear();
-    for (std::uint32_t level = 0; level < levels_.size(); ++level) findOnLevel(level, settings);
+    for (std::uint32_t level = 0; level < used_; ++level) findOnLevel(level, settings);
     select(image, settings);
-    for (CornerFeature& f : found_) {
+    for (CornerFeature& f : kept_) {
         const GreyView smooth = levels_[f.level].smooth.view();
         const float x = (f.x + 0.5F) / f.size - 0.5F;
         const float y = (f.y + 0.5F) / f.size - 0.5F;
         f.angle = orientationOf(smooth, int(x + 0.5F), int(y + 0.5F));
         f.bits = describe(smooth, x, y, f.angle, settings.fast);
     }
-    return found_;
+    return kept_;
 }
 
 void CornerDetector::buildLevels(GreyView image, int count)
 {
     levels_.resize(std::size_t(count));
-    std::size_t used = 0;
-    for (; used < levels_.size(); ++used) {
-        Level& level = levels_[used];
-        if (used == 0) {
+    for (used_ = 0; used_ < levels_.size(); ++used_) {
+        Level& level = levels_[used_];
+        if (used_ == 0) {
             level.view = image;
-        } else if (used == 1) {
-            twoThirds(image, level.image);
+        } else if (used_ == 1) {
+            twoThirds(image, level.image, memory_.get());
             level.view = level.image.view();
             level.size = 1.5F;
         } else {
-            halve(levels_[used - 2].view, level.image);
+            halve(levels_[used_ - 2].view, level.image);
             level.view = level.image.view();
-            level.size = 2 * levels_[used - 2].size;
+            level.size = 2 * levels_[used_ - 2].size;
         }
         if (level.view.width <= 2 * kMargin || level.view.height <= 2 * kMargin) break;
-        binomial5(level.view, level.smooth);
+        binomial5(level.view, level.smooth, memory_.get());
     }
-    levels_.resize(used);
 }
 
 void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& settings)
@@ -86,7 +84,7 @@ void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& sett
     const float size = levels_[level].size;
     const float gain = blobs ? 1.0F : std::pow(size, kCoarser);
     response_.resize(std::size_t(view.width) * std::size_t(view.height));
-    cornerResponse(view, {settings.kind, settings.lowPass1, settings.lowPass2}, response_);
+    cornerResponse(view, {settings.kind, settings.lowPass1, settings.lowPass2}, response_, memory_.get());
     findPeaks(response_, view.width, view.height, kMargin,
               responseOf(settings.kind, settings.threshold / gain), peaks_);
     for (const Peak& peak : peaks_) {
@@ -108,7 +106,7 @@ void CornerDetector::select(GreyView image, const CornerSettings& settings)
         float score;
         std::uint32_t index;
     };
-    std::vector<Key> order;
+    std::pmr::vector<Key> order(memory_.get());
     order.reserve(found_.size());
     for (std::uint32_t i = 0; i < found_.size(); ++i) order.push_back({found_[i].score, i});
     std::sort(order.begin(), order.end(), [](const Key& a, const Key& b) {
@@ -116,8 +114,8 @@ void CornerDetector::select(GreyView image, const CornerSettings& settings)
     });
     const int across = (image.width + kBucketSize - 1) / kBucketSize;
     const int down = (image.height + kBucketSize - 1) / kBucketSize;
-    std::vector<int> inBucket(std::size_t(across) * std::size_t(down));
-    std::vector<CornerFeature> kept;
+    std::pmr::vector<int> inBucket(std::size_t(across) * std::size_t(down), 0, memory_.get());
+    kept_.clear();
     for (const Key& key : order) {
         const CornerFeature& f = found_[key.index];
         if (settings.bucketing) {
@@ -125,10 +123,9 @@ void CornerDetector::select(GreyView image, const CornerSettings& settings)
             if (count >= settings.density) continue;
             ++count;
         }
-        kept.push_back(f);
-        if (kept.size() == kMostFeatures) break;
+        kept_.push_back(f);
+        if (kept_.size() == kMostFeatures) break;
     }
-    found_.swap(kept);
 }
 
 }  // namespace scansteps

@@ -4,12 +4,14 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
 #include "features/corner_descriptor.h"
 #include "features/corner_response.h"
 #include "features/grey_image.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -57,7 +59,7 @@ class CornerDetector
     /// Copies a level of the last frame, smoothed for the descriptors; empty when there is no such level.
     void smoothLevel(std::size_t level, GreyImage& out) const
     {
-        if (level < levels_.size())
+        if (level < used_)
             out = levels_[level].smooth;
         else
             out.reshape(0, 0);
@@ -77,9 +79,11 @@ class CornerDetector
     void select(GreyView image, const CornerSettings& settings);
 
     std::vector<Level> levels_;
+    std::size_t used_ = 0;  // of the levels, by the last frame
     std::vector<float> response_;
     std::vector<Peak> peaks_;
-    std::vector<CornerFeature> found_;
+    std::vector<CornerFeature> found_, kept_;
+    std::unique_ptr<WorkMemory> memory_ = std::make_unique<WorkMemory>();
 };
 
 }  // namespace scansteps

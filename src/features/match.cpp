@@ -1,6 +1,7 @@
 #include "features/match.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace scansteps {
 
@@ -14,24 +15,25 @@ std::size_t DescriptorIndex::keyOf(const CornerDescriptor& bits, std::size_t tab
     return key & (kKeys - 1);
 }
 
-DescriptorIndex::DescriptorIndex(std::span<const CornerFeature> features)
-    : features_(features), begin_(kTables * kKeys + 1), entries_(kTables * features.size())
+void DescriptorIndex::assign(std::span<const CornerFeature> features)
 {
-    // a counting sort by table and key
+    // A counting sort by table and key. While entries are put in, begin_[k + 1] is where the next one of key
+    // k goes, so that it ends up where key k + 1 begins.
+    features_ = features;
+    begin_.assign(kTables * kKeys + 2, 0);
+    entries_.resize(kTables * features.size());
     for (const CornerFeature& f : features)
-        for (std::size_t t = 0; t < kTables; ++t) ++begin_[t * kKeys + keyOf(f.bits, t) + 1];
+        for (std::size_t t = 0; t < kTables; ++t) ++begin_[t * kKeys + keyOf(f.bits, t) + 2];
     for (std::size_t i = 1; i < begin_.size(); ++i) begin_[i] += begin_[i - 1];
-    std::vector<std::uint32_t> next(begin_.begin(), begin_.end() - 1);
     for (std::uint32_t i = 0; i < features.size(); ++i)
         for (std::size_t t = 0; t < kTables; ++t)
-            entries_[next[t * kKeys + keyOf(features[i].bits, t)]++] = i;
+            entries_[begin_[t * kKeys + keyOf(features[i].bits, t) + 1]++] = i;
 }
 
 DescriptorIndex::Found DescriptorIndex::nearest(const CornerDescriptor& bits, Visits& visits) const
 {
     Found best;
     if (begin_.empty()) return best;
-    visits.last.resize(features_.size());
     ++visits.query;
     for (std::size_t t = 0; t < kTables; ++t) {
         const std::size_t key = t * kKeys + keyOf(bits, t);
@@ -47,25 +49,26 @@ DescriptorIndex::Found DescriptorIndex::nearest(const CornerDescriptor& bits, Vi
     return best;
 }
 
-std::vector<Match> matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance)
+void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance,
+                   std::vector<Match>& matches, Scratch scratch)
 {
-    DescriptorIndex::Visits inFirst, inSecond;
-    std::vector<Match> matches;
+    DescriptorIndex::Visits inFirst(first, scratch), inSecond(second, scratch);
+    matches.clear();
     for (std::uint32_t i = 0; i < first.features().size(); ++i) {
         const auto there = second.nearest(first.features()[i].bits, inSecond);
         if (there.distance > maxDistance) continue;
         if (first.nearest(second.features()[there.index].bits, inFirst).index != i) continue;
         matches.push_back({i, there.index, there.distance});
     }
-    std::stable_sort(matches.begin(), matches.end(),
-                     [](const Match& a, const Match& b) { return a.distance < b.distance; });
-    return matches;
+    std::ranges::sort(matches, {}, [](const Match& m) { return std::pair(m.distance, m.first); });
 }
 
 std::vector<Match> matchFeatures(std::span<const CornerFeature> first, std::span<const CornerFeature> second,
                                  int maxDistance)
 {
-    return matchFeatures(DescriptorIndex(first), DescriptorIndex(second), maxDistance);
+    std::vector<Match> matches;
+    matchFeatures(DescriptorIndex(first), DescriptorIndex(second), maxDistance, matches);
+    return matches;
 }
 
 }  // namespace scansteps

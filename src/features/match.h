@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "features/corners.h"
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -25,14 +26,16 @@ class DescriptorIndex
 {
   public:
     DescriptorIndex() = default;
-    /// `features` must outlive the index.
-    explicit DescriptorIndex(std::span<const CornerFeature> features);
+    explicit DescriptorIndex(std::span<const CornerFeature> features) { assign(features); }
+    /// `features` must outlive the index, which keeps its memory.
+    void assign(std::span<const CornerFeature> features);
     std::span<const CornerFeature> features() const { return features_; }
 
     /// Which features a query has looked at already. One for each index and thread.
     struct Visits
     {
-        std::vector<std::uint32_t> last;
+        Visits(const DescriptorIndex& index, Scratch scratch) : last(index.features().size(), 0, scratch) {}
+        std::pmr::vector<std::uint32_t> last;
         std::uint32_t query = 0;
     };
 
@@ -60,8 +63,8 @@ class DescriptorIndex
 /// distance, then by the index in the first view.
 std::vector<Match> matchFeatures(std::span<const CornerFeature> first, std::span<const CornerFeature> second,
                                  int maxDistance = 80);
-/// The same between views whose tables are kept.
-std::vector<Match> matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second,
-                                 int maxDistance = 80);
+/// The same between views whose tables are kept; replaces what `matches` held.
+void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance,
+                   std::vector<Match>& matches, Scratch scratch = {});
 
 }  // namespace scansteps

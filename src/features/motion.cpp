@@ -11,6 +11,8 @@ namespace scansteps {
 namespace {
 
 using Normal = Eigen::Matrix<double, 8, 8>;
+// As many of its rows and columns as a model has parameters.
+using PartOfNormal = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, 0, 8, 8>;
 
 struct Pair
 {
@@ -32,9 +34,11 @@ bool plausible(const Eigen::Matrix3d& motion)
 class Estimator
 {
   public:
-    Estimator(std::span<const PointPair> pairs, MotionModel model, int width, int height, std::uint32_t seed)
-        : model_(model), width_(width), height_(height), units_(width, height), random_(seed)
+    Estimator(std::span<const PointPair> pairs, MotionModel model, int width, int height, std::uint32_t seed,
+              Scratch scratch)
+        : model_(model), width_(width), height_(height), units_(width, height), random_(seed), pairs_(scratch)
     {
+        pairs_.reserve(pairs.size());
         for (const PointPair& p : pairs)
             pairs_.push_back({units_.point(p.x1, p.y1), units_.point(p.x2, p.y2), p.size / units_.scale()});
     }
@@ -131,8 +135,8 @@ class Estimator
             right += weight * derivatives.transpose() * (pair.to - q);
         }
         const int n = int(model);
-        const Eigen::LDLT<Eigen::MatrixXd> solver(normal.topLeftCorner(n, n) +
-                                                  1e-9 * normal.trace() * Eigen::MatrixXd::Identity(n, n));
+        const Eigen::LDLT<PartOfNormal> solver(normal.topLeftCorner(n, n) +
+                                               1e-9 * normal.trace() * PartOfNormal::Identity(n, n));
         MotionStep step = MotionStep::Zero();
         step.head(n) = solver.solve(right.head(n));
         if (!step.allFinite() || step.norm() > 1) return motion;
@@ -166,7 +170,7 @@ class Estimator
     int width_, height_;
     FrameUnits units_;
     std::mt19937 random_;
-    std::vector<Pair> pairs_;
+    std::pmr::vector<Pair> pairs_;
 };
 
 }  // namespace
@@ -219,23 +223,23 @@ double cornerDeviation(const Normal& normal, const Eigen::Matrix3d& motion, Moti
                        const FrameUnits& units, int width, int height)
 {
     const int n = int(model);
-    const Eigen::FullPivLU<Eigen::MatrixXd> solver(normal.topLeftCorner(n, n));
+    const Eigen::FullPivLU<PartOfNormal> solver(normal.topLeftCorner(n, n));
     if (!solver.isInvertible()) return 1e9;
-    const Eigen::MatrixXd covariance = solver.inverse();
+    const PartOfNormal covariance = solver.inverse();
     double sum = 0;
     for (const double x : {0.0, width - 1.0})
         for (const double y : {0.0, height - 1.0}) {
             const Eigen::Matrix<double, 2, 8> d = motionDerivatives(moved(motion, units.point(x, y)));
-            const Eigen::MatrixXd part = d.leftCols(n);
+            const Eigen::Matrix<double, 2, Eigen::Dynamic, 0, 2, 8> part = d.leftCols(n);
             sum += std::sqrt(std::max((part * covariance * part.transpose()).trace(), 0.0));
         }
     return sum / 4 * units.scale();
 }
 
 MotionEstimate estimateMotion(std::span<const PointPair> pairs, MotionModel model, int width, int height,
-                              std::uint32_t seed)
+                              std::uint32_t seed, Scratch scratch)
 {
-    return Estimator(pairs, model, width, height, seed).run();
+    return Estimator(pairs, model, width, height, seed, scratch).run();
 }
 
 }  // namespace scansteps

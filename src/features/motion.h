@@ -5,7 +5,8 @@
 #include <Eigen/Core>
 #include <cstdint>
 #include <span>
-#include <vector>
+
+#include "features/work_memory.h"
 
 namespace scansteps {
 
@@ -67,7 +68,7 @@ struct MotionEstimate
 /// after O. Chum, J. Matas and J. Kittler, "Locally Optimized RANSAC", DAGM 2003. Pairs are tried best
 /// first, so they should be ordered. The same pairs give the same result on every run.
 MotionEstimate estimateMotion(std::span<const PointPair> pairs, MotionModel model, int width, int height,
-                              std::uint32_t seed = 1);
+                              std::uint32_t seed = 1, Scratch scratch = {});
 
 /// Expected mean error of the frame's corners for a normal matrix in the parameters of a step, for unit
 /// variance of its residuals. A huge value when it is singular.

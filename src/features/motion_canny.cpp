@@ -27,7 +27,7 @@ void MotionCanny::init(varitype& params)
     const Settings settings(*this, params);
     width_ = settings.integer("dataX");
     height_ = settings.integer("dataY");
-    debug_ = settings.integer("canny5.debug");
+    const bool debug = settings.integer("canny5.debug") != 0;
     meaning_ = frameMeaning(settings);
     level_ = std::clamp(int(std::bit_width(unsigned(std::max(width_, 1)))) - 1 - 8, 0, 4);
     announce();
@@ -36,6 +36,9 @@ void MotionCanny::init(varitype& params)
     spare_.create(width_, height_, 1, code);
     frames_ = 0;
     before_ = PreparedView{};
+    detectRegions_.reset();
+    if (const int area = width_ * height_; debug && area > 8)
+        detectRegions_.emplace(1, MSER::fractionOf(4, area), 0.6, 0.7, 0.33, true);
     forward(*this, params);
 }
 
@@ -45,16 +48,18 @@ void MotionCanny::process(varitype& params)
     const auto samples = frame.input<std::uint16_t>();
     frame16ToBytes(samples, width_, height_, meaning_, grey_);
     prepareView(detector_, grey_.view(), registrationCorners(), view_);
-    Registration motion;
-    if (frames_++ > 0) motion = registerViews(before_, view_, model_);
+    if (frames_++ > 0)
+        registerViews(before_, view_, model_, motion_, &memory_);
+    else
+        motion_ = Registration{};
     std::swap(before_, view_);
-    frame.record().insert("transform", matrixArray(motion.motion));
-    frame.record().insert("inliers", motion.inliers);
-    report(motion, frame.record());
-    if (const int area = width_ * height_; debug_ != 0 && area > 8) {
-        std::vector<Region> regions;
-        MSER(1, MSER::fractionOf(4, area), 0.6, 0.7, 0.33, true)(grey_.samples, width_, height_, regions);
-        print::field(std::int64_t(regions.size()), " regions.size()\n");
+    frame.record().insert("transform", matrixArray(motion_.motion));
+    frame.record().insert("inliers", motion_.inliers);
+    report(motion_, frame.record());
+    if (detectRegions_) {
+        regions_.clear();
+        (*detectRegions_)(grey_.samples, width_, height_, regions_);
+        print::field(std::int64_t(regions_.size()), " regions.size()\n");
     }
     drawEdges(samples);
     frame.forward();
@@ -66,7 +71,7 @@ void MotionCanny::drawEdges(std::span<std::uint16_t> frame)
     if (width_ == 0 || height_ == 0) return;
     frame16ToPlane(frame, plane_, std::size_t(width_), std::size_t(height_), meaning_);
     const int size = (1 << level_) | 1;
-    for (int pass = 0; pass < 2 && size > 1; ++pass) lowPass(plane_, size);
+    for (int pass = 0; pass < 2 && size > 1; ++pass) lowPass(plane_, size, &memory_);
     Canny(plane_, plane_, kLow, kHigh, 3, work_);
     edgesToFrame16(plane_, frame);
 }

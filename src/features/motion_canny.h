@@ -3,9 +3,11 @@
 #pragma once
 
 #include <Eigen/Core>
+#include <optional>
 
 #include "features/canny_frame16.h"
 #include "features/frame_bytes.h"
+#include "features/mser.h"
 #include "features/register_views.h"
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
@@ -33,7 +35,7 @@ class MotionCanny : public CPUBase
     void drawEdges(std::span<std::uint16_t> frame);
 
     MotionModel model_;
-    int width_ = 0, height_ = 0, debug_ = 0, level_ = 0, frames_ = 0;
+    int width_ = 0, height_ = 0, level_ = 0, frames_ = 0;
     Frame16 meaning_ = Frame16::Offset;
     TextureSet in_, spare_;  // the second is kept for hosts that count on two handles a step
     GreyImage grey_;
@@ -41,6 +43,10 @@ class MotionCanny : public CPUBase
     PreparedView view_, before_;
     FloatPlane plane_;
     CannyWorkspace work_;
+    WorkMemory memory_;
+    Registration motion_;
+    std::optional<MSER> detectRegions_;
+    std::vector<Region> regions_;
 };
 
 /// Mean scale of a motion, and its turn in degrees, counter-clockwise as one sees the image (its y runs

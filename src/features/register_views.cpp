@@ -11,13 +11,15 @@ namespace scansteps {
 namespace {
 
 constexpr int kLeastInliers = 10;
+constexpr int kSteps = 8;  // of each alignment, at most
 constexpr double kMostDeviation = 1.5;
 constexpr double kLeastOfEdges = 0.25;  // of drawn edges: others are found in every view
 
-std::vector<PointPair> pairsOf(const std::vector<Match>& matches, const PreparedView& first,
-                               const PreparedView& second)
+std::pmr::vector<PointPair> pairsOf(const std::vector<Match>& matches, const PreparedView& first,
+                                    const PreparedView& second, Scratch scratch)
 {
-    std::vector<PointPair> pairs;
+    std::pmr::vector<PointPair> pairs(scratch);
+    pairs.reserve(matches.size());
     for (const Match& m : matches) {
         const CornerFeature& a = first.features[m.first];
         const CornerFeature& b = second.features[m.second];
@@ -56,23 +58,23 @@ CornerSettings registrationCorners()
 void prepareView(CornerDetector& detector, GreyView image, const CornerSettings& settings, PreparedView& view)
 {
     view.features = detector.detect(image, settings);
-    view.index = DescriptorIndex(view.features);
+    view.index.assign(view.features);
     detector.smoothLevel(0, view.full);
     detector.smoothLevel(2, view.half);
-    view.support = steepestPixels(view.full.view());
+    steepestPixels(view.full.view(), view.support);
 }
 
 void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedView& view)
 {
     view.features = std::move(features);
-    view.index = DescriptorIndex(view.features);
+    view.index.assign(view.features);
     GreyImage small;
     if (image.width > 0 && image.height > 0) binomial5(image, view.full);
     if (image.width > 1 && image.height > 1) {
         halve(image, small);
         binomial5(small.view(), view.half);
     }
-    view.support = steepestPixels(view.full.view());
+    steepestPixels(view.full.view(), view.support);
 }
 
 void compareEdges(const Polylines& lines, PreparedView& view)
@@ -84,7 +86,7 @@ void compareEdges(const Polylines& lines, PreparedView& view)
         halve(ridges.view(), small);
         binomial5(small.view(), view.half);
     }
-    view.support = steepestPixels(view.full.view());
+    steepestPixels(view.full.view(), view.support);
     view.leastCorrelation = kLeastOfEdges;
 }
 
@@ -97,31 +99,36 @@ bool agrees(const Match& match, const PreparedView& first, const PreparedView& s
     return (at - Eigen::Vector2d(double(b.x), double(b.y))).norm() < 2 * double(std::max(a.size, b.size));
 }
 
-Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)
+void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
+                   Registration& result, Scratch scratch)
 {
-    Registration result;
-    result.matches = matchFeatures(first.index, second.index, 90);
-    const std::vector<PointPair> pairs = pairsOf(result.matches, first, second);
-    const MotionEstimate rough = estimateMotion(pairs, model, first.full.width, first.full.height);
-    if (rough.inliers < kLeastInliers) return result;
+    result = Registration{.matches = std::move(result.matches)};
+    matchFeatures(first.index, second.index, 90, result.matches, scratch);
+    const auto pairs = pairsOf(result.matches, first, second, scratch);
+    const MotionEstimate rough =
+        estimateMotion(pairs, model, first.full.width, first.full.height, 1, scratch);
+    if (rough.inliers < kLeastInliers) return;
 
-    std::vector<SupportPoint> coarse;
+    std::pmr::vector<SupportPoint> coarse(scratch);
+    coarse.reserve(first.support.size());
     for (const SupportPoint& p : first.support)
         if (p.x / 2 < float(first.half.width - 1) && p.y / 2 < float(first.half.height - 1))
             coarse.push_back({std::floor(p.x / 2), std::floor(p.y / 2)});
-    const Alignment atHalf =
-        alignMotion(first.half.view(), second.half.view(), coarse, model, halved(rough.motion));
-    const Alignment fine =
-        alignMotion(first.full.view(), second.full.view(), first.support, model, doubled(atHalf.motion));
+    const Alignment atHalf = alignMotion(first.half.view(), second.half.view(), coarse, model,
+                                         halved(rough.motion), kSteps, scratch);
+    const Alignment fine = alignMotion(first.full.view(), second.full.view(), first.support, model,
+                                       doubled(atHalf.motion), kSteps, scratch);
     if (fine.correlation < std::min(first.leastCorrelation, second.leastCorrelation) ||
         fine.deviation > kMostDeviation)
-        return result;
-    result.motion = fine.motion / fine.motion(2, 2);
+        return;
+    int inliers = 0;
+    const Eigen::Matrix3d motion = fine.motion / fine.motion(2, 2);
+    for (const Match& m : result.matches) inliers += agrees(m, first, second, motion);
+    if (inliers < kLeastInliers) return;
+    result.motion = motion;
+    result.inliers = inliers;
     result.correlation = fine.correlation;
     result.deviation = fine.deviation;
-    for (const Match& m : result.matches) result.inliers += agrees(m, first, second, result.motion);
-    if (result.inliers < kLeastInliers) result = Registration{.matches = std::move(result.matches)};
-    return result;
 }
 
 }  // namespace scansteps

@@ -45,10 +45,18 @@ void prepareView(CornerDetector& detector, GreyView image, const CornerSettings&
 /// The same with features that were found before.
 void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedView& view);
 
-/// Registers `second` against `first`, views of the same size. Not trusted, and therefore the identity with 0
-/// inliers, is a motion that fewer than 10 matches support, whose corners are expected to be off by more than
-/// 1.5 pixels, or under which the grey values at the support points correlate too little.
-Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model);
+/// Registers `second` against `first`, views of the same size; keeps the memory of `result`. Not trusted, and
+/// therefore the identity with 0 inliers, is a motion that fewer than 10 matches support, whose corners are
+/// expected to be off by more than 1.5 pixels, or under which the grey values at the support points correlate
+/// too little.
+void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
+                   Registration& result, Scratch scratch = {});
+inline Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)
+{
+    Registration result;
+    registerViews(first, second, model, result);
+    return result;
+}
 
 /// Puts polylines in the place of the view's grey values: they are what is compared from now on.
 void compareEdges(const Polylines& lines, PreparedView& view);

@@ -45,7 +45,8 @@ ViewPlace ViewSequence::add(PreparedView view)
     int inliers = 0;
     for (std::size_t i = held_.size(); i-- > 0;) {
         const Held& earlier = held_[i];
-        const Registration motion = registerViews(earlier.view, view, model_);
+        registerViews(earlier.view, view, model_, motion_, memory_.get());
+        const Registration& motion = motion_;
         if (i + 1 == held_.size()) {
             place.transform = motion.motion;
             place.inliers = motion.inliers;

@@ -5,6 +5,7 @@
 #include <Eigen/Core>
 #include <cstddef>
 #include <deque>
+#include <memory>
 #include <vector>
 
 #include "features/register_views.h"
@@ -64,6 +65,8 @@ class ViewSequence
     std::size_t most_;
     int count_ = 0;
     std::deque<Held> held_;  // oldest first
+    Registration motion_;
+    std::unique_ptr<WorkMemory> memory_ = std::make_unique<WorkMemory>();
 };
 
 }  // namespace scansteps

@@ -11,6 +11,8 @@
 #include "features/canny_frame16.h"
 #include "support/chain.h"
 #include "support/count_allocations.h"
+#include "support/frames16.h"
+#include "support/images.h"
 #include "support/temp_dir.h"
 
 namespace scansteps {
@@ -107,6 +109,72 @@ std::vector<long> allocationsAFrame(const SteadySteps& steps)
     }
     EXPECT_GT(end.frames, 0);
     return counts;
+}
+
+// Notes what lives when a record arrives.
+class Witness final : public cChain
+{
+  public:
+    void dispatch(varitype&) override { live = test::liveBlocks(); }
+    long live = 0;
+};
+
+struct RecordingStep
+{
+    const char* kind;
+    Struct settings = {};
+    int grows = 1;  // times that a struct of the record takes new memory for more entries
+};
+
+// Steps that put something into the record may take memory for that, and for nothing else: every block that
+// they take after the first frames still lives when the record arrives, and is gone when it is.
+TEST(Steady, stepsThatAddToTheRecordTakeNoMemoryButTheRecords)
+{
+    const Struct edges{{"OCV", Struct{{"lp0", 1}, {"trl", 60.0F}, {"trh", 160.0F}}}};
+    Struct smooth = edges;  // more passes than run in one walk
+    smooth["OCV"].getv<Struct>().set("lp0", 9);
+    const Struct debug{{"canny5", Struct{{"debug", 1}}}};
+    const RecordingStep table[] = {
+        {"ccanny", smooth, 0}, {"ccanny2a", edges},
+        {"ccanny2b", edges},   {"ccanny2c", edges},
+        {"ccanny2c", smooth},  {"ccanny5old", {}, 1},
+        {"ccanny5", debug, 2}, {"ccanny7", debug, 1},
+        {"cedge", {}, 0},      {"cedge", {{"edge", Struct{{"lp0", 2}, {"order", 7}}}}, 0},
+        {"cdeva", {}, 0},
+    };
+    constexpr int kWidth = 200, kHeight = 150;
+    const test::Image photo = test::examplePhoto("img0000.jpg");
+    const std::vector<std::uint8_t> grey = test::greyOf(photo);
+    for (const RecordingStep& step : table) {
+        SCOPED_TRACE(step.kind);
+        test::Chain chain({step.kind});
+        Witness end;
+        chain.step(0).setNext(&end);
+        std::vector<long> temporary, kept;
+        temporary.reserve(8), kept.reserve(8);
+        test::printed([&] {
+            chain.init(test::geometryOf(kWidth, kHeight, step.settings));
+            const Array shape(Kind::Ushort, kWidth, kHeight);
+            chain.process(&shape);
+            const int handle = chain.hostHandle();
+            for (std::size_t k = 0; k < 7; ++k) {  // two views of a scene in turns
+                Array& frame = pixelsOf(handle);
+                if (!frame.sameShape(shape)) frame = shape;
+                for (std::size_t y = 0; y < kHeight; ++y)
+                    for (std::size_t x = 0; x < kWidth; ++x)
+                        frame.elements<std::uint16_t>()[y * kWidth + x] =
+                            std::uint16_t(32768 + grey[(y + 150 + k % 2) * 640 + x + 200 + 2 * (k % 2)]);
+                varitype record{Struct{{"eventType", event::kProcess}, {"handle", handle}, {"view", int(k)}}};
+                const long before = test::liveBlocks();
+                const long taken = test::allocationsOf([&] { chain.send(record); });
+                if (k < 3) continue;
+                temporary.push_back(taken - (end.live - before));
+                kept.push_back(test::liveBlocks() - before);
+            }
+        });
+        EXPECT_THAT(temporary, testing::Each(step.grows));
+        EXPECT_THAT(kept, testing::Each(0));
+    }
 }
 
 TEST(Steady, stepsTakeNoMemoryAfterTheSecondFrameButForTheCopyOfTheRecord)

@@ -1,4 +1,4 @@
-// Counts calls of operator new in the whole program. Include it in one source file of a program only.
+// Counts blocks that operator new gives and operator delete takes in the whole program. Include it in one source file of a program only.
 // A sanitizer keeps its own operators, which find mismatched pairs, and tells of what it hands out.
 #pragma once
 
@@ -18,6 +18,14 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile
 namespace scansteps::test {
 
 inline std::atomic<long> allocations{0};
+/// Blocks that were given back.
+inline std::atomic<long> releases{0};
+
+/// Blocks in use, as far as they came after the program's start.
+inline long liveBlocks()
+{
+    return allocations - releases;
+}
 
 /// Allocations that `call` makes.
 template <class Call>
@@ -33,7 +41,11 @@ inline void countBlock(const volatile void*, std::size_t)
 {
     ++allocations;
 }
-inline const int hooks = __sanitizer_install_malloc_and_free_hooks(countBlock, [](const volatile void*) {});
+inline void countRelease(const volatile void* block)
+{
+    if (block != nullptr) ++releases;
+}
+inline const int hooks = __sanitizer_install_malloc_and_free_hooks(countBlock, countRelease);
 }  // namespace scansteps::test
 #else
 inline void* counted(std::size_t size)
@@ -53,9 +65,16 @@ inline void* countedAligned(std::size_t size, std::size_t alignment)
     return aligned;
 }
 
-inline void freeAligned(void* p)
+inline void release(void* p)
 {
-    if (p != nullptr) std::free(static_cast<void**>(p)[-1]);
+    if (p == nullptr) return;
+    ++releases;
+    std::free(p);
+}
+
+inline void releaseAligned(void* p)
+{
+    if (p != nullptr) release(static_cast<void**>(p)[-1]);
 }
 
 }  // namespace scansteps::test
@@ -67,13 +86,13 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept { ++scanste
 void* operator new[](std::size_t size) { return scansteps::test::counted(size); }
 void* operator new(std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
 void* operator new[](std::size_t size, std::align_val_t alignment) { return scansteps::test::countedAligned(size, std::size_t(alignment)); }
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete[](void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
-[[gnu::noinline]] void operator delete[](void* p, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
-[[gnu::noinline]] void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::freeAligned(p); }
+[[gnu::noinline]] void operator delete(void* p) noexcept { scansteps::test::release(p); }
+[[gnu::noinline]] void operator delete[](void* p) noexcept { scansteps::test::release(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { scansteps::test::release(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::size_t) noexcept { scansteps::test::release(p); }
+[[gnu::noinline]] void operator delete(void* p, std::align_val_t) noexcept { scansteps::test::releaseAligned(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::align_val_t) noexcept { scansteps::test::releaseAligned(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::releaseAligned(p); }
+[[gnu::noinline]] void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { scansteps::test::releaseAligned(p); }
 // clang-format on
 #endif
