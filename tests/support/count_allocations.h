@@ -1,5 +1,6 @@
-// Counts blocks that operator new gives and operator delete takes in the whole program. Include it in one source file of a program only.
-// A sanitizer keeps its own operators, which find mismatched pairs, and tells of what it hands out.
+// Counts blocks that operator new gives and operator delete takes in the whole program. Include it in one
+// source file of a program only. A sanitizer keeps its own operators, which find mismatched pairs, and tells
+// of what it hands out.
 #pragma once
 
 #include <atomic>
