@@ -1,5 +1,5 @@
-// Operations on bytes that Highway 1.0.3 does not offer: dot products of pairs, packing of two vectors.
-// Included once for every instruction set, inside scansteps::HWY_NAMESPACE.
+// Operations on bytes that Highway 1.0.3 does not offer: dot products of pairs, packing of two vectors and
+// its order. Included once for every instruction set, inside scansteps::HWY_NAMESPACE.
 #if defined(SCANSTEPS_BYTES_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef SCANSTEPS_BYTES_INL_H_
 #undef SCANSTEPS_BYTES_INL_H_
@@ -85,6 +85,16 @@ auto PackBytes(V a, V b)
     return hn::Combine(d8, hn::DemoteTo(half, b), hn::DemoteTo(half, a));
 }
 #endif
+
+// Packing two vectors of dwords takes 8 bytes of each in turns: the indices for TableLookupLanes that bring
+// them back in order.
+template <class D64>
+auto OrderOfPacked(D64 d)
+{
+    alignas(64) std::uint64_t order[hn::MaxLanes(d)];
+    for (std::size_t k = 0; k < hn::Lanes(d); ++k) order[k] = 2 * k % hn::Lanes(d) + 2 * k / hn::Lanes(d);
+    return hn::SetTableIndices(d, order);
+}
 
 // Two vectors of words from memory: `a` gets the 16-byte blocks 0, 2, 4 ..., `b` the others, so that
 // PackBytes of what is made of them has the order of memory.

@@ -9,6 +9,8 @@
 #define HWY_TARGET_INCLUDE "convert/offset16.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
+//
+#include "convert/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace scansteps {
@@ -46,10 +48,7 @@ void FloatToOffset16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT 
     const auto low = hn::Set(df, -32767.0F);
     const auto tiny = hn::Set(df, 0x1p-39F);
     const auto offset = hn::Set(du16, 0x8000);
-    alignas(64) std::uint64_t order[hn::MaxLanes(d64)];
-    for (std::size_t k = 0; k < hn::Lanes(d64); ++k)
-        order[k] = 2 * k % hn::Lanes(d64) + 2 * k / hn::Lanes(d64);
-    const auto inOrder = hn::SetTableIndices(d64, order);
+    const auto inOrder = OrderOfPacked(d64);
     const auto convert = [&](const float* from) HWY_ATTR {
         fetchAhead(from);
         const auto v = hn::LoadU(df, from);

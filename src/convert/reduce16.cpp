@@ -7,6 +7,8 @@
 #define HWY_TARGET_INCLUDE "convert/reduce16.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
+//
+#include "convert/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace scansteps {
@@ -30,11 +32,7 @@ HWY_INLINE std::size_t HalveRow(const std::uint16_t* HWY_RESTRICT upper,
     const hn::Repartition<std::uint64_t, D32> d64;
     const std::size_t step = hn::Lanes(du16);
     if (count < step) return 0;
-    // Packing takes 8 bytes of each vector in turns.
-    alignas(64) std::uint64_t order[hn::MaxLanes(d64)];
-    for (std::size_t k = 0; k < hn::Lanes(d64); ++k)
-        order[k] = 2 * k % hn::Lanes(d64) + 2 * k / hn::Lanes(d64);
-    const auto inOrder = hn::SetTableIndices(d64, order);
+    const auto inOrder = OrderOfPacked(d64);
     const auto at = [&](std::size_t i) HWY_ATTR {
         const std::uint16_t *a = upper + 2 * i, *b = lower + 2 * i;
         for (const std::uint16_t* row : {a, b}) {

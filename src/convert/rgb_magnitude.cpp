@@ -10,6 +10,8 @@
 #define HWY_TARGET_INCLUDE "convert/rgb_magnitude.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
+//
+#include "convert/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace scansteps {
@@ -119,11 +121,7 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
         return P{hn::BitCast(di, hn::TableLookupBytesOr0(x, halves01)),
                  hn::BitCast(di, hn::TableLookupBytesOr0(x, halves2))};
     };
-    // Packing two vectors takes 8 bytes of each in turns.
-    alignas(64) std::uint64_t order[hn::MaxLanes(d64)];
-    for (std::size_t k = 0; k < hn::Lanes(d64); ++k)
-        order[k] = 2 * k % hn::Lanes(d64) + 2 * k / hn::Lanes(d64);
-    const auto inOrder = hn::SetTableIndices(d64, order);
+    const auto inOrder = OrderOfPacked(d64);
     std::size_t i = 0;
     for (; 3 * (i + lanes) + hn::Lanes(d8) <= 3 * count; i += 2 * lanes) {
         fetchAhead(src + 3 * i);

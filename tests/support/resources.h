@@ -2,7 +2,11 @@
 // something many times over and want nothing left.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
+
+#include "sanitized.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -63,5 +67,21 @@ inline Resources resourcesHeld()
 }
 
 #endif
+
+/// Runs `cycle` ten thousand times: nothing may be left behind, but for `descriptors` that the test itself
+/// holds.
+template <class Cycle>
+void expectNothingLeft(Cycle cycle, std::ptrdiff_t descriptors = 0)
+{
+    for (int i = 0; i < 200; ++i) cycle();  // what is made once, is made here
+    const Resources before = resourcesHeld();
+    for (int i = 0; i < 10000; ++i) cycle();
+    const Resources after = resourcesHeld();
+    EXPECT_EQ(after.threads, before.threads);
+    EXPECT_LE(after.descriptors, before.descriptors + descriptors);
+#ifndef SCANSTEPS_SANITIZED  // which keeps freed memory for a while, and finds leaks itself
+    EXPECT_LT(after.memory - before.memory, 8 << 20) << "less than a kilobyte a cycle";
+#endif
+}
 
 }  // namespace scansteps::test
