@@ -100,7 +100,7 @@ class TextureSet
     void create(std::int64_t width, std::int64_t height, std::uint32_t count, std::uint32_t format);
     /// One buffer whose array has any shape, such as that of a recorded frame.
     void create(std::int64_t width, std::int64_t height, std::uint32_t format, const FrameShape& shape);
-    void reset() { textures_.clear(); }
+    void reset() { *this = TextureSet(); }
 
     std::uint32_t format() const { return format_; }
     std::uint32_t count() const { return static_cast<std::uint32_t>(textures_.size()); }

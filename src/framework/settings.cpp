@@ -53,8 +53,8 @@ std::optional<varitype> Settings::value(const SettingInfo& setting) const
 void Settings::checkRange(const SettingInfo& setting, double value) const
 {
     if (setting.enforced && !(value >= setting.min && value <= setting.max))
-        failf("%s: %s = %g, must be %g to %g", kind_.className, setting.path, value, setting.min,
-              setting.max);
+        failf("%s: %s = %.*g, must be %g to %g", kind_.className, setting.path,
+              setting.kind == Kind::Int ? 10 : 6, value, setting.min, setting.max);
 }
 
 int Settings::integer(std::string_view path) const

@@ -28,13 +28,12 @@ void Cjwrite::init(varitype& params)
     window_ = settings.integer("viewer.window");
     level_ = settings.integer("viewer.level");
     checkFrameSize(width_, height_);
-    FrameShape shape =
-        frameShape(format_, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
+    const FrameShape shape =
+        chainFrameShape(format_, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
     if (shape.kind == Kind::Empty) {  // no frame can come in such a format
         reportMismatch(*this, params);
         return;
     }
-    if (format_ == format::kU1x8) shape.rowLength *= 3;
     frame_.create(width_, height_, format_, shape);
     spare_.create(width_, height_, format_, shape);
     forward(*this, params);
@@ -121,7 +120,9 @@ void Cjwrite::process(varitype& params)
     StepTimer timer(*this);
     Array& frame = pixelsOf(params["handle"].as<std::int32_t>());
     if (format_ == format::kU1x8) {
-        checkFrame(*this, frame, frame_.shape());
+        checkFrame(*this, frame,
+                   chainFrameShape(format_, static_cast<std::uint32_t>(width_),
+                                   static_cast<std::uint32_t>(height_)));
         CopiedRows rows(frame, frame_.pixels(), 3 * static_cast<std::size_t>(width_));
         write(rows);
     } else {

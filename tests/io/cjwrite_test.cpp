@@ -161,6 +161,10 @@ TEST_F(CjwriteTest, framesThatDoNotFitThrowBothSizes)
     EXPECT_FALSE(std::filesystem::exists(dir / "a0.ppm"));
     processSamples(4, 4, {});  // and goes on with the next good one
     EXPECT_TRUE(std::filesystem::exists(dir / "a0.ppm"));
+    // A size that was refused counts, not the one before it.
+    init("b0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x8"}});
+    EXPECT_THAT(test::thrownText([&] { init("b0.ppm", 40000, 40000); }), HasSubstr("40000 x 40000"));
+    EXPECT_THAT(test::thrownText([&] { processRgb(4, 4, {}); }), HasSubstr("initialised for 120000 x 40000"));
 }
 
 TEST_F(CjwriteTest, settingsThatDoNotFit)
