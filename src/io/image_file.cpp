@@ -92,7 +92,8 @@ std::optional<RgbImage> loadPpm(std::FILE* file, int magic, Array memory)
     const std::uint64_t pixelCount = width * static_cast<std::uint64_t>(header.height);  // below 10^18
     const std::uint64_t sampleCount = isRgb ? pixelCount * 3 : pixelCount;
     const auto available = remainingBytes(file);
-    if (!available || *available < sampleCount) return refuse("PPM file: fewer samples than its header says");
+    if (!available) return refuse("PPM file: a stream whose size cannot be told");
+    if (*available < sampleCount) return refuse("PPM file: fewer samples than its header says");
 
     RgbImage image{header.width, header.height, {}};
     std::uint8_t* const pixels = image.takeRoom(std::move(memory));
@@ -110,7 +111,7 @@ std::optional<RgbImage> loadPpm(std::FILE* file, int magic, Array memory)
 std::optional<RgbImage> loadJpeg(std::FILE* file, Array memory)
 {
     const auto available = remainingBytes(file);
-    if (!available) return refuse("JPEG file: not a file that can be read twice");
+    if (!available) return refuse("JPEG file: a stream whose size cannot be told");
     return readJpeg(file, std::max(kJpegBytesAlways, *available * kJpegBytesPerFileByte), std::move(memory));
 }
 
@@ -203,9 +204,11 @@ bool writeImage(const std::string& path, int quality, int width, int height, Row
     if (width < 1 || height < 1) return false;
     File file = openForWriting(path);
     if (!file) return false;
-    const bool written = isJpeg ? writeJpeg(file.get(), quality, width, height, source)
-                                : writePpm(file.get(), width, height, source);
-    return std::fclose(file.release()) == 0 && written;
+    bool written = isJpeg ? writeJpeg(file.get(), quality, width, height, source)
+                          : writePpm(file.get(), width, height, source);
+    written = std::fclose(file.release()) == 0 && written;
+    if (!written) std::fprintf(stderr, "can't write %s\n", path.c_str());
+    return written;
 }
 
 }  // namespace scansteps

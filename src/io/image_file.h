@@ -87,7 +87,8 @@ class PictureRows final : public RowSource
 /// ".JPG", ".JPEG" (JPEG of `quality` 0 to 100, baseline) or ".ppm", ".PPM" (binary PPM, RGB only). `pixels`
 /// are rows top to bottom of 3 bytes a pixel, or of 1 byte where `isRgb` is false, which is written as grey.
 /// Returns false, and has written nothing, for any other name, grey to PPM, sizes below 1, too few pixels, or
-/// a file that cannot be opened ("can't open NAME" on standard error); false also when writing fails midway.
+/// a file that cannot be opened ("can't open NAME" on standard error); false also when writing fails midway
+/// ("can't write NAME" there).
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
                 std::span<const std::uint8_t> pixels);
 /// The same for RGB from a source, which is not asked when nothing is written.

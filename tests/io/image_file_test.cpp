@@ -226,8 +226,11 @@ TEST(WriteImage, fullDiskIsAFailure)
     std::filesystem::create_symlink("/dev/full", dir / "a.jpg");
     std::filesystem::create_symlink("/dev/full", dir / "a.ppm");
     const test::Image photo = test::examplePhoto("img0000.jpg");
-    EXPECT_FALSE(writeImage(dir / "a.jpg", 90, 640, 480, true, photo.rgb));
-    EXPECT_FALSE(writeImage(dir / "a.ppm", 90, 640, 480, true, photo.rgb));
+    for (const char* name : {"a.jpg", "a.ppm"}) {
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(writeImage(dir / name, 90, 640, 480, true, photo.rgb));
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("can't write " + dir / name));
+    }
 }
 
 TEST(WriteImage, photographsComeBackNearlyAsTheyWere)
