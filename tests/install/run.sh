@@ -1,32 +1,32 @@
 #!/usr/bin/env bash
-# Installs a build tree, moves the result elsewhere, and lets a foreign project find and use it, by CMake and
-# by pkg-config.
+# Installs a build tree, moves the result elsewhere, and lets the project of examples/host find and use it, by
+# CMake and by pkg-config.
 #
 #   tests/install/run.sh BUILD_DIR
 set -euo pipefail
 build=$(realpath "$1")
-source=$(realpath "$(dirname "${BASH_SOURCE[0]}")")
-photo=$source/../../examples/images/photo_rocket.jpg
+examples=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../../examples")
+photo=$examples/images/photo_rocket.jpg
 work=$(mktemp -d "${TMPDIR:-/tmp}/scansteps-install-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
 cmake --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$work/moved"
 
-cmake -S "$source" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S "$examples/host" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$work/build"
-"$work/build/foreign_host" "$photo" "$work/negative.ppm"
+"$work/build/own_host" "$photo" "$work/negative.ppm"
 
 export PKG_CONFIG_PATH=$work/moved/lib/pkgconfig
 # shellcheck disable=SC2046  # flags are words
-g++ -std=c++20 -DSTEP_LIBRARY="\"$(pkg-config --variable=steplibrary scansteps)\"" "$source/foreign_host.cpp" \
-    -o "$work/foreign_host" $(pkg-config --cflags --libs scansteps)
-"$work/foreign_host" "$photo" "$work/again.ppm"
+g++ -std=c++20 -DSTEP_LIBRARY="\"$(pkg-config --variable=steplibrary scansteps)\"" "$examples/host/own_host.cpp" \
+    -o "$work/own_host" $(pkg-config --cflags --libs scansteps)
+"$work/own_host" "$photo" "$work/again.ppm"
 cmp "$work/negative.ppm" "$work/again.ppm"
 
 # The negative of the negative is the photograph as the installed program reads it.
 cd "$work"
 moved/bin/scansteps run "cjread load.name=$photo load.one=true ! cjwrite name=plain.ppm" --quiet >/dev/null
-"$work/build/foreign_host" negative.ppm positive.ppm
+"$work/build/own_host" negative.ppm positive.ppm
 cmp plain.ppm positive.ppm
 echo "installed package: found, linked, loaded"

@@ -1,5 +1,5 @@
 // A host of one's own: loads the step library, puts a step of its own between two of the library's, and
-// drives the chain. usage: foreign_host PHOTO.jpg RESULT.ppm
+// drives the chain. usage: own_host PHOTO.jpg RESULT.ppm
 #include <dlfcn.h>
 #include <scansteps/chain.h>
 #include <scansteps/handles.h>
