@@ -19,7 +19,6 @@ namespace scansteps {
 namespace {
 
 using test::encodeJpeg;
-using test::JpegOptions;
 using test::JpegPlanes;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -314,21 +313,6 @@ TEST(BaselineJpeg, messages)
         const Decoded result = decode(file, JpegLayout::kYuv420);
         EXPECT_EQ(result.status, -1) << c.message;
         EXPECT_EQ(result.message, c.message);
-    }
-}
-
-TEST(BaselineJpeg, refusesWholeFilesOfOtherKinds)
-{
-    const test::Image image = test::cropped(photo(), 64, 48);
-    const std::vector<std::pair<JpegOptions, const char*>> cases = {
-        {{.progressive = true}, "Only baseline images are supported (got SOF2)\n"},
-        {{.horizontal = 1, .vertical = 1, .colours = JCS_GRAYSCALE}, "We only support YUV images\n"},
-        {{.horizontal = 1, .vertical = 1, .colours = JCS_RGB}, "We only support YCbCr image\n"},
-    };
-    for (const auto& [options, message] : cases) {
-        const Decoded result = decode(encodeJpeg(image, options), JpegLayout::kYuv420);
-        EXPECT_EQ(result.status, -1);
-        EXPECT_EQ(result.message, message);
     }
 }
 

@@ -152,6 +152,8 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
     };
     const std::string whole = encoded({});
     dir.write("progressive.jpg", encoded({.progressive = true}));
+    dir.write("grey.jpg", encoded({.horizontal = 1, .vertical = 1, .colours = JCS_GRAYSCALE}));
+    dir.write("rgb.jpg", encoded({.horizontal = 1, .vertical = 1, .colours = JCS_RGB}));
     dir.write("picture.ppm", "P5 1 1 255\np");
     dir.write("cut.jpg", whole.substr(0, whole.size() / 2));
     const struct
@@ -161,6 +163,8 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
     } table[] = {
         {"missing.jpg", "!ifs\n"},
         {"progressive.jpg", "Only baseline images are supported (got SOF2)\nparse error!\n"},
+        {"grey.jpg", "We only support YUV images\nparse error!\n"},
+        {"rgb.jpg", "We only support YCbCr image\nparse error!\n"},
         {"picture.ppm", "Not a JPG file ?\nparse error!\n"},
         {"cut.jpg", "             -1 result\nBad huffman data (buffer overflow)\nparse error!\n"},
     };
