@@ -68,7 +68,7 @@ class FileSource final : public FrameSource
     FileSource(const std::string& name, bool jpeg) : first_(name), next_(name)
     {
         format_.jpeg = jpeg;
-        if (!load(name)) failf("capture: %s cannot be shown", name.c_str());
+        if (const std::string problem = load(name); !problem.empty()) failf("%s", problem.c_str());
     }
     CaptureFormat format() const override { return format_; }
 
@@ -77,16 +77,21 @@ class FileSource final : public FrameSource
         if (number != 0) {
             const bool wrapped = advanceName(next_, 1);
             if (wrapped || !openFile(next_, "rb")) next_ = first_;
-            if (!load(next_)) throw std::runtime_error("capture: " + next_ + " cannot be shown");
+            if (const std::string problem = load(next_); !problem.empty()) throw std::runtime_error(problem);
         }
         return bytes_;
     }
 
   private:
-    bool load(const std::string& name)
+    // What is wrong with the file, or nothing.
+    std::string load(const std::string& name)
     {
         CaptureFormat format;
-        return (format_.jpeg ? loadCompressed(name, format) : loadPixels(name, format)) && accept(format);
+        std::string reason = "it cannot be opened";
+        if (openFile(name, "rb"))
+            reason = format_.jpeg ? loadCompressed(name, format) : loadPixels(name, format);
+        if (reason.empty() && !accept(format)) reason = "it has another size than the first";
+        return reason.empty() ? reason : "capture: " + name + " cannot be shown: " + reason;
     }
 
     // The first picture decides on the size; one of another size is no frame of this camera.
@@ -96,28 +101,30 @@ class FileSource final : public FrameSource
         return format_.width == format.width && format_.height == format.height;
     }
 
-    bool loadCompressed(const std::string& name, CaptureFormat& format)
+    std::string loadCompressed(const std::string& name, CaptureFormat& format)
     {
         bytes_ = readAll(name);
         BaselineJpegDecoder decoder;
-        if (decoder.parseHeader({reinterpret_cast<const std::uint8_t*>(bytes_.data()), bytes_.size()}) != 0)
-            return false;
+        if (decoder.parseHeader({reinterpret_cast<const std::uint8_t*>(bytes_.data()), bytes_.size()}) != 0) {
+            const std::string reason = decoder.getErrorString();
+            return reason.substr(0, reason.find('\n'));
+        }
         format.jpeg = true;
         decoder.getSize(format.width, format.height);
-        return true;
+        return "";
     }
 
-    bool loadPixels(const std::string& name, CaptureFormat& format)
+    std::string loadPixels(const std::string& name, CaptureFormat& format)
     {
         const auto image = loadImage(name);
-        if (!image) return false;
+        if (!image) return "it is no picture";
         format = {image->width, image->height, false};
         samples_.resize(format.pixels());
         rgbToYuyv(image->bytes(), samples_, static_cast<std::size_t>(image->width),
                   static_cast<std::size_t>(image->height));
         const auto bytes = std::as_bytes(std::span(samples_));
         bytes_.assign(bytes.begin(), bytes.end());
-        return true;
+        return "";
     }
 
     std::string first_, next_;

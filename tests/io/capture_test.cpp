@@ -255,7 +255,8 @@ TEST(TestDevice, pictureOfAnotherSizeEndsTheFrames)
     (void)printed([&] {
         chain.init(settings("file:" + folder / "a0.ppm" + "@max", 1, 1));
         chain.process();
-        EXPECT_EQ(thrownText([&] { chain.process(); }), "capture: " + folder / "a1.ppm" + " cannot be shown");
+        EXPECT_EQ(thrownText([&] { chain.process(); }),
+                  "capture: " + folder / "a1.ppm" + " cannot be shown: it has another size than the first");
         chain.flush();
     });
 }
@@ -267,7 +268,7 @@ TEST(TestDevice, saysWhatIsWrong)
         {"test:bars@fast", "capture: rate \"fast\" is neither max nor 0.01 to 100000 frames a second"},
         {"test:bars@0", "capture: rate \"0\" is neither max nor 0.01 to 100000 frames a second"},
         {"test:bars@nan", "capture: rate \"nan\" is neither max nor 0.01 to 100000 frames a second"},
-        {"file:nowhere0000.jpg", "capture: nowhere0000.jpg cannot be shown"},
+        {"file:nowhere0000.jpg", "capture: nowhere0000.jpg cannot be shown: it cannot be opened"},
     };
     for (const auto& [device, text] : cases) {
         Chain chain({"ccap1"});
