@@ -38,10 +38,9 @@ void Cpu3f::init(varitype& params)
     else
         in_.create(rgbRow(), dataY_, 1, format::kU1x8);
     out_.create(dataX_, dataY_, 1, format::kU1x16);
-    varitype grey = copyRecord(params);
-    grey.set("dataFormat", "CPU::u_1x16");
-    grey.remove("VideoFormat");
-    forward(*this, grey);
+    params.set("dataFormat", "CPU::u_1x16");
+    params.remove("VideoFormat");
+    forward(*this, params);
 }
 
 void Cpu3f::process(varitype& params)

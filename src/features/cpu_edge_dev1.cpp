@@ -21,9 +21,8 @@ class FilterStep : public CPUBase
         meaning_ = frameMeaning(settings);
         read(settings);
         in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
-        varitype offset = copyRecord(params);
-        offset.remove("VideoFormat");
-        forward(*this, offset);
+        params.remove("VideoFormat");
+        forward(*this, params);
     }
 
     void process(varitype& params) override

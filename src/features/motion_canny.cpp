@@ -83,7 +83,7 @@ double scaleOf(const Eigen::Matrix3d& motion)
 
 double turnOf(const Eigen::Matrix3d& motion)
 {
-    return -std::atan2(motion(1, 0) - motion(0, 1), motion(0, 0) + motion(1, 1)) * 180 / std::numbers::pi;
+    return std::atan2(motion(0, 1) - motion(1, 0), motion(0, 0) + motion(1, 1)) * 180 / std::numbers::pi;
 }
 
 }  // namespace scansteps

@@ -334,7 +334,7 @@ void MSER::markStable(double minPixels, double maxPixels)
 {
     forEachRegion([this](Region& region) {
         const Region* above = &region;
-        while (above->parent_ && above->parent_->level_ <= region.level_ + delta_) above = above->parent_;
+        while (above->parent_ && above->parent_->level_ - region.level_ <= delta_) above = above->parent_;
         region.variation_ = double(above->area_ - region.area_) / region.area_;
     });
     candidates_.clear();

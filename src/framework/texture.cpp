@@ -151,7 +151,8 @@ void TextureSet::create(std::int64_t width, std::int64_t height, std::uint32_t f
 
 int TextureSet::handle(std::size_t index) const
 {
-    return index < textures_.size() ? static_cast<int>(textures_[index]->handle) : 0;
+    if (index >= textures_.size()) fail("Handle::zero handle!!!");  // its format has no buffers
+    return static_cast<int>(textures_[index]->handle);
 }
 
 Array& TextureSet::writable(std::size_t index) const

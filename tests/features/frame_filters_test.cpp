@@ -144,7 +144,10 @@ TEST(FilterSteps, onAPhotograph)
 {
     const std::vector<std::uint8_t> grey = test::greyOf(test::examplePhoto("img0000.jpg"));
     const Array frame = test::videoFrame(grey, 640);
-    for (const char* kind : {"cedge", "cdeva"}) {
+    for (const char* kind : {"c3f", "cedge", "cdeva"}) {
+        // What a later step reports reaches the host's own record.
+        EXPECT_EQ(Chain({kind, "cf2u"}).init(geometryOf(640, 480)), event::kMismatch) << kind;
+        if (std::string(kind) == "c3f") continue;
         Chain chain({kind});
         chain.init(geometryOf(640, 480, {{"VideoFormat", "YUYV16"}}));
         EXPECT_FALSE(chain.arrived.at(0).record.has("VideoFormat"));

@@ -54,9 +54,10 @@ TEST(MotionCanny, transformFromTheFrameBefore)
         EXPECT_GT(chain.arrived[1].record["inliers"].as<std::int32_t>(), 50);
         const auto edges = chain.arrived[1].frame->elements<std::uint16_t>();
         EXPECT_EQ((std::set<int>(edges.begin(), edges.end())), (std::set<int>{32768, 33023}));
-        const std::string begin = std::string(kind) == "ccanny5old" ? "cnt 001 0.000,0.000  000  "
-                                  : std::string(kind) == "ccanny5"  ? "unic:\n   0 1.00 "
-                                                                    : "unic\ncnt ";
+        const std::string begin = std::string(kind) == "ccanny5old"
+                                      ? "cnt 001 0.000,0.000  000  0.000,0.000 000\ncnt 002 "
+                                  : std::string(kind) == "ccanny5" ? "unic:\n   0 1.00 0.00\nunic:\n"
+                                                                   : "unic\ncnt 0.000d 1.000\nunic\n";
         EXPECT_EQ(text.substr(0, begin.size()), begin);
     }
 }

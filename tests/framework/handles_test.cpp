@@ -134,7 +134,7 @@ TEST_F(Handles, aSwappedBufferGetsItsShapeBack)
                   none.create(4, 4, 1, format::kU4x8);
                   none.pixels();
               }),
-              "Handle::Invalid handle!!!");
+              "Handle::zero handle!!!");
 }
 
 }  // namespace
