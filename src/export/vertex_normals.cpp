@@ -14,6 +14,14 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#ifndef SCANSTEPS_VERTEX_NORMALS_LIMITS
+#define SCANSTEPS_VERTEX_NORMALS_LIMITS
+namespace scansteps {
+// Lengths whose square a float holds with all its digits.
+constexpr float kShortest = 1e-18F, kLongest = 1.8e19F;
+}  // namespace scansteps
+#endif
+
 // One vector of four lanes is a point, a normal or a colour; the fourth lane holds whatever follows in
 // memory.
 HWY_BEFORE_NAMESPACE();
@@ -76,16 +84,20 @@ std::size_t Normalise(std::span<Normal> normals)
     const hn::ScalableTag<float> d;
     using V = hn::Vec<decltype(d)>;
     const std::size_t lanes = hn::Lanes(d);
-    const V longest = hn::Set(d, std::numeric_limits<float>::max());
+    const V shortest = hn::Set(d, kShortest), longest = hn::Set(d, kLongest);
     std::size_t i = 0;
     for (; i + lanes <= normals.size(); i += lanes) {
         V x, y, z, w;
         hn::LoadInterleaved4(d, normals[i].v, z, x, y, w);
         const V length = hn::Sqrt(hn::Add(hn::Add(hn::Mul(x, x), hn::Mul(y, y)), hn::Mul(z, z)));
-        const auto sound = hn::And(hn::Gt(length, hn::Zero(d)), hn::Le(length, longest));
+        const auto sound = hn::And(hn::Ge(length, shortest), hn::Le(length, longest));
+        if (!hn::AllTrue(d, sound)) {
+            for (Normal& n : normals.subspan(i, lanes)) n = scalar::unitNormal(n.v[1], n.v[2], n.v[0]);
+            continue;
+        }
         const V scale = hn::Div(hn::Set(d, 1.0F), length);
-        const auto unit = [&](V v) { return hn::IfThenElseZero(sound, hn::Mul(v, scale)); };
-        hn::StoreInterleaved4(unit(x), unit(y), unit(z), hn::Zero(d), d, normals[i].v);
+        hn::StoreInterleaved4(hn::Mul(x, scale), hn::Mul(y, scale), hn::Mul(z, scale), hn::Zero(d), d,
+                              normals[i].v);
     }
     return i;
 }
@@ -246,9 +258,13 @@ namespace scalar {
 Normal unitNormal(float x, float y, float z)
 {
     const float length = std::sqrt(x * x + y * y + z * z);
-    if (!(length > 0 && length <= std::numeric_limits<float>::max())) return {};
-    const float scale = 1.0F / length;
-    return {{x * scale, y * scale, z * scale, 0}};
+    if (length >= kShortest && length <= kLongest) {
+        const float scale = 1.0F / length;
+        return {{x * scale, y * scale, z * scale, 0}};
+    }
+    const double exact = std::hypot(double{x}, double{y}, double{z});
+    if (!(exact > 0 && exact <= std::numeric_limits<double>::max())) return {};
+    return {{static_cast<float>(x / exact), static_cast<float>(y / exact), static_cast<float>(z / exact), 0}};
 }
 
 IndexRange join(IndexRange a, IndexRange b)

@@ -20,9 +20,10 @@ struct alignas(16) Normal
 inline constexpr std::size_t kStlEntrySize = 50;
 
 /// The unit normal of every vertex: the sum of the cross products (so weighted by area) of its triangles,
-/// multiplied by 1 / its length. Zero where that length is zero or not finite. `normals` has one element for
-/// each vertex and is zero before. The mesh must have passed checkVertices; indices are checked here, while
-/// they are at hand: where the returned range goes beyond the vertices, normals are not complete.
+/// multiplied by 1 / its length (in double precision where a float cannot hold its square). Zero where that
+/// length is zero or not finite. `normals` has one element for each vertex and is zero before. The mesh must
+/// have passed checkVertices; indices are checked here, while they are at hand: where the returned range goes
+/// beyond the vertices, normals are not complete.
 IndexRange vertexNormals(const Mesh& mesh, std::span<Normal> normals);
 
 /// The entries of `count` triangles from `first` on. The normal is a third of the sum of the corners'

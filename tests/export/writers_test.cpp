@@ -128,6 +128,20 @@ TEST(StlWriter, vectorEqualsScalarOnEveryTarget)
     });
 }
 
+// Normals of meshes in any unit, whose squares are out of the range of floats.
+TEST(StlWriter, tinyAndHugeMeshes)
+{
+    for (const float scale : {1e-17F, 1e-10F, 1.0F, 1e10F, 1e18F}) {
+        Model model = test::bumpyGrid(5, 4);
+        std::vector<Normal> expected(model.mesh().vertexCount()), normals(expected.size());
+        scalar::vertexNormals(model.mesh(), expected);
+        for (float& v : model.vertices) v *= scale;
+        vertexNormals(model.mesh(), normals);
+        for (std::size_t i = 0; i < normals.size(); ++i)
+            for (int k = 0; k < 3; ++k) EXPECT_NEAR(normals[i].v[k], expected[i].v[k], 1e-5) << scale;
+    }
+}
+
 TEST(StlWriter, trianglesWithoutAreaHaveZeroNormals)
 {
     Model model;
