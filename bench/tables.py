@@ -209,7 +209,8 @@ def others():
     """Programs without goals of their own: each time and each counter."""
     for program, title in (("io_capture_bench", "Capture (1920×1080 YUY2, camera and chain on one core)"),
                            ("features_planes_bench", "Planes of features"), ("features_corners_bench", "Corner detector"),
-                           ("features_mser_bench", "Stable regions")):
+                           ("features_mser_bench", "Stable regions"),
+                           ("features_growth_bench", "Growth of the other kernels, 640×480 to 7680×4320 (to reach: 1.6 at most)")):
         runs = results(program)
         if not runs:
             continue

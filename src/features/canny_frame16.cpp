@@ -89,15 +89,6 @@ float sampleToFloat(std::uint16_t sample, Frame16 meaning)
                                      : static_cast<float>(int{sample} - 32768);
 }
 
-void rowToFloat(const std::uint16_t* src, float* dst, std::size_t width, Frame16 meaning)
-{
-    const bool video = meaning == Frame16::Video;
-    for (std::size_t x =
-             HWY_DYNAMIC_DISPATCH(SamplesToFloat)(src, dst, width, video ? 0xFF : 0xFFFF, video ? 0 : 32768);
-         x < width; ++x)
-        dst[x] = sampleToFloat(src[x], meaning);
-}
-
 std::uint16_t edgeToSample(float value)
 {
     return static_cast<std::uint16_t>(static_cast<std::int32_t>(static_cast<double>(value) + 32768.0));
@@ -119,7 +110,8 @@ class FrameRows : public RowSource
     void begin(Columns columns) override { columns_ = columns; }
     void read(std::size_t y, float* line) override
     {
-        rowToFloat(frame_ + y * width_ + columns_.first, line, columns_.count, meaning_);
+        samplesToFloats({frame_ + y * width_ + columns_.first, columns_.count}, {line, columns_.count},
+                        meaning_);
     }
     Upcoming upcoming(std::size_t y) const override
     {
@@ -186,24 +178,37 @@ class LowPassRows : public RowSource
 
 }  // namespace
 
+void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, Frame16 meaning)
+{
+    const bool video = meaning == Frame16::Video;
+    for (std::size_t x = HWY_DYNAMIC_DISPATCH(SamplesToFloat)(samples.data(), row.data(), samples.size(),
+                                                              video ? 0xFF : 0xFFFF, video ? 0 : 32768);
+         x < samples.size(); ++x)
+        row[x] = sampleToFloat(samples[x], meaning);
+}
+
+void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> samples)
+{
+    for (std::size_t x = HWY_DYNAMIC_DISPATCH(EdgesTo16)(row.data(), samples.data(), row.size());
+         x < row.size(); ++x)
+        samples[x] = edgeToSample(row[x]);
+}
+
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
                     std::size_t height, Frame16 meaning)
 {
     checkFrame(frame.size(), width, height);
     plane.resize(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
     for (std::size_t y = 0; y < height; ++y)
-        rowToFloat(frame.data() + y * width, plane.row(y), width, meaning);
+        samplesToFloats(frame.subspan(y * width, width), plane.samples(y), meaning);
 }
 
 void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
 {
     const std::size_t width = edges.width();
     checkFrame(frame.size(), width, edges.height());
-    for (std::size_t y = 0; y < edges.height(); ++y) {
-        std::uint16_t* out = frame.data() + y * width;
-        for (std::size_t x = HWY_DYNAMIC_DISPATCH(EdgesTo16)(edges.row(y), out, width); x < width; ++x)
-            out[x] = edgeToSample(edges.row(y)[x]);
-    }
+    for (std::size_t y = 0; y < edges.height(); ++y)
+        floatsToSamples(edges.samples(y), frame.subspan(y * width, width));
 }
 
 void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame)

@@ -23,6 +23,11 @@ enum class Frame16
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
                     std::size_t height, Frame16 meaning);
 
+/// A row of samples as floats, and floats from 0 to 32767 as offset 16-bit samples, as the functions for
+/// whole frames have them. Both spans have the same length.
+void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, Frame16 meaning);
+void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> samples);
+
 /// Offset 16-bit samples of an edge plane: value + 32768, truncated; 33023 on edges, 32768 elsewhere. Values
 /// are 0 to 32767. Throws when the frame is smaller than the plane.
 void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame);

@@ -33,11 +33,19 @@ class FloatPlane
     void resize(std::uint32_t width, std::uint32_t height)
     {
         if (width == width_ && height == height_) return;
-        std::size_t stride = (std::size_t{width} + kLine - 1) / kLine * kLine;
-        if (stride % 1024 == 0) stride += kLine;  // rows a page apart would share cache sets and stall stores
-        if (height != 0 && stride > std::numeric_limits<std::size_t>::max() / 8 / height)
-            fail("FloatPlane: size out of range");
+        const std::size_t stride = strideOf(width, height);
         buffer_ = zeros(stride * height);
+        capacity_ = stride * height;
+        width_ = width;
+        height_ = height;
+        stride_ = stride;
+    }
+
+    /// The same without zeros: the samples are undefined. Keeps the buffer where it is large enough.
+    void reshape(std::uint32_t width, std::uint32_t height)
+    {
+        const std::size_t stride = strideOf(width, height);
+        if (stride * height > capacity_) return resize(width, height);
         width_ = width;
         height_ = height;
         stride_ = stride;
@@ -59,6 +67,7 @@ class FloatPlane
         std::swap(width_, other.width_);
         std::swap(height_, other.height_);
         std::swap(stride_, other.stride_);
+        std::swap(capacity_, other.capacity_);
     }
 
   private:
@@ -67,6 +76,15 @@ class FloatPlane
     {
         void operator()(float* p) const { ::operator delete[](p, std::align_val_t{64}); }
     };
+
+    static std::size_t strideOf(std::uint32_t width, std::uint32_t height)
+    {
+        std::size_t stride = (std::size_t{width} + kLine - 1) / kLine * kLine;
+        if (stride % 1024 == 0) stride += kLine;  // rows a page apart would share cache sets and stall stores
+        if (height != 0 && stride > std::numeric_limits<std::size_t>::max() / 8 / height)
+            fail("FloatPlane: size out of range");
+        return stride;
+    }
 
     using Buffer = std::unique_ptr<float[], Release>;
 
@@ -83,6 +101,7 @@ class FloatPlane
     std::uint32_t width_ = 0;
     std::uint32_t height_ = 0;
     std::size_t stride_ = 0;
+    std::size_t capacity_ = 0;  // samples of the buffer
 };
 
 }  // namespace scansteps

@@ -138,7 +138,7 @@ void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx
                Scratch scratch)
 {
     const FoldedKernel alongX(kx, scratch), alongY(ky, scratch);
-    dst.resize(src.width(), src.height());
+    dst.reshape(src.width(), src.height());
     if (src.width() == 0 || src.height() == 0) return;
     FusedFilter fused;
     if (kx.size() == ky.size() && foldOf(alongX, fused.x, fused.xFactors) &&
@@ -153,7 +153,7 @@ void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx
 void Sobel(const FloatPlane& src, FloatPlane& dst, int dx, int dy, int ksize, Scratch scratch)
 {
     if (dx >= 0 && dy >= 0 && dx + dy == 1 && (ksize == 3 || ksize == 5 || ksize == 7)) {
-        dst.resize(src.width(), src.height());
+        dst.reshape(src.width(), src.height());
         if (src.width() != 0 && src.height() != 0)
             filterFused(src, dst, gradientFilter(dx, ksize / 2), scratch);
         return;

@@ -9,6 +9,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "framework/large_pages.h"
+
 namespace scansteps {
 
 /// What kernels take their work memory from; the system's unless the caller says otherwise.
@@ -93,6 +95,7 @@ class WorkMemory final : public std::pmr::memory_resource
     {
         blocks_.reserve(blocks_.size() + 1);
         blocks_.push_back({static_cast<std::byte*>(::operator new (size, std::align_val_t{kLine})), size});
+        preferLargePages(blocks_.back().first, size);
         total_ += size;
         used_ = 0;
     }

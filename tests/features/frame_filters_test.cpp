@@ -127,6 +127,30 @@ TEST(GradientFrame, aRampHasTheSameSlopeForEveryAperture)
     EXPECT_THROW(gradientFrame16(extreme, 10, 10, Frame16::Offset, 0, 4, dx, dy), const char*);
 }
 
+// Large frames are done in bands, whose seams must not show.
+TEST(GradientFrame, bandsGiveWhatTheWholeFrameGives)
+{
+    constexpr int kWidth = 701, kHeight = 1000;
+    std::mt19937 random(5);
+    std::vector<std::uint16_t> frame(kWidth * kHeight);
+    for (auto& sample : frame) sample = std::uint16_t(32768 + random() % 3000);
+    FloatPlane dx, dy;
+    for (const auto& [lowPasses, aperture] : {std::pair{0, 3}, {0, 7}, {3, 5}, {60, 3}}) {
+        FloatPlane image, alongX, alongY;
+        frame16ToPlane(frame, image, kWidth, kHeight, Frame16::Offset);
+        for (int k = 0; k < lowPasses; ++k) lowPass(image, 3);
+        Sobel(image, alongX, 1, 0, aperture);
+        Sobel(image, alongY, 0, 1, aperture);
+        const float factor = aperture == 3 ? 1 : aperture == 5 ? 8.0F / 128 : 8.0F / 2048;
+        for (std::size_t y = 0; y < kHeight; ++y)
+            scalar::gradientLengths(alongX.samples(y), alongY.samples(y), factor, 32767, alongY.samples(y));
+        std::vector<std::uint16_t> expected(frame.size()), out = frame;
+        edgesToFrame16(alongY, expected);
+        gradientFrame16(out, kWidth, kHeight, Frame16::Offset, lowPasses, aperture, dx, dy);
+        EXPECT_TRUE(out == expected) << lowPasses << " low passes, aperture " << aperture;
+    }
+}
+
 TEST(FrameBytes, samplesAreLimitedOrStretched)
 {
     const std::vector<std::uint16_t> frame{0, 32768, 32768 + 100, 32768 + 255, 32768 + 300, 65535};
