@@ -2,6 +2,7 @@
 #include "convert/conversion_step.h"
 #include "convert/reduce16.h"
 #include "framework/step_factory.h"
+#include "scansteps/error.h"
 
 namespace scansteps {
 
@@ -37,6 +38,8 @@ void CpuDown1::init(varitype& params)
 
 void CpuDown1::process(varitype& params)
 {
+    if (in_.format() == format::kU1x8)  // would not fit the reduced frame
+        failf("%s: 8-bit frames cannot be reduced, only 16-bit ones: put cyuv before", getName());
     FrameScope frame(*this, params, in_, out_, FrameCheck::Samples16);
     const auto output = samples16(*this, out_.writable(), out_.width(), out_.height());
     const auto reduce = isVideo_ ? reduceYuyv16 : reduceOffset16;
