@@ -114,14 +114,12 @@ TEST(Register, warpedPhotographs)
 {
     for (const char* name : {"photo_rocket.jpg", "photo_chelsea.jpg"}) {
         const test::WarpSource source(test::examplePhoto(name));
-        for (const unsigned seed : {101U, 102U}) {
-            const test::WarpedPair pair = source.pair(seed, test::WarpRange{});
-            if (test::overlap(pair.truth) < 0.6) continue;
-            const Registration r =
-                registerViews(prepared(pair.first), prepared(pair.second), MotionModel::homography);
-            EXPECT_GE(r.inliers, 30) << name << seed;
-            EXPECT_LT(test::cornerError(r.motion, pair.truth), 0.5) << name << seed;
-        }
+        const test::WarpedPair pair = source.pair(101, test::WarpRange{});
+        ASSERT_GE(test::overlap(pair.truth), 0.6);
+        const Registration r =
+            registerViews(prepared(pair.first), prepared(pair.second), MotionModel::homography);
+        EXPECT_GE(r.inliers, 30) << name;
+        EXPECT_LT(test::cornerError(r.motion, pair.truth), 0.5) << name;
     }
 }
 
@@ -134,14 +132,14 @@ TEST(Register, refusesViewsOfDifferentScenesAndEmptyOnes)
         views.push_back(
             prepared(test::WarpSource(test::examplePhoto(name)).pair(1, test::WarpRange{}).first));
     views.push_back(prepared(std::vector<std::uint8_t>(640 * 480, 90)));
-    for (const PreparedView& a : views)
-        for (const PreparedView& b : views) {
-            if (&a == &b) continue;
-            for (const MotionModel model : {MotionModel::similarity, MotionModel::homography}) {
-                const Registration r = registerViews(a, b, model);
-                EXPECT_EQ(r.inliers, 0);
-                EXPECT_EQ(r.motion, Eigen::Matrix3d::Identity());
-            }
+    for (std::size_t i = 0; i < views.size(); ++i)
+        for (std::size_t k = 0; k < i; ++k) {
+            const bool upward = (i + k) % 2 != 0;
+            const Registration r =
+                registerViews(views[upward ? k : i], views[upward ? i : k],
+                              k % 2 != 0 ? MotionModel::similarity : MotionModel::homography);
+            EXPECT_EQ(r.inliers, 0) << i << k;
+            EXPECT_EQ(r.motion, Eigen::Matrix3d::Identity());
         }
     const Registration self = registerViews(views[0], views[0], MotionModel::homography);
     EXPECT_LT(test::cornerError(self.motion, Eigen::Matrix3d::Identity()), 1e-3);
