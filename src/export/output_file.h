@@ -18,7 +18,7 @@ class OutputFile
 {
   public:
     /// Bytes gathered before they are written; also the largest room() that can be asked for.
-    static constexpr std::size_t kBlock = 256 * 1024;
+    static constexpr std::size_t kBlock = std::size_t{256} * 1024;
 
     /// Opens the temporary file. Does not throw when that fails: see isOpen(). An existing `path` that is no
     /// regular file (a device, a pipe), and any where no temporary file can be made, is written directly; one

@@ -122,7 +122,8 @@ IndexRange Range(std::span<const std::uint32_t> indices)
 
 IndexRange VertexNormals(const Mesh& mesh, std::span<Normal> normals)
 {
-    constexpr std::size_t kBlock = 3 * 2048;  // indices that stay in the cache between check and use
+    constexpr std::size_t kBlock =
+        std::size_t{3} * 2048;  // indices that stay in the cache between check and use
     IndexRange range;
     for (std::size_t i = 0; i < mesh.indices.size(); i += kBlock) {
         const auto indices = mesh.indices.subspan(i, std::min(kBlock, mesh.indices.size() - i));
