@@ -53,6 +53,9 @@ void catchInterrupts()
 {
     std::signal(SIGINT, noteInterrupt);
     std::signal(SIGTERM, noteInterrupt);
+#ifdef SIGXFSZ  // a file that reaches the limit of the user is an error of the write, and the run goes on
+    std::signal(SIGXFSZ, SIG_IGN);
+#endif
 }
 
 bool interrupted()

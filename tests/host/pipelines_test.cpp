@@ -8,6 +8,8 @@
 #include "support/process.h"
 
 #ifndef _WIN32
+#include <sys/resource.h>
+
 #include <csignal>
 #include <thread>
 #endif
@@ -116,6 +118,21 @@ TEST(PhotographsToEdges, anInterruptFlushesTheChain)
     EXPECT_EQ(WEXITSTATUS(status), 130);
     EXPECT_NE(test::readFile(folder.path() / "out").find("   CpuLast time = "), std::string::npos);
     EXPECT_NE(test::readFile(folder.path() / "err").find("interrupted after"), std::string::npos);
+}
+
+// As on a full disk: the writer says so, and the run goes on to its end.
+TEST(PhotographsToEdges, aLimitOnFilesStopsTheWriterOnly)
+{
+    const TempDir folder;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit limited{100'000, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const auto result = runProgram("run \"cjread load.one=1 load.name=" + kImages +
+                                   "img0000.jpg ! cjwrite name=" + (folder / "a0.ppm") + " ! clast\"");
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.err.find("can't write " + (folder / "a0.ppm")), std::string::npos) << result.err;
 }
 #endif
 
