@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "outcome.h"
+#include "pipeline.h"
 #include "system.h"
 
 using namespace scansteps::host;
@@ -47,7 +48,10 @@ Command addRun(CLI::App& app)
     addPipeline(app, options->pipeline, options->sets,
                 "A .json file, - for standard input, or steps separated by \"!\"");
     app.add_option("--frames", options->frames, "Stops after that many frames; 0: no limit")
-        ->check(CLI::NonNegativeNumber);
+        ->check([](const std::string& text) {
+            const bool isCount = text.size() <= 18 && text.find_first_not_of("0123456789") == text.npos;
+            return isCount ? std::string() : text + " is not a number of frames";
+        });
     app.add_option("--library", options->library, "The step library to load");
     app.add_option("--types", options->types, "When types of neighbours do not fit: error, warn or off")
         ->check(CLI::IsMember({"error", "warn", "off"}));
@@ -113,6 +117,16 @@ Command addReceive(CLI::App& app)
     return command(receive, options);
 }
 
+[[noreturn]] void failCommand(const std::string& name, const std::map<std::string, Command>& commands)
+{
+    std::vector<std::string> names;
+    for (const auto& [known, command] : commands) names.push_back(known);
+    const std::string near = nearest(name, names);
+    throw UsageError{near.empty()
+                         ? fmt::format("there is no command \"{}\" (scansteps --help lists them)", name)
+                         : fmt::format("there is no command \"{}\"; did you mean \"{}\"?", name, near)};
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -140,6 +154,8 @@ int main(int argc, char** argv)
 
     try {
         auto arguments = utf8Arguments(argc, argv);
+        if (arguments.size() > 1 && !arguments[1].starts_with('-') && !commands.contains(arguments[1]))
+            failCommand(arguments[1], commands);
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend() - 1);
         app.parse(reversed);
         for (const auto& [name, command] : commands)

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -135,6 +135,16 @@ void addSetting(PipelineStep& step, const std::string& word)
     if (value) setPath(step.settings, path, *value);
 }
 
+[[noreturn]] void failKey(const std::string& where, const std::string& key,
+                          const std::vector<std::string>& known)
+{
+    if (std::find(known.begin(), known.end(), key) != known.end())
+        throw UsageError{fmt::format("{}: the value of \"{}\" is of the wrong type", where, key)};
+    const std::string near = nearest(key, known);
+    throw UsageError{fmt::format("{}: \"{}\" is not known{}", where, key,
+                                 near.empty() ? "" : fmt::format("; did you mean \"{}\"?", near))};
+}
+
 PipelineStep stepFromJson(const Json& json)
 {
     PipelineStep step;
@@ -152,8 +162,7 @@ PipelineStep stepFromJson(const Json& json)
         else if (key == "settings" && value.is_object())
             step.settings = valueFromJson(value, Kind::Struct, step.kind->kind).as<Struct>();
         else
-            throw UsageError{
-                fmt::format("step {}: \"{}\" is not known or of the wrong type", step.kind->kind, key)};
+            failKey(fmt::format("step {}", step.kind->kind), key, {"kind", "name", "settings"});
     }
     return step;
 }
@@ -182,7 +191,7 @@ Pipeline pipelineFromJson(const Json& json)
         else if (key == "steps" && value.is_array())
             for (const Json& step : value) pipeline.steps.push_back(stepFromJson(step));
         else
-            throw UsageError{fmt::format("\"{}\" is not known in a pipeline, or of the wrong type", key)};
+            failKey("the pipeline", key, {"$schema", "settings", "frames", "steps"});
     }
     if (pipeline.steps.empty()) throw UsageError{"the pipeline has no steps"};
     return pipeline;

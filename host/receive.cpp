@@ -121,6 +121,10 @@ class Receiver
 
     int serve()
     {
+        // Known at once, not when the first client has come.
+        const auto folder = pathFromUtf8(options_.out).parent_path();
+        if (!folder.empty() && !std::filesystem::is_directory(folder))
+            throw FileError{fmt::format("cannot write {}", options_.out)};
         Listener listener(options_.port, options_.bind);
         say("listening on {}:{}", options_.bind, listener.port());
         while (!interrupted()) {

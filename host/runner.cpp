@@ -90,7 +90,7 @@ void Runner::noteMismatch(std::size_t step)
 
 void Runner::addError(const std::string& phase, std::string message)
 {
-    while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
+    while (!message.empty() && message.back() == '\n') message.pop_back();
     for (char& c : message)
         if (c == '\n') c = ' ';
     facts_.errors.push_back({stepLabel(pipeline_, current_), phase, std::move(message)});

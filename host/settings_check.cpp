@@ -40,16 +40,20 @@ struct Scope
     }
 };
 
-// The value converted to the kind that the table names.
-varitype convertTo(const SettingInfo& setting, const varitype& value, const std::string& where)
+// The value converted to the kind that the table names. One of a kind that a pipeline can only force stays
+// what it is: the step gets what was asked for.
+varitype convertTo(const SettingInfo& setting, const varitype& value, const std::string& where,
+                   std::vector<std::string>& warnings)
 {
     if (setting.presence) return value;
     varitype result = value;
     if (value.kind() != setting.kind) {
-        Json json = jsonFromValue(value);
-        if (isForcedKind(json))
-            throw UsageError{fmt::format("{} is of kind {}, not {}", where, kindTypeName(setting.kind),
-                                         kindTypeName(value.kind()))};
+        const Json json = jsonFromValue(value);
+        if (isForcedKind(json)) {
+            warnings.push_back(fmt::format("{} is of kind {}, not {}", where, kindTypeName(setting.kind),
+                                           kindTypeName(value.kind())));
+            return value;
+        }
         result = valueFromJson(json, setting.kind, where);
     }
     double number = 0;
@@ -73,7 +77,7 @@ void checkRecord(Struct& record, const std::string& prefix, const Scope& scope, 
     for (const std::string& key : keys) {
         const std::string path = prefix + key;
         if (const SettingInfo* setting = scope.find(path)) {
-            const varitype value = convertTo(*setting, record[key], owner + path);
+            const varitype value = convertTo(*setting, record[key], owner + path, warnings);
             const double number = value.kind() == Kind::Int ? value.as<std::int32_t>() : setting->min;
             if (number < setting->min || number > setting->max)
                 warnings.push_back(fmt::format("{}{} = {} is outside {} to {}", owner, path, number,
@@ -123,6 +127,7 @@ void warnOfFiles(Pipeline& pipeline)
             if (!setting.writesFile) continue;
             const auto value = effectiveValue(pipeline, i, setting.path);
             if (!value && setting.required) continue;
+            if (value && value->kind() != Kind::String) continue;
             const std::string name = value ? value->as<std::string>() : setting.text;
             if (*setting.endings != '\0' && !name.empty() && !holdsOneOf(name, setting.endings))
                 pipeline.warnings.push_back(

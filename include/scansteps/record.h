@@ -71,7 +71,7 @@ class varitype
     void remove(std::string_view name);
 
     /// The payload, to read or to change in place. Throws "varitype::getv() type error!" when the kind is
-    /// another one, and for a struct without payload "MustBe nsa ".
+    /// another one. A struct without payload receives one, so that setKind() and an assignment make a record.
     template <class T>
     T& getv() &;
     template <class T>
@@ -84,7 +84,8 @@ class varitype
     {
         return as<T>();
     }
-    /// The payload, to read only: unlike getv() it never has to separate shared array bytes.
+    /// The payload, to read only: unlike getv() it never has to separate shared array bytes, and a struct
+    /// without payload is "MustBe nsa ".
     template <class T>
     const T& as() const;
 
@@ -111,7 +112,7 @@ class varitype
     void setScalar(Kind kind, const void* value);
     void* scalar(Kind kind) const;  // checks the kind
     std::string& text() const;
-    Struct& structure() const;
+    Struct& structure(bool toWrite) const;
     Array& array(bool toWrite) const;
     StructArray& structArray() const;
     detail::Holder& holder() const;
@@ -162,7 +163,7 @@ T& varitype::getv() &
     if constexpr (std::is_same_v<T, std::string>)
         return text();
     else if constexpr (std::is_same_v<T, Struct>)
-        return structure();
+        return structure(true);
     else if constexpr (std::is_same_v<T, Array>)
         return array(true);
     else if constexpr (std::is_same_v<T, StructArray>)
@@ -179,7 +180,7 @@ const T& varitype::as() const
     if constexpr (std::is_same_v<T, std::string>)
         return text();
     else if constexpr (std::is_same_v<T, Struct>)
-        return structure();
+        return structure(false);
     else if constexpr (std::is_same_v<T, Array>)
         return array(false);
     else if constexpr (std::is_same_v<T, StructArray>)

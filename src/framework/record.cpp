@@ -188,10 +188,13 @@ std::string& varitype::text() const
     return holder_->text;
 }
 
-Struct& varitype::structure() const
+Struct& varitype::structure(bool toWrite) const
 {
     if (kind() != Kind::Struct) detail::failType();
-    if (holder_->structure == nullptr) fail("MustBe nsa ");
+    if (holder_->structure == nullptr) {
+        if (!toWrite) fail("MustBe nsa ");
+        holder_->structure = std::make_unique<Struct>();
+    }
     return *holder_->structure;
 }
 
@@ -235,15 +238,13 @@ bool varitype::has(std::string_view name) const
 void varitype::insert(std::string_view name, varitype value)
 {
     if (kind() != Kind::Struct) fail("MustBe nsa ");
-    if (holder_->structure == nullptr) holder_->structure = std::make_unique<Struct>();
-    holder_->structure->insert(name, std::move(value));
+    structure(true).insert(name, std::move(value));
 }
 
 void varitype::set(std::string_view name, varitype value)
 {
     if (kind() != Kind::Struct) fail("MustBe nsa ");
-    if (holder_->structure == nullptr) holder_->structure = std::make_unique<Struct>();
-    holder_->structure->set(name, std::move(value));
+    structure(true).set(name, std::move(value));
 }
 
 void varitype::remove(std::string_view name)

@@ -96,8 +96,11 @@ TEST(Record, setKindAndTheStructWithoutPayload)
     EXPECT_FALSE(value.hasPayload());
     EXPECT_FALSE(copyRecord(value).hasPayload());
     EXPECT_FALSE(value.equals(varitype(Struct{})));
+    varitype filled = copyRecord(value);
+    EXPECT_EQ(thrownText([&] { filled.as<Struct>(); }), "MustBe nsa ");
+    filled.getv<Struct>() = Struct{{"a", 1}};
     value.insert("a", 1);
-    EXPECT_EQ(value["a"].as<std::int32_t>(), 1);
+    EXPECT_TRUE(filled.equals(value));
 }
 
 TEST(Record, dumpHasTheMarkersOfStructsAndArrays)
