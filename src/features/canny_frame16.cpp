@@ -217,6 +217,28 @@ void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame)
     expandEdges(edges, frame.data(), edges.width(), edges.height());
 }
 
+namespace {
+
+// Derivatives of 16-bit samples are below 2^26, so the detector never refuses.
+EdgeBits& detectIn(RowSource& source, std::size_t width, std::size_t height,
+                   const CannyThresholds& thresholds, int aperture, CannyWorkspace::Buffers& buffers)
+{
+    if (width == 0 || height == 0)
+        buffers.bits.resize(width, height);
+    else if (!detectEdges(source, width, height, thresholds, aperture, buffers))
+        fail("derivative out of range");
+    return buffers.bits;
+}
+
+}  // namespace
+
+EdgeBits& detectFiltered16(const FloatPlane& plane, double low, double high, int aperture,
+                           CannyWorkspace& work)
+{
+    PlaneRows rows(plane);
+    return detectIn(rows, plane.width(), plane.height(), {low, high, aperture}, aperture, work.buffers());
+}
+
 EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width, std::size_t height,
                         Frame16 meaning, int lowPasses, double low, double high, int aperture,
                         CannyWorkspace& work)
@@ -224,19 +246,15 @@ EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width,
     checkFrame(frame.size(), width, height);
     const CannyThresholds thresholds(low, high, aperture);
     CannyWorkspace::Buffers& buffers = work.buffers();
-    if (width == 0 || height == 0) {
-        buffers.bits.resize(width, height);
-        return buffers.bits;
-    }
-    FrameRows samples(frame.data(), width, meaning);
-    PlaneRows filtered(buffers.filtered);
-    LowPassRows filters[kFusedLowPasses];
-    RowSource* source = &samples;
     if (lowPasses > kFusedLowPasses) {
         frame16ToPlane(frame, buffers.filtered, width, height, meaning);
         for (int k = 0; k < lowPasses; ++k) lowPass(buffers.filtered, 3, &buffers.memory);
-        source = &filtered;
-    } else if (lowPasses > 0) {
+        return detectFiltered16(buffers.filtered, low, high, aperture, work);
+    }
+    FrameRows samples(frame.data(), width, meaning);
+    LowPassRows filters[kFusedLowPasses];
+    RowSource* source = &samples;
+    if (lowPasses > 0 && width > 0) {
         // Each filter stage holds a line and three rows of sums.
         FloatPlane& rows = buffers.stageRows;
         rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin),
@@ -246,9 +264,7 @@ EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width,
             source = &filters[k];
         }
     }
-    // Derivatives of 16-bit samples are below 2^26, so the detector never refuses.
-    if (!detectEdges(*source, width, height, thresholds, aperture, buffers)) fail("derivative out of range");
-    return buffers.bits;
+    return detectIn(*source, width, height, thresholds, aperture, buffers);
 }
 
 void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,

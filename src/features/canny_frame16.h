@@ -46,6 +46,10 @@ EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width,
                         Frame16 meaning, int lowPasses, double low, double high, int aperture,
                         CannyWorkspace& work);
 
+/// The same of a plane: samples of a frame, filtered in whatever way that does not amplify them.
+EdgeBits& detectFiltered16(const FloatPlane& plane, double low, double high, int aperture,
+                           CannyWorkspace& work);
+
 /// Offset 16-bit samples of edges, as above. Throws when the frame is smaller.
 void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame);
 

@@ -37,8 +37,8 @@ void MotionCanny::init(varitype& params)
     frames_ = 0;
     before_ = PreparedView{};
     detectRegions_.reset();
-    if (const int area = width_ * height_; debug && area > 8)
-        detectRegions_.emplace(1, MSER::fractionOf(4, area), 0.6, 0.7, 0.33, true);
+    if (const auto area = std::int64_t{width_} * height_; debug && area > 8 && area <= INT32_MAX)
+        detectRegions_.emplace(1, MSER::fractionOf(4, int(area)), 0.6, 0.7, 0.33, true);
     forward(*this, params);
 }
 
@@ -72,8 +72,7 @@ void MotionCanny::drawEdges(std::span<std::uint16_t> frame)
     frame16ToPlane(frame, plane_, std::size_t(width_), std::size_t(height_), meaning_);
     const int size = (1 << level_) | 1;
     for (int pass = 0; pass < 2 && size > 1; ++pass) lowPass(plane_, size, &memory_);
-    Canny(plane_, plane_, kLow, kHigh, 3, work_);
-    edgesToFrame16(plane_, frame);
+    edgesToFrame16(detectFiltered16(plane_, kLow, kHigh, 3, work_), frame);
 }
 
 double scaleOf(const Eigen::Matrix3d& motion)
