@@ -39,14 +39,17 @@ void deviation(benchmark::State& state)
 {
     const std::vector<std::uint16_t> frame = offsetFrame();
     std::vector<std::uint16_t> out = frame;
-    const auto run = [&](auto& kernel) {
-        return [&] {
+    WorkMemory memory;
+    bench::compare(
+        state, double(out.size()), "times_plain",
+        [&] {
             out = frame;
-            kernel(out, 640, 480, Frame16::Offset, 7, 1.0F);
-        };
-    };
-    bench::compare(state, double(out.size()), "times_plain", run(localDeviation),
-                   run(scalar::localDeviation));
+            localDeviation(out, 640, 480, Frame16::Offset, 7, 1.0F, &memory);
+        },
+        [&] {
+            out = frame;
+            scalar::localDeviation(out, 640, 480, Frame16::Offset, 7, 1.0F);
+        });
 }
 BENCHMARK(deviation)->Iterations(25)->UseManualTime();
 
@@ -55,9 +58,10 @@ void gradient(benchmark::State& state)
     const std::vector<std::uint16_t> frame = offsetFrame();
     std::vector<std::uint16_t> out;
     FloatPlane dx, dy;
+    WorkMemory memory;
     for (auto _ : state) {
         out = frame;
-        gradientFrame16(out, 640, 480, Frame16::Offset, 0, 3, dx, dy);
+        gradientFrame16(out, 640, 480, Frame16::Offset, 0, 3, dx, dy, &memory);
     }
 }
 BENCHMARK(gradient)->Unit(benchmark::kMicrosecond);
@@ -67,10 +71,11 @@ void subpixel(benchmark::State& state)
     const std::vector<std::uint8_t> grey = test::greyOf(photo());
     FloatPlane plane(640, 480);
     for (std::size_t i = 0; i < grey.size(); ++i) plane.row(i / 640)[i % 640] = grey[i];
+    WorkMemory memory;
     SubpixelPlanes planes;
     EdgeBits edges;
     std::vector<Vertex> positions;
-    for (auto _ : state) subpixelEdges(plane, 40, 100, 3, planes, edges, positions);
+    for (auto _ : state) subpixelEdges(plane, 40, 100, 3, planes, edges, positions, &memory);
 }
 BENCHMARK(subpixel)->Unit(benchmark::kMicrosecond);
 
