@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
+#include <thread>
 
 #include "sanitized.h"
 
@@ -68,15 +70,28 @@ inline Resources resourcesHeld()
 
 #endif
 
+/// The same when threads that were joined are gone from the system's list too, which takes it a moment.
+inline Resources resourcesHeldAtRest()
+{
+    Resources held = resourcesHeld();
+    for (int quiet = 0; quiet < 5;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        const Resources now = resourcesHeld();
+        quiet = now.threads == held.threads ? quiet + 1 : 0;
+        held = now;
+    }
+    return held;
+}
+
 /// Runs `cycle` ten thousand times: nothing may be left behind, but for `descriptors` that the test itself
 /// holds.
 template <class Cycle>
 void expectNothingLeft(Cycle cycle, std::ptrdiff_t descriptors = 0)
 {
     for (int i = 0; i < 200; ++i) cycle();  // what is made once, is made here
-    const Resources before = resourcesHeld();
+    const Resources before = resourcesHeldAtRest();
     for (int i = 0; i < 10000; ++i) cycle();
-    const Resources after = resourcesHeld();
+    const Resources after = resourcesHeldAtRest();
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_LE(after.descriptors, before.descriptors + descriptors);
 #ifndef SCANSTEPS_SANITIZED  // which keeps freed memory for a while, and finds leaks itself
