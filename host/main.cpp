@@ -117,6 +117,14 @@ Command addReceive(CLI::App& app)
     return command(receive, options);
 }
 
+// An answer that did not reach its file is no answer. (What the steps of a run print beside their work is
+// none.)
+int answered(int code)
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
+    return code == kEnded ? fail(kFileFailed, "cannot write standard output") : code;
+}
+
 [[noreturn]] void failCommand(const std::string& name, const std::map<std::string, Command>& commands)
 {
     std::vector<std::string> names;
@@ -159,7 +167,7 @@ int main(int argc, char** argv)
         std::vector<std::string> reversed(arguments.rbegin(), arguments.rend() - 1);
         app.parse(reversed);
         for (const auto& [name, command] : commands)
-            if (app.got_subcommand(name)) return command();
+            if (app.got_subcommand(name)) return name == "run" ? command() : answered(command());
         fmt::print("{}", app.help());
         return kUsage;
     } catch (const CLI::Success& success) {

@@ -377,12 +377,14 @@ TEST(Recording, SurvivesBeingKilled)
     EXPECT_LT(size - std::filesystem::file_size(dir / "ok.rec"), 1000000U);
 }
 
-TEST(Recording, FullDiskIsExitCode4)
+TEST(FullDisk, IsExitCode4OfAStepAnd5OfAnAnswer)
 {
     if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
     const auto result = runProgram("run \"" + kSource + "filesaver name=/dev/full\"");
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_THAT(result.err, HasSubstr("step 3 (filesaver), initialise: write error"));
+    const auto answer = runCommand("( \"" SCANSTEPS_BIN_DIR "/scansteps\" steps >/dev/full )");
+    EXPECT_EQ(answer.exitCode, 5) << answer.err;
 }
 
 TEST(Recording, PipeWhoseReaderLeavesIsExitCode4)
