@@ -202,6 +202,7 @@ bool writeImage(const std::string& path, int quality, int width, int height, Row
     const bool isJpeg = isJpegName(path);
     if (!isJpeg && !holdsAnyOf(path, {".ppm", ".PPM"})) return false;
     if (width < 1 || height < 1) return false;
+    const rawfile::NoPipeSignal quiet(true);
     File file = openForWriting(path);
     if (!file) return false;
     bool written = isJpeg ? writeJpeg(file.get(), quality, width, height, source)

@@ -400,6 +400,18 @@ TEST(Recording, PipeWhoseReaderLeavesIsExitCode4)
     EXPECT_THAT(result.err, HasSubstr(": write error"));
 }
 
+TEST(Recording, PictureIntoAPipeWhoseReaderLeavesIsNamed)
+{
+    const TempDir dir;
+    const std::string pipe = dir / "pipe.ppm";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::thread reader([&] { runCommand("head -c 1000 \"" + pipe + "\""); });
+    const auto result = runProgram("run \"" + kSource + "cjwrite name=" + pipe + "\" --frames 1");
+    reader.join();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.err, HasSubstr("can't write " + pipe));
+}
+
 // What a peer promises costs nothing: memory grows with what it sends.
 TEST(Receive, TakesMemoryForBytesThatArriveOnly)
 {
