@@ -210,6 +210,7 @@ def others():
     for program, title in (("io_capture_bench", "Capture (1920×1080 YUY2, camera and chain on one core)"),
                            ("features_planes_bench", "Planes of features"), ("features_corners_bench", "Corner detector"),
                            ("features_mser_bench", "Stable regions"),
+                           ("features_steps_bench", "Steps of the edge family, a frame of 1920×1088"),
                            ("features_growth_bench", "Growth of the other kernels, 640×480 to 7680×4320 (to reach: 1.6 at most)")):
         runs = results(program)
         if not runs:

@@ -18,7 +18,8 @@ if [ $# -gt 0 ]; then
 else
     programs=(io_baseline_jpeg_bench io_pack_yuyv16_bench convert_pixels_bench features_mcanny_bench io_pipeline_bench
         framework_chain_bench framework_record_bench io_recording_bench transport_bench export_model_bench
-        io_capture_bench features_planes_bench features_corners_bench features_mser_bench features_growth_bench)
+        io_capture_bench features_planes_bench features_corners_bench features_mser_bench features_growth_bench
+        features_steps_bench)
 fi
 
 folder=$(mktemp -d "${TMPDIR:-/tmp}/scansteps-bench-XXXXXX")
