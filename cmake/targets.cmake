@@ -10,6 +10,11 @@ target_compile_options(scansteps_flags INTERFACE
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(scansteps_flags INTERFACE -Wno-restrict)
 endif()
+# Of an inline function that many files hold, the Windows linker keeps one; GCC takes it for the one that it has just compiled
+# and counts on the registers that this leaves alone, which another, optimised otherwise, does not.
+if(MINGW)
+  target_compile_options(scansteps_flags INTERFACE -fno-ipa-ra)
+endif()
 # The oldest processor served on x86 is x86-64-v2 (2009 on); newer instructions are chosen at run time.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND NOT MSVC)
   target_compile_options(scansteps_flags INTERFACE -march=x86-64-v2)
