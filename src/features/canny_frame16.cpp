@@ -203,14 +203,6 @@ void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std
         samplesToFloats(frame.subspan(y * width, width), plane.samples(y), meaning);
 }
 
-void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
-{
-    const std::size_t width = edges.width();
-    checkFrame(frame.size(), width, edges.height());
-    for (std::size_t y = 0; y < edges.height(); ++y)
-        floatsToSamples(edges.samples(y), frame.subspan(y * width, width));
-}
-
 void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame)
 {
     checkFrame(frame.size(), edges.width(), edges.height());

@@ -23,17 +23,13 @@ enum class Frame16
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
                     std::size_t height, Frame16 meaning);
 
-/// A row of samples as floats, and floats from 0 to 32767 as offset 16-bit samples, as the functions for
-/// whole frames have them. Both spans have the same length.
+/// One row of that, and back: floats from 0 to 32767 as offset 16-bit samples, truncated. Both spans have the
+/// same length.
 void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, Frame16 meaning);
 void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> samples);
 
-/// Offset 16-bit samples of an edge plane: value + 32768, truncated; 33023 on edges, 32768 elsewhere. Values
-/// are 0 to 32767. Throws when the frame is smaller than the plane.
-void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame);
-
 /// Replaces a frame by its edges, as frame16ToPlane, `lowPasses` times lowPass(plane, 3), Canny and
-/// edgesToFrame16 do one after the other. Errors as there; the frame is unchanged after an error. Allocates
+/// floatsToSamples do one after the other. Errors as there; the frame is unchanged after an error. Allocates
 /// nothing when the workspace has seen the same sizes before. Up to kFusedLowPasses passes need no float
 /// image.
 void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
@@ -50,7 +46,7 @@ EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width,
 EdgeBits& detectFiltered16(const FloatPlane& plane, double low, double high, int aperture,
                            CannyWorkspace& work);
 
-/// Offset 16-bit samples of edges, as above. Throws when the frame is smaller.
+/// Offset 16-bit samples: 33023 on edges, 32768 elsewhere. Throws when the frame is smaller.
 void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame);
 
 namespace scalar {

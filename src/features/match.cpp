@@ -63,12 +63,4 @@ void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, 
     std::ranges::sort(matches, {}, [](const Match& m) { return std::pair(m.distance, m.first); });
 }
 
-std::vector<Match> matchFeatures(std::span<const CornerFeature> first, std::span<const CornerFeature> second,
-                                 int maxDistance)
-{
-    std::vector<Match> matches;
-    matchFeatures(DescriptorIndex(first), DescriptorIndex(second), maxDistance, matches);
-    return matches;
-}
-
 }  // namespace scansteps

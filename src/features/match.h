@@ -60,10 +60,7 @@ class DescriptorIndex
 };
 
 /// Pairs of features that are each other's nearest and differ in at most `maxDistance` bits, ordered by
-/// distance, then by the index in the first view.
-std::vector<Match> matchFeatures(std::span<const CornerFeature> first, std::span<const CornerFeature> second,
-                                 int maxDistance = 80);
-/// The same between views whose tables are kept; replaces what `matches` held.
+/// distance, then by the index in the first view. Replaces what `matches` held.
 void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance,
                    std::vector<Match>& matches, Scratch scratch = {});
 

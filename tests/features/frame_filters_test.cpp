@@ -145,7 +145,7 @@ TEST(GradientFrame, bandsGiveWhatTheWholeFrameGives)
         for (std::size_t y = 0; y < kHeight; ++y)
             scalar::gradientLengths(alongX.samples(y), alongY.samples(y), factor, 32767, alongY.samples(y));
         std::vector<std::uint16_t> expected(frame.size()), out = frame;
-        edgesToFrame16(alongY, expected);
+        scalar::edgesToFrame16(alongY, expected);
         gradientFrame16(out, kWidth, kHeight, Frame16::Offset, lowPasses, aperture, dx, dy);
         EXPECT_TRUE(out == expected) << lowPasses << " low passes, aperture " << aperture;
     }

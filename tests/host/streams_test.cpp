@@ -387,29 +387,27 @@ TEST(FullDisk, IsExitCode4OfAStepAnd5OfAnAnswer)
     EXPECT_EQ(answer.exitCode, 5) << answer.err;
 }
 
-TEST(Recording, PipeWhoseReaderLeavesIsExitCode4)
+TEST(Pipe, ReaderThatLeavesIsAFailedWrite)
 {
-    const TempDir dir;
-    const std::string pipe = dir / "pipe";
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    std::thread reader([&] { runCommand("head -c 1000000 \"" + pipe + "\""); });
-    const auto result = runProgram("run \"" + kSource + "filesaver name=" + pipe + "\"");
-    reader.join();
-    EXPECT_EQ(result.exitCode, 4);
-    EXPECT_THAT(result.err, HasSubstr("step 3 (filesaver), frame "));
-    EXPECT_THAT(result.err, HasSubstr(": write error"));
-}
-
-TEST(Recording, PictureIntoAPipeWhoseReaderLeavesIsNamed)
-{
-    const TempDir dir;
-    const std::string pipe = dir / "pipe.ppm";
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    std::thread reader([&] { runCommand("head -c 1000 \"" + pipe + "\""); });
-    const auto result = runProgram("run \"" + kSource + "cjwrite name=" + pipe + "\" --frames 1");
-    reader.join();
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_THAT(result.err, HasSubstr("can't write " + pipe));
+    const struct
+    {
+        const char *step, *file, *taken, *options;
+        int exitCode;
+        std::vector<std::string> words;
+    } cases[] = {
+        {"filesaver", "pipe", "1000000", "", 4, {"step 3 (filesaver), frame ", ": write error"}},
+        {"cjwrite", "pipe.ppm", "1000", "--frames 1", 0, {"can't write ", "pipe.ppm"}},
+    };
+    for (const auto& [step, file, taken, options, exitCode, words] : cases) {
+        const TempDir dir;
+        const std::string pipe = dir / file;
+        ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        std::thread reader([&, n = taken] { runCommand("head -c " + std::string(n) + " \"" + pipe + "\""); });
+        const auto result = runProgram("run \"" + kSource + step + " name=" + pipe + "\" " + options);
+        reader.join();
+        EXPECT_EQ(result.exitCode, exitCode) << step;
+        for (const std::string& word : words) EXPECT_THAT(result.err, HasSubstr(word));
+    }
 }
 
 // What a peer promises costs nothing: memory grows with what it sends.
