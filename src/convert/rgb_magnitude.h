@@ -1,6 +1,7 @@
 // Length of the colour vector of RGB pixels as offset 16-bit samples.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <span>
 
@@ -12,7 +13,18 @@ namespace scansteps {
 void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst);
 
 namespace scalar {
-void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst);
+
+// The sample of the pixel at `rgb`.
+inline std::uint16_t lengthOf(const std::uint8_t* rgb)
+{
+    constexpr float kUnit = 0.003921568859368563F;
+    const float a0 = float(rgb[0]) * kUnit, a1 = float(rgb[1]) * kUnit, a2 = float(rgb[2]) * kUnit;
+    const float m = std::sqrt((a1 * a1 + a0 * a0) + a2 * a2);
+    return static_cast<std::uint16_t>(m * 255.0 + 32768.0);
 }
+
+void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst);
+
+}  // namespace scalar
 
 }  // namespace scansteps
