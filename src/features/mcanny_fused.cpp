@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "features/mcanny_rows.h"
+#include "framework/fetch_ahead.h"
 #include "hwy/cache_control.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -18,16 +19,23 @@
 #define SCANSTEPS_MCANNY_FUSED_ONCE
 namespace scansteps {
 
-// A piece of a row. With `line`, samples are folded along x into `folded`; with `dst`, the folded rows around
-// are folded along y into it, the last of them being the one just made, if there is a line.
-struct RowPiece
+// Columns `from` to `to` (multiples of 16) of a row in hand.
+struct Stretch
 {
-    const float* line = nullptr;
-    std::ptrdiff_t ahead = 0;  // from the line to samples that will be needed later
+    const float* line = nullptr;  // the sample of column `from`
+    std::ptrdiff_t ahead = 0;     // from the line to samples that will be needed later
+    std::size_t from = 0, to = 0;
+};
+
+// A row, in up to three stretches. Those with a line are folded along x into `folded`; with `dst`, the folded
+// rows around are folded along y into it, the last of them being the one just made, if there is a line.
+struct RowInHand
+{
+    Stretch stretches[3];
+    std::size_t stretchCount = 0;
     float* folded = nullptr;
     const float* rows[7] = {};
     float* dst = nullptr;
-    std::size_t count = 0;  // a multiple of 16
     bool pastCaches = false;
 };
 
@@ -51,62 +59,63 @@ HWY_INLINE hn::Vec<D> Folded(At at, const hn::Vec<D> (&factor)[R + 1])
 }
 
 template <int R, Fold X, Fold Y>
-void RunPiece(const FusedFilter& filter, const RowPiece& piece)
+void RunRow(const FusedFilter& filter, const RowInHand& hand)
 {
     const D d;
     hn::Vec<D> xFactor[R + 1], yFactor[R + 1];
     const float* rows[2 * R + 1];
     for (int k = 0; k <= R; ++k) xFactor[k] = hn::Set(d, filter.xFactors[k]);
     for (int k = 0; k <= R; ++k) yFactor[k] = hn::Set(d, filter.yFactors[k]);
-    for (int k = 0; k <= 2 * R; ++k) rows[k] = piece.rows[k];
-    const float* HWY_RESTRICT line = piece.line;
-    float *HWY_RESTRICT folded = piece.folded, *HWY_RESTRICT dst = piece.dst;
-    const std::ptrdiff_t ahead = piece.ahead;
-    const std::size_t count = piece.count;
-    const bool pastCaches = piece.pastCaches;
-    const auto alongX = [&](std::size_t x) HWY_ATTR {
-        hwy::Prefetch(line + (static_cast<std::ptrdiff_t>(x) + ahead));
-        const auto sum = Folded<R, X>(
-            [&](int k) HWY_ATTR { return hn::LoadU(d, line + (static_cast<std::ptrdiff_t>(x) + k)); },
-            xFactor);
-        hn::StoreU(sum, d, folded + x);
-        return sum;
-    };
+    for (int k = 0; k <= 2 * R; ++k) rows[k] = hand.rows[k];
+    float *HWY_RESTRICT folded = hand.folded, *HWY_RESTRICT dst = hand.dst;
+    const bool pastCaches = hand.pastCaches;
     const auto row = [&](int k, std::size_t x) HWY_ATTR { return hn::LoadU(d, rows[R + k] + x); };
-    if (dst == nullptr) {
-        for (std::size_t x = 0; x < count; x += hn::Lanes(d)) alongX(x);
-    } else if (line == nullptr) {
-        for (std::size_t x = 0; x < count; x += hn::Lanes(d))
-            hn::StoreU(Folded<R, Y>([&](int k) HWY_ATTR { return row(k, x); }, yFactor), d, dst + x);
-    } else {
-        for (std::size_t x = 0; x < count; x += hn::Lanes(d)) {
-            const auto newest = alongX(x);
+    for (std::size_t s = 0; s < hand.stretchCount; ++s) {
+        const auto [first, ahead, from, to] = hand.stretches[s];
+        const float* HWY_RESTRICT line = first;
+        const auto alongX = [&](std::size_t x) HWY_ATTR {
+            const auto at = static_cast<std::ptrdiff_t>(x - from);
+            fetchToSecondLevel(line + (at + ahead));
             const auto sum =
-                Folded<R, Y>([&](int k) HWY_ATTR { return k == R ? newest : row(k, x); }, yFactor);
-            if (pastCaches)
-                hn::Stream(sum, d, dst + x);
-            else
-                hn::StoreU(sum, d, dst + x);
+                Folded<R, X>([&](int k) HWY_ATTR { return hn::LoadU(d, line + (at + k)); }, xFactor);
+            hn::StoreU(sum, d, folded + x);
+            return sum;
+        };
+        if (dst == nullptr) {
+            for (std::size_t x = from; x < to; x += hn::Lanes(d)) alongX(x);
+        } else if (line == nullptr) {
+            for (std::size_t x = from; x < to; x += hn::Lanes(d))
+                hn::StoreU(Folded<R, Y>([&](int k) HWY_ATTR { return row(k, x); }, yFactor), d, dst + x);
+        } else {
+            for (std::size_t x = from; x < to; x += hn::Lanes(d)) {
+                const auto newest = alongX(x);
+                const auto sum =
+                    Folded<R, Y>([&](int k) HWY_ATTR { return k == R ? newest : row(k, x); }, yFactor);
+                if (pastCaches)
+                    hn::Stream(sum, d, dst + x);
+                else
+                    hn::StoreU(sum, d, dst + x);
+            }
         }
     }
 }
 
 template <int R>
-void RunRadius(const FusedFilter& filter, const RowPiece& piece)
+void RunRadius(const FusedFilter& filter, const RowInHand& hand)
 {
-    if (filter.x == Fold::BoxSum) return RunPiece<R, Fold::BoxSum, Fold::BoxMean>(filter, piece);
+    if (filter.x == Fold::BoxSum) return RunRow<R, Fold::BoxSum, Fold::BoxMean>(filter, hand);
     if (filter.x == Fold::Differ && filter.y == Fold::Differ)
-        return RunPiece<R, Fold::Differ, Fold::Differ>(filter, piece);
-    if (filter.x == Fold::Differ) return RunPiece<R, Fold::Differ, Fold::Smooth>(filter, piece);
-    if (filter.y == Fold::Differ) return RunPiece<R, Fold::Smooth, Fold::Differ>(filter, piece);
-    RunPiece<R, Fold::Smooth, Fold::Smooth>(filter, piece);
+        return RunRow<R, Fold::Differ, Fold::Differ>(filter, hand);
+    if (filter.x == Fold::Differ) return RunRow<R, Fold::Differ, Fold::Smooth>(filter, hand);
+    if (filter.y == Fold::Differ) return RunRow<R, Fold::Smooth, Fold::Differ>(filter, hand);
+    RunRow<R, Fold::Smooth, Fold::Smooth>(filter, hand);
 }
 
-void Run(const FusedFilter& filter, const RowPiece& piece)
+void Run(const FusedFilter& filter, const RowInHand& hand)
 {
-    if (filter.radius == 1) return RunRadius<1>(filter, piece);
-    if (filter.radius == 2) return RunRadius<2>(filter, piece);
-    RunRadius<3>(filter, piece);
+    if (filter.radius == 1) return RunRadius<1>(filter, hand);
+    if (filter.radius == 2) return RunRadius<2>(filter, hand);
+    RunRadius<3>(filter, hand);
 }
 
 }  // namespace HWY_NAMESPACE
@@ -153,18 +162,20 @@ class FusedWalk
         for (first_ = 0; first_ < width_; first_ += strip_) {
             own_ = std::min(strip_, width_ - first_);
             std::size_t taken = 0;
+            RowInHand hand;
+            hand.pastCaches = pastCaches_;
+            for (; taken < std::min(radius_, height_); ++taken) take(taken, hand);
             for (std::size_t y = 0; y < height_; ++y) {
-                const bool fused = y + radius_ < height_;
-                while (taken < (fused ? y + radius_ : height_)) take(taken++, nullptr);
-                RowPiece out;
-                ring_.around(y, height_, radius_, out.rows);
-                out.dst = dst_.row(y) + first_;
-                out.count = roundUp(own_, kUnit);  // rows of a plane are padded as far
-                out.pastCaches = pastCaches_;
-                if (fused)
-                    take(taken++, &out);
-                else
-                    HWY_DYNAMIC_DISPATCH(Run)(filter_, out);
+                ring_.around(y, height_, radius_, hand.rows);
+                hand.dst = dst_.row(y) + first_;
+                if (taken < height_) {
+                    take(taken++, hand);
+                } else {
+                    hand.stretches[0] = {nullptr, 0, 0,
+                                         roundUp(own_, kUnit)};  // a plane's rows are padded as far
+                    hand.stretchCount = 1;
+                    HWY_DYNAMIC_DISPATCH(Run)(filter_, hand);
+                }
             }
         }
         if (pastCaches_) hwy::FlushStream();
@@ -192,39 +203,30 @@ class FusedWalk
 
     // Folds row y along x, and the rows around along y if there is something to put out. Both ends of the row
     // are copied to a place where the samples beyond the edge can stand beside them.
-    void take(std::size_t y, const RowPiece* out)
+    void take(std::size_t y, RowInHand& hand)
     {
         const std::size_t padded = roundUp(own_, kUnit),
                           inside = (width_ - first_ - std::min(width_ - first_, radius_)) / kUnit * kUnit;
         const std::size_t left = std::min(kUnit, padded), right = std::clamp(inside, left, padded);
-        takePiece(y, 0, left, true, out);
-        if (left < right) takePiece(y, left, right, false, out);
-        if (right < padded) takePiece(y, right, padded, true, out);
+        float leftCopy[kUnit + 8], rightCopy[2 * kUnit + 8];
+        hand.folded = ring_.slot(y);
+        copyEnd(y, 0, left, leftCopy);
+        hand.stretches[0] = {leftCopy + radius_, 0, 0, left};
+        hand.stretchCount = 1;
+        if (left < right) {
+            // Four kilobytes on, or, where that belongs to another strip, in the next row.
+            const std::size_t ahead = strip_ < width_ ? src_.stride() : 1024;
+            hand.stretches[hand.stretchCount++] = {src_.row(y) + first_ + left,
+                                                   static_cast<std::ptrdiff_t>(ahead), left, right};
+        }
+        if (right < padded) {
+            copyEnd(y, right, padded, rightCopy);
+            hand.stretches[hand.stretchCount++] = {rightCopy + radius_, 0, right, padded};
+        }
+        HWY_DYNAMIC_DISPATCH(Run)(filter_, hand);
         if (first_ + strip_ < width_)
             for (std::size_t k = 0; k < radius_; ++k)
                 seam_.data()[y * radius_ + k] = src_.row(y)[first_ + own_ - radius_ + k];
-    }
-
-    void takePiece(std::size_t y, std::size_t from, std::size_t to, bool copied, const RowPiece* out)
-    {
-        float copy[2 * kUnit + 8];
-        RowPiece piece;
-        if (out != nullptr) {
-            piece = *out;
-            piece.dst += from;
-            for (std::size_t k = 0; k <= 2 * radius_; ++k) piece.rows[k] += from;
-        }
-        piece.folded = ring_.slot(y) + from;
-        piece.count = to - from;
-        if (copied) {
-            copyEnd(y, from, to, copy);
-            piece.line = copy + radius_;
-        } else {
-            piece.line = src_.row(y) + first_ + from;
-            // A kilobyte on, or, where that belongs to another strip, in the next row.
-            piece.ahead = strip_ < width_ ? static_cast<std::ptrdiff_t>(src_.stride()) : 256;
-        }
-        HWY_DYNAMIC_DISPATCH(Run)(filter_, piece);
     }
 
     const FloatPlane& src_;
