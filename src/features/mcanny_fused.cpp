@@ -71,8 +71,10 @@ void RunRow(const FusedFilter& filter, const RowInHand& hand)
     const bool pastCaches = hand.pastCaches;
     const auto row = [&](int k, std::size_t x) HWY_ATTR { return hn::LoadU(d, rows[R + k] + x); };
     for (std::size_t s = 0; s < hand.stretchCount; ++s) {
-        const auto [first, ahead, from, to] = hand.stretches[s];
-        const float* HWY_RESTRICT line = first;
+        const Stretch& stretch = hand.stretches[s];
+        const float* HWY_RESTRICT line = stretch.line;
+        const std::ptrdiff_t ahead = stretch.ahead;
+        const std::size_t from = stretch.from, to = stretch.to;
         const auto alongX = [&](std::size_t x) HWY_ATTR {
             const auto at = static_cast<std::ptrdiff_t>(x - from);
             fetchToSecondLevel(line + (at + ahead));
