@@ -185,7 +185,7 @@ class FusedWalk
 
   private:
     static constexpr std::size_t kUnit = 16;
-    static constexpr std::size_t kCacheBytes = 40 * 1024;
+    static constexpr std::size_t kCacheBytes = std::size_t{40} * 1024;
 
     // Rows a page apart would share cache sets.
     std::size_t pitch() const { return strip_ % 1024 == 0 ? strip_ + kUnit : strip_; }
