@@ -77,8 +77,7 @@ void undisturbed(Turn turn)
     static std::chrono::duration<double> lost{};
     for (;;) {
         const auto start = std::chrono::steady_clock::now();
-        const bool before = coreIsWhole();
-        if (before || lost.count() > 60) {
+        if (coreIsWhole() || lost.count() > 60) {
             turn();
             if (coreIsWhole() || lost.count() > 60) return;
         }

@@ -97,7 +97,7 @@ def conversions():
     section("Conversions", command("convert_pixels_bench") + """
 Processor time, one thread; kernel and yardstick take turns in blocks of 4 ms, median of 15 turns (`bench/ratio.h`).
 A turn counts if the core was whole before and after it, shown by additions at full speed: who runs on its other hardware
-thread, such as a neighbour on a shared machine, halves the speed of a kernel but hardly that of memcpy.
+thread, such as a neighbour on a shared machine, slows a kernel down by a quarter and more, but hardly memcpy.
 "Of memcpy": of a `memcpy` that moves (bytes read + written) / 2. Frames lie in memory as a chain's do.
 
 Growth (to reach: 1.6 at most) is the time a pixel takes in a frame of 7680×4320 over that in 640×480. The first number is

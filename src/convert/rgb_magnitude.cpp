@@ -101,8 +101,7 @@ Estimate<D> EstimateRoot(D di, const Pixels<D>& p)
 // Where the root of n is not whole, the sample is its whole part, as the roundings on the way are far too
 // small to carry it across: k or one less, which the sign of n - k² tells. Where the root is whole they
 // decide. Such pixels are few (one in 300 of a photograph), so a bit each notes them, and they are settled
-// once a block is done: a branch at every vector would be guessed wrong too often. Returns the number of
-// pixels done.
+// one by one once a block is done, without a branch at every vector. Returns the number of pixels done.
 std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
                           std::size_t count)
 {
