@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <string>
 
+#include "scansteps/printable.h"
+
 namespace scansteps::print {
 
 void text(std::string_view text)
@@ -39,7 +41,7 @@ void labelled(std::int64_t value, const char* label)
 
 void labelled(std::string_view value, const char* label)
 {
-    print::text(std::string(value) + label);
+    print::text(printable(value) + label);
 }
 
 void timing(const char* name, std::int64_t microseconds)

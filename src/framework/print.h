@@ -23,7 +23,7 @@ inline void field(float value, const char* label)
 {
     field(double{value}, label);
 }
-/// Value in as many columns as it needs, then the label.
+/// Value in as many columns as it needs, then the label. A text is made printable first.
 void labelled(std::int64_t value, const char* label);
 void labelled(std::string_view value, const char* label);
 /// `name` right-aligned in 10 columns, " time = ", seconds in 10 columns, " sec \n".

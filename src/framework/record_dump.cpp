@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string>
 
+#include "scansteps/printable.h"
 #include "scansteps/record.h"
 
 namespace scansteps {
@@ -38,7 +39,7 @@ std::string scalarText(const varitype& value)
         case Kind::Double:
             return formatted("%g", value.as<double>());
         case Kind::String:
-            return "\"" + value.as<std::string>() + "\"";
+            return "\"" + printable(value.as<std::string>()) + "\"";
         default:
             return "";
     }
@@ -46,7 +47,7 @@ std::string scalarText(const varitype& value)
 
 void append(std::string& text, const std::string& path, const std::string& indent, const varitype& value)
 {
-    const std::string head = indent + path + " " + kindTypeName(value.kind());
+    const std::string head = indent + printable(path) + " " + kindTypeName(value.kind());
     switch (value.kind()) {
         case Kind::Struct:
             text += head + "[] {\n";

@@ -1,4 +1,5 @@
 #include "scansteps/record.h"
+#include "scansteps/printable.h"
 
 #include <gtest/gtest.h>
 
@@ -104,12 +105,29 @@ TEST(Record, setKindAndTheStructWithoutPayload)
 TEST(Record, dumpHasTheMarkersOfStructsAndArrays)
 {
     const varitype record{
-        Struct{{"OCV", Struct{{"trh", 1.5F}}}, {"data", Array(Kind::Ushort, 4, 3)}, {"n", "x"}}};
+        Struct{{"OCV", Struct{{"trh", 1.5F}}}, {"data", Array(Kind::Ushort, 4, 3)}, {"n\n", "\x1B[2J"}}};
     const std::string text = dumpText(record, "Test::");
     EXPECT_EQ(text.find("Test::"), 0U);
     EXPECT_NE(text.find("OCV Struct[] {\n"), std::string::npos) << text;
     EXPECT_NE(text.find("size =24"), std::string::npos) << text;
     EXPECT_NE(text.find("trh Float = 1.5"), std::string::npos) << text;
+    EXPECT_NE(text.find("n\\n String = \"\\u001B[2J\"\n"), std::string::npos) << text;
+}
+
+TEST(Printable, onlyWhatIsSafeStays)
+{
+    const std::pair<std::string_view, const char*> cases[] = {
+        {"a \"b\" \\ \xC3\xA4 \xE2\x82\xAC \xF0\x9F\x98\x80",
+         "a \"b\" \\ \xC3\xA4 \xE2\x82\xAC \xF0\x9F\x98\x80"},
+        {std::string_view("\0\n\r\t\x1B\x7F", 6), "\\u0000\\n\\r\\t\\u001B\\u007F"},
+        {"\xC2\x9B\xC2\xA0", "\\u009B\xC2\xA0"},         // a terminal's control sequence; a blank
+        {"\xE2\x80\xAE\xE2\x81\xA6", "\\u202E\\u2066"},  // direction of writing
+        {"\xFF\x80z", "\\xFF\\x80z"},
+        {"\xC0\x8A\xE0\x80\x8A", "\\xC0\\x8A\\xE0\\x80\\x8A"},  // overlong line feeds
+        {"\xED\xA0\x80\xF4\x90\x80\x80", "\\xED\\xA0\\x80\\xF4\\x90\\x80\\x80"},
+        {"\xE2\x82", "\\xE2\\x82"},
+    };
+    for (const auto& [text, shown] : cases) EXPECT_EQ(printable(text), shown);
 }
 
 TEST(Half, roundTripOfEveryValueAndRoundingToNearestEven)
