@@ -14,7 +14,7 @@ struct RunOptions
     std::vector<std::string> sets;
     std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
     std::string types = "error";
-    bool quiet = false;
+    bool quiet = false, strict = false;
 };
 int run(const RunOptions& options);
 

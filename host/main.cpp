@@ -56,6 +56,8 @@ Command addRun(CLI::App& app)
     app.add_option("--types", options->types, "When types of neighbours do not fit: error, warn or off")
         ->check(CLI::IsMember({"error", "warn", "off"}));
     app.add_flag("--quiet", options->quiet, "No progress and no table of times");
+    app.add_flag("--strict", options->strict,
+                 "A file that could not be read or written is exit code 5, not a warning; no model is 4");
     app.add_option("--report", options->reportFile, "Writes the facts of the run as JSON");
     return command(run, options);
 }

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "system.h"
 
 namespace scansteps::host {
@@ -11,6 +13,23 @@ namespace {
 double framesPerSecond(const RunFacts& facts)
 {
     return facts.seconds > 0 ? double(facts.frames) / facts.seconds : 0;
+}
+
+Json jsonOf(const std::vector<RunFacts::Error>& messages)
+{
+    Json list = Json::array();
+    for (const auto& message : messages) {
+        Json json = {{"message", message.message}};
+        const auto add = [&](const char* key, const std::string& text) {
+            if (!text.empty()) json[key] = text;
+        };
+        add("step", message.where);
+        add("phase", message.phase);
+        add("file", message.file.file);
+        add("reason", message.file.reason);
+        list.push_back(std::move(json));
+    }
+    return list;
 }
 
 Json jsonOf(const RunFacts& facts)
@@ -26,15 +45,13 @@ Json jsonOf(const RunFacts& facts)
         }
         steps.push_back(std::move(json));
     }
-    Json errors = Json::array();
-    for (const auto& error : facts.errors)
-        errors.push_back({{"step", error.where}, {"phase", error.phase}, {"message", error.message}});
     return {{"exitCode", facts.exitCode},
             {"frames", facts.frames},
             {"seconds", facts.seconds},
             {"framesPerSecond", framesPerSecond(facts)},
             {"steps", steps},
-            {"errors", errors}};
+            {"errors", jsonOf(facts.errors)},
+            {"warnings", jsonOf(facts.warnings)}};
 }
 
 }  // namespace
@@ -91,10 +108,34 @@ void printTimeTable(const RunFacts& facts)
                facts.seconds > 0 ? rest / facts.seconds * 100 : 0.0);
 }
 
+void judgeTroubles(RunFacts& facts, const Pipeline& pipeline, bool strict)
+{
+    for (const TroubleFacts& trouble : facts.troubles) {
+        const std::string where = stepLabel(pipeline, trouble.step);
+        if (!strict) {
+            facts.warnings.push_back({where, "", troubleText(trouble), trouble.first});
+            continue;
+        }
+        facts.errors.push_back({where, "end of the run", troubleText(trouble), trouble.first});
+        if (facts.exitCode == kEnded)
+            facts.exitCode = trouble.trouble == Trouble::NoModel ? kStepFailed : kFileFailed;
+    }
+    const bool explained =
+        std::any_of(facts.troubles.begin(), facts.troubles.end(),
+                    [](const TroubleFacts& trouble) { return trouble.trouble == Trouble::SourceStopped; });
+    if (facts.exitCode == kEnded && facts.frames == 0 && !explained)
+        facts.warnings.push_back({"", "", "the source had no frame to deliver"});
+}
+
 void printErrors(const RunFacts& facts)
 {
-    for (const auto& error : facts.errors)
-        fmt::print(stderr, "scansteps: error: {}, {}: {}\n", error.where, error.phase, error.message);
+    const auto print = [](const char* level, const RunFacts::Error& message) {
+        fmt::print(stderr, "scansteps: {}: {}{}{}{}{}\n", level, message.where,
+                   message.phase.empty() ? "" : ", ", message.phase, message.where.empty() ? "" : ": ",
+                   message.message);
+    };
+    for (const auto& warning : facts.warnings) print("warning", warning);
+    for (const auto& error : facts.errors) print("error", error);
     if (facts.exitCode == kInterrupted)
         fmt::print(stderr, "scansteps: interrupted after {} frames\n", facts.frames);
 }

@@ -29,6 +29,9 @@ class Progress
 };
 
 void printTimeTable(const RunFacts& facts);
+/// Makes errors of the troubles that steps survived (--strict), or warnings.
+void judgeTroubles(RunFacts& facts, const Pipeline& pipeline, bool strict);
+/// Warnings and errors.
 void printErrors(const RunFacts& facts);
 
 /// The file of --report.

@@ -54,8 +54,7 @@ int run(const RunOptions& options)
     }
     std::fflush(stdout);
     if (!options.quiet) printTimeTable(facts);
-    if (facts.exitCode == kEnded && facts.frames == 0)
-        fmt::print(stderr, "scansteps: warning: the source had no frame to deliver\n");
+    judgeTroubles(facts, pipeline, options.strict);
     printErrors(facts);
     report.write(facts);
     return facts.exitCode;

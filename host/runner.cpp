@@ -14,12 +14,13 @@ class Runner::Probe final : public cChain
     Probe(Runner& runner, std::size_t index) : runner_(runner), index_(index) {}
     void dispatch(varitype& params) override
     {
-        const std::size_t before = std::exchange(runner_.current_, index_);
+        const std::size_t before = runner_.current_.exchange(index_);
         const Struct& settings = runner_.pipeline_.steps[index_].settings;
         // A 1004 that comes in was reported by the step before: the first one is the culprit.
         if (params.has("eventType") && params["eventType"].kind() == Kind::Int) {
             const int type = params["eventType"].as<std::int32_t>();
             if (type == event::kInit && !settings.empty()) mergeSettings(params, settings);
+            if (type == event::kProcess) ++runner_.processed_[index_];
             if (type == event::kMismatch) runner_.noteMismatch(before);
         }
         next->dispatch(params);
@@ -47,7 +48,8 @@ class Runner::End final : public cChain
     Runner& runner_;
 };
 
-Runner::Runner(const Pipeline& pipeline, const StepLibrary& library) : pipeline_(pipeline)
+Runner::Runner(const Pipeline& pipeline, const StepLibrary& library)
+    : pipeline_(pipeline), processed_(pipeline.steps.size()), notices_(pipeline, table_, current_)
 {
     fillFreeHandles(table_);
     installHandles(&table_);
@@ -93,7 +95,10 @@ void Runner::addError(const std::string& phase, std::string message)
     while (!message.empty() && message.back() == '\n') message.pop_back();
     for (char& c : message)
         if (c == '\n') c = ' ';
-    facts_.errors.push_back({stepLabel(pipeline_, current_), phase, std::move(message)});
+    const FileReason file = notices_.takeFailedFile();
+    if (const std::string details = file.text(); !details.empty() && message.find(details) == message.npos)
+        message += ": " + details;
+    facts_.errors.push_back({stepLabel(pipeline_, current_), phase, std::move(message), file});
     if (facts_.exitCode == kEnded) facts_.exitCode = kStepFailed;
 }
 
@@ -102,6 +107,7 @@ template <class Send>
 bool Runner::guarded(const std::string& phase, Send send)
 {
     current_ = 0;
+    notices_.takeFailedFile();  // of an error that did not come
     try {
         send();
         return true;
@@ -200,6 +206,8 @@ RunFacts Runner::run()
             facts.seconds = double(static_cast<StepBase&>(*steps_[i]).time) * 1e-6;
         facts_.steps.push_back(std::move(facts));
     }
+    facts_.troubles = notices_.troubles();
+    for (TroubleFacts& trouble : facts_.troubles) trouble.tried = processed_[trouble.step];
     return facts_;
 }
 

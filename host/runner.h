@@ -2,6 +2,7 @@
 // it, and keeps the facts that the report and the error line are made of.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "notices.h"
 #include "outcome.h"
 #include "pipeline.h"
 #include "scansteps/texture.h"
@@ -33,8 +35,11 @@ struct RunFacts
         std::string where;  ///< "step 2 (ccanny)"
         std::string phase;  ///< "initialise", "frame 7", "flush"
         std::string message;
+        FileReason file = {};  ///< of a file that failed
     };
     std::vector<Error> errors;
+    std::vector<Error> warnings;         ///< without a phase: of the run as a whole
+    std::vector<TroubleFacts> troubles;  ///< that steps survived
 };
 
 class Runner
@@ -69,7 +74,9 @@ class Runner
     std::vector<std::unique_ptr<Probe>> probes_;
     std::unique_ptr<End> end_;
     TextureSet hostBuffer_;
-    std::size_t current_ = 0;  // the step that works now
+    std::atomic<std::size_t> current_ = 0;  // the step that works now
+    std::vector<std::int64_t> processed_;   // process events that each step was given
+    NoticeBoard notices_;
     bool mismatch_ = false;
     std::size_t mismatchAt_ = 0;
     RunFacts facts_;
