@@ -2,8 +2,8 @@
 // Listener, for receivers that serve one connection after the other. IPv4.
 //
 // The peer of a connection gets records in their byte form, one after the other, and nothing else: no
-// framing, no handshake, no acknowledgement. All transfers block. No signal is raised when the peer goes
-// away.
+// framing, no handshake, no acknowledgement. All transfers block until the host is interrupted. No signal is
+// raised when the peer goes away.
 #pragma once
 
 #include <cstdint>
@@ -63,6 +63,7 @@ class USock : public BIO
     std::intptr_t socket_ = -1;
     bool isClient_ = false;
     bool connected_ = false;
+    int receiveTimeout_ = -1;
     ReadAhead ahead_;
 };
 

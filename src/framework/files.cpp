@@ -6,12 +6,15 @@
 #include <cerrno>
 #include <cstring>
 
+#include "framework/waits.h"
+
 #ifdef _WIN32
 #include <io.h>
 #include <share.h>
 #include <sys/stat.h>
 #include <windows.h>
 #else
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -111,12 +114,49 @@ File openFile(const std::string& path, const char* mode)
 namespace rawfile {
 
 namespace {
+// A pipe that no writer has opened yet reads as if it had ended.
+bool awaitsWriter(int file)
+{
+    struct stat status = {};
+    pollfd state{file, POLLIN, 0};
+    return ::fstat(file, &status) == 0 && S_ISFIFO(status.st_mode) && ::poll(&state, 1, 0) >= 0 &&
+           ((state.revents & POLLIN) != 0 || (state.revents & POLLHUP) == 0);
+}
+
+// Files are opened without blocking: what would block waits here, where an interrupt ends it (EINTR).
 template <class Call>
-std::int64_t repeatInterrupted(Call call)
+std::int64_t transfer(int file, bool reading, Call call)
 {
     for (;;) {
-        const auto result = call();
-        if (result >= 0 || errno != EINTR) return result;
+        const std::int64_t result = call();
+        if (result > 0 || (result == 0 && !(reading && awaitsWriter(file)))) return result;
+        if (result < 0 && errno == EINTR) continue;
+        if (result < 0 && errno != EAGAIN && errno != EWOULDBLOCK) return result;
+        const auto waited = reading ? waits::readable(file) : waits::writable(file);
+        if (waited == waits::Wait::Interrupted) {
+            errno = EINTR;
+            return -1;
+        }
+    }
+}
+
+// Waits for a reader of a pipe that is to be written.
+int openPatiently(const char* path, int flags)
+{
+    constexpr int kBetweenTriesMs = 20;
+    for (;;) {
+        const int file = ::open(path, flags | O_CLOEXEC | O_NONBLOCK, 0666);
+        const int error = errno;
+        if (file >= 0) return file;
+        struct stat status = {};
+        const bool noReader = error == ENXIO && ::stat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+        errno = error;
+        if (error == EINTR) continue;
+        if (!noReader) return -1;
+        if (waits::pause(kBetweenTriesMs) == waits::Wait::Interrupted) {
+            errno = EINTR;
+            return -1;
+        }
     }
 }
 
@@ -133,8 +173,7 @@ int open(const std::string& path, Access access)
 {
     const bool toWrite = access == Access::Truncate;
     const int flags = toWrite ? O_WRONLY | O_CREAT : O_RDONLY;
-    const int file =
-        static_cast<int>(repeatInterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0666); }));
+    const int file = openPatiently(path.c_str(), flags);
     if (file < 0 || !isRegular(file)) return file;
     // Not every file system has locks: only a lock that someone else holds is a reason not to write.
     const bool taken = ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
@@ -163,17 +202,17 @@ std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> 
 {
     const iovec parts[2] = {{first.data(), std::min(first.size(), kMostAtOnce)},
                             {second.data(), first.size() > kMostAtOnce ? 0 : second.size()}};
-    return repeatInterrupted([&] { return ::readv(file, parts, 2); });
+    return transfer(file, true, [&] { return ::readv(file, parts, 2); });
 }
 
 std::int64_t read(int file, void* bytes, std::size_t length)
 {
-    return repeatInterrupted([&] { return ::read(file, bytes, std::min(length, kMostAtOnce)); });
+    return transfer(file, true, [&] { return ::read(file, bytes, std::min(length, kMostAtOnce)); });
 }
 
 std::int64_t write(int file, const void* bytes, std::size_t length)
 {
-    return repeatInterrupted([&] { return ::write(file, bytes, std::min(length, kMostAtOnce)); });
+    return transfer(file, false, [&] { return ::write(file, bytes, std::min(length, kMostAtOnce)); });
 }
 
 std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces)
@@ -182,7 +221,7 @@ std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> p
     const std::size_t count = std::min<std::size_t>(pieces.size(), 64);
     for (std::size_t i = 0; i < count; ++i)
         parts[i] = {const_cast<std::byte*>(pieces[i].data()), pieces[i].size()};
-    return repeatInterrupted([&] { return ::writev(file, parts, static_cast<int>(count)); });
+    return transfer(file, false, [&] { return ::writev(file, parts, static_cast<int>(count)); });
 }
 
 int close(int file)

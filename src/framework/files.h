@@ -19,7 +19,8 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 /// Opens a file as fopen() does; `path` is UTF-8 also on Windows. `mode` should hold "b".
 File openFile(const std::string& path, const char* mode);
 
-/// Unbuffered descriptor calls, as the systems have them; results as in POSIX.
+/// Unbuffered descriptor calls, as the systems have them; results as in POSIX. Where they would block, for
+/// the other end of a pipe say, they wait until the host is interrupted, which is EINTR.
 namespace rawfile {
 enum class Access
 {
@@ -35,7 +36,7 @@ inline constexpr std::uint64_t kUnlimited = UINT64_MAX;
 std::uint64_t sizeLimit(int file);
 /// Cuts a regular file and goes on writing at its end; false when that is not possible.
 bool truncate(int file, std::uint64_t size);
-/// Bytes transferred, 0 at the end of the file, -1 on an error. Interrupted calls are repeated.
+/// Bytes transferred, 0 at the end of the file, -1 on an error. Calls that a signal cut short are repeated.
 std::int64_t read(int file, void* bytes, std::size_t length);
 /// Fills the first place, then the second, in one call where the system can.
 std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second);

@@ -155,7 +155,9 @@ class TestDevice final : public CaptureDevice
                 queue.push(frame);
             }
         } catch (const std::exception& error) {
-            queue.fail(error.what());
+            queue.fail("%s", error.what());
+        } catch (const char* text) {
+            queue.fail("%s", text);
         }
     }
     FrameQueue::Clock::duration after(std::uint64_t frames) const

@@ -215,7 +215,7 @@ void V4l2Device::run(FrameQueue& queue)
             error = deliverFrame(queue);
         else if (waits[0].revents != 0)
             error = ENODEV;  // unplugged, or its streaming was ended from outside
-        if (error != 0) return queue.fail("camera " + path_ + ": no more frames (" + reason(error) + ")");
+        if (error != 0) return queue.fail("camera %s: no more frames (%s)", path_.c_str(), ::strerror(error));
     }
 }
 

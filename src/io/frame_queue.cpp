@@ -1,13 +1,16 @@
 #include "io/frame_queue.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <utility>
 
 #include "framework/print.h"
+#include "framework/waits.h"
 #include "scansteps/error.h"
+#include "scansteps/host_services.h"
 
 namespace scansteps {
 
@@ -23,7 +26,7 @@ void FrameQueue::open(const CaptureFormat& format)
     spare_.clear();
     taken_ = {};
     frameReady_ = closed_ = false;
-    failure_.clear();
+    failure_[0] = 0;
     short_ = skipped_ = 0;
 }
 
@@ -95,13 +98,18 @@ try {
         std::fflush(stdout);
     }
 } catch (const std::exception& error) {
-    fail(error.what());
+    fail("%s", error.what());
 }
 
-void FrameQueue::fail(std::string reason)
+void FrameQueue::fail(const char* format, ...) noexcept
 {
-    const std::lock_guard guard(lock_);
-    failure_ = std::move(reason);
+    std::va_list values;
+    va_start(values, format);
+    {
+        const std::lock_guard guard(lock_);
+        std::vsnprintf(failure_, sizeof failure_, format, values);
+    }
+    va_end(values);
     arrived_.notify_all();
 }
 
@@ -129,16 +137,19 @@ std::span<const std::byte> FrameQueue::take(int timeoutMs)
         if (!frames_.empty()) {
             taken_ = std::move(frames_.front());
             frames_.pop_front();
-        } else if (!failure_.empty()) {
-            failf("%s", failure_.c_str());
+        } else if (failure_[0] != 0) {
+            failf("%s", failure_);
         }
         frameReady_ = false;
         moved_.notify_all();
-        const auto wakes = [&] { return frameReady_ || !failure_.empty(); };
-        if (timeoutMs <= 0)
-            arrived_.wait(guard, wakes);
-        else if (!arrived_.wait_until(guard, deadline, wakes))
-            scansteps::fail("capture timeout");
+        while (!frameReady_ && failure_[0] == 0) {
+            if (hostInterrupted()) scansteps::fail("interrupted");
+            const auto now = Clock::now();
+            if (timeoutMs > 0 && now >= deadline) scansteps::fail("capture timeout");
+            // In slices, as the host has no way to signal the condition.
+            const auto slice = now + std::chrono::milliseconds(waits::kSliceMs);
+            arrived_.wait_until(guard, timeoutMs > 0 ? std::min(slice, deadline) : slice);
+        }
     }
     return {taken_.bytes.get(), taken_.size};
 }

@@ -10,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <span>
-#include <string>
 #include <vector>
 
 namespace scansteps {
@@ -48,8 +47,8 @@ class FrameQueue
     /// is shorter than its format needs is dropped and counted; of a longer one mostBytes() are kept. Prints
     /// "i" when three or more frames are waiting then. Never throws: without memory the frames end.
     void push(std::span<const std::byte> frame, std::size_t pitch = 0) noexcept;
-    /// No frame will come any more, for this reason.
-    void fail(std::string reason);
+    /// No frame will come any more, for this reason, as printf() makes it.
+    void fail(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
     /// Waits until the consumer has taken everything; false when the queue was closed.
     bool waitUntilTaken();
     /// False when the queue was closed before that time.
@@ -59,7 +58,7 @@ class FrameQueue
 
     /// The newest frame, after the one behind it has arrived: the caller is paced by the device. Valid until
     /// the next call. Waits for ever when `timeoutMs` is 0, else throws "capture timeout" after that long.
-    /// Throws the device's reason when no frame will come any more.
+    /// Throws the device's reason when no frame will come any more, and "interrupted" with the host.
     std::span<const std::byte> take(int timeoutMs);
 
     /// Frames dropped as too short.
@@ -86,7 +85,7 @@ class FrameQueue
     Frame taken_;
     bool frameReady_ = false;
     bool closed_ = false;
-    std::string failure_;
+    char failure_[1024] = "";
     std::uint64_t short_ = 0, skipped_ = 0;
 };
 

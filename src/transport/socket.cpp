@@ -1,11 +1,10 @@
 #include "scansteps/socket.h"
 
-#include <chrono>
 #include <cstdio>
 #include <limits>
-#include <thread>
 
 #include "framework/print.h"
+#include "framework/waits.h"
 #include "scansteps/error.h"
 #include "transport/socket_layer.h"
 
@@ -48,7 +47,7 @@ socketlayer::Socket connectPatiently(socketlayer::Address address)
         print::line("result = -1");
         print::line("Connect Error ,retry");
         std::fflush(stdout);
-        std::this_thread::sleep_for(std::chrono::seconds(1));
+        if (waits::pause(1000) == waits::Wait::Interrupted) break;
     }
     print::line("Connect Error ");
     return socketlayer::kNone;
@@ -60,7 +59,7 @@ USock::USock(std::uint16_t port)
 {
     if (!startLibrary()) return;
     const auto listening = openPort({0, port}, 1);
-    socket_ = socketlayer::accept(listening);
+    if (socketlayer::waitReadable(listening, waits::kForever)) socket_ = socketlayer::accept(listening);
     socketlayer::close(listening);
     if (socket_ == socketlayer::kNone) return;
     print::line("accept income");
@@ -139,12 +138,12 @@ void USock::read(void* bytes, std::size_t length)
 std::int64_t USock::receiveSome(std::span<std::byte> first, std::span<std::byte> second)
 {
     static_assert(kTimedOut == socketlayer::kTimedOut);
-    return connected_ ? socketlayer::receive(socket_, first, second) : kClosed;
+    return connected_ ? socketlayer::receive(socket_, first, second, receiveTimeout_) : kClosed;
 }
 
 void USock::setReceiveTimeout(int milliseconds)
 {
-    if (connected_) socketlayer::setReceiveTimeout(socket_, milliseconds);
+    receiveTimeout_ = milliseconds > 0 ? milliseconds : waits::kForever;
 }
 
 void USock::sendSamples(std::span<const std::uint16_t> samples)

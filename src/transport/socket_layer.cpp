@@ -3,17 +3,18 @@
 #include <algorithm>
 #include <cstring>
 
+#include "framework/waits.h"
+
 #ifdef _WIN32
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #else
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@ namespace scansteps::socketlayer {
 namespace {
 
 constexpr std::size_t kMostPieces = 64;
+constexpr int kConnectMs = 10000;
 
 #ifdef _WIN32
 
@@ -40,9 +42,20 @@ bool interrupted()
     return false;
 }
 
-bool timedOut()
+bool wouldBlock()
 {
-    return WSAGetLastError() == WSAETIMEDOUT;
+    return WSAGetLastError() == WSAEWOULDBLOCK;
+}
+
+bool connecting()
+{
+    return wouldBlock();
+}
+
+void setNonBlocking(SOCKET socket)
+{
+    u_long on = 1;
+    (void)ioctlsocket(socket, FIONBIO, &on);
 }
 
 int closeNative(SOCKET socket)
@@ -66,9 +79,20 @@ bool interrupted()
     return errno == EINTR;
 }
 
-bool timedOut()
+bool wouldBlock()
 {
     return errno == EAGAIN || errno == EWOULDBLOCK;
+}
+
+bool connecting()
+{
+    return errno == EINPROGRESS || errno == EINTR;
+}
+
+void setNonBlocking(int socket)
+{
+    const int flags = ::fcntl(socket, F_GETFL);
+    if (flags >= 0) (void)::fcntl(socket, F_SETFL, flags | O_NONBLOCK);
 }
 
 int closeNative(int socket)
@@ -94,18 +118,11 @@ void setOption(Socket socket, int level, int name, const T& value)
                        static_cast<OptionLength>(sizeof value));
 }
 
-void setTimeout(Socket socket, int name, int milliseconds)
-{
-#ifdef _WIN32
-    setOption(socket, SOL_SOCKET, name, static_cast<DWORD>(milliseconds));
-#else
-    setOption(socket, SOL_SOCKET, name, timeval{milliseconds / 1000, milliseconds % 1000 * 1000});
-#endif
-}
-
-// What every connected socket gets: records leave at once, and no signal tells that the peer is gone.
+// What every connected socket gets: records leave at once, no signal tells that the peer is gone, and what
+// would block waits where an interrupt ends it.
 void prepareConnected(Socket socket)
 {
+    setNonBlocking(native(socket));
     setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
 #ifdef SO_NOSIGPIPE
     setOption(socket, SOL_SOCKET, SO_NOSIGPIPE, 1);
@@ -185,7 +202,9 @@ std::string dotted(std::uint32_t ip)
 
 Socket create()
 {
-    return static_cast<Socket>(::socket(AF_INET, SOCK_STREAM | kCloseOnExec, IPPROTO_TCP));
+    const auto created = static_cast<Socket>(::socket(AF_INET, SOCK_STREAM | kCloseOnExec, IPPROTO_TCP));
+    if (created != kNone) setNonBlocking(native(created));
+    return created;
 }
 
 bool bind(Socket socket, Address address)
@@ -218,10 +237,15 @@ Socket accept(Socket socket)
 bool connect(Socket socket, Address address)
 {
     const sockaddr_in remote = nativeAddress(address);
-    setTimeout(socket, SO_SNDTIMEO, 10000);  // bounds the connecting, too, where the system is kind
-    if (::connect(native(socket), reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0)
-        return false;
-    setTimeout(socket, SO_SNDTIMEO, 0);
+    if (::connect(native(socket), reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0) {
+        if (!connecting() || waits::writable(socket, kConnectMs, 0) != waits::Wait::Ready) return false;
+        int error = 0;
+        OptionLength length = sizeof error;
+        if (::getsockopt(native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) !=
+                0 ||
+            error != 0)
+            return false;
+    }
     prepareConnected(socket);
     return true;
 }
@@ -240,22 +264,13 @@ Address peerAddress(Socket socket)
 
 bool waitReadable(Socket socket, int milliseconds)
 {
-    pollfd waiting{};
-    waiting.fd = native(socket);
-    waiting.events = POLLIN;
-#ifdef _WIN32
-    return WSAPoll(&waiting, 1, milliseconds) > 0;
-#else
-    return ::poll(&waiting, 1, milliseconds) > 0;
-#endif
+    return waits::readable(socket, milliseconds) == waits::Wait::Ready;
 }
 
-void setReceiveTimeout(Socket socket, int milliseconds)
-{
-    setTimeout(socket, SO_RCVTIMEO, milliseconds);
-}
+namespace {
 
-std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pieces)
+// One transfer: bytes, 0 or -1.
+std::int64_t sendOnce(Socket socket, std::span<const std::span<const std::byte>> pieces)
 {
     const std::size_t count = std::min(pieces.size(), kMostPieces);
 #ifdef _WIN32
@@ -268,8 +283,7 @@ std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pie
                        reinterpret_cast<char*>(const_cast<std::byte*>(piece.data()))};
     }
     DWORD sent = 0;
-    if (::WSASend(native(socket), parts, used, &sent, 0, nullptr, nullptr) != 0) return -1;
-    return sent;
+    return ::WSASend(native(socket), parts, used, &sent, 0, nullptr, nullptr) == 0 ? std::int64_t{sent} : -1;
 #else
     iovec parts[kMostPieces];
     for (std::size_t i = 0; i < count; ++i)
@@ -282,14 +296,11 @@ std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pie
 #else
     constexpr int kFlags = 0;
 #endif
-    for (;;) {
-        const auto sent = ::sendmsg(native(socket), &message, kFlags);
-        if (sent >= 0 || !interrupted()) return sent;
-    }
+    return ::sendmsg(native(socket), &message, kFlags);
 #endif
 }
 
-std::int64_t receive(Socket socket, std::span<std::byte> first, std::span<std::byte> second)
+std::int64_t receiveOnce(Socket socket, std::span<std::byte> first, std::span<std::byte> second)
 {
 #ifdef _WIN32
     WSABUF parts[2] = {
@@ -297,21 +308,39 @@ std::int64_t receive(Socket socket, std::span<std::byte> first, std::span<std::b
         {static_cast<ULONG>(first.size() > kMostAtOnce ? 0 : second.size()),
          reinterpret_cast<char*>(second.data())}};
     DWORD received = 0, flags = 0;
-    if (WSARecv(native(socket), parts, second.empty() ? 1 : 2, &received, &flags, nullptr, nullptr) == 0)
-        return received;
-    return timedOut() ? kTimedOut : -1;
+    const int result =
+        WSARecv(native(socket), parts, second.empty() ? 1 : 2, &received, &flags, nullptr, nullptr);
+    return result == 0 ? std::int64_t{received} : -1;
 #else
     iovec parts[2] = {{first.data(), first.size()}, {second.data(), second.size()}};
     msghdr message{};
     message.msg_iov = parts;
     message.msg_iovlen = second.empty() ? 1 : 2;
+    return ::recvmsg(native(socket), &message, 0);
+#endif
+}
+
+}  // namespace
+
+std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pieces)
+{
     for (;;) {
-        const auto received = ::recvmsg(native(socket), &message, 0);
+        const std::int64_t sent = sendOnce(socket, pieces);
+        if (sent >= 0) return sent;
+        if (interrupted()) continue;
+        if (!wouldBlock() || waits::writable(socket) == waits::Wait::Interrupted) return -1;
+    }
+}
+
+std::int64_t receive(Socket socket, std::span<std::byte> first, std::span<std::byte> second, int milliseconds)
+{
+    for (;;) {
+        const std::int64_t received = receiveOnce(socket, first, second);
         if (received >= 0) return received;
         if (interrupted()) continue;
-        return timedOut() ? kTimedOut : -1;
+        if (!wouldBlock()) return -1;
+        if (waits::readable(socket, milliseconds) != waits::Wait::Ready) return kTimedOut;
     }
-#endif
 }
 
 void close(Socket socket)

@@ -1,4 +1,5 @@
 // The few socket operations that byte streams need, the same over Windows Sockets and BSD sockets. IPv4.
+// Every wait ends when the host is interrupted.
 #pragma once
 
 #include <cstddef>
@@ -42,14 +43,15 @@ Address localAddress(Socket socket);
 Address peerAddress(Socket socket);
 /// True when something can be received or accepted within that time; -1: for ever.
 bool waitReadable(Socket socket, int milliseconds);
-void setReceiveTimeout(Socket socket, int milliseconds);
 
 /// One send of at most the first 64 pieces, without a signal when the peer is gone. Bytes sent, 0 or less on
 /// an error.
 std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pieces);
 inline constexpr std::int64_t kTimedOut = -2;
-/// One receive into the first place, then the second. 0 when the peer has closed, -1 on an error, kTimedOut.
-std::int64_t receive(Socket socket, std::span<std::byte> first, std::span<std::byte> second);
+/// One receive into the first place, then the second. 0 when the peer has closed, -1 on an error, kTimedOut
+/// when nothing came in that time (-1: for ever) or before an interrupt.
+std::int64_t receive(Socket socket, std::span<std::byte> first, std::span<std::byte> second,
+                     int milliseconds = -1);
 /// Shuts both directions down and closes.
 void close(Socket socket);
 
