@@ -30,10 +30,13 @@ class USock : public BIO
     USock& operator=(const USock&) = delete;
 
     bool isClient() const { return isClient_; }
-    /// While false all writes are dropped. Becomes false when the peer is gone.
+    /// False when no connection came about, and after one broke.
     bool connected() const { return connected_; }
+    /// What the system said of the connection that did not come about or broke; "" when it said nothing.
+    const std::string& reason() const { return reason_; }
 
-    /// Does nothing while unconnected. Throws "write error", once, when the peer is gone.
+    /// Does nothing when no connection came about. Throws "write error" when the peer is gone, then and on
+    /// every later write.
     void write(const void* bytes, std::size_t length) override;
     void writeGather(std::span<const std::span<const std::byte>> pieces) override;
     /// Throws "read error" when fewer bytes arrive, also while unconnected.
@@ -58,12 +61,14 @@ class USock : public BIO
   private:
     friend class Listener;
     explicit USock(std::intptr_t accepted);
-    void disconnect();
+    [[noreturn]] void refuseWrite();
 
     std::intptr_t socket_ = -1;
     bool isClient_ = false;
     bool connected_ = false;
     int receiveTimeout_ = -1;
+    bool broken_ = false;
+    std::string reason_;
     ReadAhead ahead_;
 };
 
@@ -73,6 +78,7 @@ class Sender : public BIO
   public:
     Sender(const std::string& host, std::uint16_t port) : socket_(host, port) {}
     bool connected() const { return socket_.connected(); }
+    const std::string& reason() const { return socket_.reason(); }
     void write(const void* bytes, std::size_t length) override { socket_.write(bytes, length); }
     void read(void* bytes, std::size_t length) override { socket_.read(bytes, length); }
     void writeGather(std::span<const std::span<const std::byte>> pieces) override

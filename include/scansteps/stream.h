@@ -70,22 +70,34 @@ class BIOfs : public BIO
     BIOfs& operator=(const BIOfs&) = delete;
 
     /// A write that fails (full disk, limit of the file size) takes back what it has put into a regular file,
-    /// so that a file of records ends with a whole one.
+    /// so that a file of records ends with a whole one, and closes the file: all later writes fail, too.
     void write(const void* bytes, std::size_t length) override;
     void read(void* bytes, std::size_t length) override;
     void writeGather(std::span<const std::span<const std::byte>> pieces) override;
 
     bool isOpen() const { return file_ >= 0; }
-    bool isOutput() const { return isOutput_; }
-    /// True when an input stream stands at the end of its file, so that no further record begins.
+    const std::string& path() const { return path_; }
+    /// True when an input stream stands at the end of its file, so that no further record begins. Throws
+    /// "read error" when the file cannot be read there.
     bool atEnd();
     /// Bytes read or written so far.
     std::uint64_t position() const { return position_; }
     /// Closes the file; throws "write error" when the system could not keep what was written.
     void close();
 
+    /// Whether the system reported an error; that a file ends too early is none.
+    bool failed() const { return error_ != 0; }
+    /// What the system said of the last error; "" when there was none.
+    std::string reason() const;
+    /// Tells the host file and reason (Trouble::FileFailed), then throws "read error" or "write error".
+    [[noreturn]] void raise() const;
+
   private:
+    std::int64_t noted(std::int64_t received);
+
+    std::string path_;
     int file_ = -1;
+    int error_ = 0;  // errno of the last error
     bool isOutput_ = false;
     std::uint64_t position_ = 0;
     std::uint64_t sizeLimit_ = 0;

@@ -1,8 +1,12 @@
 // Files as byte streams: whole writes or none, and one system call a record where the system gathers.
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
 
 #include "framework/files.h"
 #include "scansteps/error.h"
+#include "scansteps/host_services.h"
 #include "scansteps/stream.h"
 
 namespace scansteps {
@@ -39,10 +43,14 @@ bool writeAll(int file, std::span<const std::span<const std::byte>> pieces)
 }  // namespace
 
 BIOfs::BIOfs(const std::string& path, Mode mode)
-    : file_(rawfile::open(path, mode == Mode::Read ? rawfile::Access::Read : rawfile::Access::Truncate)),
+    : path_(path),
+      file_(rawfile::open(path, mode == Mode::Read ? rawfile::Access::Read : rawfile::Access::Truncate)),
       isOutput_(mode == Mode::Write)
 {
-    if (file_ >= 0 && isOutput_) sizeLimit_ = rawfile::sizeLimit(file_);
+    if (file_ < 0)
+        error_ = errno;
+    else if (isOutput_)
+        sizeLimit_ = rawfile::sizeLimit(file_);
 }
 
 BIOfs::~BIOfs()
@@ -53,9 +61,24 @@ BIOfs::~BIOfs()
 void BIOfs::close()
 {
     if (file_ < 0) return;
-    const int result = rawfile::close(file_);
-    file_ = -1;
-    if (result != 0 && isOutput_) fail("write error");
+    const int result = rawfile::close(std::exchange(file_, -1));
+    if (result == 0 || !isOutput_) return;
+    error_ = errno;
+    raise();
+}
+
+std::string BIOfs::reason() const
+{
+    if (error_ == 0) return "";
+    if (error_ == EBUSY) return "in use by another step or program";
+    return std::generic_category().message(error_);
+}
+
+void BIOfs::raise() const
+{
+    notifyHost(Trouble::FileFailed, "", path_.c_str(),
+               !isOutput_ && !failed() ? "unexpected end of file" : reason().c_str());
+    fail(isOutput_ ? "write error" : "read error");
 }
 
 void BIOfs::write(const void* bytes, std::size_t length)
@@ -68,32 +91,49 @@ void BIOfs::writeGather(std::span<const std::span<const std::byte>> pieces)
 {
     std::uint64_t length = 0;
     for (const auto piece : pieces) length += piece.size();
-    if (file_ < 0 || !isOutput_ || length > sizeLimit_ - std::min(sizeLimit_, position_)) fail("write error");
-    const rawfile::NoPipeSignal quiet(sizeLimit_ == rawfile::kUnlimited);
-    if (writeAll(file_, pieces))
-        position_ += length;
-    else {
-        rawfile::truncate(file_, position_);
-        fail("write error");
+    if (!isOutput_) fail("write error");
+    if (file_ < 0) raise();
+    const bool fits = length <= sizeLimit_ - std::min(sizeLimit_, position_);
+    {
+        const rawfile::NoPipeSignal quiet(sizeLimit_ == rawfile::kUnlimited);
+        errno = fits ? 0 : EFBIG;
+        if (fits && writeAll(file_, pieces)) {
+            position_ += length;
+            return;
+        }
+        error_ = errno != 0 ? errno : ENOSPC;
     }
+    rawfile::truncate(file_, position_);
+    rawfile::close(std::exchange(file_, -1));
+    raise();
 }
 
 void BIOfs::read(void* bytes, std::size_t length)
 {
-    if (file_ < 0 || isOutput_) fail("read error");
+    if (isOutput_) fail("read error");
+    if (file_ < 0) raise();
     const std::size_t done =
         ahead_.read(static_cast<std::byte*>(bytes), length,
                     [this](std::byte* to, std::size_t count, std::byte* ahead, std::size_t aheadCount) {
-                        return rawfile::readTwo(file_, {to, count}, {ahead, aheadCount});
+                        return noted(rawfile::readTwo(file_, {to, count}, {ahead, aheadCount}));
                     });
     position_ += done;
-    if (done != length) fail("read error");
+    if (done != length) raise();
 }
 
 bool BIOfs::atEnd()
 {
     if (file_ < 0 || isOutput_) return true;
-    return !ahead_.fill([this](std::byte* to, std::size_t count) { return rawfile::read(file_, to, count); });
+    const bool more = ahead_.fill(
+        [this](std::byte* to, std::size_t count) { return noted(rawfile::read(file_, to, count)); });
+    if (!more && failed()) raise();
+    return !more;
+}
+
+std::int64_t BIOfs::noted(std::int64_t received)
+{
+    error_ = received < 0 ? errno : 0;
+    return received;
 }
 
 }  // namespace scansteps

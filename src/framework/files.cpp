@@ -178,7 +178,9 @@ int open(const std::string& path, Access access)
     // Not every file system has locks: only a lock that someone else holds is a reason not to write.
     const bool taken = ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
     if (toWrite && (taken || ::ftruncate(file, 0) != 0)) {
+        const int error = taken ? EBUSY : errno;
         ::close(file);
+        errno = error;
         return -1;
     }
     return file;

@@ -5,7 +5,6 @@
 #include "framework/embedded_frame.h"
 #include "framework/print.h"
 #include "framework/step_factory.h"
-#include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
@@ -35,7 +34,7 @@ void merge(varitype& into, const varitype& from)
 void RecordingPlayer::start(const std::string& path, varitype& params)
 {
     recording_.open(path);
-    if (!recording_.isOpen()) fail("read error");
+    if (!recording_.isOpen()) recording_.refuse("read error");
     varitype working = copyRecord(params);
     merge(working, recording_.next());
     working.set("eventType", event::kInit);

@@ -29,10 +29,6 @@ void FileSaver::init(varitype& params)
 {
     close();  // before the new file is opened, which may have the same name
     file_ = std::make_unique<BIOfs>(Settings(*this, params).text("save.name"), BIOfs::Mode::Write);
-    if (!file_->isOpen()) {
-        file_.reset();
-        fail("write error");
-    }
     writeRecord(*file_, params);
     forward(*this, params);
 }
@@ -40,7 +36,8 @@ void FileSaver::init(varitype& params)
 void FileSaver::process(varitype& params)
 {
     StepTimer timer(*this);
-    append(params);
+    if (!file_) fail("write error");
+    writeEvent(*file_, params);
     timer.stop();
     forward(*this, params);
 }
@@ -49,19 +46,15 @@ void FileSaver::flush(varitype& params)
 {
     finishThen(
         [&] {
-            if (file_) writeRecord(*file_, params);
-            close();
+            // The stream is gone afterwards, also when its last record or closing it is an error.
+            const std::unique_ptr<BIOfs> file = std::move(file_);
+            if (!file) return;
+            writeRecord(*file, params);
+            file->close();
         },
         [&] { CPUBase::flush(params); });
 }
 
-void FileSaver::append(const varitype& record)
-{
-    if (!file_) fail("write error");
-    writeEvent(*file_, record);
-}
-
-// The stream is gone afterwards, also when closing it is an error.
 void FileSaver::close()
 {
     const std::unique_ptr<BIOfs> file = std::move(file_);

@@ -19,10 +19,9 @@ class FileSaver final : public CPUBase
     void flush(varitype& params) override;
 
   private:
-    void append(const varitype& record);
     void close();
 
-    std::unique_ptr<BIOfs> file_;  // from init to flush
+    std::unique_ptr<BIOfs> file_;  // from init to flush; one that failed refuses all further records
 };
 
 }  // namespace scansteps

@@ -1,10 +1,12 @@
 // A recording as the players read it: one record after the other, errors in the words of the players.
 #pragma once
 
+#include <cstring>
 #include <memory>
 #include <string>
 
 #include "scansteps/error.h"
+#include "scansteps/host_services.h"
 #include "scansteps/stream.h"
 
 namespace scansteps {
@@ -13,22 +15,36 @@ class Recording
 {
   public:
     /// Opens the file, replacing an earlier one. A file that cannot be opened is reported by next().
-    void open(const std::string& path)
-    {
-        file_ = std::make_unique<BIOfs>(path, BIOfs::Mode::Read);
-        if (!file_->isOpen()) file_.reset();
-    }
-    bool isOpen() const { return file_ != nullptr; }
+    void open(const std::string& path) { file_ = std::make_unique<BIOfs>(path, BIOfs::Mode::Read); }
+    bool isOpen() const { return file_ != nullptr && file_->isOpen(); }
 
     /// The next record. Throws "error file read" when no file is open, "read error" when the file ends and
     /// "Read Error" when it is damaged. The record's first array of the size of `spare` takes its storage.
     varitype next(Array* spare = nullptr)
     {
-        if (!file_) fail("error file read");
-        return readRecord(*file_, {}, spare);
+        if (!isOpen()) refuse("error file read");
+        const std::uint64_t begin = file_->position();
+        try {
+            return readRecord(*file_, {}, spare);
+        } catch (const char* text) {
+            if (std::strcmp(text, "Read Error") == 0) tell("damaged record at byte " + std::to_string(begin));
+            throw;
+        }
+    }
+
+    /// Throws `text`; where a file could not be opened, the host is told which and why.
+    [[noreturn]] void refuse(const char* text) const
+    {
+        if (file_) tell(file_->reason());
+        fail(text);
     }
 
   private:
+    void tell(const std::string& reason) const
+    {
+        notifyHost(Trouble::FileFailed, "", file_->path().c_str(), reason.c_str());
+    }
+
     std::unique_ptr<BIOfs> file_;
 };
 

@@ -20,10 +20,7 @@ void CPUDump::init(varitype& params)
     row_ = settings.integer("dump.row");
     close();
     file_ = std::make_unique<BIOfs>(settings.text("dump.name"), BIOfs::Mode::Write);
-    if (!file_->isOpen()) {
-        file_.reset();
-        fail("write error");
-    }
+    if (!file_->isOpen()) file_->raise();
     formatOrMismatch(*this, params, format::kNone);
     print::field(width, " W\n");
     print::field(settings.integer("numberOfViews"), " numberOfViews\n");

@@ -4,6 +4,7 @@
 #include "framework/print.h"
 #include "framework/step_factory.h"
 #include "scansteps/frame.h"
+#include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
 namespace scansteps {
@@ -19,7 +20,7 @@ void CPUSender::dispatch(varitype& params)
             CPUBase::dispatch(params);
             break;
         default:
-            if (connected()) writeRecord(*sender_, params);
+            send([&](BIO& to) { writeRecord(to, params); });
             forward(*this, params);
             break;
     }
@@ -35,8 +36,10 @@ void CPUSender::init(varitype& params)
     const varitype sent = copyRecord(params);  // as it came, whatever the format is found to be
     formatOrMismatch(*this, params, format::kF1x32);
     sender_.reset();  // the receiver may serve one connection at a time
+    receiver_ = host + ":" + std::to_string(port);
     sender_ = std::make_unique<Sender>(host, static_cast<std::uint16_t>(port));
-    if (connected()) writeRecord(*sender_, sent);
+    hadReceiver_ = sender_->connected();
+    send([&](BIO& to) { writeRecord(to, sent); });
     forward(*this, params);
 }
 
@@ -44,21 +47,37 @@ void CPUSender::init(varitype& params)
 void CPUSender::process(varitype& params)
 {
     StepTimer timer(*this);
-    if (connected()) writeEvent(*sender_, params);
+    send([&](BIO& to) { writeEvent(to, params); });
     timer.stop();
     forward(*this, params);
 }
 
 void CPUSender::flush(varitype& params)
 {
-    finishThen(
-        [&] {
-            if (connected()) writeRecord(*sender_, params);
-        },
-        [&] {
-            print::timing("sender::flush::", time);
-            forward(*this, params);
-        });
+    finishThen([&] { send([&](BIO& to) { writeRecord(to, params); }); },
+               [&] {
+                   print::timing("sender::flush::", time);
+                   forward(*this, params);
+               });
+}
+
+template <class Write>
+void CPUSender::send(Write write)
+{
+    if (!sender_) return;
+    const auto tell = [this](Trouble trouble) {
+        notifyHost(trouble, getName(), receiver_.c_str(), sender_->reason().c_str());
+    };
+    if (!hadReceiver_) return tell(Trouble::RecordNotSent);
+    try {
+        write(*sender_);
+    } catch (const char*) {
+        if (!sender_->connected()) {
+            tell(Trouble::RecordNotSent);
+            tell(Trouble::FileFailed);
+        }
+        throw;
+    }
 }
 
 }  // namespace scansteps

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "scansteps/chain.h"
 #include "scansteps/socket.h"
@@ -19,8 +20,12 @@ class CPUSender final : public CPUBase
     void flush(varitype& params) override;
 
   private:
-    bool connected() const { return sender_ && sender_->connected(); }
+    /// Calls `write` with the connection. Tells the host of a record that is not sent.
+    template <class Write>
+    void send(Write write);
 
+    std::string receiver_;  // host:port
+    bool hadReceiver_ = false;
     std::unique_ptr<Sender> sender_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <limits>
+#include <utility>
 
 #include "framework/print.h"
 #include "framework/waits.h"
@@ -36,12 +37,13 @@ socketlayer::Socket openPort(socketlayer::Address address, int backlog)
 }
 
 // Four attempts, a second apart.
-socketlayer::Socket connectPatiently(socketlayer::Address address)
+socketlayer::Socket connectPatiently(socketlayer::Address address, std::string& reason)
 {
     for (int attempt = 1;; ++attempt) {
         // A socket whose connecting has failed is of no further use on every system.
         const auto socket = socketlayer::create();
         if (socket != socketlayer::kNone && socketlayer::connect(socket, address)) return socket;
+        reason = socketlayer::lastError();
         socketlayer::close(socket);
         if (attempt == 4) break;
         print::line("result = -1");
@@ -71,11 +73,12 @@ USock::USock(const std::string& host, std::uint16_t port) : isClient_(true)
     if (!startLibrary()) return;
     const auto resolved = socketlayer::resolve(host);
     if (!resolved) {
+        reason_ = "unknown host";
         print::line("!phostent error");
         return;
     }
     print::line("Your Server is " + resolved->name + " " + socketlayer::dotted(resolved->ip));
-    socket_ = connectPatiently({resolved->ip, port});
+    socket_ = connectPatiently({resolved->ip, port}, reason_);
     connected_ = socket_ != socketlayer::kNone;
 }
 
@@ -86,11 +89,15 @@ USock::~USock()
     socketlayer::close(socket_);
 }
 
-void USock::disconnect()
+void USock::refuseWrite()
 {
-    connected_ = false;
-    socketlayer::close(socket_);
-    socket_ = socketlayer::kNone;
+    if (connected_) {
+        reason_ = socketlayer::lastError();
+        connected_ = false;
+        broken_ = true;
+        socketlayer::close(std::exchange(socket_, socketlayer::kNone));
+    }
+    fail("write error");
 }
 
 void USock::write(const void* bytes, std::size_t length)
@@ -101,6 +108,7 @@ void USock::write(const void* bytes, std::size_t length)
 
 void USock::writeGather(std::span<const std::span<const std::byte>> pieces)
 {
+    if (broken_) refuseWrite();
     if (!connected_) return;
     std::vector<std::span<const std::byte>> rest(pieces.begin(), pieces.end());
     std::size_t at = 0;
@@ -109,10 +117,7 @@ void USock::writeGather(std::span<const std::span<const std::byte>> pieces)
     };
     for (skipEmpty(); at < rest.size(); skipEmpty()) {
         const std::int64_t sent = socketlayer::send(socket_, std::span(rest).subspan(at));
-        if (sent <= 0) {
-            disconnect();
-            fail("write error");
-        }
+        if (sent <= 0) refuseWrite();
         auto done = static_cast<std::size_t>(sent);
         while (done != 0) {
             const std::size_t part = std::min(done, rest[at].size());

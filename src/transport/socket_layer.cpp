@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <system_error>
 
 #include "framework/waits.h"
 
@@ -63,6 +64,12 @@ int closeNative(SOCKET socket)
     return closesocket(socket);
 }
 
+void setLastError(int error)
+{
+    WSASetLastError(error);
+}
+
+constexpr int kTimeOut = WSAETIMEDOUT, kInterruption = WSAEINTR;
 constexpr int kShutBoth = SD_BOTH;
 constexpr int kCloseOnExec = 0;
 using OptionLength = int;
@@ -100,6 +107,12 @@ int closeNative(int socket)
     return ::close(socket);
 }
 
+void setLastError(int error)
+{
+    errno = error;
+}
+
+constexpr int kTimeOut = ETIMEDOUT, kInterruption = EINTR;
 constexpr int kShutBoth = SHUT_RDWR;
 #ifdef SOCK_CLOEXEC
 constexpr int kCloseOnExec = SOCK_CLOEXEC;
@@ -200,6 +213,15 @@ std::string dotted(std::uint32_t ip)
     return text;
 }
 
+std::string lastError()
+{
+#ifdef _WIN32
+    return std::system_category().message(WSAGetLastError());
+#else
+    return std::generic_category().message(errno);
+#endif
+}
+
 Socket create()
 {
     const auto created = static_cast<Socket>(::socket(AF_INET, SOCK_STREAM | kCloseOnExec, IPPROTO_TCP));
@@ -238,13 +260,14 @@ bool connect(Socket socket, Address address)
 {
     const sockaddr_in remote = nativeAddress(address);
     if (::connect(native(socket), reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0) {
-        if (!connecting() || waits::writable(socket, kConnectMs, 0) != waits::Wait::Ready) return false;
-        int error = 0;
+        if (!connecting()) return false;
+        int error = kTimeOut;
         OptionLength length = sizeof error;
-        if (::getsockopt(native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) !=
-                0 ||
-            error != 0)
+        if (waits::writable(socket, kConnectMs, 0) == waits::Wait::Ready &&
+            ::getsockopt(native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) != 0)
             return false;
+        setLastError(error);
+        if (error != 0) return false;
     }
     prepareConnected(socket);
     return true;
@@ -328,7 +351,10 @@ std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pie
         const std::int64_t sent = sendOnce(socket, pieces);
         if (sent >= 0) return sent;
         if (interrupted()) continue;
-        if (!wouldBlock() || waits::writable(socket) == waits::Wait::Interrupted) return -1;
+        if (!wouldBlock()) return -1;
+        if (waits::writable(socket) != waits::Wait::Interrupted) continue;
+        setLastError(kInterruption);
+        return -1;
     }
 }
 

@@ -32,6 +32,9 @@ bool start();
 std::optional<Resolved> resolve(const std::string& host);
 std::string dotted(std::uint32_t ip);
 
+/// What the system says of the last operation that failed.
+std::string lastError();
+
 Socket create();
 /// False when the address is taken.
 bool bind(Socket socket, Address address);

@@ -321,10 +321,21 @@ TEST(FileStream, IsNotOpenWhereThereIsNoFile)
     BIOfs in(dir / "missing", BIOfs::Mode::Read), out(dir / "no/such/folder", BIOfs::Mode::Write);
     EXPECT_FALSE(in.isOpen());
     EXPECT_FALSE(out.isOpen());
+    EXPECT_EQ(in.reason(), "No such file or directory");
     EXPECT_TRUE(in.atEnd());
     EXPECT_EQ(thrownText([&] { readRecord(in); }), "read error");
     EXPECT_EQ(thrownText([&] { writeRecord(out, Struct{}); }), "write error");
 }
+
+#ifndef _WIN32  // where a folder cannot be opened
+TEST(FileStream, ThatCannotBeReadBetweenTwoRecordsIsNotAtItsEnd)
+{
+    const test::TempDir dir;
+    BIOfs in(dir.path().string(), BIOfs::Mode::Read);
+    EXPECT_EQ(thrownText([&] { in.atEnd(); }), "read error");
+    EXPECT_EQ(in.reason(), "Is a directory");
+}
+#endif
 
 TEST(FileStream, DoesNotOverwriteAFileThatIsBeingPlayed)
 {
@@ -363,11 +374,12 @@ TEST(FileStream, SizeLimitIsAWriteErrorThatLeavesWholeRecords)
     BIOfs out(dir / "run.rec", BIOfs::Mode::Write);
     for (int i = 0; i < 9; ++i) writeRecord(out, record);
     const std::string error = thrownText([&] { writeRecord(out, record); });
-    writeRecord(out, Struct{{"eventType", 1003}});  // a small one still fits
-    out.close();
+    const std::string later = thrownText([&] { writeRecord(out, Struct{}); });  // which would fit
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(error, "write error");
-    EXPECT_EQ(test::readFile(dir / "run.rec").size(), whole + recordSize(Struct{{"eventType", 1003}}));
+    EXPECT_EQ(later, "write error");
+    EXPECT_EQ(out.reason(), "File too large");
+    EXPECT_EQ(test::readFile(dir / "run.rec").size(), whole);
 }
 #endif
 

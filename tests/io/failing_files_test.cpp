@@ -160,6 +160,9 @@ TEST(FailingFiles, DiskThatFillsUpAnywhereLeavesWholeRecords)
                 written += error.empty();
             }
             ASSERT_LT(written, errors.size()) << room;
+            EXPECT_EQ(errors.back(), "write error");  // nothing after the failure is written or lost silently
+            EXPECT_EQ(chain.notices.back().file, dir / "run.rec");
+            EXPECT_EQ(chain.notices.back().reason, "No space left on device");
             ASSERT_EQ(recordsOf(dir / "run.rec").size(), written) << room;
             EXPECT_EQ(chain.arrived.back().eventType, 1003);  // the steps behind are flushed
         }

@@ -122,8 +122,12 @@ TEST(FileSaver, ReportsAFileThatCannotBeWritten)
     Chain chain({"filesaver"});
     EXPECT_EQ(thrownText([&] { chain.init(initFor(5, 3, {})); }), "[save] not found");
     EXPECT_EQ(thrownText([&] { chain.init(initFor(5, 3, saveTo(dir / "no/folder"))); }), "write error");
-    chain.flush();  // the steps behind are flushed all the same
+    // Nothing is lost unnoticed, and the steps after it are flushed all the same.
+    varitype own = Struct{{"eventType", 2000}};
+    EXPECT_EQ(thrownText([&] { chain.send(own); }), "write error");
+    EXPECT_EQ(thrownText([&] { chain.flush(); }), "write error");
     EXPECT_EQ(chain.arrived.back().eventType, 1003);
+    EXPECT_EQ(thrownText([&] { chain.flush(); }), "");
 }
 
 // Not on Windows, which has no limit on the size of files to stand for a full disk.

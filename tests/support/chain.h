@@ -12,6 +12,7 @@
 
 #include "scansteps/chain.h"
 #include "scansteps/handles.h"
+#include "scansteps/host_services.h"
 #include "scansteps/texture.h"
 
 extern "C" {
@@ -42,12 +43,25 @@ struct Arrived
     std::shared_ptr<Array> frame;  ///< a copy of the pixels under "handle", if there was one
 };
 
+/// What a step told the host.
+struct KeptNotice
+{
+    Trouble trouble;
+    std::string step, file, reason;
+};
+
 class Chain
 {
   public:
     explicit Chain(const std::vector<std::string>& kinds) : end_(*this)
     {
         fillFreeHandles(table_);
+        services_.context = &notices;
+        services_.notify = [](void* kept, const Notice& notice) {
+            static_cast<std::vector<KeptNotice>*>(kept)->push_back(
+                {notice.trouble, notice.step, notice.file, notice.reason});
+        };
+        installHostServices(table_, &services_);
         set_handles(&table_);
         for (const auto& kind : kinds) steps_.push_back(createStep(kind));
         for (std::size_t i = 0; i < steps_.size(); ++i)
@@ -108,6 +122,7 @@ class Chain
     StepBase& step(std::size_t index) { return static_cast<StepBase&>(*steps_[index]); }
 
     std::vector<Arrived> arrived;
+    std::vector<KeptNotice> notices;
 
   private:
     class End final : public cChain
@@ -127,6 +142,7 @@ class Chain
     };
 
     HandleTable table_;
+    HostServices services_;
     std::vector<std::unique_ptr<cChain>> steps_;
     std::unique_ptr<CTexture> own_;
     End end_;

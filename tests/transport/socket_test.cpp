@@ -128,6 +128,12 @@ TEST(CPUSender, WithoutAReceiverTheRunGoesOn)
     chain.process(&frame);
     chain.flush();
     EXPECT_EQ(chain.arrived.size(), 3U);
+    ASSERT_EQ(chain.notices.size(), 3U);
+    for (const test::KeptNotice& each : chain.notices) {
+        EXPECT_EQ(each.trouble, Trouble::RecordNotSent);
+        EXPECT_EQ(each.file, "127.0.0.1:" + std::to_string(port));
+        EXPECT_NE(each.reason, "");
+    }
 }
 
 TEST(CPUSender, UnknownHostLeavesItUnconnected)
@@ -139,7 +145,7 @@ TEST(CPUSender, UnknownHostLeavesItUnconnected)
     EXPECT_EQ(out, "!phostent error\n");
 }
 
-TEST(CPUSender, ReceiverThatGoesAwayIsOneWriteError)
+TEST(CPUSender, ReceiverThatGoesAwayIsAWriteErrorOfEveryLaterEvent)
 {
     Listener listener(0, "127.0.0.1");
     Chain chain({"sender"});
@@ -150,7 +156,8 @@ TEST(CPUSender, ReceiverThatGoesAwayIsOneWriteError)
     std::string error;
     for (int i = 0; i < 1000 && error.empty(); ++i) error = thrownText([&] { chain.process(&frame); });
     EXPECT_EQ(error, "write error");
-    chain.flush();
+    EXPECT_EQ(thrownText([&] { chain.process(&frame); }), "write error");
+    EXPECT_EQ(thrownText([&] { chain.flush(); }), "write error");
     EXPECT_EQ(chain.arrived.back().eventType, 1003);
 }
 
