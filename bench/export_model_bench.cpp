@@ -13,10 +13,10 @@
 
 #include "export/flt_writer.h"
 #include "export/obj_writer.h"
-#include "export/output_file.h"
 #include "export/ply_writer.h"
 #include "export/stl_writer.h"
 #include "export/vertex_normals.h"
+#include "framework/atomic_file.h"
 #include "ratio.h"
 #if defined(SCANSTEPS_PEER_ASSIMP)
 #include <assimp/scene.h>
@@ -93,7 +93,7 @@ void run(benchmark::State& state, const char* name, Write write)
         state.PauseTiming();
         std::filesystem::remove(path);  // every file is a new one
         state.ResumeTiming();
-        OutputFile file(path);
+        AtomicFile file(path);
         write(file, mesh);
         file.commit();
     }
@@ -102,11 +102,11 @@ void run(benchmark::State& state, const char* name, Write write)
 
 void ply(benchmark::State& state)
 {
-    run(state, "a.ply", [](OutputFile& file, const Mesh& mesh) { writePly(file, mesh); });
+    run(state, "a.ply", [](AtomicFile& file, const Mesh& mesh) { writePly(file, mesh); });
 }
 void stl(benchmark::State& state)
 {
-    run(state, "a.stl", [](OutputFile& file, const Mesh& mesh) { writeStl(file, mesh); });
+    run(state, "a.stl", [](AtomicFile& file, const Mesh& mesh) { writeStl(file, mesh); });
 }
 /// How many times as fast as a bare write of its bytes an STL file comes about, the two taking turns.
 void stlOfBareWrite(benchmark::State& state)
@@ -117,15 +117,15 @@ void stlOfBareWrite(benchmark::State& state)
     const auto timeOf = [&](auto write) {
         std::filesystem::remove(path);
         const std::clock_t start = std::clock();
-        OutputFile file(path);
+        AtomicFile file(path);
         write(file);
         file.commit();
         return double(std::clock() - start);
     };
     std::vector<double> ratios;
     for (auto _ : state) {
-        const double bare = timeOf([&](OutputFile& file) { file.write(std::span(bytes)); });
-        ratios.push_back(bare / timeOf([&](OutputFile& file) { writeStl(file, mesh); }));
+        const double bare = timeOf([&](AtomicFile& file) { file.write(std::span(bytes)); });
+        ratios.push_back(bare / timeOf([&](AtomicFile& file) { writeStl(file, mesh); }));
     }
     state.counters["of_write"] = bench::median(ratios);
     std::filesystem::remove(path);
@@ -133,7 +133,7 @@ void stlOfBareWrite(benchmark::State& state)
 
 void obj(benchmark::State& state)
 {
-    run(state, "a.obj", [](OutputFile& file, const Mesh& mesh) {
+    run(state, "a.obj", [](AtomicFile& file, const Mesh& mesh) {
         const TexturedModel textured{mesh, {}, {2048, 1}};
         writeObj(file, textured, layOut(textured), "a");
     });

@@ -20,7 +20,7 @@ namespace {
 template <class Model>
 void savePly(const std::string& name, const Model& model)
 {
-    OutputFile file(name);
+    AtomicFile file(name);
     if (!file.isOpen()) return;
     writePly(file, model);
     file.commit();
@@ -28,7 +28,7 @@ void savePly(const std::string& name, const Model& model)
 
 void saveStl(const std::string& name, const Mesh& mesh)
 {
-    OutputFile file(name);
+    AtomicFile file(name);
     if (!file.isOpen()) return;
     print::field(std::int64_t{kStlEntrySize}, " sizeof(STLEntry)\n");
     const IndexRange met = writeStl(file, mesh);

@@ -21,7 +21,7 @@ constexpr std::uint8_t kTwoSided = 1;                    // draw type: solid, ba
 /// Room for the largest record.
 constexpr std::size_t kRecord = 8192;
 
-void writeHeader(OutputFile& file)
+void writeHeader(AtomicFile& file)
 {
     Fields f(file.room(kRecord), opcode::kHeader, flt::kHeaderSize);
     f.text("db", 8).i32(flt::kRevision).i32(0).skip(32);         // edit revision, its date
@@ -37,7 +37,7 @@ void writeHeader(OutputFile& file)
 }
 
 /// Faces and vertices carry their colours themselves; the palette is one of whites.
-void writeColourPalette(OutputFile& file)
+void writeColourPalette(AtomicFile& file)
 {
     Fields f(file.room(kRecord), opcode::kColourPalette, flt::kColourPaletteSize);
     f.skip(128);
@@ -45,7 +45,7 @@ void writeColourPalette(OutputFile& file)
     file.advance(f.end());
 }
 
-void writeTexturePalette(OutputFile& file, const std::string& base, int pages)
+void writeTexturePalette(AtomicFile& file, const std::string& base, int pages)
 {
     for (int page = 0; page < pages; ++page) {
         const std::string name = textureName(base, page);
@@ -94,7 +94,7 @@ std::vector<std::uint32_t> vertexColours(const Mesh& mesh)
 class SceneWriter
 {
   public:
-    SceneWriter(OutputFile& file, const TexturedModel& model, const TextureLayout& layout, bool textured)
+    SceneWriter(AtomicFile& file, const TexturedModel& model, const TextureLayout& layout, bool textured)
         : file_(file), mesh_(model.mesh), layout_(layout), textured_(textured), width_(model.settings.width)
     {
     }
@@ -178,7 +178,7 @@ class SceneWriter
         file_.advance(Fields(f.end(), opcode::kPop, flt::kLevelSize).end());
     }
 
-    OutputFile& file_;
+    AtomicFile& file_;
     const Mesh& mesh_;
     const TextureLayout& layout_;
     bool textured_;
@@ -194,9 +194,9 @@ bool saveFlt(const std::string& path, const TexturedModel& model)
     if (!mesh.colours.empty()) checkColours(mesh.colours, mesh.triangleCount(), "Tricolors", "triangles");
     const bool textured = !model.pictures.empty() && !mesh.pixels.empty();
     const std::string base = baseName(path, ".flt", ".FLT");
-    OutputFile file(path);
+    AtomicFile file(path);
     if (!file.isOpen()) return false;
-    std::vector<std::unique_ptr<OutputFile>> pages;
+    std::vector<std::unique_ptr<AtomicFile>> pages;
     if (textured) pages = writePages(model, layout, folderOf(path) + base);
     writeHeader(file);
     writeColourPalette(file);
@@ -204,8 +204,7 @@ bool saveFlt(const std::string& path, const TexturedModel& model)
     SceneWriter scene(file, model, layout, textured);
     scene.writeVertices();
     scene.writeTree();
-    for (const auto& page : pages) page->commit();
-    file.commit();
+    commitModel(pages, {&file});
     return true;
 }
 

@@ -89,7 +89,7 @@ char* putVertex(char* out, Numbers& numbers)
     return out;
 }
 
-void writeVertices(OutputFile& file, const TexturedModel& model, const TextureLayout& layout)
+void writeVertices(AtomicFile& file, const TexturedModel& model, const TextureLayout& layout)
 {
     const Mesh& mesh = model.mesh;
     const std::span<const float> positions = layout.positions.empty() ? mesh.pixels : layout.positions;
@@ -131,7 +131,7 @@ char* putCorner(char* out, std::uint32_t vertex, std::uint32_t textureVertex)
     return out;
 }
 
-void writeFace(OutputFile& file, const std::uint32_t* vertices, const std::uint32_t* textureVertices)
+void writeFace(AtomicFile& file, const std::uint32_t* vertices, const std::uint32_t* textureVertices)
 {
     char* out = putText(file.room(kLine), "f ");
     out = putCorner(out, vertices[0], textureVertices[0]);
@@ -141,7 +141,7 @@ void writeFace(OutputFile& file, const std::uint32_t* vertices, const std::uint3
     file.advance(out);
 }
 
-void writeFaces(OutputFile& file, const Mesh& mesh, const TextureLayout& layout)
+void writeFaces(AtomicFile& file, const Mesh& mesh, const TextureLayout& layout)
 {
     std::size_t k = 0;
     for (int page = 0; page < layout.pages; ++page) {
@@ -158,7 +158,7 @@ void writeFaces(OutputFile& file, const Mesh& mesh, const TextureLayout& layout)
     }
 }
 
-void writeMaterials(OutputFile& file, const std::string& base, int pages)
+void writeMaterials(AtomicFile& file, const std::string& base, int pages)
 {
     for (int page = 0; page < pages; ++page)
         file.write("newmtl Texture_" + std::to_string(page) +
@@ -168,7 +168,7 @@ void writeMaterials(OutputFile& file, const std::string& base, int pages)
 
 }  // namespace
 
-void writeObj(OutputFile& file, const TexturedModel& model, const TextureLayout& layout,
+void writeObj(AtomicFile& file, const TexturedModel& model, const TextureLayout& layout,
               const std::string& base)
 {
     file.write("# scansteps " SCANSTEPS_VERSION "\nmtllib " + base + ".mtl\n# list of vertices\n");
@@ -183,16 +183,14 @@ bool saveObj(const std::string& path, const TexturedModel& model)
     const TextureLayout layout = layOut(model);
     const std::string base = baseName(path, ".obj", ".OBJ");
     const std::string pathBase = folderOf(path) + base;
-    OutputFile file(path), materials(pathBase + ".mtl");
+    AtomicFile file(path), materials(pathBase + ".mtl");
     if (!file.isOpen() || !materials.isOpen()) return false;
     clock.stage();
     const auto pages = writePages(model, layout, pathBase);
     clock.stage();
     writeObj(file, model, layout, base);
     writeMaterials(materials, base, layout.pages);
-    for (const auto& page : pages) page->commit();
-    materials.commit();
-    file.commit();
+    commitModel(pages, {&materials, &file});
     clock.stage();
     return true;
 }

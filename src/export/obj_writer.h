@@ -17,7 +17,7 @@ namespace scansteps {
 bool saveObj(const std::string& path, const TexturedModel& model);
 
 /// The OBJ file alone, which names BASE.mtl.
-void writeObj(OutputFile& file, const TexturedModel& model, const TextureLayout& layout,
+void writeObj(AtomicFile& file, const TexturedModel& model, const TextureLayout& layout,
               const std::string& base);
 
 }  // namespace scansteps

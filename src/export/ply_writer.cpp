@@ -66,7 +66,7 @@ char* putPosition(char* out, const float* xyz)
 
 constexpr std::size_t kLine = 8 * text::kNumberRoom;
 
-void writeHeader(OutputFile& file, std::size_t vertices, const std::string& rest)
+void writeHeader(AtomicFile& file, std::size_t vertices, const std::string& rest)
 {
     file.write("ply\nformat ascii 1.0\ncomment scansteps " SCANSTEPS_VERSION "\nelement vertex " +
                std::to_string(vertices) + "\nproperty float x\nproperty float y\nproperty float z\n" + rest +
@@ -75,7 +75,7 @@ void writeHeader(OutputFile& file, std::size_t vertices, const std::string& rest
 
 }  // namespace
 
-void writePly(OutputFile& file, const Mesh& mesh)
+void writePly(AtomicFile& file, const Mesh& mesh)
 {
     checkGeometry(mesh);
     checkColours(mesh.colours, mesh.triangleCount(), "Tricolors", "triangles");
@@ -98,7 +98,7 @@ void writePly(OutputFile& file, const Mesh& mesh)
     }
 }
 
-void writePly(OutputFile& file, const Cloud& cloud)
+void writePly(AtomicFile& file, const Cloud& cloud)
 {
     checkCloud(cloud);
     writeHeader(file, cloud.pointCount(), "");

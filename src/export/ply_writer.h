@@ -2,7 +2,7 @@
 #pragma once
 
 #include "export/mesh.h"
-#include "export/output_file.h"
+#include "framework/atomic_file.h"
 
 namespace scansteps {
 
@@ -10,7 +10,7 @@ namespace scansteps {
 /// with six significant digits; colours are truncated. Throws when the mesh does not hold together
 /// (checkGeometry, checkColours) or a coordinate times 10000 does not fit into 32 bits. Takes no memory but
 /// the file's block.
-void writePly(OutputFile& file, const Mesh& mesh);
-void writePly(OutputFile& file, const Cloud& cloud);
+void writePly(AtomicFile& file, const Mesh& mesh);
+void writePly(AtomicFile& file, const Cloud& cloud);
 
 }  // namespace scansteps

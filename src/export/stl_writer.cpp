@@ -33,7 +33,7 @@ ZeroedNormals makeNormals(std::size_t count)
     return normals;
 }
 
-void writeHeader(OutputFile& file, std::uint32_t triangles)
+void writeHeader(AtomicFile& file, std::uint32_t triangles)
 {
     char header[84] = "scansteps " SCANSTEPS_VERSION " binary STL";
     std::memcpy(header + 80, &triangles, 4);
@@ -42,7 +42,7 @@ void writeHeader(OutputFile& file, std::uint32_t triangles)
 
 }  // namespace
 
-IndexRange writeStl(OutputFile& file, const Mesh& mesh)
+IndexRange writeStl(AtomicFile& file, const Mesh& mesh)
 {
     checkVertices(mesh);
     checkColourCount(mesh.colours, mesh.triangleCount(), "Tricolors", "triangles");
@@ -52,7 +52,7 @@ IndexRange writeStl(OutputFile& file, const Mesh& mesh)
     const IndexRange range = vertexNormals(mesh, view);
     if (range.largest >= mesh.vertexCount()) checkGeometry(mesh);  // throws unless there are no triangles
     writeHeader(file, static_cast<std::uint32_t>(mesh.triangleCount()));
-    constexpr std::size_t kBatch = OutputFile::kBlock / kStlEntrySize;
+    constexpr std::size_t kBatch = AtomicFile::kBlock / kStlEntrySize;
     for (std::size_t k = 0; k < mesh.triangleCount(); k += kBatch) {
         const std::size_t count = std::min(kBatch, mesh.triangleCount() - k);
         char* out = file.room(count * kStlEntrySize);

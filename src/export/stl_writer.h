@@ -2,13 +2,13 @@
 #pragma once
 
 #include "export/mesh.h"
-#include "export/output_file.h"
+#include "framework/atomic_file.h"
 
 namespace scansteps {
 
 /// The normal of a triangle is a third of the sum of its vertices' normals (vertexNormals): shorter than 1
 /// at creases. Throws when the mesh does not hold together (checkGeometry, checkColours). Takes 16 bytes a
 /// vertex besides the file's block. Returns what range of indices it met.
-IndexRange writeStl(OutputFile& file, const Mesh& mesh);
+IndexRange writeStl(AtomicFile& file, const Mesh& mesh);
 
 }  // namespace scansteps

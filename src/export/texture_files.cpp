@@ -61,28 +61,37 @@ TextureLayout layOut(const TexturedModel& model)
     return layOutPages(model.mesh, model.pictures, model.settings);
 }
 
-std::vector<std::unique_ptr<OutputFile>> writePages(const TexturedModel& model, const TextureLayout& layout,
+std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, const TextureLayout& layout,
                                                     const std::string& pathBase)
 {
-    std::vector<std::unique_ptr<OutputFile>> files;
+    std::vector<std::unique_ptr<AtomicFile>> files;
     if (!model.pictures.empty() && model.mesh.pixels.empty())
         print::line("the mesh has no \"Pixels\": its pictures are left out");
     if (layout.shrunk > 0)
         print::line(std::to_string(layout.shrunk) + " parts of pictures were shrunk to fit a texture page");
     for (int number = 0; number < layout.pages; ++number) {
         const std::string name = textureName(pathBase, number);
-        auto file = std::make_unique<OutputFile>(name);
+        auto file = std::make_unique<AtomicFile>(name);
         if (!file->isOpen()) {
             std::fprintf(stderr, "can't open %s\n", name.c_str());
             continue;
         }
         const TexturePage page = makePage(model, layout, number);
         PictureRows rows(page.rgb, page.width, true);
-        if (!writeJpeg(file->stream(), 100, page.width, page.width, rows))
+        if (!writeJpeg(*file, 100, page.width, page.width, rows))
             failf("cannot write \"%.900s\"", name.c_str());
         files.push_back(std::move(file));
     }
     return files;
+}
+
+void commitModel(const std::vector<std::unique_ptr<AtomicFile>>& pages,
+                 std::initializer_list<AtomicFile*> rest)
+{
+    std::vector<AtomicFile*> files;
+    for (const auto& page : pages) files.push_back(page.get());
+    files.insert(files.end(), rest);
+    AtomicFile::commitTogether(files);
 }
 
 }  // namespace scansteps

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "export/mesh.h"
-#include "export/output_file.h"
 #include "export/texture_layout.h"
+#include "framework/atomic_file.h"
 
 namespace scansteps {
 
@@ -36,7 +36,11 @@ TextureLayout layOut(const TexturedModel& model);
 /// cannot be created is reported ("can't open NAME" on standard error) and left out. Pages are made one after
 /// the other: one page of memory, 3 bytes a pixel. A model without pictures, or without "Pixels", gets one
 /// white page; notes about clipped and shrunk pictures are printed.
-std::vector<std::unique_ptr<OutputFile>> writePages(const TexturedModel& model, const TextureLayout& layout,
+std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, const TextureLayout& layout,
                                                     const std::string& pathBase);
+
+/// Commits the pages and the rest of the model as one.
+void commitModel(const std::vector<std::unique_ptr<AtomicFile>>& pages,
+                 std::initializer_list<AtomicFile*> rest);
 
 }  // namespace scansteps

@@ -50,9 +50,17 @@ namespace rawfile {
 
 int open(const std::string& path, Access access)
 {
-    const int flags = access == Access::Read ? _O_RDONLY : _O_WRONLY | _O_CREAT | _O_TRUNC;
+    const int flags = access == Access::Read        ? _O_RDONLY
+                      : access == Access::CreateNew ? _O_WRONLY | _O_CREAT | _O_EXCL
+                                                    : _O_WRONLY | _O_CREAT | _O_TRUNC;
     return _wsopen(widePath(path).c_str(), flags | _O_BINARY | _O_NOINHERIT, _SH_DENYWR,
                    _S_IREAD | _S_IWRITE);
+}
+
+bool isWritable(const std::string& path)
+{
+    constexpr int kToWrite = 2;
+    return _waccess(widePath(path).c_str(), kToWrite) == 0;
 }
 
 std::uint64_t sizeLimit(int)
@@ -172,9 +180,11 @@ bool isRegular(int file)
 int open(const std::string& path, Access access)
 {
     const bool toWrite = access == Access::Truncate;
-    const int flags = toWrite ? O_WRONLY | O_CREAT : O_RDONLY;
+    const int flags = access == Access::Read        ? O_RDONLY
+                      : access == Access::CreateNew ? O_WRONLY | O_CREAT | O_EXCL
+                                                    : O_WRONLY | O_CREAT;
     const int file = openPatiently(path.c_str(), flags);
-    if (file < 0 || !isRegular(file)) return file;
+    if (file < 0 || access == Access::CreateNew || !isRegular(file)) return file;
     // Not every file system has locks: only a lock that someone else holds is a reason not to write.
     const bool taken = ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
     if (toWrite && (taken || ::ftruncate(file, 0) != 0)) {
@@ -184,6 +194,11 @@ int open(const std::string& path, Access access)
         return -1;
     }
     return file;
+}
+
+bool isWritable(const std::string& path)
+{
+    return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
 std::uint64_t sizeLimit(int file)
@@ -228,7 +243,8 @@ std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> p
 
 int close(int file)
 {
-    return ::close(file);
+    // Linux has closed the file when it reports an interruption.
+    return ::close(file) == 0 || errno == EINTR ? 0 : -1;
 }
 
 NoPipeSignal::NoPipeSignal(bool needed)

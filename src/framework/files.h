@@ -25,11 +25,14 @@ namespace rawfile {
 enum class Access
 {
     Read,
-    Truncate
+    Truncate,
+    CreateNew,  ///< to write; fails when there is something of this name
 };
 /// Opens a file so that no other call here can truncate or write it meanwhile; fails when the file is open
 /// for writing already, or for reading and is to be truncated. Devices and pipes are not guarded.
 int open(const std::string& path, Access access);
+/// Whether this process may write the existing file; the reason not to is in errno.
+bool isWritable(const std::string& path);
 inline constexpr std::uint64_t kUnlimited = UINT64_MAX;
 /// Largest size that the process may give the file. Writing beyond it would raise a signal on some systems.
 /// kUnlimited for pipes and devices.

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 
+#include "framework/atomic_file.h"
 #include "framework/files.h"
 #include "framework/print.h"
 #include "io/jpeg_file.h"
+#include "scansteps/error.h"
 
 namespace scansteps {
 namespace {
@@ -121,24 +123,14 @@ bool holdsAnyOf(const std::string& name, std::initializer_list<const char*> text
                        [&](const char* text) { return name.find(text) != std::string::npos; });
 }
 
-File openForWriting(const std::string& path)
-{
-    File file = openFile(path, "wb");
-    if (!file) std::fprintf(stderr, "can't open %s\n", path.c_str());
-    return file;
-}
-
-bool writePpm(std::FILE* file, int width, int height, RowSource& source)
+void writePpm(AtomicFile& file, int width, int height, RowSource& source)
 {
     const std::size_t rowBytes = static_cast<std::size_t>(width) * 3;
-    bool written = std::fprintf(file, "P6\n%d %d\n255\n", width, height) > 0;
-    for (int y = 0; y < height && written; y += kRowsAtOnce) {
+    file.write("P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n");
+    for (int y = 0; y < height; y += kRowsAtOnce) {
         const int count = std::min(kRowsAtOnce, height - y);
-        const std::uint8_t* rows = source.rows(y, count);
-        written = std::fwrite(rows, rowBytes, static_cast<std::size_t>(count), file) ==
-                  static_cast<std::size_t>(count);
+        file.write(std::span(source.rows(y, count), rowBytes * static_cast<std::size_t>(count)));
     }
-    return written;
 }
 
 bool isJpegName(const std::string& path)
@@ -202,14 +194,24 @@ bool writeImage(const std::string& path, int quality, int width, int height, Row
     const bool isJpeg = isJpegName(path);
     if (!isJpeg && !holdsAnyOf(path, {".ppm", ".PPM"})) return false;
     if (width < 1 || height < 1) return false;
-    const rawfile::NoPipeSignal quiet(true);
-    File file = openForWriting(path);
-    if (!file) return false;
-    bool written = isJpeg ? writeJpeg(file.get(), quality, width, height, source)
-                          : writePpm(file.get(), width, height, source);
-    written = std::fclose(file.release()) == 0 && written;
-    if (!written) std::fprintf(stderr, "can't write %s\n", path.c_str());
-    return written;
+    AtomicFile file(path);
+    if (!file.isOpen()) {
+        std::fprintf(stderr, "can't open %s\n", path.c_str());
+        return false;
+    }
+    try {
+        if (!isJpeg)
+            writePpm(file, width, height, source);
+        else if (!writeJpeg(file, quality, width, height, source))
+            fail("the library has printed why");
+        file.commit();
+        return true;
+    } catch (const char*) {
+        const std::string reason = file.reason();
+        std::fprintf(stderr, "can't write %s%s%s\n", path.c_str(), reason.empty() ? "" : ": ",
+                     reason.c_str());
+        return false;
+    }
 }
 
 }  // namespace scansteps

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <csetjmp>
+#include <exception>
 
 // Every function that calls setjmp holds only plain values between the call and the library's code, and none
 // that it changes there, so that a jump back skips no destructor and finds every value as it was. What has a
@@ -90,12 +91,55 @@ bool readRows(Decoder& decoder, std::uint8_t* pixels)
     return true;
 }
 
+/// Lets the library write into the blocks of a file. What the file throws waits here while the library's C
+/// code is left by a jump.
+struct Destination
+{
+    jpeg_destination_mgr base{};  // first, the library hands out its address
+    AtomicFile& file;
+    std::exception_ptr failure;
+
+    explicit Destination(AtomicFile& to) : file(to)
+    {
+        base.init_destination = [](j_compress_ptr jpeg) { of(jpeg).offerRoom(jpeg); };
+        base.empty_output_buffer = [](j_compress_ptr jpeg) -> boolean {
+            Destination& self = of(jpeg);
+            self.file.advance(self.begin_ + kRoom);  // the whole room is full then, whatever the pointer says
+            self.offerRoom(jpeg);
+            return TRUE;
+        };
+        base.term_destination = [](j_compress_ptr jpeg) {
+            of(jpeg).file.advance(reinterpret_cast<char*>(jpeg->dest->next_output_byte));
+        };
+    }
+
+  private:
+    static constexpr std::size_t kRoom = std::size_t{16} * 1024;
+
+    static Destination& of(j_compress_ptr jpeg) { return *reinterpret_cast<Destination*>(jpeg->dest); }
+
+    void offerRoom(j_compress_ptr jpeg)
+    {
+        try {
+            begin_ = file.room(kRoom);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (failure) std::longjmp(reinterpret_cast<ErrorHandler*>(jpeg->err)->escape, 1);
+        base.next_output_byte = reinterpret_cast<JOCTET*>(begin_);
+        base.free_in_buffer = kRoom;
+    }
+
+    char* begin_ = nullptr;
+};
+
 struct Encoder
 {
     jpeg_compress_struct jpeg{};
     ErrorHandler errors;
+    Destination destination;
 
-    Encoder() { jpeg.err = errors.install(); }
+    explicit Encoder(AtomicFile& file) : destination(file) { jpeg.err = errors.install(); }
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
     ~Encoder() { jpeg_destroy_compress(&jpeg); }
@@ -112,13 +156,13 @@ void putRows(jpeg_compress_struct& jpeg, const std::uint8_t* pixels, int count)
     for (JDIMENSION put = 0; put < end;) put += jpeg_write_scanlines(&jpeg, rows.data() + put, end - put);
 }
 
-bool encode(Encoder& encoder, std::FILE* file, int quality, RowSource& source)
+bool encode(Encoder& encoder, int quality, RowSource& source)
 {
     auto& jpeg = encoder.jpeg;
     if (setjmp(encoder.errors.escape) != 0) return false;
     jpeg_set_defaults(&jpeg);
     jpeg_set_quality(&jpeg, quality, TRUE);
-    jpeg_stdio_dest(&jpeg, file);
+    jpeg.dest = &encoder.destination.base;
     jpeg_start_compress(&jpeg, TRUE);
     while (jpeg.next_scanline < jpeg.image_height) {
         const int y = static_cast<int>(jpeg.next_scanline);
@@ -164,10 +208,12 @@ std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes, Array 
     return image;
 }
 
-bool writeJpeg(std::FILE* file, int quality, int width, int height, RowSource& source)
+bool writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source)
 {
-    Encoder encoder;
-    return createEncoder(encoder, width, height) && encode(encoder, file, quality, source);
+    Encoder encoder(file);
+    const bool written = createEncoder(encoder, width, height) && encode(encoder, quality, source);
+    if (encoder.destination.failure) std::rethrow_exception(encoder.destination.failure);
+    return written;
 }
 
 }  // namespace scansteps

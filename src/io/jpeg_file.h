@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 
+#include "framework/atomic_file.h"
 #include "io/image_file.h"
 
 namespace scansteps {
@@ -16,7 +17,8 @@ namespace scansteps {
 /// bytes of pixels before memory is taken for it, and one with more scans than photographs ever have.
 std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes, Array memory = {});
 
-/// Encodes rows of RGB pixels as baseline JPEG. Returns false after a fatal error, whose message was printed.
-bool writeJpeg(std::FILE* file, int quality, int width, int height, RowSource& source);
+/// Encodes rows of RGB pixels as baseline JPEG. Returns false after a fatal error, whose message was printed;
+/// throws what `file` and `source` throw.
+bool writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source);
 
 }  // namespace scansteps

@@ -28,7 +28,7 @@ template <typename... Args>
 std::string plyOf(const Args&... args)
 {
     const test::TempDir dir;
-    OutputFile file(dir / "a.ply");
+    AtomicFile file(dir / "a.ply");
     writePly(file, args...);
     file.commit();
     return test::readFile(dir / "a.ply");
@@ -62,7 +62,7 @@ TEST(Writers, emptyModels)
     EXPECT_THAT(plyOf(Mesh{}), testing::EndsWith("end_header\n"));
     EXPECT_THAT(plyOf(Cloud{}), testing::EndsWith("end_header\n"));
     const test::TempDir dir;
-    OutputFile file(dir / "a.stl");
+    AtomicFile file(dir / "a.stl");
     const IndexRange range = writeStl(file, Mesh{});
     file.commit();
     EXPECT_EQ(range.smallest, 1000000U);
@@ -88,7 +88,7 @@ TEST(StlWriter, layoutNormalsAndColourWord)
     model.indices = {0, 1, 2, 1, 3, 2, 1, 4, 3};
     model.colours = {255, 128, 0, 0, 0, 0, 7.99F, 8, 255.9F};
     const test::TempDir dir;
-    OutputFile file(dir / "a.stl");
+    AtomicFile file(dir / "a.stl");
     const IndexRange range = writeStl(file, model.mesh());
     file.commit();
     EXPECT_EQ(range.largest, 4U);
@@ -198,7 +198,7 @@ const Refusal kRefusals[] = {
 bool save(const std::string& path, const Mesh& mesh)
 {
     if (path.ends_with(".flt")) return saveFlt(path, {mesh, {}, {16, 1}});
-    OutputFile file(path);
+    AtomicFile file(path);
     if (path.ends_with(".ply"))
         writePly(file, mesh);
     else
@@ -240,31 +240,64 @@ TEST(PlyWriter, coordinatesBeyondThirtyTwoBits)
     }
 }
 
-TEST(OutputFile, unopenedLinkedAndSpecialTargets)
+TEST(AtomicFile, filesOfOneNameDoNotMix)
 {
     const test::TempDir dir;
-    EXPECT_FALSE(OutputFile(dir / "missing/a.ply").isOpen());
+    AtomicFile first(dir / "a.ply"), second(dir / "a.ply");
+    first.write("first");
+    second.write("second");
+    second.commit();
+    EXPECT_EQ(test::readFile(dir / "a.ply"), "second");
+    first.commit();
+    EXPECT_EQ(test::readFile(dir / "a.ply"), "first");
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.ply"));
+}
+
+TEST(AtomicFile, committedTogetherOrNotAtAll)
+{
+    const test::TempDir dir;
+    dir.write("old.mtl", "old");
+    {
+        AtomicFile old(dir / "old.mtl"), fresh(dir / "new.jpg"), refused(dir / "a.obj"), last(dir / "b.obj");
+        for (AtomicFile* file : {&old, &fresh, &refused, &last}) file->write("new");
+        std::filesystem::create_directory(dir / "a.obj");  // over which no file can be renamed
+        AtomicFile* const files[] = {&old, &fresh, &refused, &last};
+        EXPECT_THAT(errorOf([&] { AtomicFile::commitTogether(files); }),
+                    HasSubstr("a.obj\": " + refused.reason()));
+        EXPECT_NE(refused.reason(), "");
+    }
+    EXPECT_EQ(test::readFile(dir / "old.mtl"), "old");
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.obj", "old.mtl"));
+}
+
+TEST(AtomicFile, unopenedLinkedAndSpecialTargets)
+{
+    const test::TempDir dir;
+    EXPECT_FALSE(AtomicFile(dir / "missing/a.ply").isOpen());
     EXPECT_FALSE(saveObj(dir / "missing/a.obj", {test::tetrahedron().mesh(), {}, {16, 1}}));
     std::filesystem::create_directory(dir / "folder.ply");
-    EXPECT_FALSE(OutputFile(dir / "folder.ply").isOpen());
+    EXPECT_FALSE(AtomicFile(dir / "folder.ply").isOpen());
 #ifndef _WIN32  // whose paths are short, whose files are no devices, and which lets few users make links
     const std::string longName(253, 'n');  // which leaves no room for a longer temporary name
-    OutputFile named(dir / longName.c_str());
+    AtomicFile named(dir / longName.c_str());
     named.write("here");
     named.commit();
     EXPECT_EQ(test::readFile(dir / longName.c_str()), "here");
     const std::string real = dir.write("real.ply", "old");
     std::filesystem::create_symlink("real.ply", dir / "link.ply");
-    OutputFile linked(dir / "link.ply");
+    AtomicFile linked(dir / "link.ply");
     linked.write("new");
     linked.commit();
     EXPECT_TRUE(std::filesystem::is_symlink(dir / "link.ply"));
     EXPECT_EQ(test::readFile(real), "new");
-    OutputFile device("/dev/null");
+    std::filesystem::create_symlink("fresh.ply", dir / "dangling.ply");
+    AtomicFile(dir / "dangling.ply").commit();
+    EXPECT_TRUE(std::filesystem::exists(dir / "fresh.ply"));
+    AtomicFile device("/dev/null");
     device.write("gone");
     device.commit();
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
-    OutputFile full("/dev/full");
+    AtomicFile full("/dev/full");
     full.write("no room");
     EXPECT_THAT(errorOf([&] { full.commit(); }), HasSubstr("cannot write \"/dev/full\""));
 #endif

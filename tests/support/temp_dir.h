@@ -4,12 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace scansteps::test {
 
@@ -52,6 +54,16 @@ class TempDir
     {
         std::ofstream(path_ / pathOf(name), std::ios::binary) << bytes;
         return *this / name;
+    }
+
+    /// What is in the folder now, in alphabetical order.
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(path_))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
     }
 
   private:
