@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <new>
 
 #ifdef _WIN32
 #include <fcntl.h>
@@ -12,7 +13,11 @@
 #else
 #include <dlfcn.h>
 #include <unistd.h>
+
+#include <string_view>
 #endif
+
+#include "outcome.h"
 
 namespace scansteps::host {
 
@@ -140,11 +145,26 @@ bool standardErrorIsTerminal()
 
 void useBinaryStandardStreams() {}
 
+namespace {
+
+// What libraries throw while they are initialised does not get past the loader. Nothing has been started
+// then.
+[[noreturn]] void endOutOfMemory()
+{
+    constexpr std::string_view kText = "scansteps: error: out of memory while the step library was loaded\n";
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, kText.data(), kText.size());
+    std::_Exit(kFileFailed);
+}
+
+}  // namespace
+
 std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
 {
     // It stays mapped to the end: texts that it threw may still be read, and the runtimes that came with it
     // (OpenMP) never give back what they took at load time.
+    const auto handler = std::set_new_handler(endOutOfMemory);
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    std::set_new_handler(handler);
     if (library == nullptr) {
         error = dlerror();
         return nullptr;
