@@ -28,15 +28,9 @@ Capture::Capture(const CaptureRequest& request) : device_(openDevice(request))
     print::line("init OK!!!!!!!!!!!!!!!!!!!!11");
 }
 
-Capture::~Capture()
+std::string Capture::next(std::span<std::uint16_t> yuyv, int timeoutMs)
 {
-    queue_.close();
-    device_.reset();
-}
-
-void Capture::next(std::span<std::uint16_t> yuyv, int timeoutMs)
-{
-    converter_.convert(queue_.take(timeoutMs), yuyv);
+    return converter_.convert(queue_.take(timeoutMs), yuyv);
 }
 
 #if !defined(__linux__) && !defined(_WIN32)

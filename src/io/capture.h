@@ -47,18 +47,26 @@ class Capture
     explicit Capture(const CaptureRequest& request);
     Capture(const Capture&) = delete;
     Capture& operator=(const Capture&) = delete;
-    ~Capture();
 
     const CaptureFormat& format() const { return format_; }
-    /// Waits as FrameQueue::take() does and writes the frame as width × height YUYV16 samples.
-    void next(std::span<std::uint16_t> yuyv, int timeoutMs);
+    /// Waits as FrameQueue::take() does and writes the frame as width × height YUYV16 samples. Returns what
+    /// FrameConverter::convert() does.
+    std::string next(std::span<std::uint16_t> yuyv, int timeoutMs);
     const FrameQueue& queue() const { return queue_; }
 
   private:
+    /// Destroyed before the device, whose thread ends when its queue is closed.
+    struct QueueCloser
+    {
+        FrameQueue& queue;
+        ~QueueCloser() { queue.close(); }
+    };
+
     FrameQueue queue_;
     CaptureFormat format_;
     FrameConverter converter_;
     std::unique_ptr<CaptureDevice> device_;
+    QueueCloser closer_{queue_};
 };
 
 }  // namespace scansteps

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
 
 #include "framework/print.h"
 #include "io/baseline_jpeg.h"
 #include "io/pack_yuyv16.h"
+#include "io/parse_error.h"
 #include "scansteps/chain.h"
 
 namespace scansteps {
@@ -22,41 +22,37 @@ void FrameConverter::open(const CaptureFormat& format)
     cr_ = cb_;
 }
 
-void FrameConverter::decode(std::span<const std::uint8_t> file)
+std::string FrameConverter::decode(std::span<const std::uint8_t> file)
 {
     const std::int64_t begin = microseconds();
     BaselineJpegDecoder decoder;
     int width = 0, height = 0;
-    std::string refusal;
-    if (decoder.parseHeader(file) != 0) {
-        refusal = decoder.getErrorString();
-    } else {
-        decoder.getSize(width, height);
-        if (width != format_.width || height != format_.height)
-            refusal = "frame of " + std::to_string(width) + " x " + std::to_string(height) +
-                      " from a camera of " + std::to_string(format_.width) + " x " +
-                      std::to_string(format_.height);
-    }
-    if (!refusal.empty()) {
-        print::text(refusal.ends_with('\n') ? refusal : refusal + "\n");
-        print::line("parse error!");
-        return;
-    }
+    if (decoder.parseHeader(file) != 0) return printParseError(decoder.getErrorString());
+    decoder.getSize(width, height);
+    if (width != format_.width || height != format_.height)
+        return printParseError("frame of " + std::to_string(width) + " x " + std::to_string(height) +
+                               " from a camera of " + std::to_string(format_.width) + " x " +
+                               std::to_string(format_.height));
     decoder.setComponents({luma_, cb_, cr_});
-    print::field(decoder.decode(), " result\n");
+    const int result = decoder.decode();
+    std::string damage;
+    if (result != 0) damage = printParseError(decoder.getErrorString());
+    print::field(result, " result\n");
     print::field(microseconds() - begin, " time_count() - start0\n");
+    return damage;
 }
 
-void FrameConverter::convert(std::span<const std::byte> frame, std::span<std::uint16_t> yuyv)
+std::string FrameConverter::convert(std::span<const std::byte> frame, std::span<std::uint16_t> yuyv)
 {
     if (!format_.jpeg) {
         const std::size_t bytes = std::min(frame.size(), yuyv.size_bytes());
         if (bytes != 0) std::memcpy(yuyv.data(), frame.data(), bytes);
-        return;
+        return {};
     }
-    decode({reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size()});
+    std::string damage = decode({reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size()});
     packYuyv16(luma_, cb_, cr_, yuyv, static_cast<std::size_t>(format_.width),
                static_cast<std::size_t>(format_.height));
+    return damage;
 }
 
 }  // namespace scansteps

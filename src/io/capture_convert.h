@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "io/frame_queue.h"
@@ -17,11 +18,11 @@ class FrameConverter
 {
   public:
     void open(const CaptureFormat& format);
-    /// `yuyv` holds width × height samples.
-    void convert(std::span<const std::byte> frame, std::span<std::uint16_t> yuyv);
+    /// `yuyv` holds width × height samples. Returns why the frame is incomplete, nothing when it is whole.
+    std::string convert(std::span<const std::byte> frame, std::span<std::uint16_t> yuyv);
 
   private:
-    void decode(std::span<const std::uint8_t> file);
+    std::string decode(std::span<const std::uint8_t> file);
 
     CaptureFormat format_;
     std::vector<std::uint8_t> luma_, cb_, cr_;  ///< the last picture, its chroma halved both ways

@@ -3,6 +3,7 @@
 #include "framework/print.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
+#include "scansteps/host_services.h"
 
 namespace scansteps {
 
@@ -12,6 +13,7 @@ void CaptureStep::begin(varitype& params, const CaptureRequest& request, const L
     limits_ = limits;
     delivered_ = 0;
     capture_ = std::make_unique<Capture>(request);
+    device_ = request.device;
     const CaptureFormat& format = capture_->format();
     out_.create(format.width, format.height, 1, format::kU1x16);
     params.set("dataX", format.width);
@@ -29,7 +31,8 @@ void CaptureStep::process(varitype& params)
         params["eventType"].getv<std::int32_t>() = event::kFlush;
         return;
     }
-    capture_->next(out_.writable().elements<std::uint16_t>(), limits_.timeoutMs);
+    const std::string damage = capture_->next(out_.writable().elements<std::uint16_t>(), limits_.timeoutMs);
+    if (!damage.empty()) notifyHost(Trouble::FrameIncomplete, getName(), device_.c_str(), damage.c_str());
     ++delivered_;
     varitype record = copyRecord(params);
     record.set("handle", out_.handle());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "io/capture.h"
 #include "scansteps/chain.h"
@@ -30,6 +31,7 @@ class CaptureStep : public CPUBase
 
   private:
     std::unique_ptr<Capture> capture_;
+    std::string device_;
     TextureSet out_;
     Limits limits_;
     int delivered_ = 0;
