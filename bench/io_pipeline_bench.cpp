@@ -15,6 +15,7 @@
 #include "convert/yuyv.h"
 #include "features/canny_frame16.h"
 #include "framework/step_factory.h"
+#include "io/input_file.h"
 #include "io/jpeg_file.h"
 #include "ratio.h"
 #include "scaled.h"
@@ -156,9 +157,9 @@ Parts runParts(const Photos& photos, CannyWorkspace& work)
     Array memory;
     for (int i = 0; i < kFrames; ++i) {
         double start = seconds();
-        std::FILE* in = std::fopen(photos.file("in", i).c_str(), "rb");
-        auto image = readJpeg(in, kJpegBytesAlways, std::move(memory));
-        std::fclose(in);
+        const auto file = InputFile(photos.file("in", i)).readRest(kJpegBytesAlways);
+        std::string reason;
+        auto image = readJpeg(file, kJpegBytesAlways, std::move(memory), reason);
         parts.jpeg += seconds() - start;
 
         rgbToYuyv(image->bytes(), frame, width, height);
@@ -169,10 +170,10 @@ Parts runParts(const Photos& photos, CannyWorkspace& work)
 
         yuyvToRgb(frame, rgb, width, height);
         start = seconds();
-        std::FILE* out = std::fopen(photos.file("part", i).c_str(), "wb");
+        AtomicFile out(photos.file("part", i));
         PictureRows rows(rgb, photos.width(), true);
         writeJpeg(out, kQuality, photos.width(), photos.height(), rows);
-        std::fclose(out);
+        out.commit();
         parts.jpeg += seconds() - start;
     }
     return parts;

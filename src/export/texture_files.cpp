@@ -78,8 +78,8 @@ std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, 
         }
         const TexturePage page = makePage(model, layout, number);
         PictureRows rows(page.rgb, page.width, true);
-        if (!writeJpeg(*file, 100, page.width, page.width, rows))
-            failf("cannot write \"%.900s\"", name.c_str());
+        if (const std::string reason = writeJpeg(*file, 100, page.width, page.width, rows); !reason.empty())
+            failf("cannot write \"%.700s\": %.200s", name.c_str(), reason.c_str());
         files.push_back(std::move(file));
     }
     return files;

@@ -68,6 +68,13 @@ std::uint64_t sizeLimit(int)
     return kUnlimited;
 }
 
+std::optional<std::uint64_t> regularSize(int file)
+{
+    struct _stat64 status = {};
+    if (_fstat64(file, &status) != 0 || (status.st_mode & _S_IFMT) != _S_IFREG) return std::nullopt;
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
 bool truncate(int file, std::uint64_t size)
 {
     const auto end = static_cast<std::int64_t>(size);
@@ -170,10 +177,7 @@ int openPatiently(const char* path, int flags)
 
 bool isRegular(int file)
 {
-    struct stat status
-    {
-    };
-    return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+    return regularSize(file).has_value();
 }
 }  // namespace
 
@@ -207,6 +211,13 @@ std::uint64_t sizeLimit(int file)
     rlimit limit{};
     const bool limited = ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
     return limited ? std::uint64_t{limit.rlim_cur} : std::uint64_t{INT64_MAX};
+}
+
+std::optional<std::uint64_t> regularSize(int file)
+{
+    struct stat status = {};
+    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+    return static_cast<std::uint64_t>(status.st_size);
 }
 
 bool truncate(int file, std::uint64_t size)

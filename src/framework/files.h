@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -37,6 +38,8 @@ inline constexpr std::uint64_t kUnlimited = UINT64_MAX;
 /// Largest size that the process may give the file. Writing beyond it would raise a signal on some systems.
 /// kUnlimited for pipes and devices.
 std::uint64_t sizeLimit(int file);
+/// Size of a regular file; nothing for a pipe, a device or a folder.
+std::optional<std::uint64_t> regularSize(int file);
 /// Cuts a regular file and goes on writing at its end; false when that is not possible.
 bool truncate(int file, std::uint64_t size);
 /// Bytes transferred, 0 at the end of the file, -1 on an error. Calls that a signal cut short are repeated.

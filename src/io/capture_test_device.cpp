@@ -7,11 +7,11 @@
 #include <thread>
 
 #include "convert/yuyv.h"
-#include "framework/files.h"
 #include "io/baseline_jpeg.h"
 #include "io/capture.h"
 #include "io/capture_pattern.h"
 #include "io/image_file.h"
+#include "io/input_file.h"
 #include "io/numbered_name.h"
 #include "scansteps/error.h"
 
@@ -47,20 +47,7 @@ class PatternSource final : public FrameSource
 };
 
 // No picture of the sizes that the decoder takes needs more.
-constexpr std::size_t kMostFileBytes = std::size_t{1} << 28;
-
-std::vector<std::byte> readAll(const std::string& name)
-{
-    std::vector<std::byte> bytes;
-    const File file = openFile(name, "rb");
-    if (!file) return bytes;
-    std::vector<std::byte> block(1 << 16);
-    std::size_t count = 0;
-    while ((count = std::fread(block.data(), 1, block.size(), file.get())) != 0 &&
-           bytes.size() < kMostFileBytes)
-        bytes.insert(bytes.end(), block.begin(), block.begin() + static_cast<std::ptrdiff_t>(count));
-    return bytes;
-}
+constexpr std::uint64_t kMostFileBytes = std::uint64_t{1} << 28;
 
 class FileSource final : public FrameSource
 {
@@ -76,10 +63,10 @@ class FileSource final : public FrameSource
     {
         if (number != 0) {
             const bool wrapped = advanceName(next_, 1);
-            if (wrapped || !openFile(next_, "rb")) next_ = first_;
+            if (wrapped || InputFile(next_).missing()) next_ = first_;
             if (const std::string problem = load(next_); !problem.empty()) throw std::runtime_error(problem);
         }
-        return bytes_;
+        return format_.jpeg ? std::as_bytes(std::span(bytes_)) : std::as_bytes(std::span(samples_));
     }
 
   private:
@@ -87,9 +74,7 @@ class FileSource final : public FrameSource
     std::string load(const std::string& name)
     {
         CaptureFormat format;
-        std::string reason = "it cannot be opened";
-        if (openFile(name, "rb"))
-            reason = format_.jpeg ? loadCompressed(name, format) : loadPixels(name, format);
+        std::string reason = format_.jpeg ? loadCompressed(name, format) : loadPixels(name, format);
         if (reason.empty() && !accept(format)) reason = "it has another size than the first";
         return reason.empty() ? reason : "capture: " + name + " cannot be shown: " + reason;
     }
@@ -103,9 +88,11 @@ class FileSource final : public FrameSource
 
     std::string loadCompressed(const std::string& name, CaptureFormat& format)
     {
-        bytes_ = readAll(name);
+        InputFile file(name);
+        bytes_ = file.readRest(kMostFileBytes);
+        if (file.error() != 0) return file.reason();
         BaselineJpegDecoder decoder;
-        if (decoder.parseHeader({reinterpret_cast<const std::uint8_t*>(bytes_.data()), bytes_.size()}) != 0) {
+        if (decoder.parseHeader(bytes_) != 0) {
             const std::string reason = decoder.getErrorString();
             return reason.substr(0, reason.find('\n'));
         }
@@ -116,21 +103,20 @@ class FileSource final : public FrameSource
 
     std::string loadPixels(const std::string& name, CaptureFormat& format)
     {
-        const auto image = loadImage(name);
-        if (!image) return "it is no picture";
+        ImageTrouble trouble;
+        const auto image = loadImage(name, {}, &trouble);
+        if (!image) return trouble.reason;
         format = {image->width, image->height, false};
         samples_.resize(format.pixels());
         rgbToYuyv(image->bytes(), samples_, static_cast<std::size_t>(image->width),
                   static_cast<std::size_t>(image->height));
-        const auto bytes = std::as_bytes(std::span(samples_));
-        bytes_.assign(bytes.begin(), bytes.end());
         return "";
     }
 
     std::string first_, next_;
     CaptureFormat format_;
     std::vector<std::uint16_t> samples_;
-    std::vector<std::byte> bytes_;
+    std::vector<std::uint8_t> bytes_;
 };
 
 class TestDevice final : public CaptureDevice

@@ -9,9 +9,9 @@ namespace scansteps {
 
 SCANSTEPS_STEP(Cjread)
 
-std::optional<HeldImage> Cjread::load(const std::string& path, Array&& memory)
+std::optional<HeldImage> Cjread::load(const std::string& path, Array&& memory, ImageTrouble& trouble)
 {
-    std::optional<RgbImage> image = loadImage(path, std::move(memory));
+    std::optional<RgbImage> image = loadImage(path, std::move(memory), &trouble);
     if (!image) return std::nullopt;
     return HeldImage{image->width, image->height, std::move(image->pixels)};
 }

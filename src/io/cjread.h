@@ -11,7 +11,7 @@ class Cjread final : public ImageSource
     const char* getName() override { return "Cjread"; }
 
   private:
-    std::optional<HeldImage> load(const std::string& path, Array&& memory) override;
+    std::optional<HeldImage> load(const std::string& path, Array&& memory, ImageTrouble& trouble) override;
 };
 
 }  // namespace scansteps

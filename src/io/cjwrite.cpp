@@ -10,6 +10,7 @@
 #include "io/image_file.h"
 #include "io/numbered_name.h"
 #include "scansteps/frame.h"
+#include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
 namespace scansteps {
@@ -142,7 +143,8 @@ void Cjwrite::process(varitype& params)
 template <class Rows>
 void Cjwrite::write(Rows& rows)
 {
-    writeImage(fileName_, quality_, width_, height_, rows);
+    const std::string reason = writeImage(fileName_, quality_, width_, height_, rows);
+    if (!reason.empty()) notifyHost(Trouble::PictureNotWritten, getName(), fileName_.c_str(), reason.c_str());
     rows.finish();
 }
 

@@ -44,18 +44,24 @@ struct RgbImage
 inline constexpr std::uint64_t kJpegBytesAlways = std::uint64_t{48} << 20U;
 inline constexpr std::uint64_t kJpegBytesPerFileByte = std::uint64_t{64} * 8 * 3;
 
-/// Loads a file. One that begins with "P" and a number is read as PPM or PGM with one byte a sample ("P6"
-/// three samples a pixel, any other number one), its samples scaled by 255 / maxval, truncated; everything
-/// else is decoded as JPEG (ITU-T T.81), a truncated one as far as it goes with the library's warning.
-/// Nothing is returned, and the reason printed, for a file that cannot be opened ("image file not found"),
-/// has sizes or a maxval below 1, is shorter than its header says, claims more than the limits above, or is
-/// broken. Never throws for a bad file; std::bad_alloc where memory is really short. `memory` of an image of
-/// the same size is used again.
-std::optional<RgbImage> loadImage(const std::string& path, Array memory = {});
+/// What was wrong with a file.
+struct ImageTrouble
+{
+    std::string reason;    ///< of a failure, or of missing parts of an image that was loaded; else empty
+    bool missing = false;  ///< there is no such file
+};
 
-/// The same from an open stream in binary mode that can seek, from its current position. The stream stays
-/// open.
-std::optional<RgbImage> loadImage(std::FILE* file, Array memory = {});
+/// Loads a file or what comes through a pipe. One that begins with "P" and a number is read as PPM or PGM
+/// with one byte a sample ("P6" three samples a pixel, any other number one), its samples scaled by 255 /
+/// maxval, truncated; everything else is decoded as JPEG (ITU-T T.81) of up to 1 GiB, a damaged one as far as
+/// it goes, one in four inks as they look on white paper. Nothing is returned for a file that cannot be
+/// opened
+/// ("image file not found") or read, has sizes or a maxval below 1, is shorter than its header says, claims
+/// more than the limits above, or is broken. The reason is printed on standard error, and left in `trouble`.
+/// Never throws for a bad file; std::bad_alloc where memory is really short. `memory` of an image of the same
+/// size is used again.
+std::optional<RgbImage> loadImage(const std::string& path, Array memory = {},
+                                  ImageTrouble* trouble = nullptr);
 
 /// Rows of an RGB picture for a writer that takes some at a time, so that they are made while they stay in a
 /// cache.
@@ -83,15 +89,14 @@ class PictureRows final : public RowSource
 };
 
 /// Writes a file whose kind is told by the first of these texts that its name holds anywhere: ".jpg",
-/// ".jpeg",
-/// ".JPG", ".JPEG" (JPEG of `quality` 0 to 100, baseline) or ".ppm", ".PPM" (binary PPM, RGB only). `pixels`
-/// are rows top to bottom of 3 bytes a pixel, or of 1 byte where `isRgb` is false, which is written as grey.
-/// Returns false, and has written nothing, for any other name, grey to PPM, sizes below 1, too few pixels, or
-/// a file that cannot be opened ("can't open NAME" on standard error); false also when writing fails midway
-/// ("can't write NAME" there).
+/// ".jpeg", ".JPG", ".JPEG" (JPEG of `quality` 0 to 100, baseline) or ".ppm", ".PPM" (binary PPM, RGB only).
+/// The file appears complete or, when anything fails, not at all. Returns nothing when it was written, else
+/// the reason, printed on standard error where opening ("can't open NAME") or writing ("can't write NAME:
+/// ...") failed. `source` is not asked where no file can be.
+std::string writeImage(const std::string& path, int quality, int width, int height, RowSource& source);
+/// The same for pixels that are there: rows top to bottom of 3 bytes a pixel, or of 1 byte where `isRgb` is
+/// false, which becomes grey, in JPEG files only. False when nothing was written, also for too few pixels.
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
                 std::span<const std::uint8_t> pixels);
-/// The same for RGB from a source, which is not asked when nothing is written.
-bool writeImage(const std::string& path, int quality, int width, int height, RowSource& source);
 
 }  // namespace scansteps

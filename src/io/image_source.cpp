@@ -20,8 +20,12 @@ void ImageSource::init(varitype& params)
 {
     const Settings settings(*this, params);
     currentName_ = settings.text("load.name");
-    held_ = load(currentName_, {});
-    if (held_) loadedName_ = currentName_;
+    trouble_ = {};
+    held_ = load(currentName_, {}, trouble_);
+    if (held_)
+        loadedName_ = currentName_;
+    else
+        report(Trouble::SourceStopped, currentName_);
     incr_ = settings.integer("load.incr");
     count_ = settings.integer("load.count");
     one_ = settings.has("load.one");
@@ -46,8 +50,10 @@ void ImageSource::process(varitype& params)
     if (!held_) {
         params["eventType"].getv<std::int32_t>() = event::kFlush;
         print::line("error read");
+        report(Trouble::SourceStopped, currentName_);
         return;
     }
+    report(Trouble::FrameIncomplete, loadedName_);
     Array image = std::move(held_->pixels);
     const std::string deliveredName = loadedName_;
     ++delivered_;
@@ -68,15 +74,23 @@ void ImageSource::loadNext()
     const bool wrapped = advanceName(currentName_, incr_);
     held_.reset();
     if (!one_) {
-        held_ = load(currentName_, std::move(spare_));
+        held_ = load(currentName_, std::move(spare_), trouble_);
         if (held_) {
             loadedName_ = currentName_;
             print::labelled(loadedName_, " filename.c_str()\n");
         }
-        if (wrapped) held_.reset();
     }
     // A count of N lets N + 1 frames through: it is compared after the frame was counted.
-    if (count_ != 0 && count_ < delivered_) held_.reset();
+    const bool ended = wrapped || (count_ != 0 && count_ < delivered_);
+    if (ended) held_.reset();
+    if (ended || (trouble_.missing && incr_ != 0)) trouble_ = {};
+}
+
+void ImageSource::report(Trouble trouble, const std::string& file)
+{
+    if (trouble_.reason.empty()) return;
+    notifyHost(trouble, getName(), file.c_str(), trouble_.reason.c_str());
+    trouble_ = {};
 }
 
 }  // namespace scansteps

@@ -1,95 +1,13 @@
 #include "io/jpeg_file.h"
 
-#include <jpeglib.h>
-
 #include <algorithm>
 #include <array>
-#include <csetjmp>
 #include <exception>
 
-// Every function that calls setjmp holds only plain values between the call and the library's code, and none
-// that it changes there, so that a jump back skips no destructor and finds every value as it was. What has a
-// destructor lives in the caller.
+#include "io/jpeg_errors.h"
 
 namespace scansteps {
 namespace {
-
-// Real progressive files have about ten scans. Each scan visits the whole picture, however few its bytes are.
-constexpr int kMaxScans = 100;
-
-struct ErrorHandler
-{
-    jpeg_error_mgr base{};  // first, the library hands out its address
-    std::jmp_buf escape{};
-
-    jpeg_error_mgr* install()
-    {
-        jpeg_std_error(&base);
-        base.error_exit = [](j_common_ptr jpeg) {
-            jpeg->err->output_message(jpeg);
-            std::longjmp(reinterpret_cast<ErrorHandler*>(jpeg->err)->escape, 1);
-        };
-        return &base;
-    }
-};
-
-struct Decoder
-{
-    jpeg_decompress_struct jpeg{};
-    jpeg_progress_mgr progress{};
-    ErrorHandler errors;
-
-    Decoder() { jpeg.err = errors.install(); }
-    Decoder(const Decoder&) = delete;
-    Decoder& operator=(const Decoder&) = delete;
-    ~Decoder() { jpeg_destroy_decompress(&jpeg); }
-};
-
-void limitScans(j_common_ptr common)
-{
-    const auto* const jpeg = reinterpret_cast<j_decompress_ptr>(common);
-    if (jpeg->input_scan_number <= kMaxScans) return;
-    std::fprintf(stderr, "JPEG file: more than %d scans\n", kMaxScans);
-    std::longjmp(reinterpret_cast<ErrorHandler*>(common->err)->escape, 1);
-}
-
-bool readHeader(Decoder& decoder, std::FILE* file)
-{
-    auto& jpeg = decoder.jpeg;
-    if (setjmp(decoder.errors.escape) != 0) return false;
-    jpeg_create_decompress(&jpeg);
-    jpeg_stdio_src(&jpeg, file);
-    jpeg_read_header(&jpeg, TRUE);
-    return true;
-}
-
-// `maxWork` bounds what the library itself takes, the coefficients of a progressive image above all.
-bool startDecoding(Decoder& decoder, long maxWork)
-{
-    auto& jpeg = decoder.jpeg;
-    if (setjmp(decoder.errors.escape) != 0) return false;
-    decoder.progress.progress_monitor = limitScans;
-    jpeg.progress = &decoder.progress;
-    jpeg.mem->max_memory_to_use = maxWork;
-    jpeg.out_color_space = JCS_RGB;
-    jpeg_start_decompress(&jpeg);
-    return true;
-}
-
-bool readRows(Decoder& decoder, std::uint8_t* pixels)
-{
-    auto& jpeg = decoder.jpeg;
-    const std::size_t rowBytes = std::size_t{jpeg.output_width} * 3;
-    if (setjmp(decoder.errors.escape) != 0) return false;
-    while (jpeg.output_scanline < jpeg.output_height) {
-        std::array<JSAMPROW, 4> rows{};
-        const auto count = std::min<JDIMENSION>(rows.size(), jpeg.output_height - jpeg.output_scanline);
-        for (JDIMENSION i = 0; i < count; ++i) rows[i] = pixels + rowBytes * (jpeg.output_scanline + i);
-        jpeg_read_scanlines(&jpeg, rows.data(), count);
-    }
-    jpeg_finish_decompress(&jpeg);
-    return true;
-}
 
 /// Lets the library write into the blocks of a file. What the file throws waits here while the library's C
 /// code is left by a jump.
@@ -125,7 +43,7 @@ struct Destination
         } catch (...) {
             failure = std::current_exception();
         }
-        if (failure) std::longjmp(reinterpret_cast<ErrorHandler*>(jpeg->err)->escape, 1);
+        if (failure) std::longjmp(reinterpret_cast<JpegErrors*>(jpeg->err)->escape, 1);
         base.next_output_byte = reinterpret_cast<JOCTET*>(begin_);
         base.free_in_buffer = kRoom;
     }
@@ -136,7 +54,7 @@ struct Destination
 struct Encoder
 {
     jpeg_compress_struct jpeg{};
-    ErrorHandler errors;
+    JpegErrors errors;
     Destination destination;
 
     explicit Encoder(AtomicFile& file) : destination(file) { jpeg.err = errors.install(); }
@@ -187,33 +105,12 @@ bool createEncoder(Encoder& encoder, int width, int height)
 
 }  // namespace
 
-std::optional<RgbImage> readJpeg(std::FILE* file, std::uint64_t maxBytes, Array memory)
-{
-    Decoder decoder;
-    if (!readHeader(decoder, file)) return std::nullopt;
-    RgbImage image{
-        static_cast<int>(decoder.jpeg.image_width), static_cast<int>(decoder.jpeg.image_height), {}};
-    if (image.size() > maxBytes) {
-        std::fprintf(stderr, "JPEG file: %d x %d pixels are more than so short a file can hold\n",
-                     image.width, image.height);
-        return std::nullopt;
-    }
-    // Coefficients take at most 2 bytes a sample and 4 colours, padded to whole blocks and with slack for
-    // tables.
-    const auto maxWork = std::min<std::uint64_t>(image.size() * 4 + (std::uint64_t{64} << 20U), 0x7fffffff);
-    if (!startDecoding(decoder, static_cast<long>(maxWork))) return std::nullopt;
-    image.width = static_cast<int>(decoder.jpeg.output_width);
-    image.height = static_cast<int>(decoder.jpeg.output_height);
-    if (!readRows(decoder, image.takeRoom(std::move(memory)))) return std::nullopt;
-    return image;
-}
-
-bool writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source)
+std::string writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source)
 {
     Encoder encoder(file);
     const bool written = createEncoder(encoder, width, height) && encode(encoder, quality, source);
     if (encoder.destination.failure) std::rethrow_exception(encoder.destination.failure);
-    return written;
+    return written ? std::string() : encoder.errors.fatal.data();
 }
 
 }  // namespace scansteps

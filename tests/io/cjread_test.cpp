@@ -13,6 +13,7 @@
 namespace scansteps {
 namespace {
 
+using test::KeptNotice;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -90,6 +91,43 @@ TEST_F(CjreadTest, stepsAndLimits)
     for (const auto& row : table) {
         init(row.load);
         EXPECT_EQ(run(), row.greys);
+    }
+}
+
+// A series that just ends is no trouble, nor is what would have come after its end.
+TEST_F(CjreadTest, theHostIsToldOfFilesThatCannotBeRead)
+{
+    const std::string photo = test::readFile(test::examplePath("img0000.jpg"));
+    writeNumbered(0, 3);
+    dir.write("f0004.ppm", "P5 2 1 255\n");
+    writeNumbered(5, 5);
+    dir.write("p0.jpg", photo);
+    dir.write("p1.jpg", photo.substr(0, photo.size() / 2));
+    const struct
+    {
+        Struct load;
+        std::vector<KeptNotice> notices;
+    } table[] = {
+        {{{"name", "f0005.ppm"}}, {}},
+        {{{"name", "f0002.ppm"}, {"count", 1}}, {}},
+        {{{"name", "f0003.ppm"}, {"one", 1}}, {}},
+        {{{"name", "f0002.ppm"}},
+         {{Trouble::SourceStopped, "", "f0004.ppm", "PPM file: fewer samples than its header says"}}},
+        {{{"name", "f0009.ppm"}}, {{Trouble::SourceStopped, "", "f0009.ppm", "No such file or directory"}}},
+        {{{"name", "p0.jpg"}}, {{Trouble::FrameIncomplete, "", "p1.jpg", "Premature end of JPEG file"}}},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.load["name"].as<std::string>());
+        chain.notices.clear();
+        init(row.load);
+        run();
+        ASSERT_EQ(chain.notices.size(), row.notices.size());
+        for (std::size_t i = 0; i < row.notices.size(); ++i) {
+            EXPECT_EQ(chain.notices[i].trouble, row.notices[i].trouble);
+            EXPECT_EQ(chain.notices[i].step, "Cjread");
+            EXPECT_EQ(chain.notices[i].file, dir / row.notices[i].file);
+            EXPECT_EQ(chain.notices[i].reason, row.notices[i].reason);
+        }
     }
 }
 

@@ -155,7 +155,6 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
     dir.write("grey.jpg", encoded({.horizontal = 1, .vertical = 1, .colours = JCS_GRAYSCALE}));
     dir.write("rgb.jpg", encoded({.horizontal = 1, .vertical = 1, .colours = JCS_RGB}));
     dir.write("picture.ppm", "P5 1 1 255\np");
-    dir.write("cut.jpg", whole.substr(0, whole.size() / 2));
     const struct
     {
         const char* name;
@@ -166,7 +165,6 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
         {"grey.jpg", "We only support YUV images\nparse error!\n"},
         {"rgb.jpg", "We only support YCbCr image\nparse error!\n"},
         {"picture.ppm", "Not a JPG file ?\nparse error!\n"},
-        {"cut.jpg", "             -1 result\nBad huffman data (buffer overflow)\nparse error!\n"},
     };
     for (const auto& row : table) {
         test::Chain chain({"cjreadf"});
@@ -176,7 +174,28 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
         });
         EXPECT_EQ(out, std::string(row.text) + "error read\n");
         EXPECT_THAT(chain.arrived, SizeIs(1)) << "the end is not forwarded";
+        ASSERT_THAT(chain.notices, SizeIs(1));
+        EXPECT_EQ(chain.notices[0].trouble, Trouble::SourceStopped);
+        EXPECT_EQ(chain.notices[0].file, dir / row.name);
     }
+
+    // A damaged scan is shown as far as it came, grey below, and the series goes on.
+    dir.write("s0.jpg", whole);
+    dir.write("s1.jpg", whole.substr(0, whole.size() * 4 / 5));
+    dir.write("s2.jpg", whole);
+    test::Chain chain({"cjreadf"});
+    const std::string out = test::printed([&] {
+        chain.init({{"load", Struct{{"name", dir / "s0.jpg"}}}});
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(chain.process(), event::kProcess);
+    });
+    EXPECT_THAT(out, HasSubstr("Bad huffman data (buffer overflow)\nparse error!\n             -1 result\n"));
+    const auto good = samplesOf(*chain.arrived[1].frame), cut = samplesOf(*chain.arrived[2].frame);
+    EXPECT_TRUE(std::equal(cut.begin(), cut.begin() + 64 * 16, good.begin()));
+    EXPECT_EQ(cut.back(), 0x8080);
+    ASSERT_THAT(chain.notices, SizeIs(1));
+    EXPECT_EQ(chain.notices[0].trouble, Trouble::FrameIncomplete);
+    EXPECT_EQ(chain.notices[0].file, dir / "s1.jpg");
+    EXPECT_EQ(chain.notices[0].reason, "Bad huffman data (buffer overflow)");
 }
 
 // Files of other samplings and odd sizes become frames too.

@@ -123,6 +123,11 @@ TEST_F(CjwriteTest, aFailedWriteIsNoError)
     EXPECT_NE(chain.arrived[1].frame, nullptr);
     EXPECT_NE(chain.arrived[3].frame, nullptr);
     EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(dir / "x").parent_path()));
+    ASSERT_EQ(chain.notices.size(), 2U);
+    EXPECT_EQ(chain.notices[0].trouble, Trouble::PictureNotWritten);
+    EXPECT_EQ(chain.notices[0].file, dir / "no/such/folder0.jpg");
+    EXPECT_EQ(chain.notices[0].reason, "No such file or directory");
+    EXPECT_EQ(chain.notices[1].reason, "the name tells neither JPEG nor PPM");
 }
 
 // Frames are copied while they are written, some rows at a time: all of them arrive, taller ones than the

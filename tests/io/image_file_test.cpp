@@ -7,9 +7,16 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 #include <vector>
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
 #include "support/images.h"
+#include "support/jpeg.h"
 #include "support/temp_dir.h"
 
 namespace scansteps {
@@ -80,6 +87,10 @@ TEST(LoadPpm, commentsAfterTheMagicNumber)
     ASSERT_TRUE(one.image);
     EXPECT_THAT(one.out, HasSubstr("fmt\nreadppm params error\n              2 *W"));
     EXPECT_TRUE(load(dir.write("b.ppm", "P5\n# one\n#two\n2 1\n255\nAB")).image);
+    const Loaded between = load(dir.write("e.ppm", "P5\n2 # width\n1\n#height\n255\nAB"));
+    ASSERT_TRUE(between.image);
+    EXPECT_EQ(between.image->width, 2);
+    EXPECT_THAT(between.out, HasSubstr("fmt\nreadppm params error\nreadppm params error\n"));
 
     const Loaded longComment = load(dir.write("c.ppm", "P5\n#" + std::string(10001, 'x') + "\n2 1\n255\nAB"));
     EXPECT_FALSE(longComment.image);
@@ -148,6 +159,50 @@ TEST(LoadJpeg, brokenFiles)
     EXPECT_FALSE(refused.image);
     EXPECT_THAT(refused.err, HasSubstr("65500 x 65500"));
 }
+
+// In four inks, stored as Adobe's programs do (inverted, with their marker) and as they are.
+TEST(LoadJpeg, inksBecomeColours)
+{
+    const test::TempDir dir;
+    const test::Image photo = test::cropped(test::examplePhoto("photo_coffee.jpg"), 64, 48);
+    const struct
+    {
+        J_COLOR_SPACE space;
+        bool adobe;
+    } table[] = {{JCS_YCCK, true}, {JCS_CMYK, true}, {JCS_CMYK, false}};
+    for (const auto& row : table) {
+        const auto bytes = test::encodeInks(photo, row.space, row.adobe);
+        const Loaded loaded = load(dir.write("inks.jpg", {bytes.begin(), bytes.end()}));
+        ASSERT_TRUE(loaded.image) << loaded.err;
+        double sum = 0;
+        for (std::size_t i = 0; i < photo.rgb.size(); ++i)
+            sum += std::abs(int(photo.rgb[i]) - int(loaded.image->bytes()[i]));
+        EXPECT_LT(sum / double(photo.rgb.size()), 3) << row.space << row.adobe;
+    }
+}
+
+#ifndef _WIN32
+TEST(LoadImage, throughAPipeInPieces)
+{
+    const test::TempDir dir;
+    const std::string pipe = dir / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const test::Image photo = test::examplePhoto("img0000.jpg");
+    ASSERT_TRUE(writeImage(dir / "a.ppm", 0, 640, 480, true, photo.rgb));
+    for (const std::string& file :
+         {test::readFile(test::examplePath("img0000.jpg")), test::readFile(dir / "a.ppm")}) {
+        std::thread writer([&] {
+            std::ofstream out(pipe, std::ios::binary);
+            for (std::size_t at = 0; at < file.size(); at += 50021)
+                out << file.substr(at, 50021) << std::flush;
+        });
+        const Loaded loaded = load(pipe);
+        writer.join();
+        ASSERT_TRUE(loaded.image) << loaded.err;
+        EXPECT_TRUE(std::ranges::equal(loaded.image->bytes(), photo.rgb));
+    }
+}
+#endif
 
 TEST(LoadJpeg, notFiles)
 {

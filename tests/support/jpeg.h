@@ -18,7 +18,8 @@ struct JpegOptions
     int restartInterval = 0;  ///< MCUs
     bool optimise = false;    ///< Huffman tables made for the picture
     bool progressive = false;
-    J_COLOR_SPACE colours = JCS_YCbCr;
+    J_COLOR_SPACE colours = JCS_YCbCr;  ///< CMYK or YCCK: the pixels have four bytes
+    bool adobe = false;                 ///< of CMYK: with that marker
 };
 
 inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOptions& options)
@@ -32,10 +33,12 @@ inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOption
     jpeg_mem_dest(&jpeg, &bytes, &size);
     jpeg.image_width = JDIMENSION(image.width);
     jpeg.image_height = JDIMENSION(image.height);
-    jpeg.input_components = 3;
-    jpeg.in_color_space = JCS_RGB;
+    const bool inks = options.colours == JCS_CMYK || options.colours == JCS_YCCK;
+    jpeg.input_components = inks ? 4 : 3;
+    jpeg.in_color_space = inks ? JCS_CMYK : JCS_RGB;
     jpeg_set_defaults(&jpeg);
     jpeg_set_colorspace(&jpeg, options.colours);
+    if (inks) jpeg.write_Adobe_marker = options.adobe ? TRUE : FALSE;
     jpeg_set_quality(&jpeg, options.quality, TRUE);
     jpeg.comp_info[0].h_samp_factor = options.horizontal;
     jpeg.comp_info[0].v_samp_factor = options.vertical;
@@ -44,8 +47,8 @@ inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOption
     if (options.progressive) jpeg_simple_progression(&jpeg);
     jpeg_start_compress(&jpeg, TRUE);
     while (jpeg.next_scanline < jpeg.image_height) {
-        auto* row =
-            const_cast<JSAMPROW>(image.rgb.data()) + std::size_t(image.width) * 3 * jpeg.next_scanline;
+        auto* row = const_cast<JSAMPROW>(image.rgb.data()) +
+                    std::size_t(image.width * jpeg.input_components) * jpeg.next_scanline;
         jpeg_write_scanlines(&jpeg, &row, 1);
     }
     jpeg_finish_compress(&jpeg);
@@ -53,6 +56,21 @@ inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOption
     std::vector<std::uint8_t> result(bytes, bytes + size);
     std::free(bytes);
     return result;
+}
+
+/// The picture in four inks. `adobe` stores what each ink leaves of the light, with the marker that says so.
+inline std::vector<std::uint8_t> encodeInks(const Image& image, J_COLOR_SPACE space, bool adobe)
+{
+    std::vector<std::uint8_t> inks;
+    for (std::size_t i = 0; i < image.rgb.size(); i += 3) {
+        const int light = std::max({image.rgb[i], image.rgb[i + 1], image.rgb[i + 2], std::uint8_t{1}});
+        for (std::size_t k = 0; k < 3; ++k) inks.push_back(std::uint8_t(image.rgb[i + k] * 255 / light));
+        inks.push_back(std::uint8_t(light));
+    }
+    if (!adobe)
+        for (std::uint8_t& ink : inks) ink = std::uint8_t(255 - ink);
+    return encodeJpeg({image.width, image.height, std::move(inks)},
+                      {.quality = 98, .horizontal = 1, .vertical = 1, .colours = space, .adobe = adobe});
 }
 
 /// The middle `width` × `height` of a picture, or of several of it side by side when it is too small.
