@@ -1,7 +1,6 @@
 // scansteps check: types and settings of a pipeline, without running it.
-#include <fmt/format.h>
-
 #include "commands.h"
+#include "output.h"
 #include "pipeline.h"
 #include "runner.h"
 
@@ -11,16 +10,16 @@ int check(const CheckOptions& options)
 {
     const Pipeline pipeline = readPipeline(options.pipeline, options.sets);
     int code = kEnded;
-    for (const std::string& warning : pipeline.warnings) fmt::print("warning: {}\n", warning);
+    for (const std::string& warning : pipeline.warnings) answer("warning: {}", warning);
     for (const std::string& mismatch : typeMismatches(pipeline)) {
-        fmt::print("error: types do not fit: {}\n", mismatch);
+        answer("error: types do not fit: {}", mismatch);
         code = kMisfit;
     }
     for (const std::string& missing : missingSettings(pipeline)) {
-        fmt::print("error: {}\n", missing);
+        answer("error: {}", missing);
         code = kUsage;
     }
-    if (code == kEnded) fmt::print("ok: {} steps\n", pipeline.steps.size());
+    if (code == kEnded) answer("ok: {} steps", pipeline.steps.size());
     return code;
 }
 

@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "json_values.h"
 #include "outcome.h"
+#include "output.h"
 #include "scansteps/cameras.h"
 
 namespace scansteps::host {
@@ -30,12 +31,10 @@ Ordered jsonOf(const CameraInfo& camera)
 
 void print(const CameraInfo& camera)
 {
-    fmt::print("{}  {}{}\n", camera.index, camera.name, camera.path.empty() ? "" : "  " + camera.path);
-    for (const CameraMode& mode : cameraModes(camera)) {
-        fmt::print("     {} {} x {}", mode.format, mode.width, mode.height);
-        if (mode.rate > 0) fmt::print(", up to {:g} frames a second", mode.rate);
-        fmt::print("\n");
-    }
+    answer("{}  {}{}", camera.index, camera.name, camera.path.empty() ? "" : "  " + camera.path);
+    for (const CameraMode& mode : cameraModes(camera))
+        answer("     {} {} x {}{}", mode.format, mode.width, mode.height,
+               mode.rate > 0 ? fmt::format(", up to {:g} frames a second", mode.rate) : "");
 }
 
 }  // namespace
@@ -46,13 +45,12 @@ int devices(const DevicesOptions& options)
     if (options.json) {
         Ordered list = Ordered::array();
         for (const CameraInfo& camera : cameras) list.push_back(jsonOf(camera));
-        fmt::print("{}\n", list.dump(2));
+        answerLines(list.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
         return kEnded;
     }
     for (const CameraInfo& camera : cameras) print(camera);
-    if (cameras.empty()) fmt::print("no camera found\n");
-    fmt::print(
-        "Without a camera: capture.dev_name=test:bars, test:gradient, test:moving or file:NAME0000.jpg\n");
+    if (cameras.empty()) answer("no camera found");
+    answer("Without a camera: capture.dev_name=test:bars, test:gradient, test:moving or file:NAME0000.jpg");
     return kEnded;
 }
 

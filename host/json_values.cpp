@@ -33,7 +33,7 @@ double realFromJson(const Json& json, const std::string& where)
         if (text == "inf") return std::numeric_limits<double>::infinity();
         if (text == "-inf") return -std::numeric_limits<double>::infinity();
     }
-    failValue(where, fmt::format("{} is not a number", json.dump()));
+    failValue(where, fmt::format("{} is not a number", dumpLine(json)));
 }
 
 template <class T>
@@ -42,7 +42,7 @@ T integerFromJson(const Json& json, const std::string& where)
     const double value = realFromJson(json, where);
     if (!(value >= double(std::numeric_limits<T>::min()) && value <= double(std::numeric_limits<T>::max())) ||
         value != std::trunc(value))
-        failValue(where, fmt::format("{} does not fit {}", json.dump(), kindTypeName(kindOf<T>())));
+        failValue(where, fmt::format("{} does not fit {}", dumpLine(json), kindTypeName(kindOf<T>())));
     return static_cast<T>(value);
 }
 
@@ -50,7 +50,7 @@ float floatFromJson(const Json& json, const std::string& where)
 {
     const double value = realFromJson(json, where);
     if (std::isfinite(value) && std::abs(value) > double(std::numeric_limits<float>::max()))
-        failValue(where, fmt::format("{} does not fit Float", json.dump()));
+        failValue(where, fmt::format("{} does not fit Float", dumpLine(json)));
     return static_cast<float>(value);
 }
 
@@ -205,7 +205,7 @@ varitype valueFromJson(const Json& json, Kind kind, const std::string& where)
         case Kind::Empty:
             return {};
         case Kind::String:
-            if (!json.is_string()) failValue(where, fmt::format("{} is not a text", json.dump()));
+            if (!json.is_string()) failValue(where, fmt::format("{} is not a text", dumpLine(json)));
             return json.get<std::string>();
         case Kind::Struct: {
             if (!json.is_null()) return structFromJson(json, where);

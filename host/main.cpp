@@ -10,8 +10,9 @@
 
 #include "commands.h"
 #include "outcome.h"
-#include "pipeline.h"
+#include "output.h"
 #include "system.h"
+#include "usage_hints.h"
 
 using namespace scansteps::host;
 
@@ -19,8 +20,7 @@ namespace {
 
 int fail(int code, const std::string& message)
 {
-    std::fflush(stdout);
-    fmt::print(stderr, "scansteps: error: {}\n", message);
+    complain("{}", message);
     return code;
 }
 
@@ -129,13 +129,67 @@ int answered(int code)
 
 [[noreturn]] void failCommand(const std::string& name, const std::map<std::string, Command>& commands)
 {
-    std::vector<std::string> names;
+    std::vector<std::string> names = {"help", "version"};
     for (const auto& [known, command] : commands) names.push_back(known);
-    const std::string near = nearest(name, names);
-    throw UsageError{near.empty()
-                         ? fmt::format("there is no command \"{}\" (scansteps --help lists them)", name)
-                         : fmt::format("there is no command \"{}\"; did you mean \"{}\"?", name, near)};
+    throw UsageError{fmt::format("there is no command {}{}", inQuotes(name),
+                                 didYouMean(name, names, " (scansteps help lists them)"))};
 }
+
+void parse(CLI::App& app, const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) throw;  // help and version
+        const auto used = app.get_subcommands();
+        const CLI::App& at = used.empty() ? app : *used.front();
+        std::vector<std::string> known;
+        for (const CLI::Option* option : at.get_options()) {
+            for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+            for (const std::string& name : option->get_snames()) known.push_back("-" + name);
+        }
+        const std::string hint = unexpectedArgument(at.get_name(), app.remaining(true), known);
+        throw UsageError{hint.empty() ? error.what() : hint};
+    }
+}
+
+// "version" and "help [COMMAND]" are other spellings of options.
+std::vector<std::string> asOptions(std::vector<std::string> arguments)
+{
+    if (arguments.empty()) return arguments;
+    if (arguments[0] == "version") return {"--version"};
+    if (arguments[0] != "help") return arguments;
+    arguments.erase(arguments.begin());
+    if (arguments.size() > 1) arguments.resize(1);
+    arguments.emplace_back("--help");
+    return arguments;
+}
+
+struct CommandInfo
+{
+    const char* name;
+    const char* what;
+    Command (*options)(CLI::App&);
+    const char* example;
+};
+
+constexpr CommandInfo kCommands[] = {
+    {"run", "Runs a pipeline", addRun,
+     "scansteps run \"cjread load.name=img0000.jpg ! cyuv ! ccanny ! cjwrite name=edge0000.jpg ! clast\""},
+    {"check", "Checks types and settings of a pipeline; nothing is run", addCheck,
+     "scansteps check edges.json --set OCV.trh=120"},
+    {"steps", "Lists the kinds of steps, or one with its settings", addSteps, "scansteps steps ccanny"},
+    {"inspect", "Prints the records of a recording", addInspect,
+     "scansteps inspect run.rec --frames pictures"},
+    {"devices", "Lists the cameras with their formats and sizes", addDevices, "scansteps devices --json"},
+    {"receive", "Receives runs from the sender step and records them", addReceive,
+     "scansteps receive --port 5000 --bind 0.0.0.0 --out run.rec"},
+};
+
+constexpr const char* kExitCodes =
+    "Exit codes: 0 the run ended; 2 the command line or the pipeline is wrong; 3 types or formats do not\n"
+    "fit; 4 a step raised an error; 5 a file or a connection failed; 130 interrupted.";
 
 }  // namespace
 
@@ -143,37 +197,32 @@ int main(int argc, char** argv)
 {
     useBinaryStandardStreams();
     CLI::App app{"Runs pipelines of steps over images, cameras and recordings", "scansteps"};
-    app.set_version_flag("--version", "scansteps " SCANSTEPS_VERSION);
+    app.set_version_flag("-V,--version", "scansteps " SCANSTEPS_VERSION, "Prints the version");
+    app.set_help_flag("-h,--help", "Prints this help");
     app.allow_windows_style_options(false);  // "/name" is a path on every system
     app.require_subcommand(0, 1);
-    app.footer(
-        "Exit codes: 0 the run ended; 2 the command line or the pipeline is wrong; 3 types or formats do "
-        "not\n"
-        "fit; 4 a step raised an error; 5 a file or a connection failed; 130 interrupted.\n\n"
-        "scansteps run \"cjread load.name=img0000.jpg ! cyuv ! ccanny ! cjwrite name=edge0000.jpg ! clast\"");
+    app.footer(fmt::format(
+        "{}\n\nscansteps help COMMAND tells the options of a command, with an example. To begin:\n  {}",
+        kExitCodes, kCommands[0].example));
     std::map<std::string, Command> commands;
-    const auto add = [&](const char* name, const char* what, Command (*options)(CLI::App&)) {
-        commands[name] = options(*app.add_subcommand(name, what));
-    };
-    add("run", "Runs a pipeline", addRun);
-    add("check", "Checks types and settings of a pipeline; nothing is run", addCheck);
-    add("steps", "Lists the kinds of steps, or one with its settings", addSteps);
-    add("inspect", "Prints the records of a recording", addInspect);
-    add("devices", "Lists the cameras with their formats and sizes", addDevices);
-    add("receive", "Receives runs from the sender step and records them", addReceive);
+    for (const auto& [name, what, options, example] : kCommands) {
+        CLI::App& command = *app.add_subcommand(name, what);
+        command.footer(fmt::format("Example:\n  {}", example));
+        commands[name] = options(command);
+    }
 
     try {
         auto arguments = utf8Arguments(argc, argv);
-        if (arguments.size() > 1 && !arguments[1].starts_with('-') && !commands.contains(arguments[1]))
-            failCommand(arguments[1], commands);
-        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend() - 1);
-        app.parse(reversed);
+        arguments = asOptions({arguments.begin() + 1, arguments.end()});
+        if (!arguments.empty() && !arguments[0].starts_with('-') && !commands.contains(arguments[0]))
+            failCommand(arguments[0], commands);
+        parse(app, arguments);
         for (const auto& [name, command] : commands)
             if (app.got_subcommand(name)) return name == "run" ? command() : answered(command());
-        fmt::print("{}", app.help());
+        answerLines(app.help());
         return kUsage;
     } catch (const CLI::Success& success) {
-        return app.exit(success);
+        return answered(app.exit(success));
     } catch (const CLI::ParseError& error) {
         return fail(kUsage, error.what());
     } catch (const UsageError& error) {

@@ -3,14 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <filesystem>
 #include <optional>
 
+#include "descriptors.h"
 #include "scansteps/settings.h"
 #include "setting_lookup.h"
 #include "system.h"
+#include "usage_hints.h"
 
 namespace scansteps::host {
 
@@ -21,9 +21,8 @@ const KindInfo& kindNamed(const std::string& name)
     if (const KindInfo* kind = findKind(name)) return *kind;
     std::vector<std::string> names;
     for (const KindInfo& kind : kinds()) names.emplace_back(kind.kind);
-    const std::string near = nearest(name, names);
-    throw UsageError{near.empty() ? fmt::format("there is no kind \"{}\" (scansteps steps lists them)", name)
-                                  : fmt::format("there is no kind \"{}\"; did you mean \"{}\"?", name, near)};
+    throw UsageError{fmt::format("there is no kind {}{}", inQuotes(name),
+                                 didYouMean(name, names, " (scansteps steps lists them)"))};
 }
 
 // A value given as text, of the kind that the table names, or of the kind it looks like.
@@ -39,8 +38,8 @@ std::optional<varitype> valueFromText(const std::string& text, const SettingInfo
         if (!json.is_array()) return valueFromJson(json, where);
     }
     if (setting != nullptr && !setting->presence)
-        throw UsageError{
-            fmt::format("{}: \"{}\" is not a value of kind {}", where, text, kindTypeName(setting->kind))};
+        throw UsageError{fmt::format("{}: {} is not a value of kind {}", where, inQuotes(text),
+                                     kindTypeName(setting->kind))};
     return varitype(text);
 }
 
@@ -83,7 +82,7 @@ Assignment splitAssignment(const std::string& text)
 {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0)
-        throw UsageError{fmt::format("\"{}\" is not of the form PATH=VALUE", text)};
+        throw UsageError{fmt::format("{} is not of the form PATH=VALUE", inQuotes(text))};
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
@@ -117,8 +116,15 @@ std::vector<std::string> splitWords(const std::string& line)
     return words;
 }
 
-void addSetting(PipelineStep& step, const std::string& word)
+// `before` is the word before this one, where it was a setting of the same step.
+void addSetting(PipelineStep& step, const std::string& word, const std::string& before)
 {
+    if (!before.empty() && word.find('=') == std::string::npos) {
+        const Assignment cut = splitAssignment(before);
+        throw UsageError{
+            fmt::format("{} is no setting; if it belongs to {}, put the value in quotes: {}='{} {}'",
+                        inQuotes(word), cut.path, cut.path, cut.value, word)};
+    }
     const Assignment assignment = splitAssignment(word);
     const std::vector<const KindInfo*> own = {step.kind};
     const std::string path = resolvePath(assignment.path, own);
@@ -126,9 +132,8 @@ void addSetting(PipelineStep& step, const std::string& word)
     if (setting == nullptr && path.find('.') == std::string::npos) {
         std::vector<std::string> known;
         for (const SettingInfo& info : step.kind->settings) known.push_back(lastPart(info.path));
-        const std::string near = nearest(path, known);
-        throw UsageError{fmt::format("{} has no setting \"{}\"{}", step.kind->kind, path,
-                                     near.empty() ? "" : fmt::format("; did you mean \"{}\"?", near))};
+        throw UsageError{
+            fmt::format("{} has no setting {}{}", step.kind->kind, inQuotes(path), didYouMean(path, known))};
     }
     const auto value =
         valueFromText(assignment.value, setting, fmt::format("{}, {}", step.kind->kind, assignment.path));
@@ -140,9 +145,7 @@ void addSetting(PipelineStep& step, const std::string& word)
 {
     if (std::find(known.begin(), known.end(), key) != known.end())
         throw UsageError{fmt::format("{}: the value of \"{}\" is of the wrong type", where, key)};
-    const std::string near = nearest(key, known);
-    throw UsageError{fmt::format("{}: \"{}\" is not known{}", where, key,
-                                 near.empty() ? "" : fmt::format("; did you mean \"{}\"?", near))};
+    throw UsageError{fmt::format("{}: {} is not known{}", where, inQuotes(key), didYouMean(key, known))};
 }
 
 PipelineStep stepFromJson(const Json& json)
@@ -167,13 +170,39 @@ PipelineStep stepFromJson(const Json& json)
     return step;
 }
 
-Json parseJson(const std::string& text, const std::string& name)
+// "line 3, column 14: number overflow parsing '1e999'": without the library's tags.
+std::string jsonProblem(const std::string& text, const Json::exception& error)
 {
+    std::string what = error.what();
+    if (const auto tag = what.find("] "); what.starts_with('[') && tag != what.npos) what.erase(0, tag + 2);
+    constexpr std::string_view kParseError = "parse error at ";
+    if (what.starts_with(kParseError)) return what.substr(kParseError.size());
+    // A number that is too large comes without its place.
+    const auto first = what.find('\''), last = what.rfind('\'');
+    const auto at = first < last ? text.find(what.substr(first + 1, last - first - 1)) : text.npos;
+    if (at == text.npos) return what;
+    const auto line = std::count(text.begin(), text.begin() + std::ptrdiff_t(at), '\n') + 1;
+    const auto column = at - (text.rfind('\n', at) + 1) + 1;  // npos + 1 is 0
+    return fmt::format("line {}, column {}: {}", line, column, what);
+}
+
+Json parseJson(const std::optional<std::string>& text, const std::string& name)
+{
+    if (!text) throw UsageError{cannot("read", name)};
     try {
-        return Json::parse(text);
+        return Json::parse(*text);
     } catch (const Json::exception& error) {
-        throw UsageError{fmt::format("{}: {}", name, error.what())};
+        throw UsageError{fmt::format("{}: {}", name, jsonProblem(*text, error))};
     }
+}
+
+// A description that is nothing but the name of a file is a slip.
+void refuseFileName(const std::string& text)
+{
+    std::error_code error;
+    if (findKind(text) == nullptr && std::filesystem::is_regular_file(pathFromUtf8(text), error))
+        throw UsageError{
+            fmt::format("{} is a file, but the name of a pipeline file ends in .json", inQuotes(text))};
 }
 
 }  // namespace
@@ -201,15 +230,17 @@ Pipeline pipelineFromLine(const std::string& line)
 {
     Pipeline pipeline;
     bool wantsKind = true;
+    std::string before;  // setting of the same step
     for (const std::string& word : splitWords(line)) {
         if (word == "!") {
             if (wantsKind) throw UsageError{"a step is missing beside \"!\""};
             wantsKind = true;
+            before.clear();
         } else if (wantsKind) {
             pipeline.steps.push_back({&kindNamed(word), "", {}});
             wantsKind = false;
         } else {
-            addSetting(pipeline.steps.back(), word);
+            addSetting(pipeline.steps.back(), word, std::exchange(before, word));
         }
     }
     if (wantsKind)
@@ -232,13 +263,11 @@ Pipeline readPipeline(const std::string& text, const std::vector<std::string>& s
 {
     Pipeline pipeline;
     if (text == "-") {
-        pipeline = pipelineFromJson(
-            parseJson(std::string(std::istreambuf_iterator<char>(std::cin), {}), "standard input"));
+        pipeline = pipelineFromJson(parseJson(descriptor::readAll(descriptor::kInput), "standard input"));
     } else if (text.ends_with(".json")) {
-        std::ifstream file(pathFromUtf8(text), std::ios::binary);
-        if (!file) throw UsageError{fmt::format("cannot read {}", text)};
-        pipeline = pipelineFromJson(parseJson(std::string(std::istreambuf_iterator<char>(file), {}), text));
+        pipeline = pipelineFromJson(parseJson(descriptor::readFile(text), text));
     } else {
+        refuseFileName(text);
         pipeline = pipelineFromLine(text);
     }
     for (const std::string& set : sets) applySet(pipeline, set);

@@ -49,7 +49,4 @@ std::vector<std::string> typeMismatches(const Pipeline& pipeline);
 /// "step 2 (ccanny \"edges\")"
 std::string stepLabel(const Pipeline& pipeline, std::size_t index);
 
-/// The candidate that is nearest in spelling; empty when none is near.
-std::string nearest(const std::string& word, const std::vector<std::string>& candidates);
-
 }  // namespace scansteps::host

@@ -7,6 +7,7 @@
 
 #include "scansteps/settings.h"
 #include "setting_lookup.h"
+#include "usage_hints.h"
 
 namespace scansteps::host {
 
@@ -96,7 +97,7 @@ void checkRecord(Struct& record, const std::string& prefix, const Scope& scope, 
         const std::string near = nearest(key, known);
         if (!prefix.empty() || !near.empty())
             warnings.push_back(
-                fmt::format("{}{} is not a known setting{}", owner, path,
+                fmt::format("{}{} is not a known setting{}", owner, inQuotes(path),
                             near.empty() ? "" : fmt::format("; did you mean {}{}?", prefix, near)));
     }
 }
@@ -158,22 +159,6 @@ bool typeFits(std::string_view out, std::string_view in)
     return partFits(outPlace, inPlace) && partFits(outFormat, inFormat);
 }
 
-// Edits (insert, delete, replace, swap of neighbours) that turn one word into the other: the restricted
-// Damerau-Levenshtein distance.
-std::size_t editDistance(const std::string& a, const std::string& b)
-{
-    std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-    for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
-    for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i)
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
-            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
-                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
-        }
-    return d[a.size()][b.size()];
-}
-
 }  // namespace
 
 std::vector<const KindInfo*> kindsOf(const Pipeline& pipeline)
@@ -193,20 +178,6 @@ const SettingInfo* findSettingAmong(const std::vector<const KindInfo*>& kinds, s
 std::string lastPart(std::string_view path)
 {
     return std::string(path.substr(path.rfind('.') + 1));
-}
-
-std::string nearest(const std::string& word, const std::vector<std::string>& candidates)
-{
-    std::string best;
-    std::size_t bestDistance = std::max<std::size_t>(1, word.size() / 3) + 1;
-    for (const std::string& candidate : candidates) {
-        const std::size_t distance = editDistance(word, candidate);
-        if (distance < bestDistance) {
-            bestDistance = distance;
-            best = candidate;
-        }
-    }
-    return best;
 }
 
 void checkSettings(Pipeline& pipeline)

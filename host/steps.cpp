@@ -6,9 +6,11 @@
 #include "commands.h"
 #include "json_values.h"
 #include "outcome.h"
+#include "output.h"
 #include "pipeline.h"
 #include "scansteps/kinds.h"
 #include "setting_lookup.h"
+#include "usage_hints.h"
 
 namespace scansteps::host {
 
@@ -70,12 +72,13 @@ std::string rangeText(const SettingInfo& setting)
 
 void printKind(const KindInfo& kind)
 {
-    fmt::print("{} ({}){}\n  {}\n  in {}, out {}\n", kind.kind, kind.className,
-               kind.source ? ", a source" : "", kind.summary, kind.typeIn, kind.typeOut);
+    answer("{} ({}){}", kind.kind, kind.className, kind.source ? ", a source" : "");
+    answer("  {}", kind.summary);
+    answer("  in {}, out {}", kind.typeIn, kind.typeOut);
     for (const SettingInfo& setting : kind.settings) {
         const std::string range = rangeText(setting);
-        fmt::print("  {:<24} {:<7} {:<14} {}{}\n", setting.path, kindTypeName(setting.kind),
-                   defaultText(setting), setting.doc, range.empty() ? "" : " (" + range + ")");
+        answer("  {:<24} {:<7} {:<14} {}{}", setting.path, kindTypeName(setting.kind), defaultText(setting),
+               setting.doc, range.empty() ? "" : " (" + range + ")");
     }
 }
 
@@ -170,29 +173,28 @@ Ordered schema()
 int steps(const StepsOptions& options)
 {
     if (options.markdown)
-        fmt::print("{}", markdown());
+        answerLines(markdown());
     else if (options.schema)
-        fmt::print("{}\n", schema().dump(1));
+        answerLines(schema().dump(1) + "\n");
     else if (!options.kind.empty()) {
         const KindInfo* kind = findKind(options.kind);
         if (kind == nullptr) {
             std::vector<std::string> names;
             for (const KindInfo& info : kinds()) names.emplace_back(info.kind);
-            const std::string near = nearest(options.kind, names);
-            throw UsageError{fmt::format("there is no kind \"{}\"{}", options.kind,
-                                         near.empty() ? "" : fmt::format("; did you mean \"{}\"?", near))};
+            throw UsageError{fmt::format("there is no kind {}{}", inQuotes(options.kind),
+                                         didYouMean(options.kind, names))};
         }
         if (options.json)
-            fmt::print("{}\n", jsonOf(*kind).dump(2));
+            answerLines(jsonOf(*kind).dump(2) + "\n");
         else
             printKind(*kind);
     } else if (options.json) {
         Ordered list = Ordered::array();
         for (const KindInfo& kind : kinds()) list.push_back(jsonOf(kind));
-        fmt::print("{}\n", list.dump(2));
+        answerLines(list.dump(2) + "\n");
     } else {
         for (const KindInfo& kind : kinds())
-            fmt::print("{:<12} {:<15} {}\n", kind.kind, kind.className, kind.summary);
+            answer("{:<12} {:<15} {}", kind.kind, kind.className, kind.summary);
     }
     return kEnded;
 }

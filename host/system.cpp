@@ -1,8 +1,10 @@
 #include "system.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <new>
+#include <system_error>
 
 #ifdef _WIN32
 #include <fcntl.h>
@@ -40,6 +42,12 @@ std::string utf8FromPath(const std::filesystem::path& path)
 {
     const std::u8string text = path.u8string();
     return {text.begin(), text.end()};
+}
+
+std::string cannot(const char* verb, const std::string& name)
+{
+    const std::string reason = std::generic_category().message(errno);
+    return std::string("cannot ") + verb + " " + name + ": " + reason;
 }
 
 std::string environmentVariable(const char* name)

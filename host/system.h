@@ -14,6 +14,9 @@ std::string utf8FromPath(const std::filesystem::path& path);
 /// Command-line arguments as UTF-8.
 std::vector<std::string> utf8Arguments(int argc, char** argv);
 
+/// "cannot read a.json: No such file or directory", with the reason that is in errno.
+std::string cannot(const char* verb, const std::string& name);
+
 std::filesystem::path executableFolder();
 bool standardErrorIsTerminal();
 /// Standard output and input carry bytes as they are.

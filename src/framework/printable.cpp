@@ -52,7 +52,12 @@ std::string printable(std::string_view text)
 {
     std::string out;
     out.reserve(text.size());
-    while (!text.empty()) {
+    for (;;) {
+        std::size_t plain = 0;
+        while (plain < text.size() && text[plain] >= ' ' && text[plain] <= '~') ++plain;
+        out += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) return out;
         const auto [code, length] = decode(text);
         if (length == 0)
             appendEscape(out, "\\x%02X", static_cast<std::uint8_t>(text[0]));
@@ -68,7 +73,6 @@ std::string printable(std::string_view text)
             out += text.substr(0, length);
         text.remove_prefix(length == 0 ? 1 : length);
     }
-    return out;
 }
 
 }  // namespace scansteps

@@ -1,0 +1,25 @@
+// What to say about a word that is not known: the nearest one that is, and what may have been meant.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace scansteps::host {
+
+/// The candidate that is nearest in spelling; empty when none is near.
+std::string nearest(std::string_view word, const std::vector<std::string>& candidates);
+
+/// `; did you mean "NAME"?` with the nearest candidate; `otherwise` when none is near.
+std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates,
+                       const std::string& otherwise = "");
+
+/// In double quotes, its middle left out when it is very long.
+std::string inQuotes(std::string_view word);
+
+/// About the arguments that a command (empty: the program itself) with these options leaves over. Empty when
+/// there are none.
+std::string unexpectedArgument(const std::string& command, const std::vector<std::string>& left,
+                               const std::vector<std::string>& options);
+
+}  // namespace scansteps::host
