@@ -10,7 +10,7 @@ namespace scansteps::host {
 
 struct RunOptions
 {
-    std::string pipeline, library, reportFile;
+    std::string pipeline, library, reportFile, stepOutput;
     std::vector<std::string> sets;
     std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
     std::string types = "error";

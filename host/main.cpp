@@ -58,7 +58,10 @@ Command addRun(CLI::App& app)
     app.add_flag("--quiet", options->quiet, "No progress and no table of times");
     app.add_flag("--strict", options->strict,
                  "A file that could not be read or written is exit code 5, not a warning; no model is 4");
-    app.add_option("--report", options->reportFile, "Writes the facts of the run as JSON");
+    app.add_option("--report", options->reportFile,
+                   "Writes the facts of the run as JSON into this file; -: standard output");
+    app.add_option("--step-output", options->stepOutput,
+                   "Where the steps print: a file, or none; else standard output");
     return command(run, options);
 }
 

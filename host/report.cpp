@@ -3,7 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <utility>
 
+#include "descriptors.h"
+#include "output.h"
 #include "system.h"
 
 namespace scansteps::host {
@@ -63,7 +67,7 @@ Progress::Progress(std::int64_t frames, bool wanted)
 
 Progress::~Progress()
 {
-    if (printed_) fmt::print(stderr, "\n");
+    if (width_ != 0) descriptor::writeAll(descriptor::kErrors, "\n");
 }
 
 void Progress::update(std::int64_t done)
@@ -78,34 +82,34 @@ void Progress::update(std::int64_t done)
         frames_ > 0 ? fmt::format("{} of {} frames", done, frames_) : fmt::format("{} frames", done);
     line += fmt::format(", {:.1f} frames/s", rate);
     if (frames_ > 0 && rate > 0) line += fmt::format(", {:.0f} s left", double(frames_ - done) / rate);
+    // A line as wide as the terminal would begin a new one.
+    line.resize(std::min<std::size_t>(line.size(), std::size_t(std::max(terminalWidth(), 1)) - 1));
     // What the steps print shares the terminal: it must be out before the line is drawn.
     std::fflush(stdout);
-    fmt::print(stderr, "\r{:<60}", line);
-    std::fflush(stderr);
-    printed_ = true;
+    descriptor::writeAll(descriptor::kErrors,
+                         fmt::format("\r{:<{}}", line, std::exchange(width_, line.size())));
 }
 
 void printTimeTable(const RunFacts& facts)
 {
-    fmt::print(stderr, "scansteps: {} frames in {:.3f} s ({:.1f} frames/s)\n", facts.frames, facts.seconds,
-               framesPerSecond(facts));
-    fmt::print(stderr, "{:>4}  {:<24}{:>12}{:>14}{:>9}\n", "step", "kind", "seconds", "ms a frame", "share");
+    say("{} frames in {:.3f} s ({:.1f} frames/s)", facts.frames, facts.seconds, framesPerSecond(facts));
+    sayBare("{:>4}  {:<24}{:>12}{:>14}{:>9}", "step", "kind", "seconds", "ms a frame", "share");
     double counted = 0;
     for (std::size_t i = 0; i < facts.steps.size(); ++i) {
         const StepFacts& step = facts.steps[i];
         const std::string label = step.name.empty() ? step.kind : step.kind + " \"" + step.name + "\"";
         if (!step.seconds) {
-            fmt::print(stderr, "{:>4}  {:<24}{:>12}{:>14}{:>9}\n", i + 1, label, "-", "-", "-");
+            sayBare("{:>4}  {:<24}{:>12}{:>14}{:>9}", i + 1, label, "-", "-", "-");
             continue;
         }
         counted += *step.seconds;
-        fmt::print(stderr, "{:>4}  {:<24}{:>12.4f}{:>14.3f}{:>8.1f}%\n", i + 1, label, *step.seconds,
-                   facts.frames > 0 ? *step.seconds * 1e3 / double(facts.frames) : 0.0,
-                   facts.seconds > 0 ? *step.seconds / facts.seconds * 100 : 0.0);
+        sayBare("{:>4}  {:<24}{:>12.4f}{:>14.3f}{:>8.1f}%", i + 1, label, *step.seconds,
+                facts.frames > 0 ? *step.seconds * 1e3 / double(facts.frames) : 0.0,
+                facts.seconds > 0 ? *step.seconds / facts.seconds * 100 : 0.0);
     }
     const double rest = facts.seconds > counted ? facts.seconds - counted : 0;
-    fmt::print(stderr, "{:>4}  {:<24}{:>12.4f}{:>14}{:>8.1f}%\n", "", "initialise, flush, host", rest, "",
-               facts.seconds > 0 ? rest / facts.seconds * 100 : 0.0);
+    sayBare("{:>4}  {:<24}{:>12.4f}{:>14}{:>8.1f}%", "", "initialise, flush, host", rest, "",
+            facts.seconds > 0 ? rest / facts.seconds * 100 : 0.0);
 }
 
 void judgeTroubles(RunFacts& facts, const Pipeline& pipeline, bool strict)
@@ -129,38 +133,18 @@ void judgeTroubles(RunFacts& facts, const Pipeline& pipeline, bool strict)
 
 void printErrors(const RunFacts& facts)
 {
-    const auto print = [](const char* level, const RunFacts::Error& message) {
-        fmt::print(stderr, "scansteps: {}: {}{}{}{}{}\n", level, message.where,
-                   message.phase.empty() ? "" : ", ", message.phase, message.where.empty() ? "" : ": ",
-                   message.message);
+    const auto text = [](const RunFacts::Error& message) {
+        return fmt::format("{}{}{}{}{}", message.where, message.phase.empty() ? "" : ", ", message.phase,
+                           message.where.empty() ? "" : ": ", message.message);
     };
-    for (const auto& warning : facts.warnings) print("warning", warning);
-    for (const auto& error : facts.errors) print("error", error);
-    if (facts.exitCode == kInterrupted)
-        fmt::print(stderr, "scansteps: interrupted after {} frames\n", facts.frames);
+    for (const auto& warning : facts.warnings) warn("{}", text(warning));
+    for (const auto& error : facts.errors) complain("{}", text(error));
+    if (facts.exitCode == kInterrupted) say("interrupted after {} frames", facts.frames);
 }
 
-ReportFile ReportFile::open(const std::string& name)
+std::string reportText(const RunFacts& facts)
 {
-    ReportFile report;
-    if (name.empty()) return report;
-    report.name_ = name;
-#ifdef _WIN32
-    report.file_.reset(_wfopen(pathFromUtf8(name).c_str(), L"wb"));
-#else
-    report.file_.reset(std::fopen(name.c_str(), "wb"));
-#endif
-    if (!report.file_) throw FileError{fmt::format("cannot write {}", name)};
-    return report;
-}
-
-void ReportFile::write(const RunFacts& facts)
-{
-    if (!file_) return;
-    const std::string text = jsonOf(facts).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-    const bool written = std::fwrite(text.data(), 1, text.size(), file_.get()) == text.size();
-    const bool closed = std::fclose(file_.release()) == 0;
-    if (!written || !closed) throw FileError{fmt::format("cannot write {}", name_)};
+    return jsonOf(facts).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace scansteps::host

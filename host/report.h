@@ -3,8 +3,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string>
 
 #include "runner.h"
@@ -12,7 +10,7 @@
 namespace scansteps::host {
 
 /// A line on the terminal that is written over: frames done, frames a second, time left where the number of
-/// frames is known. Silent when standard error is no terminal.
+/// frames is known; cut where the terminal is narrower. Silent when standard error is no terminal.
 class Progress
 {
   public:
@@ -25,7 +23,7 @@ class Progress
     std::int64_t frames_;
     bool shown_;
     Clock::time_point start_, last_;
-    bool printed_ = false;
+    std::size_t width_ = 0;  // of the line that stands there
 };
 
 void printTimeTable(const RunFacts& facts);
@@ -34,22 +32,7 @@ void judgeTroubles(RunFacts& facts, const Pipeline& pipeline, bool strict);
 /// Warnings and errors.
 void printErrors(const RunFacts& facts);
 
-/// The file of --report.
-class ReportFile
-{
-  public:
-    /// An empty name gives a report that goes nowhere. Throws FileError.
-    static ReportFile open(const std::string& name);
-    /// Throws FileError.
-    void write(const RunFacts& facts);
-
-  private:
-    struct Closer
-    {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    std::string name_;
-    std::unique_ptr<std::FILE, Closer> file_;
-};
+/// The same facts as JSON.
+std::string reportText(const RunFacts& facts);
 
 }  // namespace scansteps::host

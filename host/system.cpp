@@ -14,6 +14,7 @@
 #include <shellapi.h>
 #else
 #include <dlfcn.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <string_view>
@@ -101,6 +102,18 @@ bool standardErrorIsTerminal()
     return _isatty(_fileno(stderr)) != 0;
 }
 
+int terminalWidth()
+{
+    CONSOLE_SCREEN_BUFFER_INFO information;
+    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &information) == 0) return 80;
+    return information.srWindow.Right - information.srWindow.Left + 1;
+}
+
+const char* nullDevice()
+{
+    return "NUL";
+}
+
 void useBinaryStandardStreams()
 {
     _setmode(_fileno(stdout), _O_BINARY);
@@ -149,6 +162,18 @@ std::filesystem::path executableFolder()
 bool standardErrorIsTerminal()
 {
     return isatty(STDERR_FILENO) != 0;
+}
+
+int terminalWidth()
+{
+    winsize size{};
+    const bool told = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+    return told ? size.ws_col : 80;
+}
+
+const char* nullDevice()
+{
+    return "/dev/null";
 }
 
 void useBinaryStandardStreams() {}

@@ -19,6 +19,9 @@ std::string cannot(const char* verb, const std::string& name);
 
 std::filesystem::path executableFolder();
 bool standardErrorIsTerminal();
+/// Columns of the terminal at standard error; 80 where it does not say.
+int terminalWidth();
+const char* nullDevice();
 /// Standard output and input carry bytes as they are.
 void useBinaryStandardStreams();
 std::string environmentVariable(const char* name);

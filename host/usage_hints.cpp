@@ -35,14 +35,17 @@ std::string nearest(std::string_view word, const std::vector<std::string>& candi
     std::size_t bestDistance = std::max<std::size_t>(1, word.size() / 3) + 1;
     for (const std::string& candidate : candidates) {
         // No distance is less than the difference in length: very long words cost nothing.
-        const auto [shorter, longer] = std::minmax(word.size(), candidate.size());
-        if (longer - shorter >= bestDistance) continue;
+        if (std::max(word.size(), candidate.size()) - std::min(word.size(), candidate.size()) >= bestDistance)
+            continue;
         const std::size_t distance = editDistance(word, candidate);
         if (distance < bestDistance) {
             bestDistance = distance;
             best = candidate;
         }
     }
+    if (!best.empty() || word.size() < 4) return best;
+    for (const std::string& candidate : candidates)
+        if (candidate.starts_with(word)) return candidate;
     return best;
 }
 
@@ -75,7 +78,8 @@ std::string unexpectedArgument(const std::string& command, const std::vector<std
         const std::string name = word.substr(0, word.find('='));
         return fmt::format(
             "{} has no option {}{}", who, inQuotes(name),
-            didYouMean(name, options, fmt::format(" (scansteps help {} lists them)", command)));
+            didYouMean(name, options,
+                       fmt::format(" (scansteps help{}{} lists them)", command.empty() ? "" : " ", command)));
     }
     if (left.empty()) return "";
     return fmt::format("{} does not expect {}: a pipeline, and a name with spaces, is one argument in quotes",

@@ -3,6 +3,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
+#include <filesystem>
+#include <iterator>
+
 #include "scansteps/kinds.h"
 #include "scansteps/stream.h"
 #include "support/process.h"
@@ -27,10 +31,20 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
     const Case cases[] = {
         {"", 2, "", "Usage:"},
         {"--version", 0, "", "scansteps 0"},
-        {"run --help", 0, "", "--frames"},
+        {"-V", 0, "", "scansteps 0"},
+        {"version", 0, "", "scansteps 0"},
+        {"help", 0, "", "Usage: scansteps [OPTIONS]"},
+        {"help run", 0, "", "--frames"},
+        {"help runn", 2, "did you mean \"run\"?"},
+        {"inspect --help", 0, "", "Example:\n  scansteps inspect "},
+        {"run clast --frams 3", 2, "run has no option \"--frams\"; did you mean \"--frames\"?"},
+        {"--vers", 2, "did you mean \"--version\"?"},
+        {"run cjread ! clast", 2, "run does not expect \"!\""},
+        {"run \"cjread load.name=my shots/a0.jpg\"", 2, "load.name='my shots/a0.jpg'"},
+        {"run \"" SCANSTEPS_SOURCE_DIR "/README.md\"", 2, "is a file, but the name of a pipeline file"},
         {"inspct", 2, "there is no command \"inspct\"; did you mean \"inspect\"?"},
         {"run", 2, "PIPELINE"},
-        {"run no_such_file.json", 2, "cannot read no_such_file.json"},
+        {"run no_such_file.json", 2, "cannot read no_such_file.json: No such file or directory"},
         {"run \"tset\"", 2, "did you mean \"test\"?"},
         {"run \"clast ! ! clast\"", 2, "a step is missing"},
         {"run \"clast !\"", 2, "a step is missing"},
@@ -44,7 +58,11 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
         {"run clast --types maybe", 2, "--types"},
         {"run clast --set x", 2, "PATH=VALUE"},
         {"run clast --frames 1 --library no/such/library.so", 5, "cannot load the step library"},
-        {"run clast --frames 1 --report no/such/folder/r.json", 5, "cannot write"},
+        {"run clast --frames 1 --report no/such/folder/r.json", 5, "r.json: No such file or directory"},
+        {"run clast --frames 1 --step-output no/such/folder/x", 5, "x: No such file or directory"},
+        {"run clast --frames 2 --step-output none --report -", 0, "", "{\n  \"errors\": ["},
+        {"run \"clast x.\x1B[2J=1\" --frames 1", 0,
+         "warning: step 1 (clast): \"x.\\u001B[2J\" is not a known"},
         {"run \"clast\" --frames 2", 0, "2 frames in", "   CpuLast time = "},
         {"run \"clast\" --frames 2 --quiet", 0, "", "   CpuLast time = "},
         {"run \"cf2u ! cf2u\" --frames 1", 3, "gives CPU::u_1x16, but step 2 (cf2u) takes CPU::f_1x32"},
@@ -141,7 +159,9 @@ TEST(Pipelines, settingsArriveWhereAndAsTheyShould)
 TEST(Pipelines, filesThatAreWrong)
 {
     const std::pair<const char*, const char*> cases[] = {
-        {"", "parse error"},
+        {"", "standard input: line 1, column 1: "},
+        {"{\"steps\":\n [oops]}", "standard input: line 2, column 3: syntax error"},
+        {"{\"steps\":\n [1e999]}", "standard input: line 2, column 3: number overflow"},
         {"[]", "an object with \"steps\""},
         {"{\"steps\": []}", "no steps"},
         {"{\"steps\": [7]}", "a step is a kind"},
@@ -177,6 +197,34 @@ TEST(Pipelines, reportHoldsTheFactsOfTheRun)
     EXPECT_EQ(report["exitCode"], 0);
     EXPECT_EQ(report["steps"][0]["class"], "CpuYUV");
     EXPECT_TRUE(report["errors"].empty());
+}
+
+// A report named like the file that output goes to follows in it; --step-output takes what the steps print.
+TEST(Pipelines, outputGoesWhereItIsToldAndIsNeverCut)
+{
+    const TempDir folder;
+    const std::string both = folder / "both";
+    const auto result =
+        runProgram("run clast --frames 1 --step-output \"" + both + "\" --report \"" + both + "\"");
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "");
+    const std::string text = test::readFile(both);
+    EXPECT_EQ(text.find("   CpuLast time = "), 0U);
+    EXPECT_EQ(Json::parse(text.substr(text.find('{')))["frames"], 1);
+    EXPECT_EQ(runProgram("run clast --frames 1 --quiet --step-output - --report \"" + both + "\"").exitCode,
+              0);
+    EXPECT_EQ(Json::parse(test::readFile(both))["frames"], 1) << "replaced";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
+}
+
+TEST(Pipelines, veryLongNamesCostNothing)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = runProgram("check -", "{\"steps\": [\"clast\"], \"settings\": {\"OCV\": {\"" +
+                                                  std::string(1000000, 'k') + "\": 1}}}");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_LT(result.out.size(), 1000U);
 }
 
 TEST(Inspect, everyKindOfValueInItsForm)
