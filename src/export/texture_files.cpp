@@ -1,7 +1,5 @@
 #include "export/texture_files.h"
 
-#include <cstdio>
-
 #include "export/texture_page.h"
 #include "framework/print.h"
 #include "io/jpeg_file.h"
@@ -73,7 +71,7 @@ std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, 
         const std::string name = textureName(pathBase, number);
         auto file = std::make_unique<AtomicFile>(name);
         if (!file->isOpen()) {
-            std::fprintf(stderr, "can't open %s\n", name.c_str());
+            print::fileTrouble("can't open ", name);
             continue;
         }
         const TexturePage page = makePage(model, layout, number);

@@ -15,7 +15,14 @@ void text(std::string_view text)
 
 void line(std::string_view text)
 {
-    print::text(std::string(text) + "\n");
+    print::text(printable(text) + "\n");
+}
+
+void fileTrouble(const char* words, std::string_view path, std::string_view reason)
+{
+    const std::string line =
+        words + printable(path) + (reason.empty() ? "" : ": ") + printable(reason) + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 void twice(std::string_view text)

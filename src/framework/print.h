@@ -1,5 +1,5 @@
 // What steps print, in one place, so that widths and labels are the same everywhere. All of it goes to
-// standard output.
+// standard output, except for files that cannot be opened or written.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,10 @@
 namespace scansteps::print {
 
 void text(std::string_view text);
-/// The text and a line feed.
+/// The text, made printable, and a line feed.
 void line(std::string_view text);
+/// On standard error: the words, the name of the file and, where there is one, ": " and the reason.
+void fileTrouble(const char* words, std::string_view path, std::string_view reason = {});
 /// The text on a line, then the same text in double quotes on a line of its own.
 void twice(std::string_view text);
 /// Value right-aligned in 15 columns, then the label (which brings its own blank and line feed).

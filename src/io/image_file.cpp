@@ -1,7 +1,6 @@
 #include "io/image_file.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "framework/atomic_file.h"
 #include "framework/print.h"
@@ -79,8 +78,7 @@ std::optional<RgbImage> loadImage(const std::string& path, Array memory, ImageTr
         image.reset();
         found = {file.reason(), file.missing()};
     }
-    if (file.isOpen() && !found.reason.empty())
-        std::fprintf(stderr, "%s: %s\n", path.c_str(), found.reason.c_str());
+    if (file.isOpen() && !found.reason.empty()) print::fileTrouble("", path, found.reason);
     if (trouble != nullptr) *trouble = std::move(found);
     return image;
 }
@@ -102,7 +100,7 @@ std::string writeImage(const std::string& path, int quality, int width, int heig
     if (width < 1 || height < 1) return "an image without pixels";
     AtomicFile file(path);
     if (!file.isOpen()) {
-        std::fprintf(stderr, "can't open %s\n", path.c_str());
+        print::fileTrouble("can't open ", path);
         return file.reason();
     }
     std::string reason;
@@ -115,7 +113,7 @@ std::string writeImage(const std::string& path, int quality, int width, int heig
     } catch (const char* text) {
         reason = file.reason().empty() ? text : file.reason();
     }
-    if (!reason.empty()) std::fprintf(stderr, "can't write %s: %s\n", path.c_str(), reason.c_str());
+    if (!reason.empty()) print::fileTrouble("can't write ", path, reason);
     return reason;
 }
 
