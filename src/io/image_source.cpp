@@ -89,7 +89,8 @@ void ImageSource::loadNext()
 void ImageSource::report(Trouble trouble, const std::string& file)
 {
     if (trouble_.reason.empty()) return;
-    notifyHost(trouble, getName(), file.c_str(), trouble_.reason.c_str());
+    // A wait for a pipe that the host itself has ended is no trouble.
+    if (!hostInterrupted()) notifyHost(trouble, getName(), file.c_str(), trouble_.reason.c_str());
     trouble_ = {};
 }
 
