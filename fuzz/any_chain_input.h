@@ -27,7 +27,7 @@
 #include "scansteps/texture.h"
 
 extern "C" {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
     scansteps::cChain* create_##kind();
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
@@ -280,7 +280,7 @@ class AnyChain
     void add(unsigned index)
     {
         static constexpr std::array<cChain* (*)(), 42> factories = {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) create_##kind,
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) create_##kind,
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
         };

@@ -1,24 +1,17 @@
-// scansteps check: types and settings of a pipeline, without running it.
+// scansteps check: types, settings, frames and files of a pipeline, without running it.
+#include "checks.h"
 #include "commands.h"
 #include "output.h"
-#include "pipeline.h"
-#include "runner.h"
 
 namespace scansteps::host {
 
 int check(const CheckOptions& options)
 {
     const Pipeline pipeline = readPipeline(options.pipeline, options.sets);
-    int code = kEnded;
-    for (const std::string& warning : pipeline.warnings) answer("warning: {}", warning);
-    for (const std::string& mismatch : typeMismatches(pipeline)) {
-        answer("error: types do not fit: {}", mismatch);
-        code = kMisfit;
-    }
-    for (const std::string& missing : missingSettings(pipeline)) {
-        answer("error: {}", missing);
-        code = kUsage;
-    }
+    const std::vector<Finding> findings = checkPipeline(pipeline, {options.types, options.force, false});
+    for (const Finding& finding : findings)
+        answer("{}: {}", finding.code == kEnded ? "warning" : "error", finding.text);
+    const int code = codeOf(findings);
     if (code == kEnded) answer("ok: {} steps", pipeline.steps.size());
     return code;
 }

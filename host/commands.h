@@ -14,7 +14,7 @@ struct RunOptions
     std::vector<std::string> sets;
     std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
     std::string types = "error";
-    bool quiet = false, strict = false;
+    bool quiet = false, strict = false, force = false;
 };
 int run(const RunOptions& options);
 
@@ -22,6 +22,8 @@ struct CheckOptions
 {
     std::string pipeline;
     std::vector<std::string> sets;
+    std::string types = "error";
+    bool force = false;
 };
 int check(const CheckOptions& options);
 

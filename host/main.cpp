@@ -42,6 +42,13 @@ void addPipeline(CLI::App& app, std::string& pipeline, std::vector<std::string>&
         ->allow_extra_args(false);
 }
 
+void addChecks(CLI::App& app, std::string& types, bool& force)
+{
+    app.add_option("--types", types, "When types of neighbours do not fit: error, warn or off")
+        ->check(CLI::IsMember({"error", "warn", "off"}));
+    app.add_flag("--force", force, "The run may write over the files that it reads");
+}
+
 Command addRun(CLI::App& app)
 {
     auto options = std::make_shared<RunOptions>();
@@ -53,8 +60,7 @@ Command addRun(CLI::App& app)
             return isCount ? std::string() : text + " is not a number of frames";
         });
     app.add_option("--library", options->library, "The step library to load");
-    app.add_option("--types", options->types, "When types of neighbours do not fit: error, warn or off")
-        ->check(CLI::IsMember({"error", "warn", "off"}));
+    addChecks(app, options->types, options->force);
     app.add_flag("--quiet", options->quiet, "No progress and no table of times");
     app.add_flag("--strict", options->strict,
                  "A file that could not be read or written is exit code 5, not a warning; no model is 4");
@@ -69,6 +75,7 @@ Command addCheck(CLI::App& app)
 {
     auto options = std::make_shared<CheckOptions>();
     addPipeline(app, options->pipeline, options->sets, "As for run");
+    addChecks(app, options->types, options->force);
     return command(check, options);
 }
 

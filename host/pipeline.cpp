@@ -205,6 +205,15 @@ void refuseFileName(const std::string& text)
             fmt::format("{} is a file, but the name of a pipeline file ends in .json", inQuotes(text))};
 }
 
+// "eventType" is the host's: a step that was told another one would take initialise for something else.
+void dropEventType(Pipeline& pipeline)
+{
+    bool dropped = pipeline.settings.remove("eventType");
+    dropped = pipeline.sets.remove("eventType") || dropped;
+    for (PipelineStep& step : pipeline.steps) dropped = step.settings.remove("eventType") || dropped;
+    if (dropped) pipeline.warnings.emplace_back("eventType is no setting, the host sets it: left out");
+}
+
 }  // namespace
 
 Pipeline pipelineFromJson(const Json& json)
@@ -256,7 +265,7 @@ void applySet(Pipeline& pipeline, const std::string& text)
     const std::string path = resolvePath(assignment.path, among);
     const auto value =
         valueFromText(assignment.value, findSettingAmong(among, path), "--set " + assignment.path);
-    if (value) setPath(pipeline.settings, path, *value);
+    if (value) setPath(pipeline.sets, path, *value);
 }
 
 Pipeline readPipeline(const std::string& text, const std::vector<std::string>& sets)
@@ -271,6 +280,7 @@ Pipeline readPipeline(const std::string& text, const std::vector<std::string>& s
         pipeline = pipelineFromLine(text);
     }
     for (const std::string& set : sets) applySet(pipeline, set);
+    dropEventType(pipeline);
     checkSettings(pipeline);
     return pipeline;
 }

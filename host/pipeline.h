@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@ struct PipelineStep
 struct Pipeline
 {
     Struct settings;          ///< the initialise record, without "eventType"
+    Struct sets;              ///< merged into it: what --set says
     std::int64_t frames = 0;  ///< 0: no limit
     std::vector<PipelineStep> steps;
     std::vector<std::string> warnings;
@@ -33,7 +35,7 @@ Pipeline readPipeline(const std::string& pipeline, const std::vector<std::string
 /// A JSON pipeline, and a one-line description.
 Pipeline pipelineFromJson(const Json& json);
 Pipeline pipelineFromLine(const std::string& line);
-/// PATH=VALUE into the initialise record.
+/// PATH=VALUE into `sets`.
 void applySet(Pipeline& pipeline, const std::string& assignment);
 
 /// Merges struct entries key by key, replaces everything else. The values are new ones.
@@ -41,7 +43,9 @@ void mergeSettings(varitype& record, const Struct& settings);
 
 /// Adds what looks wrong to `pipeline.warnings`; throws UsageError for values that cannot be taken.
 void checkSettings(Pipeline& pipeline);
-/// Required settings of the steps' families that nothing sets, one line each.
+/// What a step finds under a path when it is initialised, as far as the pipeline says.
+std::optional<varitype> effectiveValue(const Pipeline& pipeline, std::size_t index, const char* path);
+/// Required settings that nothing sets, one line each.
 std::vector<std::string> missingSettings(const Pipeline& pipeline);
 /// Neighbours whose types do not fit, one line each ("ANY" fits everything, part by part).
 std::vector<std::string> typeMismatches(const Pipeline& pipeline);

@@ -49,13 +49,16 @@ Json jsonOf(const RunFacts& facts)
         }
         steps.push_back(std::move(json));
     }
+    Json warnings = Json::array();
+    for (const std::string& warning : facts.warnedBefore) warnings.push_back({{"message", warning}});
+    for (Json& warning : jsonOf(facts.warnings)) warnings.push_back(std::move(warning));
     return {{"exitCode", facts.exitCode},
             {"frames", facts.frames},
             {"seconds", facts.seconds},
             {"framesPerSecond", framesPerSecond(facts)},
             {"steps", steps},
             {"errors", jsonOf(facts.errors)},
-            {"warnings", jsonOf(facts.warnings)}};
+            {"warnings", warnings}};
 }
 
 }  // namespace

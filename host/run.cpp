@@ -1,6 +1,7 @@
 // scansteps run: runs a pipeline.
 #include <cstdio>
 
+#include "checks.h"
 #include "commands.h"
 #include "output.h"
 #include "report.h"
@@ -11,16 +12,35 @@ namespace scansteps::host {
 
 namespace {
 
-// Says which neighbours do not fit; false when the run must not begin.
-bool typesAllowRun(const Pipeline& pipeline, const std::string& mode)
+// What is worth a warning, printed at once and kept for the report.
+class Warnings
 {
-    if (mode == "off") return true;
-    for (const std::string& mismatch : typeMismatches(pipeline))
-        if (mode == "warn")
-            warn("types do not fit: {}", mismatch);
+  public:
+    void add(const std::string& text)
+    {
+        warn("{}", text);
+        texts.push_back(text);
+    }
+    std::vector<std::string> texts;
+};
+
+// The checks before anything is sent.
+RunFacts checked(const Pipeline& pipeline, const CheckMode& mode, Warnings& warnings)
+{
+    const auto findings = checkPipeline(pipeline, mode);
+    RunFacts facts;
+    facts.exitCode = codeOf(findings);
+    for (const Finding& finding : findings)
+        if (finding.code == kEnded)
+            warnings.add(finding.text);
         else
-            complain("types do not fit: {}", mismatch);
-    return mode == "warn" || typeMismatches(pipeline).empty();
+            facts.errors.push_back({"", "", finding.text});
+    bool anySource = pipeline.frames != 0;
+    for (const PipelineStep& step : pipeline.steps) anySource = anySource || step.kind->source;
+    if (!anySource)
+        warnings.add("no step is a source and there is no --frames: the run does not end by itself");
+    facts.warnedBefore = warnings.texts;
+    return facts;
 }
 
 // A failure of a file of the host's own beside the errors of the run: the first error keeps the exit code.
@@ -41,30 +61,26 @@ int run(const RunOptions& options)
 {
     Pipeline pipeline = readPipeline(options.pipeline, options.sets);
     if (options.frames >= 0) pipeline.frames = options.frames;
-    for (const std::string& warning : pipeline.warnings) warn("{}", warning);
-    bool anySource = false;
-    for (const PipelineStep& step : pipeline.steps) anySource = anySource || step.kind->source;
-    if (!anySource && pipeline.frames == 0)
-        warn("no step is a source and there is no --frames: the run does not end by itself");
     StepOutput stepOutput(options.stepOutput);
     ReportFile report(options.reportFile, stepOutput.original());
-    if (!typesAllowRun(pipeline, options.types)) {
-        RunFacts facts;
-        facts.exitCode = kMisfit;
-        for (const auto& mismatch : typeMismatches(pipeline)) facts.errors.push_back({"", "types", mismatch});
-        report.write(reportText(facts));
-        return kMisfit;
+    Warnings warnings;
+    RunFacts facts = checked(pipeline, {options.types, options.force, options.strict}, warnings);
+    if (facts.exitCode != kEnded) {
+        noteFailure(facts, [&] { report.write(reportText(facts)); });
+        printErrors(facts);
+        return facts.exitCode;
     }
 
     const StepLibrary library(options.library);
     catchInterrupts();
-    RunFacts facts;
     {
         Progress progress(pipeline.frames, !options.quiet);
         Runner runner(pipeline, library);
+        runner.onWarning = [&](const std::string& text) { warnings.add(text); };
         runner.onFrame = [&](std::int64_t done) { progress.update(done); };
         facts = runner.run();
     }
+    facts.warnedBefore = warnings.texts;
     std::fflush(stdout);
     judgeTroubles(facts, pipeline, options.strict);
     noteFailure(facts, [&] { stepOutput.end(); });

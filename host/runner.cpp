@@ -19,7 +19,11 @@ class Runner::Probe final : public cChain
         // A 1004 that comes in was reported by the step before: the first one is the culprit.
         if (params.has("eventType") && params["eventType"].kind() == Kind::Int) {
             const int type = params["eventType"].as<std::int32_t>();
-            if (type == event::kInit && !settings.empty()) mergeSettings(params, settings);
+            if (type == event::kInit) {
+                if (index_ > 0 && runner_.pipeline_.steps[index_ - 1].kind->player)
+                    runner_.replay_.apply(index_ - 1, params);
+                mergeSettings(params, settings);
+            }
             if (type == event::kProcess) ++runner_.processed_[index_];
             if (type == event::kMismatch) runner_.noteMismatch(before);
         }
@@ -49,7 +53,12 @@ class Runner::End final : public cChain
 };
 
 Runner::Runner(const Pipeline& pipeline, const StepLibrary& library)
-    : pipeline_(pipeline), processed_(pipeline.steps.size()), notices_(pipeline, table_, current_)
+    : pipeline_(pipeline),
+      processed_(pipeline.steps.size()),
+      notices_(pipeline, table_, current_),
+      replay_(pipeline, [this](const std::string& text) {
+          if (onWarning) onWarning(text);
+      })
 {
     fillFreeHandles(table_);
     installHandles(&table_);
@@ -98,6 +107,9 @@ void Runner::addError(const std::string& phase, std::string message)
     const FileReason file = notices_.takeFailedFile();
     if (const std::string details = file.text(); !details.empty() && message.find(details) == message.npos)
         message += ": " + details;
+    if (message == "[data] already found")
+        message +=
+            " (the frame is there twice, in the record and under a handle: put cstrip before this step)";
     facts_.errors.push_back({stepLabel(pipeline_, current_), phase, std::move(message), file});
     if (facts_.exitCode == kEnded) facts_.exitCode = kStepFailed;
 }
@@ -142,6 +154,7 @@ void Runner::makeHostBuffer(const Struct& initRecord)
 bool Runner::initialise()
 {
     varitype record{Struct(pipeline_.settings)};
+    mergeSettings(record, pipeline_.sets);
     record.set("eventType", event::kInit);
     const bool sent = guarded("initialise", [&] {
         varitype firstSees{Struct(record.as<Struct>())};

@@ -13,6 +13,7 @@
 #include "notices.h"
 #include "outcome.h"
 #include "pipeline.h"
+#include "replay.h"
 #include "scansteps/texture.h"
 #include "step_library.h"
 
@@ -38,8 +39,9 @@ struct RunFacts
         FileReason file = {};  ///< of a file that failed
     };
     std::vector<Error> errors;
-    std::vector<Error> warnings;         ///< without a phase: of the run as a whole
-    std::vector<TroubleFacts> troubles;  ///< that steps survived
+    std::vector<Error> warnings;            ///< at the end of the run; they have no phase
+    std::vector<std::string> warnedBefore;  ///< printed before or during the run
+    std::vector<TroubleFacts> troubles;     ///< that steps survived
 };
 
 class Runner
@@ -52,6 +54,8 @@ class Runner
 
     /// Called after every frame with the number of frames done.
     std::function<void(std::int64_t)> onFrame;
+    /// Called during the run with what is worth a warning at once.
+    std::function<void(const std::string&)> onWarning;
 
     RunFacts run();
 
@@ -77,6 +81,7 @@ class Runner
     std::atomic<std::size_t> current_ = 0;  // the step that works now
     std::vector<std::int64_t> processed_;   // process events that each step was given
     NoticeBoard notices_;
+    ReplayRules replay_;
     bool mismatch_ = false;
     std::size_t mismatchAt_ = 0;
     RunFacts facts_;

@@ -1,9 +1,8 @@
-// What can be said of a pipeline before anything runs: values that do not fit, misspelt keys, missing
-// settings, files written twice, types of neighbours.
+// What the settings and types of a pipeline tell before anything runs: values that do not fit, misspelt keys,
+// missing settings, types of neighbours.
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <map>
 
 #include "scansteps/settings.h"
 #include "setting_lookup.h"
@@ -102,46 +101,6 @@ void checkRecord(Struct& record, const std::string& prefix, const Scope& scope, 
     }
 }
 
-// What a step finds under a path: the initialise record with the settings of the steps up to it.
-std::optional<varitype> effectiveValue(const Pipeline& pipeline, std::size_t index, const char* path)
-{
-    varitype record{Struct(pipeline.settings)};
-    for (std::size_t i = 0; i <= index; ++i) mergeSettings(record, pipeline.steps[i].settings);
-    return findPath(record, path);
-}
-
-bool holdsOneOf(std::string_view name, std::string_view words)
-{
-    while (!words.empty()) {
-        const std::string_view word = words.substr(0, words.find(' '));
-        if (name.find(word) != std::string_view::npos) return true;
-        words.remove_prefix(std::min(words.size(), word.size() + 1));
-    }
-    return false;
-}
-
-void warnOfFiles(Pipeline& pipeline)
-{
-    std::map<std::string, std::size_t> writers;
-    for (std::size_t i = 0; i < pipeline.steps.size(); ++i)
-        for (const SettingInfo& setting : pipeline.steps[i].kind->settings) {
-            if (!setting.writesFile) continue;
-            const auto value = effectiveValue(pipeline, i, setting.path);
-            if (!value && setting.required) continue;
-            if (value && value->kind() != Kind::String) continue;
-            const std::string name = value ? value->as<std::string>() : setting.text;
-            if (*setting.endings != '\0' && !name.empty() && !holdsOneOf(name, setting.endings))
-                pipeline.warnings.push_back(
-                    fmt::format("{} writes nothing, {} = {} has none of the endings {}",
-                                stepLabel(pipeline, i), setting.path, name, setting.endings));
-            const auto [at, isNew] = writers.emplace(name, i);
-            if (!isNew)
-                pipeline.warnings.push_back(fmt::format("{} and {} write the same file {}",
-                                                        stepLabel(pipeline, at->second),
-                                                        stepLabel(pipeline, i), name));
-        }
-}
-
 bool partFits(std::string_view a, std::string_view b)
 {
     return a == b || a == "ANY" || b == "ANY";
@@ -186,28 +145,40 @@ void checkSettings(Pipeline& pipeline)
     for (const KindInfo& kind : kinds()) all.push_back(&kind);
     const auto ofPipeline = kindsOf(pipeline);
     checkRecord(pipeline.settings, "", {ofPipeline, all}, "", pipeline.warnings);
+    checkRecord(pipeline.sets, "", {ofPipeline, all}, "--set ", pipeline.warnings);
     for (std::size_t i = 0; i < pipeline.steps.size(); ++i) {
         std::vector<const KindInfo*> near = {pipeline.steps[i].kind};
         near.insert(near.end(), ofPipeline.begin(), ofPipeline.end());
         checkRecord(pipeline.steps[i].settings, "", {near, all}, stepLabel(pipeline, i) + ": ",
                     pipeline.warnings);
     }
-    warnOfFiles(pipeline);
+}
+
+std::optional<varitype> effectiveValue(const Pipeline& pipeline, std::size_t index, const char* path)
+{
+    varitype record{Struct(pipeline.settings)};
+    mergeSettings(record, pipeline.sets);
+    for (std::size_t i = 0; i <= index; ++i) mergeSettings(record, pipeline.steps[i].settings);
+    return findPath(record, path);
 }
 
 std::vector<std::string> missingSettings(const Pipeline& pipeline)
 {
     std::vector<std::string> missing;
-    for (std::size_t i = 0; i < pipeline.steps.size(); ++i)
-        for (const SettingInfo& setting : pipeline.steps[i].kind->settings) {
-            // The geometry of the frames comes from the sources; only a family's settings can be told
-            // missing.
-            if (!setting.required || std::string_view(setting.path).find('.') == std::string_view::npos)
-                continue;
+    bool described = false;  // by a source
+    for (std::size_t i = 0; i < pipeline.steps.size(); ++i) {
+        const KindInfo& kind = *pipeline.steps[i].kind;
+        for (const SettingInfo& setting : kind.settings) {
+            const std::string_view path = setting.path;
+            if (!setting.required || (described && path.starts_with("data"))) continue;
             if (!effectiveValue(pipeline, i, setting.path))
                 missing.push_back(
                     fmt::format("{} needs {} ({})", stepLabel(pipeline, i), setting.path, setting.doc));
         }
+        // What a recording brings shows when it is played.
+        if (kind.player) break;
+        described = described || kind.source;
+    }
     return missing;
 }
 

@@ -35,14 +35,22 @@ Ordered jsonOf(const SettingInfo& setting)
     if (std::isfinite(setting.min)) json["min"] = numberOf(setting, setting.min);
     if (std::isfinite(setting.max)) json["max"] = numberOf(setting, setting.max);
     if (*setting.unitName != 0) json["unit"] = setting.unitName;
+    constexpr const char* kRoles[] = {"", "input", "output", "host", "port"};
+    if (setting.role != SettingRole::None) json["role"] = kRoles[static_cast<std::size_t>(setting.role)];
     json["doc"] = setting.doc;
     return json;
 }
 
 Ordered jsonOf(const KindInfo& kind)
 {
-    Ordered json = {{"kind", kind.kind},           {"class", kind.className}, {"typeIn", kind.typeIn},
-                    {"typeOut", kind.typeOut},     {"source", kind.source},   {"summary", kind.summary},
+    Ordered json = {{"kind", kind.kind},
+                    {"class", kind.className},
+                    {"typeIn", kind.typeIn},
+                    {"typeOut", kind.typeOut},
+                    {"source", kind.source},
+                    {"summary", kind.summary},
+                    {"frames", {{"in", pixelsName(kind.frames.in)}, {"out", pixelsName(kind.frames.out)}}},
+                    {"stateless", kind.frames.isStateless},
                     {"settings", Ordered::array()}};
     for (const SettingInfo& setting : kind.settings) json["settings"].push_back(jsonOf(setting));
     return json;
@@ -70,11 +78,18 @@ std::string rangeText(const SettingInfo& setting)
     return text;
 }
 
+std::string framesText(const KindInfo& kind)
+{
+    return fmt::format("Frames: {} in, {} out{}.", pixelsName(kind.frames.in), pixelsName(kind.frames.out),
+                       kind.frames.isStateless ? ", each by itself" : "");
+}
+
 void printKind(const KindInfo& kind)
 {
     answer("{} ({}){}", kind.kind, kind.className, kind.source ? ", a source" : "");
     answer("  {}", kind.summary);
     answer("  in {}, out {}", kind.typeIn, kind.typeOut);
+    answer("  {}", framesText(kind));
     for (const SettingInfo& setting : kind.settings) {
         const std::string range = rangeText(setting);
         answer("  {:<24} {:<7} {:<14} {}{}", setting.path, kindTypeName(setting.kind), defaultText(setting),
@@ -89,8 +104,9 @@ std::string markdown()
         "Every kind of step, its class, its types and its settings. `scansteps steps KIND` prints the "
         "same.\n";
     for (const KindInfo& kind : kinds()) {
-        page += fmt::format("\n## {}\n\n{}.{}\n\nClass `{}`, in `{}`, out `{}`.\n", kind.kind, kind.summary,
-                            kind.source ? " A source." : "", kind.className, kind.typeIn, kind.typeOut);
+        page += fmt::format("\n## {}\n\n{}.{}\n\nClass `{}`, in `{}`, out `{}`. {}\n", kind.kind,
+                            kind.summary, kind.source ? " A source." : "", kind.className, kind.typeIn,
+                            kind.typeOut, framesText(kind));
         if (kind.settings.empty()) continue;
         page += "\n| setting | kind | default | range | meaning |\n|---|---|---|---|---|\n";
         for (const SettingInfo& setting : kind.settings)

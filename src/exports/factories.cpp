@@ -14,9 +14,9 @@
 
 namespace scansteps {
 
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
-    class className;                                                         \
-    template <>                                                              \
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
+    class className;                                                               \
+    template <>                                                                    \
     std::unique_ptr<cChain> makeStep<className>();
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
@@ -40,18 +40,18 @@ SCANSTEPS_EXPORT void set_handles(scansteps::HandleTable* table)
     scansteps::installHandles(table);
 }
 
-#define SCANSTEPS_KIND(kind, className, role, in, out, summary, ...) \
-    SCANSTEPS_EXPORT scansteps::cChain* create_##kind()              \
-    {                                                                \
-        return scansteps::create<scansteps::className>(in, out);     \
-    }                                                                \
-    SCANSTEPS_EXPORT const char* getTypeIn##kind()                   \
-    {                                                                \
-        return in;                                                   \
-    }                                                                \
-    SCANSTEPS_EXPORT const char* getTypeOut##kind()                  \
-    {                                                                \
-        return out;                                                  \
+#define SCANSTEPS_KIND(kind, className, role, in, out, flow, summary, ...) \
+    SCANSTEPS_EXPORT scansteps::cChain* create_##kind()                    \
+    {                                                                      \
+        return scansteps::create<scansteps::className>(in, out);           \
+    }                                                                      \
+    SCANSTEPS_EXPORT const char* getTypeIn##kind()                         \
+    {                                                                      \
+        return in;                                                         \
+    }                                                                      \
+    SCANSTEPS_EXPORT const char* getTypeOut##kind()                        \
+    {                                                                      \
+        return out;                                                        \
     }
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND

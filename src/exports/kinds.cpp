@@ -91,7 +91,7 @@ constexpr std::array captureSize{
     optionalInt("dataY", 480, "height asked for; the camera's choice wins").range(0, 65535).unit("pixels"),
 };
 constexpr std::array loadImages{
-    requiredText("load.name", "first file; its digits are the counter"),
+    requiredText("load.name", "first file; its digits are the counter").names(SettingRole::Input).countedUp(),
     optionalInt("load.incr", 1, "added to the number in the name after each frame"),
     optionalInt("load.count", 0, "the run ends when more frames than this have been delivered; 0: no limit"),
     presence("load.one", "delivers one image only"),
@@ -125,16 +125,30 @@ constexpr auto list(const SettingInfo& first, const Rest&... rest)
     return join(std::array<SettingInfo, 1>{first}, list(rest...));
 }
 
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
     constexpr auto k_##kind = list(__VA_ARGS__);
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
 
-constexpr bool Source = true, Step = false;
+enum StepRole
+{
+    Step,
+    Source,
+    Player
+};
+using enum Pixels;
+
+constexpr FrameFlow frames(Pixels in, Pixels out)
+{
+    FrameFlow flow;
+    flow.in = in;
+    flow.out = out;
+    return flow;
+}
 
 constexpr KindInfo kTable[] = {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
-    {#kind, #className, typeIn, typeOut, role, summary, k_##kind},
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
+    {#kind, #className, typeIn, typeOut, role != Step, role == Player, flow, summary, k_##kind},
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
 };
@@ -158,6 +172,13 @@ const KindInfo* findKindByClass(std::string_view className)
     for (const KindInfo& info : kTable)
         if (info.className == className) return &info;
     return nullptr;
+}
+
+const char* pixelsName(Pixels pixels)
+{
+    constexpr const char* kNames[] = {"any",    "none",     "same",      "rgb8",
+                                      "yuyv16", "offset16", "samples16", "float"};
+    return kNames[static_cast<std::size_t>(pixels)];
 }
 
 const SettingInfo* findSetting(const KindInfo& kind, std::string_view path)

@@ -12,8 +12,8 @@
 #include "io/capture_pattern.h"
 #include "io/image_file.h"
 #include "io/input_file.h"
-#include "io/numbered_name.h"
 #include "scansteps/error.h"
+#include "scansteps/numbered_name.h"
 
 namespace scansteps {
 

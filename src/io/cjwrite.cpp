@@ -8,9 +8,9 @@
 #include "framework/print.h"
 #include "framework/step_factory.h"
 #include "io/image_file.h"
-#include "io/numbered_name.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
+#include "scansteps/numbered_name.h"
 #include "scansteps/settings.h"
 
 namespace scansteps {

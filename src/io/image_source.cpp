@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "framework/print.h"
-#include "io/numbered_name.h"
 #include "scansteps/frame.h"
+#include "scansteps/numbered_name.h"
 #include "scansteps/settings.h"
 
 namespace scansteps {

@@ -70,22 +70,34 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
          "warning: types do not fit"},
         {"run \"cf2u ! clast\" --frames 1 --set dataX=2 --set dataY=2 --set dataFormat=u_1x16", 3,
          "step 1 (cf2u), initialise: the format"},
-        {"run \"cyuv ! clast\" --frames 1", 4, "step 1 (cyuv), initialise: [dataX] not found"},
+        {"run \"cyuv ! clast\" --frames 1", 2, "step 1 (cyuv) needs dataX"},
         {"run \"cyuv ! clast\" --frames 1 --set dataX=2 --set dataY=2", 4,
          "step 1 (cyuv), frame 1: [handle] not found"},
-        {"run \"cpu ! clast\" --frames 1", 4, "[cpu] not found"},
+        {"run \"cpu ! clast\" --frames 1", 2, "needs cpu.core"},
         {"run \"cpu core=2.5 ! clast\" --frames 1", 2, "2.5 does not fit Int"},
         {"run \"cpu core='{\\\"Uint\\\":2}' ! clast\" --frames 1", 4, "varitype::getv() type error!"},
         {"run \"c2rege ! clast\" --frames 1 --set dataX=2 --set dataY=2", 3, "step 1 (c2rege), initialise"},
         {"check \"cf2u ! cf2u\"", 3, "", "types do not fit"},
         {"check \"cdown1 ! clast\"", 2, "", "needs down1.factor"},
-        {"check \"cdown1 factor=2 ! clast\"", 0, "", "ok: 2 steps"},
-        {"check \"ccanny OCV.trg=3 ! clast\"", 0, "", "did you mean OCV.trh?"},
-        {"check \"cjwrite name=a0.jpg ! cjwrite cjwrite.name=a0.jpg\"", 0, "", "write the same file a0.jpg"},
-        {"check \"cjwrite ! cjwrite\"", 0, "", "write the same file default0000.jpg"},
-        {"check \"cjwrite ! cjwrite name=b0.jpg ! cply name=a.ply\"", 0, "", "ok: 3 steps"},
+        {"check \"ccap ! cdown1 factor=2 ! clast\"", 0, "", "ok: 3 steps"},
+        {"check \"ccap ! ccorner5\"", 2, "", "step 2 (ccorner5) needs cpu_base"},
+        {"check \"read load.name=no.rec ! ccorner5\"", 0, "", "step 1 (read) cannot read no.rec: "},
+        {"check \"ccap ! ccanny OCV.trg=3 ! clast\"", 0, "", "did you mean OCV.trh?"},
+        {"check \"ccap ! cjwrite name=a0.jpg ! cjwrite cjwrite.name=a0.jpg\"", 0, "",
+         "write the same file a0.jpg"},
+        {"check \"ccap ! cjwrite ! cjwrite\"", 0, "", "write the same file default0000.jpg"},
+        {"check \"ccap ! cjwrite ! cjwrite name=b0.jpg ! cply name=a.ply\"", 0, "", "ok: 4 steps"},
         {"check \"cply ! cply\"", 0, "", "write the same file out.ply"},
-        {"check \"cjwrite name=a0.png ! clast\"", 0, "", "writes nothing, cjwrite.name = a0.png has none of"},
+        {"check \"ccap ! cjwrite name=a0.png ! clast\"", 0, "",
+         "writes nothing, cjwrite.name = a0.png has none of"},
+        {"check \"cf2u ! cf2u\" --types warn --set dataX=2 --set dataY=2", 0, "",
+         "warning: types do not fit"},
+        {"check \"cjread ! ccanny\" --set load.name=x0.jpg", 0, "", "takes samples16; put cyuv between"},
+        {"check \"cjreadf load.name=x0.jpg ! test ! filesaver name=x.rec\"", 0, "", "put cstrip between"},
+        {"check \"cjreadf load.name=x0.jpg ! ccanny ! filesaver name=x.rec\"", 0, "", ".jpg: No such file"},
+        {"check \"cjread load.name=x0.jpg\" --set load.name=y0.jpg", 0, "", "--set load.name has no effect"},
+        {"check clast --set eventType=1003", 0, "", "eventType is no setting"},
+        {"run \"cjread load.name=x0.jpg ! clast\" --strict", 5, "cannot read x0.jpg: No such file"},
         {"steps ccany", 2, "did you mean \"ccanny\"?"},
         {"steps ccanny", 0, "", "OCV.trh"},
         {"receive --port 0 --out no/such/folder/a.rec", 5, "cannot write no/such/folder/a.rec"},
@@ -102,6 +114,40 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
     }
 }
 
+// Photographs img0 to img2 are there, edge1, and links to the first photograph.
+TEST(CommandLine, filesAreCheckedBeforeARun)
+{
+    const TempDir folder;
+    for (const char* name : {"img0.jpg", "img1.jpg", "img2.jpg", "edge1.jpg"}) folder.write(name, "x");
+    std::filesystem::create_directories(folder.path() / "take1");
+    std::filesystem::create_hard_link(folder.path() / "img2.jpg", folder.path() / "hard.jpg");
+    std::vector<std::tuple<std::string, int, std::string>> cases = {
+        {"img0.jpg", 2, "would write"},
+        {"take1/../img1.jpg", 2, "would write"},
+        {"img3.jpg", 2, "would write"},  // read once it is there
+        {"hard.jpg", 2, "would write"},
+        {"img1.jpg --force", 0, "would write"},
+        {"img4.jpg", 0, "ok: "},
+        {"edge0.jpg", 0, "edge1.jpg\nok: "},
+        {"e8.jpg", 0, "e0.jpg after "},
+        {"e.jpg", 0, "no digits"},
+        {"take1/e9.jpg", 0, "take2/e0.jpg after "},
+        {"take2/e0.jpg", 0, "there is no folder "},
+    };
+#ifndef _WIN32
+    std::filesystem::create_symlink("img0.jpg", folder.path() / "soft0.jpg");
+    cases.emplace_back("soft0.jpg", 2, "would write");
+#endif
+    for (const auto& [output, exitCode, text] : cases) {
+        const std::size_t blank = output.find(' ');
+        const auto result = runProgram("check \"cjread load.name=" + (folder / "img0.jpg") +
+                                       " ! cjwrite name=" + (folder / output.substr(0, blank)) + "\"" +
+                                       (blank == output.npos ? "" : output.substr(blank)));
+        EXPECT_EQ(result.exitCode, exitCode) << output << result.out;
+        EXPECT_NE(result.out.find(text), std::string::npos) << output << "\n" << result.out;
+    }
+}
+
 TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
 {
     const Json list = Json::parse(runProgram("steps --json").out);
@@ -110,6 +156,9 @@ TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
     EXPECT_EQ(canny["class"], "CpuCanny");
     EXPECT_EQ(canny["typeIn"], "CPU::ANY");
     EXPECT_EQ(canny["source"], false);
+    EXPECT_EQ(canny["stateless"], true);
+    EXPECT_EQ(canny["frames"], Json({{"in", "samples16"}, {"out", "samples16"}}));
+    EXPECT_EQ(Json::parse(runProgram("steps cdump --json").out)["settings"][4]["role"], "output");
     bool found = false;
     for (const Json& setting : canny["settings"])
         if (setting["path"] == "OCV.trh") {

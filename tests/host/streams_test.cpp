@@ -152,13 +152,56 @@ TEST(Recording, ReplaysTheFramesThatWereRecorded)
     EXPECT_TRUE(framesOf(dir / "run.rec") == framesOf(dir / "again.rec"));
 }
 
+// The record printer after the player shows what the steps of a replay find.
+TEST(Recording, DecidesNeitherWhereToWriteNorOverTheUser)
+{
+    const TempDir dir;
+    const auto group = [](const char* key, varitype value) {
+        return varitype(Struct{{key, std::move(value)}});
+    };
+    {
+        BIOfs file(dir / "a.rec", BIOfs::Mode::Write);
+        writeRecord(file, Struct{{"eventType", 1001},
+                                 {"dataX", 4},
+                                 {"dataY", 2},
+                                 {"dataFormat", "u_1x16"},
+                                 {"save", group("name", "evil.rec")},
+                                 {"cjwrite", group("name", "evil.jpg")},
+                                 {"sender", Struct{{"host", "evil"}, {"port", 1}}},
+                                 {"mine", group("a", 1)},
+                                 {"OCV", Struct{{"lp0", 1}, {"order", 5}, {"trl", 1.0F}, {"trh", 1.0F}}}});
+        writeRecord(file, Struct{{"eventType", 1003}});
+    }
+    for (const char* player : {"read", "readd"}) {
+        SCOPED_TRACE(player);
+        const auto result = runProgram(
+            "run - --quiet --set OCV.trh=7 --set dataX=9",
+            std::string(
+                R"({"settings": {"OCV": {"lp0": 3}, "cjwrite": {"name": "users.jpg"}, "dataY": 2}, "steps": [
+                {"kind": ")") +
+                player + R"(", "settings": {"OCV": {"trl": 5}, "load": {"name": ")" + (dir / "a.rec") +
+                R"("}}}, {"kind": "test", "settings": {"eventType": 1003}}]})");
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        const std::string seen = result.out.substr(result.out.rfind("Test::", result.out.find("mine")));
+        for (const char* part : {"trl Float = 5\n", "trh Float = 7\n", "lp0 Int = 1\n", "order Int = 5\n",
+                                 "dataX Int = 4\n", "users.jpg", "a Int = 1\n"})
+            EXPECT_THAT(seen, HasSubstr(part));
+        EXPECT_EQ(seen.find("evil"), std::string::npos) << seen;
+        EXPECT_EQ(seen.find("port"), std::string::npos) << seen;
+        for (const char* part : {"OCV.lp0 = 3 gives way to 1 of the recording",
+                                 "save.name = \"evil.rec\" of the", "sender.port = 1 of the"})
+            EXPECT_THAT(result.err, HasSubstr(part));
+        EXPECT_EQ(result.err.find("dataY"), std::string::npos) << result.err;
+    }
+}
+
 TEST(Recording, PlayedOntoItselfIsNotLost)
 {
     const TempDir dir;
     ASSERT_EQ(runProgram("run \"" + kSource + "filesaver name=" + (dir / "run.rec") + "\"").exitCode, 0);
     const std::string before = readFile(dir / "run.rec");
     const auto result = runProgram("run \"read load.name=" + (dir / "run.rec") +
-                                   " ! filesaver name=" + (dir / "run.rec") + "\"");
+                                   " ! filesaver name=" + (dir / "run.rec") + "\" --force");
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_THAT(result.err, HasSubstr("write error"));
     EXPECT_TRUE(readFile(dir / "run.rec") == before);

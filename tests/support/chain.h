@@ -16,7 +16,7 @@
 #include "scansteps/texture.h"
 
 extern "C" {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) \
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
     scansteps::cChain* create_##kind();
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
@@ -28,7 +28,7 @@ namespace scansteps::test {
 inline std::unique_ptr<cChain> createStep(const std::string& kind)
 {
     static const std::map<std::string, cChain* (*)()> factories = {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, summary, ...) {#kind, create_##kind},
+#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) {#kind, create_##kind},
 #include "exports/kinds.def"
 #undef SCANSTEPS_KIND
     };

@@ -1,4 +1,4 @@
-#include "io/numbered_name.h"
+#include "scansteps/numbered_name.h"
 
 #include <gtest/gtest.h>
 
