@@ -38,7 +38,7 @@ struct InspectOptions
 {
     std::string recording;
     std::string frames, recover;
-    bool json = false, data = false, model = false;
+    bool json = false, data = false, model = false, skipDamage = false;
 };
 int inspect(const InspectOptions& options);
 
@@ -53,9 +53,11 @@ struct ReceiveOptions
     std::uint16_t port = 0;
     std::string bind = "127.0.0.1";
     std::string out;
-    bool once = false;
-    std::uint64_t maxRecord = std::uint64_t{1} << 30;
-    double idleTimeout = 300;
+    bool once = false, force = false;
+    std::size_t clients = 16;
+    std::uint64_t maxRecord = std::uint64_t{1} << 30, maxTotal = std::uint64_t{100} << 30, maxFiles = 10000;
+    double idleTimeout = 30;  ///< seconds that a record may take, besides a second a megabyte
+    double maxPause = 300;    ///< seconds until the next record begins; 0: no limit
 };
 int receive(const ReceiveOptions& options);
 

@@ -4,12 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <string>
 #include <vector>
 
-#include "runner.h"
+#include "outcome.h"
+#include "scansteps/chain.h"
+#include "scansteps/stream.h"
 #include "system.h"
 
 namespace scansteps::host {
@@ -122,10 +123,13 @@ void FrameFiles::write(const Array& frame)
         bytes.push_back(static_cast<char>(sample & 255U));
     }
     const auto path = folder_ / fmt::format("frame{:06}.{}", written_ + 1, isRgb ? "ppm" : "pgm");
-    std::ofstream file(path, std::ios::binary);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file) throw FileError{fmt::format("cannot write {}", utf8FromPath(path))};
+    BIOfs file(utf8FromPath(path), BIOfs::Mode::Stage);
+    try {
+        file.write(bytes.data(), bytes.size());
+        file.close();
+    } catch (const char*) {
+        throw FileError{fmt::format("cannot write {}: {}", file.path(), file.reason())};
+    }
     ++written_;
 }
 

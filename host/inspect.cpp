@@ -1,6 +1,7 @@
 // scansteps inspect: the records of a recording.
 #include <fmt/format.h>
 
+#include <filesystem>
 #include <optional>
 
 #include "commands.h"
@@ -8,6 +9,9 @@
 #include "inspect_model.h"
 #include "json_values.h"
 #include "outcome.h"
+#include "output.h"
+#include "recording_walk.h"
+#include "scansteps/chain.h"
 #include "scansteps/stream.h"
 #include "system.h"
 
@@ -15,9 +19,9 @@ namespace scansteps::host {
 
 namespace {
 
-void printModel(std::uint64_t number, std::uint64_t offset, std::uint64_t size, const varitype& record,
-                const InspectOptions& options)
+void printModel(const RecordPlace& place, const varitype& record, const InspectOptions& options)
 {
+    const auto& [number, offset, size] = place;
     const Json model = describeModel(record.as<Struct>());
     if (model.empty()) return;
     if (options.json)
@@ -26,10 +30,10 @@ void printModel(std::uint64_t number, std::uint64_t offset, std::uint64_t size, 
         fmt::print("record {} at {}, {} bytes\n{}", number, offset, size, modelText(model));
 }
 
-void printRecord(std::uint64_t number, std::uint64_t offset, std::uint64_t size, const varitype& record,
-                 const InspectOptions& options)
+void printRecord(const RecordPlace& place, const varitype& record, const InspectOptions& options)
 {
-    if (options.model) return printModel(number, offset, size, record, options);
+    if (options.model) return printModel(place, record, options);
+    const auto& [number, offset, size] = place;
     const Json json = jsonFromRecord(record.as<Struct>(), {options.data});
     if (options.json)
         fmt::print("{{\"offset\": {}, \"size\": {}, \"record\": {}}}\n", offset, size, dumpLine(json));
@@ -37,90 +41,94 @@ void printRecord(std::uint64_t number, std::uint64_t offset, std::uint64_t size,
         fmt::print("record {} at {}, {} bytes: {}\n", number, offset, size, dumpLine(json));
 }
 
-// Where the whole records end, and why the next one could not be read.
-struct Walk
-{
-    std::uint64_t records = 0, offset = 0;
-    std::string damage;
-};
-
-template <class Visit>
-Walk walk(BIOfs& file, Visit visit)
-{
-    Walk done;
-    for (;;) {
-        varitype record;
-        try {
-            if (file.atEnd()) return done;
-            record = readRecord(file);
-        } catch (const char* text) {
-            done.damage = text;
-            return done;
-        }
-        visit(++done.records, done.offset, file.position() - done.offset, record);
-        done.offset = file.position();
-    }
-}
-
-// The whole records of a damaged recording.
+// The whole records of a damaged recording, with an end.
 class Rescue
 {
   public:
-    explicit Rescue(const std::string& path) : path_(path), file_(path, BIOfs::Mode::Write)
+    explicit Rescue(const InspectOptions& options) : file_(checkedName(options), BIOfs::Mode::Stage)
     {
-        if (!file_.isOpen()) throw FileError{fmt::format("cannot write {}", path)};
+        if (!file_.isOpen())
+            throw FileError{fmt::format("cannot write {}: {}", file_.path(), file_.reason())};
     }
     void add(const varitype& record)
     {
         named([&] { writeRecord(file_, record); });
     }
-    void close()
+    void close(bool hasEnd)
     {
+        if (!hasEnd) add(Struct{{"eventType", event::kFlush}});
         named([&] { file_.close(); });
     }
 
   private:
+    static const std::string& checkedName(const InspectOptions& options)
+    {
+        std::error_code error;
+        if (std::filesystem::equivalent(pathFromUtf8(options.recording), pathFromUtf8(options.recover),
+                                        error))
+            throw UsageError{fmt::format("--recover cannot write {} while it is read", options.recover)};
+        return options.recover;
+    }
     template <class Work>
     void named(Work work)
     {
         try {
             work();
         } catch (const char* text) {
-            throw FileError{fmt::format("{}: {}", path_, text)};
+            throw FileError{fmt::format("{}: {}: {}", file_.path(), text, file_.reason())};
         }
     }
 
-    std::string path_;
     BIOfs file_;
 };
+
+std::string placesText(const Walk& walk)
+{
+    std::uint64_t skipped = 0;
+    for (const Damage& each : walk.damage) skipped += each.skipped;
+    return skipped == 0 ? "" : fmt::format("; {} bytes skipped in {} places", skipped, walk.damage.size());
+}
 
 }  // namespace
 
 int inspect(const InspectOptions& options)
 {
     BIOfs file(options.recording, BIOfs::Mode::Read);
-    if (!file.isOpen()) throw FileError{fmt::format("cannot read {}", options.recording)};
+    if (!file.isOpen()) throw FileError{fmt::format("cannot read {}: {}", options.recording, file.reason())};
+    std::optional<Rescue> whole;
+    if (!options.recover.empty()) whole.emplace(options);
     std::optional<FrameFiles> frames;
     if (!options.frames.empty()) frames.emplace(pathFromUtf8(options.frames));
-    std::optional<Rescue> whole;
-    if (!options.recover.empty()) whole.emplace(options.recover);
 
-    const Walk done = walk(file, [&](auto number, auto offset, auto size, const varitype& record) {
-        printRecord(number, offset, size, record, options);
-        if (frames) frames->add(record.as<Struct>());
-        if (whole) whole->add(record);
-    });
-    if (whole) whole->close();
+    const Walk walk =
+        walkRecording(file, options.skipDamage, [&](const RecordPlace& place, const varitype& record) {
+            printRecord(place, record, options);
+            if (frames) frames->add(record.as<Struct>());
+            if (whole) whole->add(record);
+        });
+    if (whole) whole->close(walk.hasEnd);
 
-    std::string summary = fmt::format("{} records, {} bytes", done.records, done.offset);
+    const std::string end = walk.hasEnd ? "" : "; no end record";
+    std::string summary =
+        fmt::format("{} records, {} bytes{}{}", walk.records, walk.bytes, placesText(walk), end);
     if (frames) summary += fmt::format("; {} frames in {}", frames->written(), options.frames);
-    if (!options.json && (done.damage.empty() || frames || whole)) fmt::print("{}\n", summary);
+    if (!options.json && (walk.damage.empty() || frames || whole)) answer("{}", summary);
     std::fflush(stdout);
-    if (done.damage.empty()) return kEnded;
-    const std::string damage = fmt::format("{}: {}; {} whole records, damage begins at offset {}",
-                                           options.recording, done.damage, done.records, done.offset);
+    if (walk.damage.empty()) {
+        if (options.json && !walk.hasEnd) warn("{}: no end record", options.recording);
+        return kEnded;
+    }
+    for (const Damage& each : walk.damage)
+        if (each.skipped != 0)
+            say("{}: {}; {} bytes skipped at offset {}", options.recording, each.what, each.skipped,
+                each.offset);
+    const Damage& first = walk.damage.front();
+    const std::string damage = fmt::format("{}: {}; {} whole records, damage begins at offset {}{}",
+                                           options.recording, first.what, walk.records, first.offset, end);
     if (!whole) throw FileError{damage};
-    fmt::print(stderr, "scansteps: {}; the whole records are in {}\n", damage, options.recover);
+    const std::string rescued = fmt::format("{}; the whole records are in {}", damage, options.recover);
+    if (walk.failed) throw FileError{rescued};
+    say("{}", rescued);
     return kEnded;
 }
 

@@ -98,8 +98,12 @@ Command addInspect(CLI::App& app)
     app.add_flag("--data", options->data, "With the elements of arrays");
     app.add_option("--frames", options->frames,
                    "Writes the frames as picture files (.pgm, .ppm) into this folder");
-    app.add_option("--recover", options->recover,
-                   "Writes the whole records into this file, up to where the recording is damaged");
+    app.add_option(
+        "--recover", options->recover,
+        "Writes the whole records into this file, up to where the recording is damaged, and an end "
+        "record");
+    app.add_flag("--skip-damage", options->skipDamage, "With --recover: goes on after a damaged record")
+        ->needs("--recover");
     return command(inspect, options);
 }
 
@@ -117,15 +121,26 @@ Command addReceive(CLI::App& app)
     app.add_option("--bind", options->bind, "Address to listen on; 0.0.0.0: all of this machine")
         ->capture_default_str();
     app.add_option("--out", options->out,
-                   "Recording of the first run; later ones get -2, -3, ... before the extension");
+                   "Recording of the first run; others get -2, -3, ... before the extension");
     app.add_flag("--once", options->once, "Ends after one run; exit code 5 when it broke off");
-    app.add_option("--max-record", options->maxRecord, "Largest record accepted, such as 64M or 2G")
-        ->transform(CLI::AsSizeValue(false))
-        ->default_str("1G");
+    app.add_flag("--force", options->force, "Overwrites the file --out when it exists");
+    app.add_option("--clients", options->clients, "Connections that are served at once; others wait")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
     app.add_option("--idle-timeout", options->idleTimeout,
-                   "Seconds of silence after which a client is dropped")
+                   "Seconds that a record may take to arrive, plus one second a megabyte")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    app.add_option("--max-pause", options->maxPause,
+                   "Seconds until the next record has to begin; 0: no limit")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    const auto size = [&](const char* name, std::uint64_t& value, const char* what, const char* standard) {
+        app.add_option(name, value, what)->transform(CLI::AsSizeValue(false))->default_str(standard);
+    };
+    size("--max-record", options->maxRecord, "Largest record accepted, such as 64M or 2G", "1G");
+    size("--max-total", options->maxTotal, "Most bytes that are stored in all", "100G");
+    app.add_option("--max-files", options->maxFiles, "Most recordings that are made")->capture_default_str();
     return command(receive, options);
 }
 

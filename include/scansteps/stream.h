@@ -61,7 +61,9 @@ class BIOfs : public BIO
     enum class Mode
     {
         Read,
-        Write
+        Write,
+        Create,  ///< as Write, but there must be no such file
+        Stage,   ///< as Write, but a file keeps what is in it until commit() or close()
     };
     /// `path` is UTF-8 on every system.
     BIOfs(const std::string& path, Mode mode);
@@ -82,8 +84,16 @@ class BIOfs : public BIO
     bool atEnd();
     /// Bytes read or written so far.
     std::uint64_t position() const { return position_; }
-    /// Closes the file; throws "write error" when the system could not keep what was written.
+    /// Closes the file; throws "write error" when the system could not keep what was written, or a staged
+    /// file cannot take its name.
     void close();
+
+    /// Gives a staged file its name now. Until then it has a temporary one beside it and is removed by a
+    /// write that fails and by the destructor. Devices and pipes are not staged, and neither are files in
+    /// folders that take no new ones.
+    void commit();
+    /// Whether a staged file has still to replace another one.
+    bool willReplace() const { return guard_ >= 0; }
 
     /// Whether the system reported an error; that a file ends too early is none.
     bool failed() const { return error_ != 0; }
@@ -93,11 +103,15 @@ class BIOfs : public BIO
     [[noreturn]] void raise() const;
 
   private:
+    void stage();
+    void release() noexcept;
+    bool takeName();
     std::int64_t noted(std::int64_t received);
 
-    std::string path_;
+    std::string path_, target_, temporary_;  // links followed; where a staged file is now
     int file_ = -1;
-    int error_ = 0;  // errno of the last error
+    int guard_ = -1;  // holds the lock of the file that will be replaced
+    int error_ = 0;   // errno of the last error
     bool isOutput_ = false;
     std::uint64_t position_ = 0;
     std::uint64_t sizeLimit_ = 0;

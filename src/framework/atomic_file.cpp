@@ -3,71 +3,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "framework/files.h"
+#include "framework/temporary_name.h"
 #include "scansteps/error.h"
 
 namespace scansteps {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-std::error_code lastError()
-{
-    return {errno, std::generic_category()};
-}
-
-std::string utf8(const fs::path& path)
-{
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
-
-// A link is followed, also one to a file that is still to come.
-fs::path followed(fs::path path)
-{
-    constexpr int kMostLinks = 40;
-    std::error_code error;
-    for (int i = 0; i < kMostLinks && fs::is_symlink(fs::symlink_status(path, error)); ++i) {
-        const fs::path next = fs::read_symlink(path, error);
-        if (error) break;
-        path = path.parent_path() / next;
-    }
-    return path;
-}
-
-/// Calls `make`, which must not replace anything, with one name beside `target` after the other until it
-/// succeeds or fails for another reason than the name. The name that succeeded is left in `made`.
-template <class Make>
-std::error_code makeBeside(const fs::path& target, fs::path& made, Make make)
-{
-    constexpr int kMostNames = 1000;
-    std::u8string stem = target.u8string();
-    bool isShort = false;
-    std::error_code error;
-    for (int number = 1; number <= kMostNames; ++number) {
-        const std::string end = number == 1 ? ".part" : ".part" + std::to_string(number);
-        made = stem + std::u8string(end.begin(), end.end());
-        error = make(made);
-        if (!error) return error;
-        if (error == std::errc::filename_too_long && !isShort) {
-            stem = (target.parent_path() / "scansteps").u8string();
-            isShort = true;
-        } else if (error != std::errc::file_exists) {
-            break;
-        }
-    }
-    made.clear();
-    return error;
-}
-
-}  // namespace
-
 AtomicFile::AtomicFile(const std::string& path)
     : path_(path),
-      target_(followed(std::u8string(path.begin(), path.end()))),
+      target_(followed(fromUtf8(path))),
       block_(std::make_unique_for_overwrite<char[]>(kBlock)),
       at_(block_.get()),
       end_(at_ + kBlock)
@@ -83,7 +30,7 @@ AtomicFile::~AtomicFile()
 
 void AtomicFile::open()
 {
-    const fs::file_status status = fs::status(std::u8string(path_.begin(), path_.end()), error_);
+    const fs::file_status status = fs::status(fromUtf8(path_), error_);
     const bool replaces = fs::is_regular_file(status);
     if (replaces && !rawfile::isWritable(path_)) {
         error_ = lastError();

@@ -1,10 +1,12 @@
 // Files as byte streams: whole writes or none, and one system call a record where the system gathers.
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "framework/files.h"
+#include "framework/temporary_name.h"
 #include "scansteps/error.h"
 #include "scansteps/host_services.h"
 #include "scansteps/stream.h"
@@ -42,29 +44,99 @@ bool writeAll(int file, std::span<const std::span<const std::byte>> pieces)
 
 }  // namespace
 
-BIOfs::BIOfs(const std::string& path, Mode mode)
-    : path_(path),
-      file_(rawfile::open(path, mode == Mode::Read ? rawfile::Access::Read : rawfile::Access::Truncate)),
-      isOutput_(mode == Mode::Write)
+BIOfs::BIOfs(const std::string& path, Mode mode) : path_(path), isOutput_(mode != Mode::Read)
 {
-    if (file_ < 0)
-        error_ = errno;
-    else if (isOutput_)
-        sizeLimit_ = rawfile::sizeLimit(file_);
+    using rawfile::Access;
+    if (mode == Mode::Stage) stage();
+    if (file_ < 0 && error_ == 0) {
+        file_ = rawfile::open(path, mode == Mode::Read     ? Access::Read
+                                    : mode == Mode::Create ? Access::CreateNew
+                                                           : Access::Truncate);
+        if (file_ < 0) error_ = errno;
+    }
+    if (file_ >= 0 && isOutput_) sizeLimit_ = rawfile::sizeLimit(file_);
 }
 
 BIOfs::~BIOfs()
 {
     if (file_ >= 0) rawfile::close(file_);
+    release();
+}
+
+// Leaves the file unopened, without an error, where it has to be written directly.
+void BIOfs::stage()
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::file_status status = fs::status(fromUtf8(path_), error);
+    const bool replaces = fs::is_regular_file(status);
+    if (!replaces && fs::exists(status)) return;
+    const fs::path target = followed(fromUtf8(path_));
+    target_ = utf8(target);
+    if (replaces && (guard_ = rawfile::open(target_, rawfile::Access::Guard)) < 0) {
+        error_ = errno;
+        return;
+    }
+    fs::path made;
+    error = makeBeside(target, made, [this](const fs::path& name) {
+        file_ = rawfile::open(utf8(name), rawfile::Access::CreateNew);
+        return file_ >= 0 ? std::error_code() : lastError();
+    });
+    temporary_ = utf8(made);
+    if (!error) {
+        if (replaces) fs::permissions(made, status.permissions() & fs::perms::all, error);
+        return;
+    }
+    release();
+    const bool noNewFiles =
+        error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
+    if (!replaces || !noNewFiles) error_ = error.value();
+}
+
+// Of the file that was to be replaced, and the temporary name.
+void BIOfs::release() noexcept
+{
+    if (guard_ >= 0) rawfile::close(std::exchange(guard_, -1));
+    std::error_code ignored;
+    if (!temporary_.empty()) std::filesystem::remove(fromUtf8(temporary_), ignored);
+    temporary_.clear();
+}
+
+void BIOfs::commit()
+{
+    if (file_ < 0) raise();
+    if (takeName()) return;
+    if (file_ >= 0) rawfile::close(std::exchange(file_, -1));
+    release();
+    raise();
+}
+
+bool BIOfs::takeName()
+{
+    if (temporary_.empty()) return true;
+    // Another writer may have taken the name meanwhile.
+    if (guard_ < 0) guard_ = rawfile::open(target_, rawfile::Access::Guard);
+    const bool isFree = guard_ >= 0 || errno == ENOENT;
+#ifdef _WIN32  // where an open file cannot be replaced
+    if (guard_ >= 0) rawfile::close(std::exchange(guard_, -1));
+#endif
+    if (!isFree || !rawfile::rename(file_, temporary_, target_)) {
+        error_ = errno;
+        return false;
+    }
+    temporary_.clear();
+    release();
+    return true;
 }
 
 void BIOfs::close()
 {
     if (file_ < 0) return;
     const int result = rawfile::close(std::exchange(file_, -1));
-    if (result == 0 || !isOutput_) return;
-    error_ = errno;
-    raise();
+    if (result != 0 && isOutput_) error_ = errno;
+    if (error_ == 0 && takeName()) return;
+    release();
+    if (isOutput_) raise();
 }
 
 std::string BIOfs::reason() const
@@ -105,6 +177,7 @@ void BIOfs::writeGather(std::span<const std::span<const std::byte>> pieces)
     }
     rawfile::truncate(file_, position_);
     rawfile::close(std::exchange(file_, -1));
+    release();
     raise();
 }
 

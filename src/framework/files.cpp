@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
+#include "framework/temporary_name.h"
 #include "framework/waits.h"
 
 #ifdef _WIN32
@@ -51,6 +53,7 @@ namespace rawfile {
 int open(const std::string& path, Access access)
 {
     const int flags = access == Access::Read        ? _O_RDONLY
+                      : access == Access::Guard     ? _O_WRONLY
                       : access == Access::CreateNew ? _O_WRONLY | _O_CREAT | _O_EXCL
                                                     : _O_WRONLY | _O_CREAT | _O_TRUNC;
     return _wsopen(widePath(path).c_str(), flags | _O_BINARY | _O_NOINHERIT, _SH_DENYWR,
@@ -111,6 +114,22 @@ std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> p
 int close(int file)
 {
     return _close(file);
+}
+
+bool rename(int& file, const std::string& from, const std::string& to)
+{
+    // An open file cannot be renamed.
+    const bool wasOpen = file >= 0;
+    if (wasOpen && _close(std::exchange(file, -1)) != 0) return false;
+    std::error_code error;
+    std::filesystem::rename(fromUtf8(from), fromUtf8(to), error);
+    if (error) {
+        errno = error.default_error_condition().value();
+        return false;
+    }
+    if (!wasOpen) return true;
+    file = _wsopen(widePath(to).c_str(), _O_WRONLY | _O_APPEND | _O_BINARY | _O_NOINHERIT, _SH_DENYWR, 0);
+    return file >= 0;
 }
 
 // There is no such signal.
@@ -179,25 +198,37 @@ bool isRegular(int file)
 {
     return regularSize(file).has_value();
 }
+
+// False when someone has renamed another file to the name since this one was opened.
+bool isNamed(int file, const std::string& path)
+{
+    struct stat opened = {}, named = {};
+    return ::fstat(file, &opened) != 0 || ::stat(path.c_str(), &named) != 0 ||
+           (opened.st_ino == named.st_ino && opened.st_dev == named.st_dev);
+}
 }  // namespace
 
 int open(const std::string& path, Access access)
 {
-    const bool toWrite = access == Access::Truncate;
+    const bool toWrite = access != Access::Read;
     const int flags = access == Access::Read        ? O_RDONLY
+                      : access == Access::Guard     ? O_WRONLY
                       : access == Access::CreateNew ? O_WRONLY | O_CREAT | O_EXCL
                                                     : O_WRONLY | O_CREAT;
-    const int file = openPatiently(path.c_str(), flags);
-    if (file < 0 || access == Access::CreateNew || !isRegular(file)) return file;
-    // Not every file system has locks: only a lock that someone else holds is a reason not to write.
-    const bool taken = ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    if (toWrite && (taken || ::ftruncate(file, 0) != 0)) {
+    for (;;) {
+        const int file = openPatiently(path.c_str(), flags);
+        if (file < 0 || !isRegular(file)) return file;
+        // Not every file system has locks: only a lock that someone else holds is a reason not to write.
+        const bool taken =
+            ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        const bool replaced = toWrite && !taken && !isNamed(file, path);
+        const bool emptied = access != Access::Truncate || taken || replaced || ::ftruncate(file, 0) == 0;
+        if (!(toWrite && taken) && !replaced && emptied) return file;
         const int error = taken ? EBUSY : errno;
         ::close(file);
         errno = error;
-        return -1;
+        if (!replaced) return -1;
     }
-    return file;
 }
 
 bool isWritable(const std::string& path)
@@ -256,6 +287,11 @@ int close(int file)
 {
     // Linux has closed the file when it reports an interruption.
     return ::close(file) == 0 || errno == EINTR ? 0 : -1;
+}
+
+bool rename(int&, const std::string& from, const std::string& to)
+{
+    return ::rename(from.c_str(), to.c_str()) == 0;
 }
 
 NoPipeSignal::NoPipeSignal(bool needed)

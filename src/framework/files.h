@@ -28,6 +28,7 @@ enum class Access
     Read,
     Truncate,
     CreateNew,  ///< to write; fails when there is something of this name
+    Guard,      ///< keeps others from writing the existing file, which stays as it is
 };
 /// Opens a file so that no other call here can truncate or write it meanwhile; fails when the file is open
 /// for writing already, or for reading and is to be truncated. Devices and pipes are not guarded.
@@ -50,6 +51,9 @@ std::int64_t write(int file, const void* bytes, std::size_t length);
 /// Gathered write of at most the first 64 pieces; may be partial.
 std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces);
 int close(int file);
+/// Renames a file, replacing another one. Writing to `file`, where it is not -1, goes on afterwards. False
+/// when that is not possible; the file may be closed then (-1).
+bool rename(int& file, const std::string& from, const std::string& to);
 
 /// While one lives, writing to a pipe that nobody reads any more is only an error of the call: the signal
 /// that comes with it, and would end the host's process, is kept away from this thread and taken.

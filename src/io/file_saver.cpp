@@ -10,6 +10,19 @@ namespace scansteps {
 
 SCANSTEPS_STEP(FileSaver)
 
+namespace {
+
+// False after a source that found nothing to read.
+bool describesFrames(const varitype& init)
+{
+    const auto isPositive = [&](const char* name) {
+        return init.has(name) && init[name].kind() == Kind::Int && init[name].as<std::int32_t>() > 0;
+    };
+    return isPositive("dataX") && isPositive("dataY");
+}
+
+}  // namespace
+
 void FileSaver::dispatch(varitype& params)
 {
     switch (eventType(params)) {
@@ -19,7 +32,10 @@ void FileSaver::dispatch(varitype& params)
             CPUBase::dispatch(params);
             break;
         default:
-            if (file_) writeRecord(*file_, params);
+            if (file_) {
+                if (eventType(params) != event::kMismatch) begin();
+                writeRecord(*file_, params);
+            }
             forward(*this, params);
             break;
     }
@@ -27,16 +43,22 @@ void FileSaver::dispatch(varitype& params)
 
 void FileSaver::init(varitype& params)
 {
-    close();  // before the new file is opened, which may have the same name
-    file_ = std::make_unique<BIOfs>(Settings(*this, params).text("save.name"), BIOfs::Mode::Write);
+    const std::string path = Settings(*this, params).text("save.name");
+    // Before the new file is opened, which may have the same name.
+    if (const auto before = std::move(file_); before && hasBegun_) before->close();
+    file_ = std::make_unique<BIOfs>(path, BIOfs::Mode::Stage);
+    hasBegun_ = false;
+    canBegin_ = false;
     writeRecord(*file_, params);
+    const bool framesToCome = describesFrames(params);
     forward(*this, params);
+    canBegin_ = framesToCome && eventType(params) == event::kInit;
 }
 
 void FileSaver::process(varitype& params)
 {
     StepTimer timer(*this);
-    if (!file_) fail("write error");
+    begin();
     writeEvent(*file_, params);
     timer.stop();
     forward(*this, params);
@@ -49,16 +71,20 @@ void FileSaver::flush(varitype& params)
             // The stream is gone afterwards, also when its last record or closing it is an error.
             const std::unique_ptr<BIOfs> file = std::move(file_);
             if (!file) return;
+            // A run that never began does not replace the recording of one that did.
+            if (!hasBegun_ && !canBegin_ && file->willReplace()) return;
+            if (!hasBegun_) file->commit();
             writeRecord(*file, params);
             file->close();
         },
         [&] { CPUBase::flush(params); });
 }
 
-void FileSaver::close()
+void FileSaver::begin()
 {
-    const std::unique_ptr<BIOfs> file = std::move(file_);
-    if (file) file->close();
+    if (!file_) fail("write error");
+    if (!hasBegun_) file_->commit();
+    hasBegun_ = true;
 }
 
 }  // namespace scansteps

@@ -19,9 +19,12 @@ class FileSaver final : public CPUBase
     void flush(varitype& params) override;
 
   private:
-    void close();
+    /// With the first event of a run the file takes its name.
+    void begin();
 
     std::unique_ptr<BIOfs> file_;  // from init to flush; one that failed refuses all further records
+    bool hasBegun_ = false;
+    bool canBegin_ = false;  // all steps were initialised, and there are frames to come
 };
 
 }  // namespace scansteps

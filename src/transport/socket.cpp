@@ -183,7 +183,8 @@ Listener::Listener(std::uint16_t port, const std::string& address)
         if (!resolved) failf("%s is no address", address.c_str());
         ip = resolved->ip;
     }
-    socket_ = openPort({ip, port}, 1);
+    constexpr int kWaiting = 128;
+    socket_ = openPort({ip, port}, kWaiting);
 }
 
 Listener::~Listener()

@@ -153,6 +153,7 @@ TEST(FailingFiles, DiskThatFillsUpAnywhereLeavesWholeRecords)
     const std::size_t size = readFile(dir / "run.rec").size();
     for (std::size_t room = 0; room < size; room += room < 300 ? 1 : 37) {
         for (const std::size_t most : {SIZE_MAX, std::size_t{500}}) {
+            std::filesystem::remove(dir / "run.rec");
             const auto errors = recordRun(dir / "run.rec", {most, room}, chain);
             std::size_t written = 0;
             for (const std::string& error : errors) {

@@ -1,6 +1,7 @@
 // Recording, replay and the steps that move a frame between its handle and its record, with real files.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -114,6 +115,58 @@ TEST(FileSaver, SecondInitBeginsTheFileAgain)
     const auto records = recordsOf(dir / "run.rec");
     ASSERT_EQ(records.size(), 3U);
     EXPECT_TRUE(records[1]["data"].equals(numbered(5, 3, 1)));
+}
+
+TEST(FileSaver, LeavesTheOldRecordingAloneUntilTheRunBegins)
+{
+    const Struct sized = initFor(5, 3, {}), sizeless = {{"dataFormat", "CPU::u_1x16"}};
+    Struct misfit = sized;
+    misfit.remove("dataFormat");
+    const struct
+    {
+        const char* what;
+        Struct init;
+        const char* then;
+        bool isFlushed;
+        std::size_t records;  // 0: the old recording is still there
+    } cases[] = {
+        {"frame", sized, "cstrip", false, 2},
+        {"no frame", sized, "cstrip", true, 2},
+        {"given up", sized, "cstrip", false, 0},
+        {"no source", sizeless, "cstrip", true, 0},
+        {"1004 of a step after it", misfit, "cbuff", true, 0},
+    };
+    for (const auto& [what, init, then, isFlushed, records] : cases) {
+        SCOPED_TRACE(what);
+        const TempDir dir;
+        dir.write("old.rec", "precious");
+#ifndef _WIN32
+        std::filesystem::create_symlink("old.rec", dir.path() / "run.rec");  // its target is replaced
+#else
+        std::filesystem::rename(dir.path() / "old.rec", dir.path() / "run.rec");
+#endif
+        {
+            Chain chain({"filesaver", then});
+            Struct settings = init;
+            settings.set("save", Struct{{"name", dir / "run.rec"}});
+            settings.set("Buff", Struct{{"Size", 2}});
+            try {
+                chain.init(settings);
+            } catch (const char*) {
+            }
+            EXPECT_EQ(readFile(dir / "run.rec"), "precious");
+            const Array frame = numbered(5, 3, 1);
+            if (std::string(what) == "frame") chain.process(&frame);
+            if (!isFlushed && records != 0) {
+                EXPECT_EQ(recordsOf(dir / "run.rec").size(), records);
+            }
+            if (isFlushed) chain.flush();
+        }
+        const std::string now = readFile(dir / "run.rec");
+        EXPECT_EQ(now == "precious" ? 0 : recordsOf(dir / "run.rec").size(), records);
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+            EXPECT_EQ(entry.path().extension(), ".rec");
+    }
 }
 
 TEST(FileSaver, ReportsAFileThatCannotBeWritten)
