@@ -17,22 +17,22 @@ std::string FileReason::text() const
 
 std::string troubleText(const TroubleFacts& facts)
 {
-    const auto counted = [&](const char* what, const char* first) {
-        return fmt::format("{} {}{}, {}{}", facts.count, what, facts.count == 1 ? "" : "s", first,
-                           facts.first.text());
+    const auto counted = [&](const char* what) {
+        return fmt::format("{} {}{}", facts.count, what, facts.count == 1 ? "" : "s");
     };
     switch (facts.trouble) {
         case Trouble::SourceStopped:
             return "stopped at " + facts.first.text();
         case Trouble::PictureNotWritten: {
             const std::int64_t tried = std::max(facts.tried, facts.count);
-            return fmt::format("{} of {} pictures written: {}", tried - facts.count, tried,
-                               counted("failure", "the first: "));
+            return fmt::format("{} of {} pictures written: {}, the first: {}", tried - facts.count, tried,
+                               counted("failure"), facts.first.text());
         }
         case Trouble::FrameIncomplete:
-            return fmt::format("frames decoded only in part: {}", counted("file", "the first: "));
+            return fmt::format("{} decoded only in part, the first: {}", counted("frame"),
+                               facts.first.text());
         case Trouble::RecordNotSent:
-            return counted("record", "not sent: ");
+            return fmt::format("{} not sent: {}", counted("record"), facts.first.text());
         case Trouble::NoModel:
             return fmt::format(
                 "no mesh and no point cloud arrived: {}",

@@ -17,6 +17,7 @@
 namespace scansteps {
 namespace {
 
+using test::pathOf;
 using test::runProgram;
 using test::TempDir;
 
@@ -65,11 +66,34 @@ TEST(PhotographsToEdges, theRunEndsWhenTheFilesEnd)
     const auto result = runProgram("run \"cjread load.name=" + kImages + "img0010.jpg ! clast\"");
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.out.find("error read"), std::string::npos);
-    const auto none = runProgram("run \"cjread load.name=" + (folder / "x0.jpg") + " ! clast\"");
-    EXPECT_EQ(none.exitCode, 0) << none.err;
-    EXPECT_NE(none.err.find("0 frames in"), std::string::npos);
-    EXPECT_NE(none.err.find("stopped at " + (folder / "x0.jpg") + ": No such file or directory"),
-              std::string::npos);
+}
+
+// Troubles without an error: a warning at the end, with --strict an error and an exit code.
+TEST(Troubles, areSummedUpAtTheEndOfTheRun)
+{
+    const TempDir folder;
+    const std::string photograph = test::readFile(pathOf(kImages + "img0000.jpg"));
+    folder.write("a0.jpg", photograph);
+    folder.write("a1.jpg", "no picture");
+    folder.write("b0.jpg", photograph.substr(0, photograph.size() / 2));
+    const std::string read = "cjread load.one=1 load.name=" + folder / "a0.jpg";
+    const std::pair<std::string, std::string> cases[] = {
+        {"cjread load.name=" + folder / "x0.jpg", "stopped at " + (folder / "x0.jpg") + ": No such file"},
+        {"cjread load.name=" + folder / "a0.jpg", "stopped at " + (folder / "a1.jpg") + ": "},
+        {"cjreadf load.name=" + folder / "b0.jpg",
+         "1 frame decoded only in part, the first: " + folder / "b0.jpg"},
+        {read + " ! cjwrite name=" + folder / "no/c0.jpg",
+         "0 of 1 pictures written: 1 failure, the first: " + (folder / "no/c0.jpg") + ": No such file"},
+        {read + " ! sender host=127.0.0.1 port=1", "3 records not sent: 127.0.0.1:1: "},
+    };
+    for (const auto& [pipeline, text] : cases) {
+        const std::string line = "run \"" + pipeline + " ! clast\" --report - --quiet";
+        const auto lenient = runProgram(line), strict = runProgram(line + " --strict");
+        EXPECT_EQ(lenient.exitCode, 0) << lenient.err;
+        EXPECT_NE(lenient.err.find("): " + text), std::string::npos) << lenient.err;
+        EXPECT_NE(lenient.out.find("\"message\": \"" + text), std::string::npos) << lenient.out;
+        EXPECT_EQ(strict.exitCode, 5) << strict.err;
+    }
 }
 
 TEST(PhotographsToEdges, twoWritersTwoNames)
