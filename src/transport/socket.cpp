@@ -194,7 +194,9 @@ Listener::~Listener()
 
 std::uint16_t Listener::port() const
 {
-    return socketlayer::localAddress(socket_).port;
+    const std::uint16_t port = socketlayer::localAddress(socket_).port;
+    if (port == 0) fail("listen error");
+    return port;
 }
 
 std::unique_ptr<USock> Listener::accept(int milliseconds)

@@ -76,7 +76,7 @@ struct Call
     const char* name;
     long number;
     Transfer transfer = Transfer::None;
-    bool takesEffect = false;  // also when it answers with an error
+    bool takesEffect = false;  // although it is interrupted
 };
 
 constexpr int kAlloc = 0, kThread = 1;
@@ -93,7 +93,7 @@ constexpr Call kCalls[] = {
     {CALL(rmdir)}, {CALL(mkdir)}, {CALL(mkdirat)}, {CALL(stat)}, {CALL(fstat)}, {CALL(lstat)}, {CALL(newfstatat)},
     {CALL(statx)}, {CALL(access)}, {CALL(faccessat)}, {CALL(faccessat2)}, {CALL(getdents64)}, {CALL(readlink)},
     {CALL(flock)}, {CALL(fcntl)}, {CALL(ioctl)}, {CALL(chmod)}, {CALL(fchmod)}, {CALL(dup)}, {CALL(dup2)}, {CALL(pipe2)},
-    {CALL(eventfd2)}, {CALL(socket)}, {CALL(bind)}, {CALL(listen)}, {CALL(connect)}, {CALL(accept)}, {CALL(accept4)},
+    {CALL(eventfd2)}, {CALL(socket)}, {CALL(bind)}, {CALL(listen)}, {CALL(connect), Transfer::None, true}, {CALL(accept)}, {CALL(accept4)},
     {CALL(getsockname)}, {CALL(getpeername)}, {CALL(getsockopt)}, {CALL(setsockopt)}, {CALL(shutdown)}, {CALL(poll)},
     {CALL(ppoll)}, {CALL(select)}, {CALL(pselect6)}, {CALL(epoll_wait)}, {CALL(mmap)},
 };
@@ -197,7 +197,8 @@ void onSystemCall(int, siginfo_t* info, void* context)
     } else if (wantedShort) {
         result = shortened(*what, arguments);
     } else {
-        if (what->takesEffect) faultsCall(info->si_syscall, arguments);
+        if (what->takesEffect && (wantedError == EINTR || what->number == SYS_close))
+            faultsCall(info->si_syscall, arguments);
         result = -wantedError;
     }
     registers[REG_RAX] = result;
@@ -326,6 +327,13 @@ VISIBLE int getaddrinfo(const char* node, const char* service, const addrinfo* h
 {
     const InLibrary inside;
     return next<decltype(&getaddrinfo)>("getaddrinfo")(node, service, hints, found);
+}
+VISIBLE int getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostLength,
+                        char* service, socklen_t serviceLength, int flags)
+{
+    const InLibrary inside;
+    return next<decltype(&getnameinfo)>("getnameinfo")(address, length, host, hostLength, service,
+                                                       serviceLength, flags);
 }
 
 // The signal that carries the calls must not be blocked.

@@ -193,12 +193,13 @@ def differs(name, file, data, whole):
         if not data.endswith(b"}\n"):
             return "not a whole report"
     elif file.endswith(".rec"):
-        (got, rest), wanted = records(data), records(whole)[0]
+        (got, cut), wanted = records(data), records(whole)[0]
         if got and got[-1] == wanted[-1]:
             got.pop()
-        elif rest and not whole.startswith(data):
+        elif cut and not whole.startswith(data):
             return "ends in bytes that are of no record"
-        if got != wanted[:len(got)] and name != "corners":  # its frames come in pairs, and the last one may be alone
+        rest = iter(wanted)  # a frame may be missing where a step behind goes on after the error
+        if len(got) > 1 and not all(record in rest for record in got) and name != "corners":  # of pairs one may be alone
             return "records that the clean run has not"
     elif file.endswith(".raw"):
         if not whole.startswith(data):
@@ -209,7 +210,7 @@ def differs(name, file, data, whole):
 
 
 def same(clean, result):
-    return clean.out == result.out and clean.files == result.files
+    return clean.files == result.files and (clean.out == result.out or result.call.startswith("lib."))  # a name not found
 
 
 def faults_of(name, how, clean, result, old, strict):
@@ -248,6 +249,10 @@ def faults_of(name, how, clean, result, old, strict):
     for file in clean.files:
         if file in old and file not in result.files:
             found.append(f"{file} removed")
+        if code == 4 and file.endswith(".rec") and not how.endswith("+") and not re.search("filesaver|sender|flush", err):
+            got, wanted = records(result.files.get(file, b""))[0], records(clean.files[file])[0]
+            if got and got[-1] != wanted[-1] and result.files[file] != OLD:
+                found.append(f"{file} has no end record")
         if reached := re.search(r"error: .*frame (\d+)", err):
             wanted = int(reached[1]) - (3 if name in ("buffer", "corners") else 1)
             data = result.files.get(file, b"")
@@ -291,7 +296,7 @@ def main():
             for result, _ in clean[name]:
                 if result.code != 0 or not same(first, result):
                     sys.exit(f"{name}: the clean run does not work: {result.code} {result.err}")
-            own = [point for point in points_of(first.call) if point.startswith(only_call)]
+            own = [point for point in points_of(first.call) if re.match(only_call, point)]
             points += [(name, point) for point in own]
             print(f"{name}: {len(own)} faults", flush=True)
         # In the order of a random number: of any length, a sample is spread evenly; calls weigh five times an allocation.
