@@ -139,7 +139,9 @@ bool fails(int index, long descriptor)
         return false;
     }
     if (index != wantedCall || inLibrary != wantedInLibrary) return false;
-    if (number != wantedNumber && (!wantedOnward || number < wantedNumber)) return false;
+    if (number < wantedNumber || (number > wantedNumber && !wantedOnward)) return false;
+    // A full disk leaves the program its voice.
+    if (number > wantedNumber && kCalls[index].transfer != Transfer::None && descriptor <= 2) return false;
     if (!done.exchange(true)) log(index, descriptor, true);
     return true;
 }

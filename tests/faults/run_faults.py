@@ -4,14 +4,15 @@
 usage: run_faults.py BIN [--seconds S] [--jobs N] [--only PIPELINE[:CALL]] [--list FILE]
 
 BIN is a build tree's bin. --seconds: an evenly spread sample within that time. Each pipeline of PIPELINES first runs
-clean; its calls are counted by name, then each is failed once with an errno of its kind. Every second run finds
-files of an earlier run under its output names. What must hold is in `faults_of`.
+clean; its calls are counted by name, then each is failed once with an errno of its kind. System calls fail four times: into an
+empty folder and over the files of an earlier run, with and without --strict. What must hold is in `faults_of`.
 """
 import argparse
 import collections
 import concurrent.futures
 import contextlib
 import errno
+import itertools
 import os
 import random
 import re
@@ -62,6 +63,7 @@ ERRNO = collections.defaultdict(lambda: errno.EIO, {
 TRANSFERS = {"read", "pread64", "readv", "write", "pwrite64", "writev", "sendto", "recvfrom"}
 INTERRUPTIBLE = TRANSFERS | {"open", "openat", "close", "fsync", "fdatasync", "ftruncate", "flock", "fcntl", "connect", "accept",
                              "accept4", "poll", "ppoll", "select", "pselect6", "sendmsg", "recvmsg"}
+LASTING = {"alloc", "mmap", "thread", "openat", "socket", "read", "readv", "write", "writev", "sendmsg"}
 HARMLESS = {"short", str(errno.EINTR)}  # must not change anything
 
 TIMES = re.compile(rb' *[-+.\de]+ sec\b|(?:econds?|share)": [\d.e+-]+|time \d+ms')
@@ -90,12 +92,11 @@ class Peer:
                 threading.Thread(target=self.send, args=(int(found[1]), process), daemon=True).start()
 
     def send(self, port, process):
-        with contextlib.suppress(OSError):
-            while process.poll() is None:  # again, when the receiver has lost the connection to a fault
-                with socket.create_connection(("127.0.0.1", port), timeout=5) as client:
-                    client.sendall(self.recording)
-                    client.shutdown(socket.SHUT_WR)
-                    client.recv(1)
+        while process.poll() is None:  # again, when the receiver has lost the connection to a fault
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", port), timeout=5) as client:
+                client.sendall(self.recording)
+                client.shutdown(socket.SHUT_WR)
+                client.recv(1)
 
     def close(self):
         with socket.create_connection(("127.0.0.1", self.port)) as client:
@@ -121,7 +122,6 @@ class Bench:
             subprocess.run([self.program, "run", "--quiet", chain], cwd=folder, check=True, stdout=subprocess.DEVNULL)
         with open(os.path.join(self.inputs, "run.rec"), "rb") as file:
             self.recording = file.read()
-        self.strict = b"--strict" in subprocess.run([self.program, "run", "--help"], stdout=subprocess.PIPE, check=True).stdout
 
     def place(self):
         if not hasattr(self.local, "place"):
@@ -142,7 +142,7 @@ class Bench:
         peer = Peer(self.recording)
         arguments = [word.replace("{port}", str(peer.port)) for word in PIPELINES[name]]
         if arguments[0] == "run":
-            arguments += ["--quiet"] + ["--strict"] * (strict and self.strict)
+            arguments += ["--quiet"] + ["--strict"] * strict
         environment = dict(os.environ, LD_PRELOAD=self.library, FAULTS_LOG=log, FAULTS_CALL=call, LC_ALL="C")
         process = subprocess.Popen([self.program, *arguments], cwd=place, env=environment, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -169,10 +169,10 @@ class Bench:
                 files[os.path.relpath(stream.name, out)] = TIMES.sub(b"T", data) if file.endswith(".json") else data
         if name == "sender":
             files["sent.rec"] = peer.received.replace(struct.pack("<i", peer.port), struct.pack("<i", 0))
-        text = TIMES.sub(b"T", stdout)
-        clean = re.sub(rb"127\.0\.0\.1:\d+", b"PEER", b"".join(err).replace(str(peer.port).encode(), b"PORT"))
+        port = str(peer.port if name == "sender" else "no port").encode()
+        said = re.sub(rb"127\.0\.0\.1:\d+", b"PEER", b"".join(err).replace(port, b"PORT")).decode(errors="replace")
         made = open(log).read() if os.path.exists(log) else ""
-        return Result(code, text.replace(str(peer.port).encode(), b"PORT"), clean.decode(errors="replace"), files, hung, made)
+        return Result(code, TIMES.sub(b"T", stdout).replace(port, b"PORT"), said, files, hung, made)
 
 
 def records(data):
@@ -265,17 +265,21 @@ def faults_of(name, how, clean, result, old, strict):
     return found
 
 
-def points_of(calls):
-    """Every call to fail, as NAME:NUMBER:HOW."""
+def points_of(calls, has_old, is_run):
+    """Every fault: call as NAME:NUMBER:HOW, whether older files lie there, whether it is --strict, and its weight."""
     calls_by_name = collections.Counter(line.split()[0] for line in calls.splitlines())
     for name, count in calls_by_name.items():
         plain = name.removeprefix("lib.")
         hows = [str(ERRNO[plain])]
         if plain == name:
-            hows += [f"{ERRNO[plain]}+"] * (name in ("alloc", "openat", "mmap", "thread", "socket", "recvfrom", "sendto"))
+            hows += [f"{ERRNO[plain]}+"] * (name in LASTING)
             hows += ["short"] * (name in TRANSFERS) + [str(errno.EINTR)] * (name in INTERRUPTIBLE)
-        for number in range(1, count + 1):
-            yield from (f"{name}:{number}:{how}" for how in hows)
+        for number, how in itertools.product(range(1, count + 1), hows):
+            variant = number % 2 == 1 and has_old, number // 2 % 2 == 1 and is_run
+            both = itertools.product({False, has_old}, {False, is_run})
+            for old, strict in [variant] if plain == "alloc" else both:
+                # Weighs more at the front: a sample begins with system calls.
+                yield f"{name}:{number}:{how}", old, strict, 1 if plain == "alloc" or (old, strict) != variant else 0.1
 
 
 def main():
@@ -295,28 +299,26 @@ def main():
         for name in PIPELINES if not only else only.split(","):
             first = bench.run(name)
             old = () if name in NEVER_OLD else [file for file in first.files if file != "sent.rec"]
-            clean[name] = [(first, ()), (bench.run(name, old=old), old)]
-            for result, _ in clean[name]:
+            clean[name] = {False: (first, ()), True: (bench.run(name, old=old), old)}
+            for result, _ in clean[name].values():
                 if result.code != 0 or not same(first, result):
                     sys.exit(f"{name}: the clean run does not work: {result.code} {result.err}")
-            own = [point for point in points_of(first.call) if re.match(only_call, point)]
-            points += [(name, point) for point in own]
+            own = [(name, *point) for point in points_of(first.call, bool(old), PIPELINES[name][0] == "run")
+                   if re.match(only_call, point[0])]
+            points += own
             print(f"{name}: {len(own)} faults", flush=True)
-        # In the order of a random number: of any length, a sample is spread evenly; calls weigh five times an allocation.
-        weigh = random.Random(1)
-        points.sort(key=lambda point: weigh.random() * (1 if "alloc" in point[1] else 0.2))
+        chance = random.Random(1)  # in this order, a sample of any length is spread evenly
+        points.sort(key=lambda point: chance.random() * point[-1])
 
         def check(point):
             if options.seconds and time.monotonic() - started > options.seconds:
                 return None
-            name, call = point
-            number = int(call.split(":")[1])
-            reference, old = clean[name][number % 2]
-            strict = number // 2 % 2 == 1
+            name, call, is_old, strict, _ = point
+            reference, old = clean[name][is_old]
             result = bench.run(name, call, old, strict)
             return [] if not result.call else faults_of(name, call.split(":")[2], reference, result, old, strict), result
 
-        for (name, call), answer in zip(points, pool.map(check, points)):
+        for (name, call, *_), answer in zip(points, pool.map(check, points)):
             if answer is None:
                 continue
             counts["runs"] += 1
