@@ -36,7 +36,7 @@ PIPELINES = {
     "edges": ("run", PICTURES + "ccanny ! cjwrite name=out/edge0000.jpg ! clast"),
     "report": ("run", PICTURES + "clast", "--report", "out/report.json"),
     "record": ("run", PICTURES + "filesaver name=out/run.rec ! clast"),
-    "replay": ("run", "read load.name=in/run.rec ! crgb ! cjwrite name=out/replay0000.ppm ! clast"),
+    "replay": ("run", "read load.name=in/run.rec ! crgb ! cjwrite name=out/replay0000.ppm ! clast", "--frames", "9"),
     "decoder": ("run", "cjreadf load.name=in/img0000.jpg ! ccanny2a ! cstrip ! filesaver name=out/lines.rec"),
     "ply": ("run", KNOT + ".ply"),
     "obj": ("run", KNOT + ".obj image_width=192"),
