@@ -4,13 +4,18 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
+#include <new>
+#include <string_view>
 
 #include "commands.h"
 #include "outcome.h"
 #include "output.h"
+#include "standard_streams.h"
 #include "system.h"
 #include "usage_hints.h"
 
@@ -18,10 +23,30 @@ using namespace scansteps::host;
 
 namespace {
 
-int fail(int code, const std::string& message)
+int fail(int code, std::string_view message) noexcept
 {
     complain("{}", message);
     return code;
+}
+
+// Where nothing can be caught any more: in a destructor that ran out of memory, say.
+[[noreturn]] void endWithoutCleanup() noexcept
+{
+    const char* message = "unexpected end";
+    try {
+        if (const auto error = std::current_exception()) std::rethrow_exception(error);
+    } catch (const std::bad_alloc&) {
+        message = "out of memory";
+    } catch (...) {
+    }
+    std::_Exit(fail(kFileFailed, message));
+}
+
+// Before everything else, the making of static objects included.
+[[gnu::constructor(101)]] void prepare()
+{
+    std::set_terminate(endWithoutCleanup);
+    prepareStandardStreams();
 }
 
 using Command = std::function<int()>;
@@ -148,8 +173,9 @@ Command addReceive(CLI::App& app)
 // none.)
 int answered(int code)
 {
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
-    return code == kEnded ? fail(kFileFailed, "cannot write standard output") : code;
+    const std::string_view trouble = standardOutputWasClosed() ? "it is closed" : flushStandardOutput();
+    if (trouble.empty() || code != kEnded) return code;
+    return fail(kFileFailed, fmt::format("cannot write standard output: {}", trouble));
 }
 
 [[noreturn]] void failCommand(const std::string& name, const std::map<std::string, Command>& commands)
@@ -216,11 +242,8 @@ constexpr const char* kExitCodes =
     "Exit codes: 0 the run ended; 2 the command line or the pipeline is wrong; 3 types or formats do not\n"
     "fit; 4 a step raised an error; 5 a file or a connection failed; 130 interrupted.";
 
-}  // namespace
-
-int main(int argc, char** argv)
+int program(int argc, char** argv)
 {
-    useBinaryStandardStreams();
     CLI::App app{"Runs pipelines of steps over images, cameras and recordings", "scansteps"};
     app.set_version_flag("-V,--version", "scansteps " SCANSTEPS_VERSION, "Prints the version");
     app.set_help_flag("-h,--help", "Prints this help");
@@ -256,7 +279,16 @@ int main(int argc, char** argv)
         return fail(kFileFailed, error.message);
     } catch (const char* text) {
         return fail(kFileFailed, text);
-    } catch (const std::exception& error) {
-        return fail(kFileFailed, error.what());
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+try {
+    return program(argc, argv);
+} catch (const std::bad_alloc&) {
+    return fail(kFileFailed, "out of memory");
+} catch (const std::exception& error) {
+    return fail(kFileFailed, error.what());
 }

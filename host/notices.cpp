@@ -51,6 +51,7 @@ NoticeBoard::NoticeBoard(const Pipeline& pipeline, HandleTable& table,
         static_cast<NoticeBoard*>(context)->note(notice);
     };
     services_.interrupted = [](void*) { return interrupted(); };
+    services_.wake = interruptWake();
     installHostServices(table_, &services_);
 }
 

@@ -8,6 +8,7 @@
 
 #include "descriptors.h"
 #include "scansteps/settings.h"
+#include "scansteps/stream.h"
 #include "setting_lookup.h"
 #include "system.h"
 #include "usage_hints.h"
@@ -25,12 +26,22 @@ const KindInfo& kindNamed(const std::string& name)
                                  didYouMean(name, names, " (scansteps steps lists them)"))};
 }
 
+// Values are converted and copied by recursion: what nests deeper than any record may is refused.
+Json parseNested(const std::string& text, bool throws)
+{
+    const auto checkDepth = [](int depth, Json::parse_event_t, Json&) {
+        if (depth > 4 * kMaxNesting) throw UsageError{"JSON that is nested too deeply"};
+        return true;
+    };
+    return Json::parse(text, checkDepth, throws);
+}
+
 // A value given as text, of the kind that the table names, or of the kind it looks like.
 std::optional<varitype> valueFromText(const std::string& text, const SettingInfo* setting,
                                       const std::string& where)
 {
     if (setting != nullptr && setting->kind == Kind::String) return varitype(text);
-    const Json json = Json::parse(text, nullptr, false);
+    const Json json = parseNested(text, false);
     if (!json.is_discarded()) {
         if (json.is_null() || (json.is_boolean() && !json.get<bool>())) return std::nullopt;
         if (isForcedKind(json)) return valueFromJson(json, where);
@@ -190,7 +201,7 @@ Json parseJson(const std::optional<std::string>& text, const std::string& name)
 {
     if (!text) throw UsageError{cannot("read", name)};
     try {
-        return Json::parse(*text);
+        return parseNested(*text, true);
     } catch (const Json::exception& error) {
         throw UsageError{fmt::format("{}: {}", name, jsonProblem(*text, error))};
     }

@@ -8,6 +8,7 @@
 
 #include "descriptors.h"
 #include "output.h"
+#include "standard_streams.h"
 #include "system.h"
 
 namespace scansteps::host {
@@ -142,6 +143,7 @@ void printErrors(const RunFacts& facts)
     };
     for (const auto& warning : facts.warnings) warn("{}", text(warning));
     for (const auto& error : facts.errors) complain("{}", text(error));
+    if (facts.outOfMemory) complain("out of memory");
     if (facts.exitCode == kInterrupted) say("interrupted after {} frames", facts.frames);
 }
 

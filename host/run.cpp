@@ -1,5 +1,5 @@
 // scansteps run: runs a pipeline.
-#include <cstdio>
+#include <fmt/format.h>
 
 #include "checks.h"
 #include "commands.h"
@@ -7,6 +7,8 @@
 #include "report.h"
 #include "report_file.h"
 #include "runner.h"
+#include "standard_streams.h"
+#include "system.h"
 
 namespace scansteps::host {
 
@@ -55,6 +57,19 @@ void noteFailure(RunFacts& facts, Work work)
     }
 }
 
+// What the steps printed and nobody got.
+void judgeOutput(RunFacts& facts, bool strict)
+{
+    const std::string_view trouble = flushStandardOutput();
+    if (facts.outputDeserted)
+        facts.errors.push_back({"", "", "the reader of standard output has gone away"});
+    else if (!trouble.empty())
+        (strict ? facts.errors : facts.warnings)
+            .push_back({"", "", fmt::format("cannot write standard output: {}", trouble)});
+    if (facts.exitCode == kEnded && (facts.outputDeserted || (strict && !trouble.empty())))
+        facts.exitCode = kFileFailed;
+}
+
 }  // namespace
 
 int run(const RunOptions& options)
@@ -81,7 +96,9 @@ int run(const RunOptions& options)
         facts = runner.run();
     }
     facts.warnedBefore = warnings.texts;
-    std::fflush(stdout);
+    releaseInterrupts();
+    // A file that the user named for it is looked at below.
+    if (facts.outputDeserted || options.stepOutput.empty()) judgeOutput(facts, options.strict);
     judgeTroubles(facts, pipeline, options.strict);
     noteFailure(facts, [&] { stepOutput.end(); });
     noteFailure(facts, [&] { report.write(reportText(facts)); });

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <exception>
 
+#include "standard_streams.h"
+
 namespace scansteps::host {
 
 // Stands before every step: notes which step works, and merges that step's settings into initialise events.
@@ -99,8 +101,18 @@ void Runner::noteMismatch(std::size_t step)
     mismatch_ = true;
 }
 
-void Runner::addError(const std::string& phase, std::string message)
+void Runner::noteOutOfMemory() noexcept
 {
+    facts_.outOfMemory = true;
+    if (facts_.exitCode == kEnded) facts_.exitCode = kStepFailed;
+}
+
+void Runner::addError(const std::string& phase, const char* text) noexcept
+try {
+    std::string message = text;
+    const bool gaveUp = interrupted() && facts_.exitCode == kEnded;
+    if (gaveUp) facts_.exitCode = kInterrupted;
+    if (gaveUp && message == "interrupted") return;
     while (!message.empty() && message.back() == '\n') message.pop_back();
     for (char& c : message)
         if (c == '\n') c = ' ';
@@ -112,6 +124,8 @@ void Runner::addError(const std::string& phase, std::string message)
             " (the frame is there twice, in the record and under a handle: put cstrip before this step)";
     facts_.errors.push_back({stepLabel(pipeline_, current_), phase, std::move(message), file});
     if (facts_.exitCode == kEnded) facts_.exitCode = kStepFailed;
+} catch (...) {
+    noteOutOfMemory();
 }
 
 // Runs one dispatch; what is thrown becomes an error of the step that worked.
@@ -179,6 +193,10 @@ void Runner::processFrames()
             facts_.exitCode = kInterrupted;
             return;
         }
+        if (standardOutputIsDeserted()) {
+            facts_.outputDeserted = true;
+            return;
+        }
         const std::string phase = fmt::format("frame {}", frame);
         varitype record{Struct{{"eventType", event::kProcess}}};
         bool ended = false;
@@ -208,9 +226,14 @@ RunFacts Runner::run()
 {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
-    if (initialise()) processFrames();
-    varitype record{Struct{{"eventType", event::kFlush}}};
-    guarded("flush", [&] { probes_[0]->dispatch(record); });
+    varitype flush{Struct{{"eventType", event::kFlush}}};  // while there is memory for it
+    try {
+        if (initialise()) processFrames();
+    } catch (const std::exception&) {
+        noteOutOfMemory();
+    }
+    guarded("flush", [&] { probes_[0]->dispatch(flush); });
+    if (facts_.exitCode == kEnded && interrupted()) facts_.exitCode = kInterrupted;
     facts_.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     for (std::size_t i = 0; i < steps_.size(); ++i) {
         const PipelineStep& step = pipeline_.steps[i];
@@ -221,7 +244,7 @@ RunFacts Runner::run()
     }
     facts_.troubles = notices_.troubles();
     for (TroubleFacts& trouble : facts_.troubles) trouble.tried = processed_[trouble.step];
-    return facts_;
+    return std::move(facts_);
 }
 
 }  // namespace scansteps::host

@@ -39,6 +39,8 @@ struct RunFacts
         FileReason file = {};  ///< of a file that failed
     };
     std::vector<Error> errors;
+    bool outOfMemory = false;               ///< an error for which there was no memory, not even in `errors`
+    bool outputDeserted = false;            ///< the run was ended as nobody reads standard output any more
     std::vector<Error> warnings;            ///< at the end of the run; they have no phase
     std::vector<std::string> warnedBefore;  ///< printed before or during the run
     std::vector<TroubleFacts> troubles;     ///< that steps survived
@@ -68,7 +70,8 @@ class Runner
     template <class Send>
     bool guarded(const std::string& phase, Send send);
     void noteMismatch(std::size_t step);
-    void addError(const std::string& phase, std::string message);
+    void addError(const std::string& phase, const char* text) noexcept;
+    void noteOutOfMemory() noexcept;
     bool initialise();
     void processFrames();
 

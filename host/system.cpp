@@ -1,7 +1,6 @@
 #include "system.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <new>
 #include <system_error>
@@ -23,16 +22,6 @@
 #include "outcome.h"
 
 namespace scansteps::host {
-
-namespace {
-volatile std::sig_atomic_t interruptSeen = 0;
-
-extern "C" void noteInterrupt(int signal)
-{
-    interruptSeen = 1;
-    std::signal(signal, SIG_DFL);
-}
-}  // namespace
 
 std::filesystem::path pathFromUtf8(const std::string& text)
 {
@@ -63,20 +52,6 @@ std::string environmentVariable(const char* name)
 #endif
 }
 
-void catchInterrupts()
-{
-    std::signal(SIGINT, noteInterrupt);
-    std::signal(SIGTERM, noteInterrupt);
-#ifdef SIGXFSZ  // a file that reaches the limit of the user is an error of the write, and the run goes on
-    std::signal(SIGXFSZ, SIG_IGN);
-#endif
-}
-
-bool interrupted()
-{
-    return interruptSeen != 0;
-}
-
 #ifdef _WIN32
 
 std::vector<std::string> utf8Arguments(int argc, char** argv)
@@ -97,11 +72,6 @@ std::filesystem::path executableFolder()
     return std::filesystem::path(std::wstring(path, length)).parent_path();
 }
 
-bool standardErrorIsTerminal()
-{
-    return _isatty(_fileno(stderr)) != 0;
-}
-
 int terminalWidth()
 {
     CONSOLE_SCREEN_BUFFER_INFO information;
@@ -112,13 +82,6 @@ int terminalWidth()
 const char* nullDevice()
 {
     return "NUL";
-}
-
-void useBinaryStandardStreams()
-{
-    _setmode(_fileno(stdout), _O_BINARY);
-    _setmode(_fileno(stderr), _O_BINARY);
-    _setmode(_fileno(stdin), _O_BINARY);
 }
 
 std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
@@ -159,11 +122,6 @@ std::filesystem::path executableFolder()
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
 }
 
-bool standardErrorIsTerminal()
-{
-    return isatty(STDERR_FILENO) != 0;
-}
-
 int terminalWidth()
 {
     winsize size{};
@@ -175,8 +133,6 @@ const char* nullDevice()
 {
     return "/dev/null";
 }
-
-void useBinaryStandardStreams() {}
 
 namespace {
 

@@ -1,6 +1,7 @@
-// What differs between the systems: loading a library, where the program lies, terminals, interrupts, paths.
+// What differs between the systems: loading a library, where the program lies, interrupts, paths.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -18,12 +19,9 @@ std::vector<std::string> utf8Arguments(int argc, char** argv);
 std::string cannot(const char* verb, const std::string& name);
 
 std::filesystem::path executableFolder();
-bool standardErrorIsTerminal();
 /// Columns of the terminal at standard error; 80 where it does not say.
 int terminalWidth();
 const char* nullDevice();
-/// Standard output and input carry bytes as they are.
-void useBinaryStandardStreams();
 std::string environmentVariable(const char* name);
 
 /// A library loaded at run time; closed at the end of its life.
@@ -46,8 +44,13 @@ class SharedLibrary
 /// "libscansteps.so" or "scansteps.dll".
 const char* libraryFileName();
 
-/// From now on an interrupt (Ctrl-C, SIGTERM) is noted instead of ending the program; a second one ends it.
+/// From now on an interrupt (Ctrl-C, SIGTERM, SIGHUP, closing the console) is noted instead of ending the
+/// program. After a second one the program has 1.5 seconds left. Signals that were ignored stay ignored.
 void catchInterrupts();
+/// From now on every interrupt ends the program at once, with the same exit code.
+void releaseInterrupts();
 bool interrupted();
+/// HostServices::wake for interrupts.
+std::intptr_t interruptWake();
 
 }  // namespace scansteps::host

@@ -207,11 +207,13 @@ TEST(Pipelines, settingsArriveWhereAndAsTheyShould)
 
 TEST(Pipelines, filesThatAreWrong)
 {
+    const std::string nested(300000, '[');
     const std::pair<const char*, const char*> cases[] = {
         {"", "standard input: line 1, column 1: "},
         {"{\"steps\":\n [oops]}", "standard input: line 2, column 3: syntax error"},
         {"{\"steps\":\n [1e999]}", "standard input: line 2, column 3: number overflow"},
         {"[]", "an object with \"steps\""},
+        {nested.c_str(), "nested too deeply"},
         {"{\"steps\": []}", "no steps"},
         {"{\"steps\": [7]}", "a step is a kind"},
         {"{\"steps\": [\"clast\"], \"setings\": {}}", "did you mean \"settings\"?"},
