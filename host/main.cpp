@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -13,6 +14,7 @@
 #include <string_view>
 
 #include "commands.h"
+#include "descriptors.h"
 #include "outcome.h"
 #include "output.h"
 #include "standard_streams.h"
@@ -32,9 +34,15 @@ int fail(int code, std::string_view message) noexcept
 // Where nothing can be caught any more: in a destructor that ran out of memory, say.
 [[noreturn]] void endWithoutCleanup() noexcept
 {
+    static std::atomic_flag ending;
+    // There may have been no memory for the exception itself.
+    if (ending.test_and_set() || !std::current_exception()) {
+        descriptor::writeAll(descriptor::kErrors, "scansteps: error: out of memory\n");
+        std::_Exit(kFileFailed);
+    }
     const char* message = "unexpected end";
     try {
-        if (const auto error = std::current_exception()) std::rethrow_exception(error);
+        throw;
     } catch (const std::bad_alloc&) {
         message = "out of memory";
     } catch (...) {
