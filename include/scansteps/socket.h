@@ -95,7 +95,7 @@ class Listener
 {
   public:
     /// `address` is a host name or dotted address of this machine, "" any of them; port 0 is a free one that
-    /// the system chooses. Throws "already bounded!" and "listen error".
+    /// the system chooses. Throws the system's reason.
     explicit Listener(std::uint16_t port, const std::string& address = "");
     ~Listener();
     Listener(const Listener&) = delete;

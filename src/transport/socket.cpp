@@ -20,18 +20,29 @@ bool startLibrary()
     return started;
 }
 
+enum class PortError
+{
+    Words,  // the fixed ones
+    Reason  // the system's
+};
+
+[[noreturn]] void refusePort(socketlayer::Socket socket, const char* words, PortError error)
+{
+    const std::string reason = socketlayer::lastError();
+    socketlayer::close(socket);
+    if (error == PortError::Reason) failf("%s", reason.c_str());
+    fail(words);
+}
+
 // A bound and listening socket.
-socketlayer::Socket openPort(socketlayer::Address address, int backlog)
+socketlayer::Socket openPort(socketlayer::Address address, int backlog, PortError error)
 {
     const auto socket = socketlayer::create();
-    if (socket == socketlayer::kNone || !socketlayer::bind(socket, address)) {
-        socketlayer::close(socket);
-        fail("already bounded!");
-    }
+    if (socket == socketlayer::kNone || !socketlayer::bind(socket, address))
+        refusePort(socket, "already bounded!", error);
     if (!socketlayer::listen(socket, backlog)) {
-        socketlayer::close(socket);
         print::line("listen error");
-        fail("listen error");
+        refusePort(socket, "listen error", error);
     }
     return socket;
 }
@@ -60,7 +71,7 @@ socketlayer::Socket connectPatiently(socketlayer::Address address, std::string& 
 USock::USock(std::uint16_t port)
 {
     if (!startLibrary()) return;
-    const auto listening = openPort({0, port}, 1);
+    const auto listening = openPort({0, port}, 1, PortError::Words);
     if (socketlayer::waitReadable(listening, waits::kForever)) socket_ = socketlayer::accept(listening);
     socketlayer::close(listening);
     if (socket_ == socketlayer::kNone) return;
@@ -180,11 +191,11 @@ Listener::Listener(std::uint16_t port, const std::string& address)
     std::uint32_t ip = 0;
     if (!address.empty()) {
         const auto resolved = socketlayer::resolve(address);
-        if (!resolved) failf("%s is no address", address.c_str());
+        if (!resolved) fail("no such host or address");
         ip = resolved->ip;
     }
     constexpr int kWaiting = 128;
-    socket_ = openPort({ip, port}, kWaiting);
+    socket_ = openPort({ip, port}, kWaiting, PortError::Reason);
 }
 
 Listener::~Listener()
