@@ -24,6 +24,18 @@ struct Scope
         const SettingInfo* setting = findSettingAmong(near, path);
         return setting != nullptr ? setting : findSettingAmong(all, path);
     }
+    // The setting of a near kind whose name without its family is the nearest; empty when none is.
+    std::string nearInFamilies(const std::string& key) const
+    {
+        std::vector<std::string> paths, names;
+        for (const KindInfo* kind : near)
+            for (const SettingInfo& setting : kind->settings) {
+                paths.emplace_back(setting.path);
+                names.push_back(lastPart(setting.path));
+            }
+        const auto found = std::find(names.begin(), names.end(), nearest(key, names));
+        return found == names.end() ? "" : paths[std::size_t(found - names.begin())];
+    }
     // Names that may stand after `prefix` ("" or "OCV.").
     std::vector<std::string> namesUnder(const std::string& prefix) const
     {
@@ -93,11 +105,12 @@ void checkRecord(Struct& record, const std::string& prefix, const Scope& scope, 
         }
         if (isFamily) throw UsageError{fmt::format("{}{} is a group of settings, not a value", owner, path)};
         // Hosts may send keys of their own at the top; in a known family an unknown key is a slip.
-        const std::string near = nearest(key, known);
+        std::string near = nearest(key, known);
+        if (!near.empty()) near = prefix + near;
+        if (prefix.empty() && near.empty()) near = scope.nearInFamilies(key);
         if (!prefix.empty() || !near.empty())
-            warnings.push_back(
-                fmt::format("{}{} is not a known setting{}", owner, inQuotes(path),
-                            near.empty() ? "" : fmt::format("; did you mean {}{}?", prefix, near)));
+            warnings.push_back(fmt::format("{}{} is not a known setting{}", owner, inQuotes(path),
+                                           near.empty() ? "" : fmt::format("; did you mean {}?", near)));
     }
 }
 

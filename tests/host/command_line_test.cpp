@@ -98,6 +98,8 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
         {"check \"cjread load.name=x0.jpg\" --set load.name=y0.jpg", 0, "", "--set load.name has no effect"},
         {"check clast --set eventType=1003", 0, "", "eventType is no setting"},
         {"run \"cjread load.name=x0.jpg ! clast\" --strict", 5, "cannot read x0.jpg: No such file"},
+        {"check \"ccanny ! clast\" --set thr=3", 2, "",
+         "\"thr\" is not a known setting; did you mean OCV.trh?"},
         {"steps ccany", 2, "did you mean \"ccanny\"?"},
         {"steps ccanny", 0, "", "OCV.trh"},
         {"receive --port 0 --out no/such/folder/a.rec", 5, "cannot write no/such/folder/a.rec"},
