@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "outcome.h"
@@ -94,10 +95,12 @@ int intOr(const Struct& record, const char* name, int fallback)
 
 FrameFiles::FrameFiles(const std::filesystem::path& folder) : folder_(folder)
 {
-    std::error_code error;
+    std::error_code error, unknown;
     std::filesystem::create_directories(folder, error);
-    if (!std::filesystem::is_directory(folder, error))
-        throw FileError{fmt::format("cannot create the folder {}", utf8FromPath(folder))};
+    if (!std::filesystem::is_directory(folder, unknown))
+        throw FileError{
+            fmt::format("cannot create the folder {}: {}", utf8FromPath(folder),
+                        (error ? error : std::make_error_code(std::errc::not_a_directory)).message())};
 }
 
 void FrameFiles::add(const Struct& record)

@@ -25,9 +25,9 @@ void printModel(const RecordPlace& place, const varitype& record, const InspectO
     const Json model = describeModel(record.as<Struct>());
     if (model.empty()) return;
     if (options.json)
-        fmt::print("{{\"offset\": {}, \"size\": {}, \"model\": {}}}\n", offset, size, dumpLine(model));
+        answer("{{\"offset\": {}, \"size\": {}, \"model\": {}}}", offset, size, dumpLine(model));
     else
-        fmt::print("record {} at {}, {} bytes\n{}", number, offset, size, modelText(model));
+        answerLines(fmt::format("record {} at {}, {} bytes\n{}", number, offset, size, modelText(model)));
 }
 
 void printRecord(const RecordPlace& place, const varitype& record, const InspectOptions& options)
@@ -36,9 +36,9 @@ void printRecord(const RecordPlace& place, const varitype& record, const Inspect
     const auto& [number, offset, size] = place;
     const Json json = jsonFromRecord(record.as<Struct>(), {options.data});
     if (options.json)
-        fmt::print("{{\"offset\": {}, \"size\": {}, \"record\": {}}}\n", offset, size, dumpLine(json));
+        answer("{{\"offset\": {}, \"size\": {}, \"record\": {}}}", offset, size, dumpLine(json));
     else
-        fmt::print("record {} at {}, {} bytes: {}\n", number, offset, size, dumpLine(json));
+        answer("record {} at {}, {} bytes: {}", number, offset, size, dumpLine(json));
 }
 
 // The whole records of a damaged recording, with an end.
