@@ -17,8 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// So many names of a series are looked at.
-constexpr std::int64_t kMostNames = 10000;
+/// So many names of a series are looked at, and so many where the number of frames is not known.
+constexpr std::int64_t kMostNames = 100000, kUnknown = 10000;
 
 // Paths by which one file is known once, through whatever links.
 class Paths
@@ -74,7 +74,7 @@ class FilesCheck
     FilesCheck(const Pipeline& pipeline, const CheckMode& mode, std::vector<Finding>& findings)
         : pipeline_(pipeline), mode_(mode), findings_(findings), inputs_(paths_)
     {
-        if (pipeline.frames > 0) frames_ = pipeline.frames;
+        if (pipeline.frames > 0) frames_ = std::min(pipeline.frames, kMostNames);
     }
     void run()
     {
@@ -102,8 +102,8 @@ class FilesCheck
     Paths paths_;
     Inputs inputs_;
     std::map<std::string, std::size_t> writers_;
-    std::int64_t frames_ = kMostNames;   // of the run, as far as they are known
-    std::int64_t passing_ = kMostNames;  // that reach the step
+    std::int64_t frames_ = kUnknown;   // of the run, as far as they are known
+    std::int64_t passing_ = kUnknown;  // that reach the step
 };
 
 int FilesCheck::integer(std::size_t i, const char* path) const
@@ -143,16 +143,18 @@ void FilesCheck::checkInput(std::size_t i, const SettingInfo& setting, const std
     if (!setting.counted) return;
     // The names that are there, and the next one: it would be read once it had been written.
     const int step = integer(i, "load.incr"), count = integer(i, "load.count");
-    const bool one = effectiveValue(pipeline_, i, "load.one").has_value();
-    const std::int64_t most = one ? 1 : count > 0 ? std::min(frames_, std::int64_t(count) + 1) : frames_;
+    std::int64_t most = pipeline_.frames > 0 ? frames_ : kMostNames;
+    if (count > 0) most = std::min(most, std::int64_t(count) + 1);
+    if (effectiveValue(pipeline_, i, "load.one")) most = 1;
     std::int64_t found = 0;
-    bool ended = false;
+    bool ended = step == 0 && fs::exists(pathFromUtf8(name), error);
+    if (ended) found = count > 0 || pipeline_.frames > 0 ? most : kUnknown;
     for (std::string next = name; found < most && !ended; ++found) {
         inputs_.add(pathFromUtf8(next));
         if (!fs::exists(pathFromUtf8(next), error)) break;
-        ended = step != 0 && advanceName(next, step);
+        ended = advanceName(next, step);
     }
-    frames_ = std::min(frames_, found);
+    frames_ = found;
 }
 
 void FilesCheck::checkTwice(std::size_t i, const std::string& name)

@@ -65,7 +65,17 @@ void ReplayRules::compareTop(const Struct& given, const Struct& recorded, const 
     }
 }
 
-void ReplayRules::protect(const SettingInfo& setting, const varitype& user, varitype& record)
+// Whether a step after the player reads a setting that the pipeline gives it nowhere.
+bool ReplayRules::isMissed(std::size_t player, const char* path) const
+{
+    for (std::size_t i = player + 1; i < pipeline_.steps.size(); ++i)
+        if (findSetting(*pipeline_.steps[i].kind, path) != nullptr && !effectiveValue(pipeline_, i, path))
+            return true;
+    return false;
+}
+
+void ReplayRules::protect(std::size_t player, const SettingInfo& setting, const varitype& user,
+                          varitype& record)
 {
     const std::string_view path = setting.path;
     const std::size_t dot = path.find('.');
@@ -79,9 +89,10 @@ void ReplayRules::protect(const SettingInfo& setting, const varitype& user, vari
     if (!isStruct(record.as<Struct>().find(family))) return;
     varitype group = record[family];
     if (!group.has(key)) return;
-    warnOnce(
-        fmt::format("{} = {} of the recording is not used: only the user names what is written or sent to",
-                    path, shown(group[key])));
+    if (isMissed(player, setting.path))
+        warnOnce(fmt::format(
+            "{} = {} of the recording is not used: only the user names what is written or sent to", path,
+            shown(group[key])));
     group.remove(key);
 }
 
@@ -95,7 +106,7 @@ void ReplayRules::apply(std::size_t player, varitype& record)
     mergeUsers(player, record);
     for (const KindInfo& kind : kinds())
         for (const SettingInfo& setting : kind.settings)
-            if (isProtected(setting.role)) protect(setting, user, record);
+            if (isProtected(setting.role)) protect(player, setting, user, record);
     compareTop(pipeline_.settings, record.as<Struct>(), winners.as<Struct>(), "");
 }
 

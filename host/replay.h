@@ -26,7 +26,8 @@ class ReplayRules
     void mergeUsers(std::size_t player, varitype& record);
     void compareTop(const Struct& given, const Struct& recorded, const Struct& winners,
                     const std::string& prefix);
-    void protect(const SettingInfo& setting, const varitype& user, varitype& record);
+    void protect(std::size_t player, const SettingInfo& setting, const varitype& user, varitype& record);
+    bool isMissed(std::size_t player, const char* path) const;
 
     const Pipeline& pipeline_;
     std::function<void(const std::string&)> warn_;

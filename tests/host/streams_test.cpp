@@ -169,6 +169,7 @@ TEST(Recording, DecidesNeitherWhereToWriteNorOverTheUser)
                                  {"save", group("name", "evil.rec")},
                                  {"cjwrite", group("name", "evil.jpg")},
                                  {"sender", Struct{{"host", "evil"}, {"port", 1}}},
+                                 {"export", group("name", "evil.ply")},
                                  {"mine", group("a", 1)},
                                  {"OCV", Struct{{"lp0", 1}, {"order", 5}, {"trl", 1.0F}, {"trh", 1.0F}}}});
         writeRecord(file, Struct{{"eventType", 1003}});
@@ -181,16 +182,16 @@ TEST(Recording, DecidesNeitherWhereToWriteNorOverTheUser)
                 R"({"settings": {"OCV": {"lp0": 3}, "cjwrite": {"name": "users.jpg"}, "dataY": 2}, "steps": [
                 {"kind": ")") +
                 player + R"(", "settings": {"OCV": {"trl": 5}, "load": {"name": ")" + (dir / "a.rec") +
-                R"("}}}, {"kind": "test", "settings": {"eventType": 1003}}]})");
+                R"("}}}, {"kind": "test", "settings": {"eventType": 1003}}, "cply"]})");
         EXPECT_EQ(result.exitCode, 0) << result.err;
         const std::string seen = result.out.substr(result.out.rfind("Test::", result.out.find("mine")));
         for (const char* part : {"trl Float = 5\n", "trh Float = 7\n", "lp0 Int = 1\n", "order Int = 5\n",
                                  "dataX Int = 4\n", "users.jpg", "a Int = 1\n"})
             EXPECT_THAT(seen, HasSubstr(part));
         EXPECT_EQ(seen.find("evil"), std::string::npos) << seen;
-        EXPECT_EQ(seen.find("port"), std::string::npos) << seen;
-        for (const char* part : {"OCV.lp0 = 3 gives way to 1 of the recording",
-                                 "save.name = \"evil.rec\" of the", "sender.port = 1 of the"})
+        EXPECT_EQ(seen.find(" port "), std::string::npos) << seen;
+        for (const char* part :
+             {"OCV.lp0 = 3 gives way to 1 of the recording", "export.name = \"evil.ply\" of the"})
             EXPECT_THAT(result.err, HasSubstr(part));
         EXPECT_EQ(result.err.find("dataY"), std::string::npos) << result.err;
     }
