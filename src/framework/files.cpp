@@ -206,6 +206,13 @@ bool isNamed(int file, const std::string& path)
     return ::fstat(file, &opened) != 0 || ::stat(path.c_str(), &named) != 0 ||
            (opened.st_ino == named.st_ino && opened.st_dev == named.st_dev);
 }
+
+bool setSize(int file, off_t size)
+{
+    while (::ftruncate(file, size) != 0)
+        if (errno != EINTR) return false;
+    return true;
+}
 }  // namespace
 
 int open(const std::string& path, Access access)
@@ -222,7 +229,7 @@ int open(const std::string& path, Access access)
         const bool taken =
             ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
         const bool replaced = toWrite && !taken && !isNamed(file, path);
-        const bool emptied = access != Access::Truncate || taken || replaced || ::ftruncate(file, 0) == 0;
+        const bool emptied = access != Access::Truncate || taken || replaced || setSize(file, 0);
         if (!(toWrite && taken) && !replaced && emptied) return file;
         const int error = taken ? EBUSY : errno;
         ::close(file);
@@ -254,7 +261,7 @@ std::optional<std::uint64_t> regularSize(int file)
 bool truncate(int file, std::uint64_t size)
 {
     const auto end = static_cast<off_t>(size);
-    return isRegular(file) && ::ftruncate(file, end) == 0 && ::lseek(file, end, SEEK_SET) == end;
+    return isRegular(file) && setSize(file, end) && ::lseek(file, end, SEEK_SET) == end;
 }
 
 std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second)
