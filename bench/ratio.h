@@ -106,7 +106,7 @@ void compare(benchmark::State& state, double pixels, const std::string& label, W
     state.counters[label] = median(ratios);
 }
 
-/// Samples in memory as a chain's frames have it: 64-byte aligned, large pages where the system has them.
+/// Samples in memory as a chain's frames have it: from malloc, in large pages where the system has them.
 template <class T>
 class Samples
 {

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <span>
 #include <type_traits>
 
@@ -74,12 +76,28 @@ constexpr Kind kindOf()
         return Kind::Empty;
 }
 
-/// Typed array. Field order is part of the interface: dimensions (elements per row, rows, planes), element
-/// kind, storage. A default array is 1 x 1 x 1 of kind empty, without storage. Copying copies the elements.
+struct FreeStorage
+{
+    void operator()(std::byte* storage) const { std::free(storage); }
+};
+/// Storage of an array: memory from malloc, calloc or realloc of the C runtime that the library uses.
+using ArrayStorage = std::unique_ptr<std::byte[], FreeStorage>;
+
+/// Typed array. Its layout is part of the interface: three 32-bit dimensions (elements per row, rows,
+/// planes), a 32-bit element kind, and a pointer to the storage. A default array is 1 x 1 x 1 of kind empty,
+/// without storage (null), as is any array of 0 bytes. Copying copies the elements.
+///
+/// The storage is plain malloc memory, with nothing before or after the elements. No more than the 16-byte
+/// alignment of malloc may be relied on, although most of the library's own arrays begin on a cache line.
+/// Swaps of handles make an array made by a host the library's to grow or to free, and the other way round,
+/// so each side may free() or replace what the other has allocated.
 class Array
 {
   public:
     Array() = default;
+    /// An array around existing storage of at least its byteSize() bytes.
+    static Array adopt(ArrayStorage storage, Kind kind, std::uint32_t rowLength, std::uint32_t rows,
+                       std::uint32_t planes = 1);
     /// Zero-filled array. Throws "array too large" when the byte size overflows, and the allocator's
     /// exception when there is no memory.
     Array(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes = 1);
@@ -124,13 +142,8 @@ class Array
     /// Sets all bytes of the storage to 0.
     void clear();
 
-    /// For readers of untrusted streams: takes the shape with storage for `bytes` of its bytes only, and
-    /// grows it step by step. The array must not be used before all of byteSize() is there.
-    void beginGrowing(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes);
-    std::byte* growTo(std::size_t bytes);
-
   private:
-    void release();
+    void replace(ArrayStorage storage);
 
     std::uint32_t dims_[3] = {1, 1, 1};
     std::int32_t kind_ = 0;

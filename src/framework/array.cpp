@@ -9,6 +9,7 @@
 #include <new>
 #include <utility>
 
+#include "framework/array_storage.h"
 #include "framework/large_pages.h"
 #include "scansteps/error.h"
 
@@ -33,40 +34,7 @@ constexpr KindFacts kKinds[kKindCount] = {
     {"array", "Array", 0},           {"struct array", "StructArray", 0},
 };
 
-// Storage is aligned to a cache line, for vector loads, yet comes from malloc, so that it can grow in place.
-// The word before the storage holds the block's start.
-constexpr std::size_t kAlignment = 64;
-
-std::byte* alignInside(void* block)
-{
-    const auto address = reinterpret_cast<std::uintptr_t>(block);
-    auto* storage = static_cast<std::byte*>(block) + (kAlignment - address % kAlignment);
-    std::memcpy(storage - sizeof(void*), &block, sizeof(void*));
-    return storage;
-}
-
-void* blockOf(std::byte* storage)
-{
-    void* block = nullptr;
-    std::memcpy(&block, storage - sizeof(void*), sizeof(void*));
-    return block;
-}
-
-enum class Fill
-{
-    Zeros,
-    Nothing,
-    Growing,  // nothing, and in ordinary pages: the system moves only those without a copy when a block grows
-};
-
-std::byte* allocate(std::size_t bytes, Fill fill)
-{
-    if (bytes > std::numeric_limits<std::size_t>::max() - kAlignment) throw std::bad_alloc();
-    void* block = fill == Fill::Zeros ? std::calloc(1, bytes + kAlignment) : std::malloc(bytes + kAlignment);
-    if (block == nullptr) throw std::bad_alloc();
-    if (fill != Fill::Growing) preferLargePages(block, bytes + kAlignment);
-    return alignInside(block);
-}
+static_assert(std::is_standard_layout_v<Array> && sizeof(Array) == 16 + sizeof(void*));
 
 // The byte size, or the largest number when it overflows.
 std::size_t bytesOf(const std::uint32_t (&dims)[3], Kind kind)
@@ -127,6 +95,35 @@ Half::operator float() const
     return Imath::half(Imath::half::FromBits, bits);
 }
 
+ArrayStorage allocateStorage(std::size_t bytes, Fill fill)
+{
+    if (bytes == 0) return nullptr;
+    ArrayStorage storage(static_cast<std::byte*>(mallocOnLine(bytes)));
+    if (storage == nullptr) throw std::bad_alloc();
+    if (fill != Fill::Growing) preferLargePages(storage.get(), bytes);
+    if (fill == Fill::Zeros) clearPages(storage.get(), bytes);
+    return storage;
+}
+
+void growStorage(ArrayStorage& storage, std::size_t bytes)
+{
+    void* block = std::realloc(storage.get(), bytes);
+    if (block == nullptr) throw std::bad_alloc();
+    static_cast<void>(storage.release());
+    storage.reset(static_cast<std::byte*>(block));
+}
+
+Array Array::adopt(ArrayStorage storage, Kind kind, std::uint32_t rowLength, std::uint32_t rows,
+                   std::uint32_t planes)
+{
+    Array array;
+    const std::uint32_t dims[3] = {rowLength, rows, planes};
+    std::memcpy(array.dims_, dims, sizeof dims);
+    array.kind_ = static_cast<std::int32_t>(kind);
+    array.data_ = storage.release();
+    return array;
+}
+
 Array::Array(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes)
 {
     reshape(kind, rowLength, rows, planes);
@@ -146,11 +143,8 @@ Array& Array::operator=(const Array& other)
 {
     if (this == &other) return *this;
     const std::size_t bytes = other.byteSize();
-    if (bytes != byteSize() || data_ == nullptr) {
-        std::byte* storage = bytes != 0 && other.data_ != nullptr ? allocate(bytes, Fill::Nothing) : nullptr;
-        release();
-        data_ = storage;
-    }
+    if (bytes != byteSize() || data_ == nullptr)
+        replace(allocateStorage(other.data_ != nullptr ? bytes : 0, Fill::Nothing));
     std::memcpy(dims_, other.dims_, sizeof dims_);
     kind_ = other.kind_;
     if (data_ != nullptr && other.data_ != nullptr) std::memcpy(data_, other.data_, bytes);
@@ -167,13 +161,13 @@ Array& Array::operator=(Array&& other) noexcept
 
 Array::~Array()
 {
-    release();
+    std::free(data_);
 }
 
-void Array::release()
+void Array::replace(ArrayStorage storage)
 {
-    if (data_ != nullptr) std::free(blockOf(data_));
-    data_ = nullptr;
+    std::free(data_);
+    data_ = storage.release();
 }
 
 std::size_t Array::byteSize() const
@@ -197,11 +191,7 @@ void Array::reshape(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std:
     const std::uint32_t dims[3] = {rowLength, rows, planes};
     const std::size_t bytes = bytesOf(dims, kind);
     if (bytes >= std::numeric_limits<std::size_t>::max() / 2) fail("array too large");
-    if (bytes != byteSize() || data_ == nullptr) {
-        std::byte* storage = bytes != 0 ? allocate(bytes, Fill::Zeros) : nullptr;
-        release();
-        data_ = storage;
-    }
+    if (bytes != byteSize() || data_ == nullptr) replace(allocateStorage(bytes, Fill::Zeros));
     std::memcpy(dims_, dims, sizeof dims);
     kind_ = static_cast<std::int32_t>(kind);
 }
@@ -209,31 +199,6 @@ void Array::reshape(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std:
 void Array::clear()
 {
     if (data_ != nullptr) std::memset(data_, 0, byteSize());
-}
-
-void Array::beginGrowing(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes)
-{
-    const std::uint32_t dims[3] = {rowLength, rows, planes};
-    if (bytesOf(dims, kind) >= std::numeric_limits<std::size_t>::max() / 2) fail("array too large");
-    release();
-    std::memcpy(dims_, dims, sizeof dims);
-    kind_ = static_cast<std::int32_t>(kind);
-}
-
-std::byte* Array::growTo(std::size_t bytes)
-{
-    if (data_ == nullptr) return data_ = allocate(bytes, Fill::Growing);
-    void* oldBlock = blockOf(data_);
-    const auto offset = data_ - static_cast<std::byte*>(oldBlock);
-    void* block = std::realloc(oldBlock, bytes + kAlignment);
-    if (block == nullptr) throw std::bad_alloc();
-    // The new block may lie differently to the cache lines: move the bytes to the aligned place.
-    auto* moved = static_cast<std::byte*>(block) + offset;
-    auto* storage =
-        static_cast<std::byte*>(block) + (kAlignment - reinterpret_cast<std::uintptr_t>(block) % kAlignment);
-    if (storage != moved) std::memmove(storage, moved, bytes);
-    std::memcpy(storage - sizeof(void*), &block, sizeof(void*));
-    return data_ = storage;
 }
 
 }  // namespace scansteps

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "framework/array_storage.h"
 #include "scansteps/error.h"
 #include "scansteps/stream.h"
 
@@ -159,10 +160,7 @@ class Decoder
             text.resize(length);
             source_.take(text.data(), length);
         } else {  // a string grows by doubling, which is too much to take for bytes that may never come
-            Array arrived;
-            arrived.beginGrowing(Kind::Char, length, 1, 1);
-            takeGrowing(arrived, length);
-            text.assign(reinterpret_cast<const char*>(arrived.data()), length);
+            text.assign(reinterpret_cast<const char*>(takeGrowing(length).get()), length);
         }
         for (std::size_t i = 0; i < length; ++i)
             text[i] = static_cast<char>(static_cast<unsigned char>(text[i]) + 10U + i);
@@ -222,7 +220,6 @@ class Decoder
         budget.charge(sizeof fields);
         source_.take(fields, sizeof fields);
         if (fields[0] != std::uint32_t(Kind::Array) || fields[4] >= kKindCount) failRead();
-        Array array;
         const std::uint64_t left = budget.left();
         // The product is checked before the array is made: it must fit into what is left of the record.
         std::uint64_t bytes = elementSize(Kind(fields[4]));
@@ -234,25 +231,25 @@ class Decoder
         if (none) bytes = 0;
         budget.charge(bytes);
         if (spare_ != nullptr && bytes != 0 && spare_->byteSize() == bytes && spare_->data() != nullptr) {
-            array = std::move(*std::exchange(spare_, nullptr));
+            Array array = std::move(*std::exchange(spare_, nullptr));
             array.reshape(Kind(fields[4]), fields[1], fields[2], fields[3]);
             source_.take(array.data(), static_cast<std::size_t>(bytes));
             return array;
         }
-        array.beginGrowing(Kind(fields[4]), fields[1], fields[2], fields[3]);
-        takeGrowing(array, bytes);
-        return array;
+        return Array::adopt(takeGrowing(bytes), Kind(fields[4]), fields[1], fields[2], fields[3]);
     }
 
     // Storage grows with the bytes that arrive.
-    void takeGrowing(Array& array, std::uint64_t bytes)
+    ArrayStorage takeGrowing(std::uint64_t bytes)
     {
+        ArrayStorage storage = allocateStorage(std::size_t(std::min(bytes, kGrowth)), Fill::Growing);
         for (std::uint64_t have = 0; have < bytes;) {
             const std::uint64_t step = std::min(bytes - have, std::max(kGrowth, have / 4));
-            std::byte* storage = array.growTo(static_cast<std::size_t>(have + step));
-            source_.take(storage + have, static_cast<std::size_t>(step));
+            if (have != 0) growStorage(storage, std::size_t(have + step));
+            source_.take(storage.get() + have, std::size_t(step));
             have += step;
         }
+        return storage;
     }
 
     StructArray readStructArray(Budget& budget, int depth)

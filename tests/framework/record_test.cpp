@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include "support/chain.h"
 
@@ -141,6 +143,25 @@ TEST(Half, roundTripOfEveryValueAndRoundingToNearestEven)
     }
     EXPECT_EQ(Half(2049.0F).bits, Half(2048.0F).bits);
     EXPECT_EQ(Half(2051.0F).bits, Half(2052.0F).bits);
+}
+
+// Host and library free and replace each other's storage.
+TEST(Array, storageIsPlainMallocMemory)
+{
+    struct Layout
+    {
+        std::uint32_t dims[3];
+        std::int32_t kind;
+        void* storage;
+    };
+    Array array(Kind::Ushort, 3, 2);
+    Layout layout;
+    std::memcpy(&layout, &array, sizeof layout);
+    std::free(layout.storage);
+    layout = {{2, 5, 1}, std::int32_t(Kind::Float), std::calloc(10, 4)};
+    std::memcpy(static_cast<void*>(&array), &layout, sizeof layout);
+    EXPECT_EQ(array.elements<float>().size(), 10U);
+    array.reshape(Kind::Uchar, 4, 1);
 }
 
 TEST(Array, shapesAndOverflow)
