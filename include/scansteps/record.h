@@ -98,9 +98,6 @@ class varitype
     /// Structs equal in keys and values, arrays in shape and bytes, floats in bits.
     bool equals(const varitype& other) const;
 
-    /// True when both refer to the same value.
-    bool sharesWith(const varitype& other) const { return holder_ == other.holder_; }
-
   private:
     template <class T>
     static varitype fromScalar(T value)

@@ -13,80 +13,32 @@ static_assert(std::endian::native == std::endian::little, "the byte form is writ
 
 namespace {
 
-constexpr std::uint64_t kHeaderSize = 16;
-constexpr std::uint64_t kArrayHeaderSize = 20;
 constexpr std::uint32_t kLengthOffset = 99;
-
-// What is written beside or instead of the record's own entries at the top level.
-struct Overlay
-{
-    const Array* frame = nullptr;
-};
-
-std::uint64_t stringSize(const std::string& text)
-{
-    return text.size() + 5;
-}
-
-std::uint64_t structSize(const varitype& value, const Overlay& overlay);
-
-std::uint64_t valueSize(const varitype& value)
-{
-    switch (value.kind()) {
-        case Kind::String:
-            return stringSize(value.as<std::string>());
-        case Kind::Struct:
-            return structSize(value, {});
-        case Kind::Array:
-            return kArrayHeaderSize + value.as<Array>().byteSize();
-        case Kind::StructArray: {
-            std::uint64_t size = 8;
-            for (const varitype& element : value.as<StructArray>()) size += structSize(element, {});
-            return size;
-        }
-        default:
-            return elementSize(value.kind());
-    }
-}
-
-std::uint64_t structSize(const varitype& value, const Overlay& overlay)
-{
-    if (value.kind() != Kind::Struct || !value.hasPayload()) fail("MustBe pnt ");
-    std::uint64_t size = kHeaderSize;
-    for (const auto& entry : value.as<Struct>()) {
-        if (overlay.frame != nullptr && entry.name == "handle") continue;
-        size += stringSize(entry.name) + 4 + valueSize(entry.value);
-    }
-    if (overlay.frame != nullptr)
-        size += stringSize("data") + 4 + kArrayHeaderSize + overlay.frame->byteSize();
-    return size;
-}
 
 class Encoder
 {
   public:
-    explicit Encoder(std::uint64_t sizeHint) { bytes_.reserve(std::min<std::uint64_t>(sizeHint, 1U << 16)); }
+    Encoder() { bytes_.reserve(512); }
 
-    void putStruct(const varitype& value, const Overlay& overlay, int depth)
+    /// With a frame, this is written as "data", in place of an entry "handle".
+    void putStruct(const varitype& value, int depth, const Array* frame = nullptr)
     {
         if (depth > kMaxNesting) fail("record nested too deeply");
         if (value.kind() != Kind::Struct || !value.hasPayload()) fail("MustBe pnt ");
         const Struct& entries = value.as<Struct>();
-        const bool withFrame = overlay.frame != nullptr;
         const std::size_t sizeAt = bytes_.size();
         const std::uint64_t arraysBefore = arrayBytes_;
         put(std::uint64_t{0});  // patched below
         put(std::uint32_t(Kind::Struct));
-        put(std::uint32_t(entries.size() + (withFrame ? 1 : 0) -
-                          (withFrame && entries.has("handle") ? 1 : 0)));
+        put(std::uint32_t(entries.size() + (frame != nullptr && !entries.has("handle") ? 1 : 0)));
 
-        forEach(entries, overlay, [&](std::string_view name, Kind kind, const varitype*) {
+        forEach(entries, frame, [&](std::string_view name, Kind kind, const varitype*) {
             putString(name);
             put(std::uint32_t(kind));
         });
-        forEach(entries, overlay, [&](std::string_view, Kind, const varitype* entry) {
+        forEach(entries, frame, [&](std::string_view, Kind, const varitype* entry) {
             if (entry == nullptr)
-                putArray(*overlay.frame);
+                putArray(*frame);
             else
                 putValue(*entry, depth);
         });
@@ -109,13 +61,13 @@ class Encoder
     }
 
   private:
-    // Entries in key order, "data" of the overlay in its place and "handle" left out.
+    // Entries in key order; with a frame, "data" is visited in its place with a null entry, "handle" is not.
     template <class Visit>
-    static void forEach(const Struct& entries, const Overlay& overlay, Visit visit)
+    static void forEach(const Struct& entries, const Array* frame, Visit visit)
     {
-        bool pending = overlay.frame != nullptr;
+        bool pending = frame != nullptr;
         for (const auto& entry : entries) {
-            if (overlay.frame != nullptr && entry.name == "handle") continue;
+            if (frame != nullptr && entry.name == "handle") continue;
             if (pending && entry.name > "data") {
                 visit("data", Kind::Array, nullptr);
                 pending = false;
@@ -195,7 +147,7 @@ class Encoder
                 putString(value.as<std::string>());
                 break;
             case Kind::Struct:
-                putStruct(value, {}, depth + 1);
+                putStruct(value, depth + 1);
                 break;
             case Kind::Array:
                 putArray(value.as<Array>());
@@ -203,7 +155,7 @@ class Encoder
             case Kind::StructArray:
                 put(std::uint32_t(Kind::StructArray));
                 put(static_cast<std::uint32_t>(value.as<StructArray>().size()));
-                for (const varitype& element : value.as<StructArray>()) putStruct(element, {}, depth + 1);
+                for (const varitype& element : value.as<StructArray>()) putStruct(element, depth + 1);
                 break;
         }
     }
@@ -218,10 +170,10 @@ class Encoder
     std::uint64_t arrayBytes_ = 0;
 };
 
-void writeWith(BIO& sink, const varitype& record, const Overlay& overlay)
+void write(BIO& sink, const varitype& record, const Array* frame)
 {
-    Encoder encoder(512);
-    encoder.putStruct(record, overlay, 1);
+    Encoder encoder;
+    encoder.putStruct(record, 1, frame);
     encoder.writeTo(sink);
 }
 
@@ -234,18 +186,13 @@ void BIO::writeGather(std::span<const std::span<const std::byte>> pieces)
 
 void writeRecord(BIO& sink, const varitype& record)
 {
-    writeWith(sink, record, {});
+    write(sink, record, nullptr);
 }
 
 void writeRecordWithFrame(BIO& sink, const varitype& record, const Array& frame)
 {
     if (record.has("data")) fail("[data] already found");
-    writeWith(sink, record, {&frame});
-}
-
-std::uint64_t recordSize(const varitype& record)
-{
-    return structSize(record, {});
+    write(sink, record, &frame);
 }
 
 }  // namespace scansteps

@@ -10,6 +10,7 @@
 #include "scansteps/kinds.h"
 #include "scansteps/stream.h"
 #include "support/process.h"
+#include "support/records.h"
 
 namespace scansteps {
 namespace {
@@ -306,7 +307,7 @@ TEST(Inspect, everyKindOfValueInItsForm)
     const std::size_t lineEnd = result.out.find('\n');
     const Json first = Json::parse(result.out.substr(0, lineEnd));
     EXPECT_EQ(first["offset"], 0);
-    EXPECT_EQ(first["size"], recordSize(record));
+    EXPECT_EQ(first["size"], test::recordSize(record));
     const Json& values = first["record"];
     EXPECT_EQ(values["array"]["Array"]["data"], Json({0, 5}));
     EXPECT_EQ(values["double"]["Double"], 0.1);
@@ -317,7 +318,7 @@ TEST(Inspect, everyKindOfValueInItsForm)
     EXPECT_EQ(values["odd"]["Struct"]["Int"], 5);
     EXPECT_EQ(values["uint"]["Uint"], 4000000000U);
     const Json second = Json::parse(result.out.substr(lineEnd + 1));
-    EXPECT_EQ(second["offset"], recordSize(record));
+    EXPECT_EQ(second["offset"], test::recordSize(record));
     EXPECT_EQ(second["size"], 16);
 }
 
