@@ -50,8 +50,10 @@ class FrameScope
     /// The record to be forwarded, a copy of the incoming one: steps add their results to it.
     varitype& record() { return copy_; }
 
-    /// Sets "handle", stops the clock and hands the copy on.
+    /// Names the output frame in the copy, stops the clock and hands the copy on.
     void forward();
+    /// The same for a step that has left the frame as it was: an entry "data" still holds it, and stays.
+    void forwardUnchanged();
 
   private:
     StepBase& step_;
@@ -62,6 +64,10 @@ class FrameScope
     std::size_t samples_;
     varitype copy_;
 };
+
+/// Sets "handle" to a frame that takes the place of the one in the record, and removes "data", which would
+/// still hold the earlier frame.
+void replaceFrame(varitype& record, int handle);
 
 /// Throws a text that names both sizes when the array is not what `expected` says.
 void checkFrame(StepBase& step, const Array& array, const FrameShape& expected);

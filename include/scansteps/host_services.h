@@ -17,7 +17,7 @@ enum class Trouble : std::uint32_t
     FrameIncomplete = 3,    ///< a frame was decoded only in part
     RecordNotSent = 4,      ///< a record was not sent, for lack of a connection
     NoModel = 5,            ///< a run of a model step brought no mesh and no point cloud
-    FileFailed = 6,         ///< file and reason of the error that the step is about to raise
+    FileFailed = 6,         ///< file, if any, and reason of the error that the step is about to raise
 };
 
 /// The texts are read during the call only; none is null, each may be empty.

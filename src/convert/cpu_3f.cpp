@@ -32,7 +32,8 @@ void Cpu3f::init(varitype& params)
     channel_ = Channel(settings.integer("color.channel"));
     weights_ = {settings.real("color.red"), settings.real("color.green"), settings.real("color.blue")};
     isVideo_ = settings.has("VideoFormat");
-    formatOrMismatch(*this, params, format::kU1x8);
+    const std::uint32_t code = isVideo_ ? format::kU1x16 : format::kU1x8;
+    formatOrMismatch(*this, params, code, code);
     if (isVideo_)
         in_.create(dataX_, dataY_, 1, format::kU1x16);
     else

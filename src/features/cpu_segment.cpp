@@ -82,7 +82,8 @@ void CpuSegment::process(varitype& params)
         detectorFor(area)(grey_.samples, width_, height_, regions_);
     print::field(std::int64_t(regions_.size()), " segments.size()\n");
     frame.record().insert("regions", tableOf(regions_, bright_));
-    if (labels_) labelStableRegions(grey_.view(), regions_, true, samples);
+    if (!labels_) return frame.forwardUnchanged();
+    labelStableRegions(grey_.view(), regions_, true, samples);
     frame.forward();
 }
 

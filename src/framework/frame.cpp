@@ -45,7 +45,20 @@ FrameScope::FrameScope(StepBase& step, varitype& params, TextureSet& in, Texture
     handles::swap(in.handle(), handle);
 }
 
+void replaceFrame(varitype& record, int handle)
+{
+    record["handle"].getv<std::int32_t>() = handle;
+    record.remove("data");
+}
+
 void FrameScope::forward()
+{
+    replaceFrame(copy_, out_.handle());
+    step_.time += microseconds() - start_;
+    scansteps::forward(step_, copy_);
+}
+
+void FrameScope::forwardUnchanged()
 {
     copy_["handle"].getv<std::int32_t>() = out_.handle();
     step_.time += microseconds() - start_;

@@ -10,15 +10,30 @@ namespace scansteps {
 
 SCANSTEPS_STEP(CpuCombine)
 
+namespace {
+
+// Formats without buffers pass: their frames are refused when they come.
+bool isOf16BitSamples(std::uint32_t code)
+{
+    const FrameShape pixel = frameShape(code, 1, 1);
+    return pixel.kind == Kind::Empty || (elementSize(pixel.kind) == 2 && pixel.rowLength == 1);
+}
+
+}  // namespace
+
 void CpuCombine::init(varitype& params)
 {
     const Settings settings(*this, params);
     width_ = settings.integer("dataX");
     height_ = settings.integer("dataY");
     factor_ = settings.integer("combine.factor");
-    const std::uint32_t format = formatOrMismatch(*this, params, format::kU1x16);
-    history_.create(width_, height_, static_cast<std::uint32_t>(factor_), format);
-    out_.create(std::int64_t{width_} * factor_, height_, 1, format);
+    std::uint32_t code = formatOrMismatch(*this, params, format::kU1x16);
+    if (!isOf16BitSamples(code)) {
+        reportMismatch(*this, params);
+        code = format::kU1x16;
+    }
+    out_.create(std::int64_t{width_} * factor_, height_, 1, code);
+    history_.create(width_, height_, static_cast<std::uint32_t>(factor_), code);
     varitype wide = copyRecord(params);
     wide.set("dataX", width_ * factor_);
     forward(*this, wide);
@@ -37,7 +52,7 @@ void CpuCombine::process(varitype& params)
     const auto out = samples16(*this, out_.writable(), width * history_.count(), height);
     sideBySide(frames_, width, height, out);
 
-    record["handle"].getv<std::int32_t>() = out_.handle();
+    replaceFrame(record, out_.handle());
     timer.stop();
     forward(*this, record);
 }

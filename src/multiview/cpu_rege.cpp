@@ -41,7 +41,8 @@ class RegisteringStep : public CPUBase
         print::field(std::int64_t(place.matches.size()), " matches.size()\n");
         print::field(place.inliers, " inliers\n");
         report(place, frame.record());
-        if (draw_) drawPlace(samples, width_, height_, place, meaning_);
+        if (!draw_) return frame.forwardUnchanged();
+        drawPlace(samples, width_, height_, place, meaning_);
         frame.forward();
     }
 

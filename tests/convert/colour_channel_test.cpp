@@ -112,7 +112,14 @@ TEST(Cpu3f, colourAndVideoFrames)
             EXPECT_LT(difference / double(out.size()), isVideo ? 6 : 0.6) << channel;
         }
     test::Chain chain({"c3f"});
-    EXPECT_EQ(chain.init({{"dataX", 4}, {"dataY", 4}}), event::kMismatch);
+    // A format whose frames would not be taken is reported at once.
+    for (const auto& [format, isVideo] : {std::pair{"u_1x16", false}, {"u_1x8", true}}) {
+        Struct record{{"dataX", 4}, {"dataY", 4}, {"dataFormat", format}};
+        if (isVideo) record.set("VideoFormat", "YUYV16");
+        chain.init(record);
+        EXPECT_EQ(chain.arrived[0].eventType, event::kMismatch);
+        chain.arrived.clear();
+    }
 }
 
 }  // namespace

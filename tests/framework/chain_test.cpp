@@ -62,20 +62,6 @@ TEST(Chain, initialiseZeroesTheTimeAndUnknownEventsPassUnchanged)
     EXPECT_EQ(thrownText([&] { chain.send(none); }), "[eventType] not found");
 }
 
-TEST(Chain, processorSettingIsRequiredAndUnused)
-{
-    Chain chain({"cpu"});
-    EXPECT_EQ(thrownText([&] { chain.init({}); }), "[cpu] not found");
-    EXPECT_EQ(thrownText([&] { chain.init({{"cpu", Struct{}}}); }), "[core] not found");
-    EXPECT_EQ(thrownText([&] {
-                  chain.init({{"cpu", Struct{{"core", 1.0F}}}});
-              }),
-              "varitype::getv() type error!");
-    chain.init({{"cpu", Struct{{"core", 2}}}});
-    chain.process();
-    EXPECT_EQ(chain.arrived.size(), 2U);
-}
-
 // The frame moves by swapping handles: the step owns the frame, the host gets the step's former buffer.
 TEST(Chain, framesOfAnotherSizeAreRefusedAndNothingIsExchanged)
 {
@@ -94,6 +80,22 @@ TEST(Chain, framesOfAnotherSizeAreRefusedAndNothingIsExchanged)
     EXPECT_EQ(chain.arrived.back().frame->elements<float>()[0], -32768.0F);
     varitype lost{Struct{{"eventType", event::kProcess}, {"handle", 2000}}};
     EXPECT_EQ(thrownText([&] { chain.send(lost); }), "Handle::zero handle!!!");
+}
+
+TEST(Chain, aFrameThatIsReplacedTakesItsCopyInTheRecordWithIt)
+{
+    for (const auto& [kind, stays] : {std::pair{"ccanny", false}, {"c2ima", false}, {"csegment", true}}) {
+        Chain chain({kind});
+        const Array frame(Kind::Ushort, 8, 8);
+        printed([&, kind = kind] {
+            chain.init({{"dataX", 8},
+                        {"dataY", 8},
+                        {"dataFormat", "CPU::u_1x16"},
+                        {"combine", Struct{{"factor", 1}}}});
+            chain.process(&frame, {{"data", frame}});
+        });
+        EXPECT_EQ(chain.arrived.back().record.has("data"), stays) << kind;
+    }
 }
 
 TEST(Chain, absurdGeometryIsRefusedBeforeMemoryIsTaken)

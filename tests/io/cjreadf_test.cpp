@@ -127,6 +127,8 @@ TEST(CjreadF, recordings)
     test::Chain both({"cjreadf", "filesaver"});
     start(both, {{"save", Struct{{"name", dir / "both"}}}});
     EXPECT_EQ(test::thrownText([&] { both.process(); }), "[data] already found");
+    ASSERT_THAT(both.notices, SizeIs(1));
+    EXPECT_THAT(both.notices[0].reason, HasSubstr("put cstrip before"));
 
     for (const char* between : {"cstrip", "d2h"}) {
         test::Chain recorded({"cjreadf", between, "filesaver"});

@@ -65,10 +65,12 @@ TEST(CpuCombine, FactorOneCopies)
 TEST(CpuCombine, RefusesWhatItCannotCombine)
 {
     Chain chain({"c2ima"});
-    EXPECT_EQ(thrownText([&] { chain.init(initFor(0)); }), "CpuCombine: combine.factor = 0, must be 1 to 64");
-    chain.init(initFor(2, "CPU::nothing"));
-    EXPECT_EQ(chain.arrived[0].eventType, 1004);
-    EXPECT_EQ(chain.arrived[1].eventType, 1004);
+    for (const char* format : {"CPU::nothing", "CPU::u_1x8", "CPU::f_1x32", "CPU::f_4x16"}) {
+        chain.arrived.clear();
+        chain.init(initFor(2, format));
+        EXPECT_EQ(chain.arrived[0].eventType, 1004) << format;
+        EXPECT_EQ(chain.arrived[1].eventType, 1004) << format;
+    }
 
     chain.init(initFor(2));
     const Array small = filled(4, 2, 0);
@@ -78,10 +80,6 @@ TEST(CpuCombine, RefusesWhatItCannotCombine)
     const Array frame = filled(4, 3, 1);
     chain.process(&frame);  // a refused frame leaves no trace
     EXPECT_EQ(sample(*chain.arrived.back().frame, 1, 0, 0), 0);
-
-    // Frames of 8-bit samples have no room for 16-bit units.
-    chain.init(initFor(2, "CPU::u_1x8"));
-    EXPECT_NE(thrownText([&] { chain.process(&frame); }), "");
 }
 
 TEST(MessFilter, LetsOneEventThrough)
@@ -103,11 +101,6 @@ TEST(MessFilter, LetsOneEventThrough)
     EXPECT_TRUE(passed(0).empty());
     EXPECT_TRUE(passed(-1).empty());
     EXPECT_TRUE(passed(9).empty());
-
-    Chain chain({"mfilt"});
-    EXPECT_EQ(thrownText([&] { chain.init({}); }), "[mfilt] not found");
-    chain.init({{"mfilt", Struct{}}});
-    EXPECT_EQ(thrownText([&] { chain.process(); }), "[val] not found");
 }
 
 }  // namespace
