@@ -6,6 +6,7 @@
 #include "features/feature_record.h"
 #include "features/frame_meaning.h"
 #include "features/mser.h"
+#include "framework/embedded_frame.h"
 #include "framework/print.h"
 #include "framework/step_factory.h"
 #include "scansteps/error.h"
@@ -62,15 +63,17 @@ void CpuCorners5::process(varitype& params)
 
 void CpuCorners5::flush(varitype& params)
 {
-    if (!pending_.empty()) {
-        StepTimer timer(*this);
-        processPending();
-        timer.stop();
-        std::vector<varitype> ready;
-        ready.swap(pending_);
-        forward(*this, ready.front());
-    }
-    StepBase::flush(params);
+    finishThen(
+        [&] {
+            if (pending_.empty()) return;
+            StepTimer timer(*this);
+            processPending();
+            timer.stop();
+            std::vector<varitype> ready;
+            ready.swap(pending_);
+            forward(*this, ready.front());
+        },
+        [&] { StepBase::flush(params); });
 }
 
 // The threads touch their own frame and worker only; records, printing and errors wait for the join. After an

@@ -1,5 +1,6 @@
 #include "io/capture_step.h"
 
+#include "framework/embedded_frame.h"
 #include "framework/print.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
@@ -42,12 +43,14 @@ void CaptureStep::process(varitype& params)
 
 void CaptureStep::flush(varitype& params)
 {
-    if (capture_) {
-        const auto dropped = static_cast<std::int64_t>(capture_->queue().shortFrames());
-        capture_.reset();
-        if (dropped != 0) print::field(dropped, " frames dropped, too short\n");
-    }
-    CPUBase::flush(params);
+    finishThen(
+        [&] {
+            if (!capture_) return;
+            const auto dropped = static_cast<std::int64_t>(capture_->queue().shortFrames());
+            capture_.reset();
+            if (dropped != 0) print::field(dropped, " frames dropped, too short\n");
+        },
+        [&] { CPUBase::flush(params); });
 }
 
 }  // namespace scansteps

@@ -1,4 +1,5 @@
 // Step ccap1: frames of a chosen camera, uncompressed or motion JPEG.
+#include "framework/embedded_frame.h"
 #include "framework/print.h"
 #include "framework/step_factory.h"
 #include "io/capture_step.h"
@@ -30,8 +31,7 @@ void CPUCap1::init(varitype& params)
 
 void CPUCap1::flush(varitype& params)
 {
-    print::line("flush CPUCap1");
-    CaptureStep::flush(params);
+    finishThen([] { print::line("flush CPUCap1"); }, [&] { CaptureStep::flush(params); });
 }
 
 }  // namespace scansteps
