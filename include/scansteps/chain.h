@@ -68,7 +68,7 @@ void reportMismatch(const cChain& step, varitype& params);
 /// code is another one: reports the mismatch and returns `fallback`.
 std::uint32_t formatOrMismatch(const cChain& step, varitype& params, std::uint32_t fallback,
                                std::uint32_t required = 0);
-/// Wall clock in microseconds.
+/// Microseconds of a monotonic clock: only differences mean something.
 std::int64_t microseconds();
 
 }  // namespace scansteps

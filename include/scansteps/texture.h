@@ -20,8 +20,6 @@ inline constexpr std::uint32_t kNone = 0, kF1x16 = 1, kF1x32 = 2, kF1x32n = 3, k
 
 /// Code of the first format name, in the order of the format table, that `text` contains; 0 when none.
 std::uint32_t formatCode(std::string_view text);
-/// Name of a code such as "u_1x16"; "" for codes without a name.
-const char* formatName(std::uint32_t code);
 /// Place of a data type string: 1 when it contains "CPU", else 2 for "GPU", else 0.
 std::uint32_t placeCode(std::string_view text);
 
@@ -44,8 +42,8 @@ FrameShape frameShape(std::uint32_t format, std::uint32_t width, std::uint32_t h
 FrameShape chainFrameShape(std::uint32_t format, std::uint32_t width, std::uint32_t height);
 FrameShape shapeOf(const Array& array);
 
-/// Largest frame that buffers are made for: 65,535 on a side and 2^28 pixels. Throws a text naming the size
-/// when `width` or `height` is negative or beyond that.
+/// Largest frame: 65,535 pixels on a side and 2^28 in all. Throws a text naming the size when `width` or
+/// `height` is negative or beyond that.
 void checkFrameSize(std::int64_t width, std::int64_t height);
 
 /// A buffer: owns one handle, whose payload is the typed array of its pixels.
@@ -84,7 +82,9 @@ using CTexture_u1x16 = TextureOf<format::kU1x16>;
 using CTexture_u1x16n = TextureOf<format::kU1x16n>;
 using CTexture_u1x8 = TextureOf<format::kU1x8>;
 
-/// Creates a zeroed buffer under a new handle; null for a format without a buffer class.
+/// Creates a zeroed buffer under a new handle; null for a format without a buffer class. Buffers of 8-bit RGB
+/// frames are three times as wide as the frames, so up to three times the limits of checkFrameSize() are
+/// accepted here.
 std::unique_ptr<CTexture> createTexture(std::uint32_t format, std::uint32_t width, std::uint32_t height);
 
 /// The typed array under a handle. Throws the handle table's errors, and a text when the payload is null.
@@ -96,7 +96,7 @@ class TextureSet
 {
   public:
     /// Replaces the set by `count` buffers of that size and format. A format without a buffer class makes an
-    /// empty set. Throws as checkFrameSize() does.
+    /// empty set. Throws as createTexture() does.
     void create(std::int64_t width, std::int64_t height, std::uint32_t count, std::uint32_t format);
     /// One buffer whose array has any shape, such as that of a recorded frame.
     void create(std::int64_t width, std::int64_t height, std::uint32_t format, const FrameShape& shape);

@@ -17,7 +17,9 @@ SCANSTEPS_STEP(CpuRGB)
 
 void CpuRGB::init(varitype& params)
 {
-    readSize(Settings(*this, params));
+    const Settings settings(*this, params);
+    readSize(settings);
+    settings.text("dataFormat");
     params.remove("VideoFormat");
     if (params.has("dataFormat")) params.set("dataFormat", "CPU::u_1x8");
     in_.create(dataX_, dataY_, 1, format::kU1x16);

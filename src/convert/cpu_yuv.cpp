@@ -17,7 +17,9 @@ SCANSTEPS_STEP(CpuYUV)
 
 void CpuYUV::init(varitype& params)
 {
-    readSize(Settings(*this, params));
+    const Settings settings(*this, params);
+    readSize(settings);
+    settings.text("dataFormat");
     params.set("VideoFormat", "YUYV16");
     if (params.has("dataFormat")) params.set("dataFormat", "CPU::u_1x16");
     in_.create(rgbRow(), dataY_, 1, format::kU1x8);

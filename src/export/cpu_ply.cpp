@@ -8,6 +8,7 @@
 #include "export/vertex_normals.h"
 #include "framework/print.h"
 #include "framework/step_factory.h"
+#include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
@@ -24,6 +25,15 @@ void savePly(const std::string& name, const Model& model)
     if (!file.isOpen()) return;
     writePly(file, model);
     file.commit();
+}
+
+// What pages of texture can be made with: a JPEG file has at most 65,500 pixels on a side.
+void checkTexture(const TextureSettings& settings)
+{
+    if (settings.width < 1 || settings.width > 65500)
+        failf("CpuPly: export_obj.image_width = %d, must be 1 to 65500", settings.width);
+    if (!(settings.scale >= 0.001F && settings.scale <= 16))
+        failf("CpuPly: export_obj.scale = %g, must be 0.001 to 16", double{settings.scale});
 }
 
 void saveStl(const std::string& name, const Mesh& mesh)
@@ -93,6 +103,7 @@ void CpuPly::writeMesh(const varitype& params) const
             break;
         case Format::Obj:
         case Format::Flt: {
+            checkTexture(texture_);
             const std::vector<PictureView> pictures = picturesOf(params);
             const TexturedModel model{meshOf(params, false), pictures, texture_};
             if (format_ == Format::Obj)

@@ -66,7 +66,7 @@ constexpr SettingInfo dataFormat = optionalText(
     "dataFormat", "", "format of the frames, such as CPU::u_1x16; when it is missing the step reports 1004");
 constexpr SettingInfo videoFormat = presence("VideoFormat", "present when the frames are YUYV16");
 constexpr std::array cannySettings{
-    optionalInt("OCV.lp0", 0, "passes of the 3 x 3 box low-pass before the detector").range(0, 1000),
+    optionalInt("OCV.lp0", 0, "passes of the 3 x 3 box low-pass before the detector").hint(0, 1000),
     optionalInt("OCV.order", 3, "aperture of the Sobel derivatives: 3, 5 or 7").hint(3, 7),
     optionalFloat("OCV.trh", 900.0, "high threshold: gradient magnitude at which an edge begins"),
     optionalFloat("OCV.trl", 400.0, "low threshold: gradient magnitude at which an edge goes on"),
@@ -89,6 +89,10 @@ constexpr std::array cornerSettings{
 constexpr std::array captureSize{
     optionalInt("dataX", 640, "width asked for; the camera's choice wins").range(0, 65535).unit("pixels"),
     optionalInt("dataY", 480, "height asked for; the camera's choice wins").range(0, 65535).unit("pixels"),
+};
+constexpr std::array recordedSize{
+    optionalInt("dataX", 0, "width of the frames, where it is known").range(0, 65535).unit("pixels"),
+    optionalInt("dataY", 0, "height of the frames, where it is known").range(0, 65535).unit("pixels"),
 };
 constexpr std::array loadImages{
     requiredText("load.name", "first file; its digits are the counter").names(SettingRole::Input).countedUp(),

@@ -57,13 +57,6 @@ std::uint32_t formatCode(std::string_view text)
     return format::kNone;
 }
 
-const char* formatName(std::uint32_t code)
-{
-    for (const auto& entry : kFormats)
-        if (entry.code == code) return entry.name;
-    return "";
-}
-
 std::uint32_t placeCode(std::string_view text)
 {
     if (text.find("CPU") != std::string_view::npos) return 1;
@@ -86,14 +79,23 @@ FrameShape shapeOf(const Array& array)
     return {array.kind(), array.dim(0), array.dim(1), array.dim(2)};
 }
 
-void checkFrameSize(std::int64_t width, std::int64_t height)
+namespace {
+
+void checkSize(std::int64_t width, std::int64_t height, int channels)
 {
     constexpr std::int64_t kMostSide = 65535;
     constexpr std::int64_t kMostPixels = std::int64_t{1} << 28;
-    if (width < 0 || height < 0 || width > 3 * kMostSide || height > kMostSide ||
-        width * height > 3 * kMostPixels)
+    if (width < 0 || height < 0 || width > channels * kMostSide || height > kMostSide ||
+        width * height > channels * kMostPixels)
         failf("frame size %lld x %lld is out of range", static_cast<long long>(width),
               static_cast<long long>(height));
+}
+
+}  // namespace
+
+void checkFrameSize(std::int64_t width, std::int64_t height)
+{
+    checkSize(width, height, 1);
 }
 
 CTexture::CTexture(std::uint32_t formatCode, std::uint32_t w, std::uint32_t h)
@@ -117,7 +119,7 @@ CTexture::~CTexture()
 
 std::unique_ptr<CTexture> createTexture(std::uint32_t format, std::uint32_t width, std::uint32_t height)
 {
-    checkFrameSize(width, height);
+    checkSize(width, height, 3);
     return make<format::kU1x8>(format, width, height);
 }
 
@@ -131,7 +133,7 @@ Array& pixelsOf(int handle)
 void TextureSet::create(std::int64_t width, std::int64_t height, std::uint32_t count, std::uint32_t format)
 {
     reset();
-    checkFrameSize(width, height);
+    checkSize(width, height, 3);
     format_ = format;
     width_ = static_cast<std::uint32_t>(width);
     height_ = static_cast<std::uint32_t>(height);

@@ -23,18 +23,15 @@ void Cjwrite::init(varitype& params)
     fileName_ = settings.text("cjwrite.name");
     quality_ = settings.integer("cjwrite.quality");
     isVideo_ = settings.has("VideoFormat");
-    format_ = formatCode(settings.text("dataFormat"));
+    settings.text("dataFormat");
     width_ = settings.integer("dataX");
     height_ = settings.integer("dataY");
     window_ = settings.integer("viewer.window");
     level_ = settings.integer("viewer.level");
+    format_ = settings.has("dataFormat") ? formatOrMismatch(*this, params, format::kF1x32) : format::kU1x8;
     checkFrameSize(width_, height_);
     const FrameShape shape =
         chainFrameShape(format_, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
-    if (shape.kind == Kind::Empty) {  // no frame can come in such a format
-        reportMismatch(*this, params);
-        return;
-    }
     frame_.create(width_, height_, format_, shape);
     spare_.create(width_, height_, format_, shape);
     forward(*this, params);

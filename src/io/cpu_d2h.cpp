@@ -2,6 +2,7 @@
 #include "framework/embedded_frame.h"
 #include "framework/step_factory.h"
 #include "scansteps/frame.h"
+#include "scansteps/settings.h"
 
 namespace scansteps {
 
@@ -12,7 +13,9 @@ class CpuD2H final : public CPUBase
 
     void init(varitype& params) override
     {
-        createFrameBuffer(*this, params, out_);
+        const Settings settings(*this, params);
+        const int width = settings.integer("dataX"), height = settings.integer("dataY");
+        out_.create(width, height, 1, formatOrMismatch(*this, params, format::kF1x32));
         forward(*this, params);
     }
 

@@ -18,12 +18,13 @@ void CPUDump::init(varitype& params)
     const int width = settings.integer("dataX");
     settings.integer("dataY");
     row_ = settings.integer("dump.row");
+    const int views = settings.integer("numberOfViews");
     close();
     file_ = std::make_unique<BIOfs>(settings.text("dump.name"), BIOfs::Mode::Write);
     if (!file_->isOpen()) file_->raise();
     formatOrMismatch(*this, params, format::kNone);
     print::field(width, " W\n");
-    print::field(settings.integer("numberOfViews"), " numberOfViews\n");
+    print::field(views, " numberOfViews\n");
     print::twice("CPUDump::init OK");
     forward(*this, params);
 }

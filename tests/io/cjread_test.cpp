@@ -179,19 +179,5 @@ TEST_F(CjreadTest, theBufferThatComesBackMayHaveAnyShape)
     }
 }
 
-TEST_F(CjreadTest, settingsThatAreMissingOrWrong)
-{
-    EXPECT_EQ(test::thrownText([&] { chain.init({}); }), "[load] not found");
-    EXPECT_EQ(test::thrownText([&] { chain.init({{"load", Struct{}}}); }), "[name] not found");
-    EXPECT_EQ(test::thrownText([&] {
-                  chain.init({{"load", Struct{{"name", 5}}}});
-              }),
-              "varitype::getv() type error!");
-    EXPECT_EQ(test::thrownText([&] {
-                  chain.init({{"load", Struct{{"name", "x"}, {"incr", 1.0F}}}});
-              }),
-              "varitype::getv() type error!");
-}
-
 }  // namespace
 }  // namespace scansteps

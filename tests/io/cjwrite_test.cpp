@@ -172,12 +172,18 @@ TEST_F(CjwriteTest, framesThatDoNotFitThrowBothSizes)
     EXPECT_THAT(test::thrownText([&] { processRgb(4, 4, {}); }), HasSubstr("initialised for 120000 x 40000"));
 }
 
-TEST_F(CjwriteTest, settingsThatDoNotFit)
+// As at any other step: an unknown format is reported and taken for f_1x32, one without buffers has no
+// frames.
+TEST_F(CjwriteTest, formatsThatCannotBeUsed)
 {
-    EXPECT_EQ(test::thrownText([&] { chain.init({}); }), "[dataX] not found");
-    EXPECT_THAT(test::thrownText([&] { init("a.ppm", -1, 5); }), HasSubstr("dataX = -1"));
-    EXPECT_THAT(test::thrownText([&] { init("a.ppm", 5, 1 << 30); }), HasSubstr("dataY"));
-    EXPECT_EQ(init("a.ppm", 2, 2, {{"dataFormat", "CPU::nonsense"}}), event::kMismatch);
+    init("a0.ppm", 2, 2, {{"dataFormat", "CPU::u_1x8"}});
+    EXPECT_EQ(init("a0.ppm", 4, 4, {{"dataFormat", "CPU::nonsense"}}), event::kMismatch);
+    ASSERT_EQ(chain.arrived.size(), 3U);  // the report and the record itself
+    EXPECT_THAT(test::thrownText([&] { processSamples(4, 3, {}); }), HasSubstr("too small"));
+    processSamples(4, 4, {});
+    EXPECT_TRUE(std::filesystem::exists(dir / "a0.ppm"));
+    EXPECT_EQ(init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_4x8"}}), event::kInit);
+    EXPECT_EQ(test::thrownText([&] { processSamples(4, 4, {}); }), "Handle::zero handle!!!");
 }
 
 }  // namespace
