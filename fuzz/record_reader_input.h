@@ -79,6 +79,7 @@ inline void readRecords(const std::uint8_t* data, std::size_t size)
         if (!record.equals(again)) broken("the record depends on the pieces");
         BIOmem written;
         writeRecord(written, record);
+        if (written.bytes().size() != recordSize(record)) broken("recordSize() is wrong");
         if (!readRecord(written).equals(record)) broken("the record changes when it is written");
         dumpText(record, "");
         copyRecord(record);

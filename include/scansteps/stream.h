@@ -151,6 +151,9 @@ void writeRecord(BIO& sink, const varitype& record);
 /// copy of its bytes. Throws "[data] already found" when the record holds "data".
 void writeRecordWithFrame(BIO& sink, const varitype& record, const Array& frame);
 
+/// Number of bytes that writeRecord() writes.
+std::uint64_t recordSize(const varitype& record);
+
 /// Reads one record. The first array that has the byte size of `spare` takes over its storage, so that a
 /// player needs no new memory for every frame. Whatever the bytes are, memory is taken for bytes that have
 /// arrived, never for promised ones: for array bytes at most 25 % more and a constant, a small multiple for

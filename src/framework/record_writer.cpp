@@ -195,4 +195,17 @@ void writeRecordWithFrame(BIO& sink, const varitype& record, const Array& frame)
     write(sink, record, &frame);
 }
 
+std::uint64_t recordSize(const varitype& record)
+{
+    struct Counter final : BIO
+    {
+        void write(const void*, std::size_t length) override { bytes += length; }
+        void read(void*, std::size_t) override { fail("read error"); }
+        std::uint64_t bytes = 0;
+    };
+    Counter counter;
+    writeRecord(counter, record);
+    return counter.bytes;
+}
+
 }  // namespace scansteps

@@ -232,10 +232,16 @@ TEST_F(CpuPlyTest, otherShapesAndKindsAreRefused)
     EXPECT_THAT(files(), testing::ElementsAre("a.jpg", "a.mtl", "a.obj"));
 }
 
-TEST_F(CpuPlyTest, imageWidthOutOfRangeIsRefusedAtOnce)
+TEST_F(CpuPlyTest, imageWidthCountsWherePagesAreMade)
 {
-    for (const int width : {0, -5, 16385})
-        EXPECT_THAT(thrownText([&] { init("a.obj", width); }), HasSubstr("image_width"));
+    const varitype record = recordOf(test::tetrahedron());
+    for (const int width : {0, -5, 65501}) {
+        init("a.ply", width);
+        printed([&] { chain.process(nullptr, record.as<Struct>()); });
+        init("a.obj", width);
+        EXPECT_THAT(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }),
+                    HasSubstr("image_width"));
+    }
 }
 
 }  // namespace

@@ -127,7 +127,8 @@ TEST(CpuCorners5, errorsOfAThreadReachTheHost)
     // A lone last frame that fails does not keep the flush from the steps after it.
     chain.process(&flat);
     chain.arrived.clear();
-    EXPECT_EQ(thrownText([&] { printed([&] { chain.flush(); }); }), "too small");
+    printed([&] { thrown = thrownText([&] { chain.flush(); }); });
+    EXPECT_EQ(thrown, "too small");
     ASSERT_EQ(chain.arrived.size(), 1U);
     EXPECT_EQ(chain.arrived[0].eventType, event::kFlush);
 }

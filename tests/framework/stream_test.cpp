@@ -101,7 +101,7 @@ TEST(RecordBytes, OfEveryKindComeBack)
 {
     const varitype record = everyKind();
     const auto bytes = bytesOf(record);
-    EXPECT_EQ(bytes.size(), test::recordSize(record));
+    EXPECT_EQ(bytes.size(), recordSize(record));
     const varitype back = fromBytes(bytes);
     EXPECT_TRUE(back.equals(record)) << dumpText(back, "");
     EXPECT_EQ(bytesOf(back), bytes);
@@ -295,7 +295,7 @@ TEST(FileStream, KeepsRecordsAndPositions)
         EXPECT_FALSE(in.atEnd());
         const varitype record = readRecord(in);
         EXPECT_TRUE(record.equals(Struct{{"i", i}, {"frame", Array(Kind::Float, 100, i)}}));
-        position += test::recordSize(record);
+        position += recordSize(record);
         EXPECT_EQ(in.position(), position);
     }
     EXPECT_TRUE(in.atEnd());
@@ -370,7 +370,7 @@ TEST(FileStream, SizeLimitIsAWriteErrorThatLeavesWholeRecords)
     limited.rlim_cur = 10000;
     const Struct record{{"a", Array(Kind::Uchar, 1000, 1)}};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
-    const std::uint64_t whole = 9 * test::recordSize(record);
+    const std::uint64_t whole = 9 * recordSize(record);
     BIOfs out(dir / "run.rec", BIOfs::Mode::Write);
     for (int i = 0; i < 9; ++i) writeRecord(out, record);
     const std::string error = thrownText([&] { writeRecord(out, record); });

@@ -10,7 +10,6 @@
 #include "scansteps/kinds.h"
 #include "scansteps/stream.h"
 #include "support/process.h"
-#include "support/records.h"
 
 namespace scansteps {
 namespace {
@@ -50,7 +49,7 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
         {"run \"clast ! ! clast\"", 2, "a step is missing"},
         {"run \"clast !\"", 2, "a step is missing"},
         {"run \"cdown1 fcator=2 ! clast\"", 2, "did you mean \"factor\"?"},
-        {"run \"cdown1 factor=0 ! clast\"", 2, "is outside 1 to 65535"},
+        {"run \"cdown1 factor=0 ! clast\"", 2, "is outside 1 to 2147483647"},
         {"run \"cdown1 factor=abc ! clast\"", 2, "is not a value of kind Int"},
         {"run \"cdown1 factor=1.5 ! clast\"", 2, "does not fit Int"},
         {"run \"cdown1 factor=3000000000 ! clast\"", 2, "does not fit Int"},
@@ -307,7 +306,7 @@ TEST(Inspect, everyKindOfValueInItsForm)
     const std::size_t lineEnd = result.out.find('\n');
     const Json first = Json::parse(result.out.substr(0, lineEnd));
     EXPECT_EQ(first["offset"], 0);
-    EXPECT_EQ(first["size"], test::recordSize(record));
+    EXPECT_EQ(first["size"], recordSize(record));
     const Json& values = first["record"];
     EXPECT_EQ(values["array"]["Array"]["data"], Json({0, 5}));
     EXPECT_EQ(values["double"]["Double"], 0.1);
@@ -318,7 +317,7 @@ TEST(Inspect, everyKindOfValueInItsForm)
     EXPECT_EQ(values["odd"]["Struct"]["Int"], 5);
     EXPECT_EQ(values["uint"]["Uint"], 4000000000U);
     const Json second = Json::parse(result.out.substr(lineEnd + 1));
-    EXPECT_EQ(second["offset"], test::recordSize(record));
+    EXPECT_EQ(second["offset"], recordSize(record));
     EXPECT_EQ(second["size"], 16);
 }
 

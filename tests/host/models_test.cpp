@@ -41,16 +41,6 @@ TEST(Models, examplePipelineWritesAllFourFormats)
     EXPECT_TRUE(std::filesystem::exists(folder / "textured_1.jpg"));
 }
 
-TEST(Models, settingsAreCheckedBeforeTheRun)
-{
-    const TempDir folder;
-    const auto result = runProgram("run \"readd load.name=" + kExamples +
-                                   "models/sphere_points.rec ! cply name=" + (folder / "a.ply") +
-                                   " ! clast\" --set export_obj.image_width=0");
-    EXPECT_EQ(result.exitCode, 2);
-    EXPECT_THAT(result.err, HasSubstr("image_width"));
-}
-
 // Not on Windows: the readers are programs of this system, and the files are the same bytes there.
 #ifndef _WIN32
 // meshio, assimp and OpenSceneGraph, as far as they are installed (scripts/bootstrap.sh readers).

@@ -8,7 +8,6 @@
 
 #include "scansteps/stream.h"
 #include "support/chain.h"
-#include "support/records.h"
 #include "support/temp_dir.h"
 
 #ifndef _WIN32
@@ -389,7 +388,7 @@ TEST(Recording, CutAnywherePlaysUpToTheLastWholeRecord)
     const std::string whole = readFile(record(dir, 2));
     std::vector<std::size_t> ends;
     std::size_t at = 0;
-    for (const varitype& each : recordsOf(dir / "run.rec")) ends.push_back(at += test::recordSize(each));
+    for (const varitype& each : recordsOf(dir / "run.rec")) ends.push_back(at += recordSize(each));
     ASSERT_EQ(at, whole.size());
     for (std::size_t length = 0; length < whole.size(); ++length) {
         const std::string path = dir.write("cut.rec", whole.substr(0, length));

@@ -3,17 +3,9 @@
 
 #include <string>
 
-#include "scansteps/stream.h"
+#include "scansteps/record.h"
 
 namespace scansteps::test {
-
-/// Bytes of the record's byte form.
-inline std::uint64_t recordSize(const varitype& record)
-{
-    BIOmem bytes;
-    writeRecord(bytes, record);
-    return bytes.bytes().size();
-}
 
 /// A record with a value of every kind, nested and empty ones among them.
 inline varitype everyKind()
