@@ -10,6 +10,7 @@
 
 #include "descriptors.h"
 #include "outcome.h"
+#include "standard_streams.h"
 #include "system.h"
 
 namespace scansteps::host {
@@ -55,22 +56,21 @@ StepOutput::~StepOutput()
     restore();
 }
 
-bool StepOutput::restore()
+std::string StepOutput::restore()
 {
-    if (original_ == descriptor::kOutput) return true;
-    const bool taken = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
-    const int error = errno;
+    if (original_ == descriptor::kOutput) return "";
+    const std::string trouble = flushStandardOutput();
     std::clearerr(stdout);
     descriptor::replace(descriptor::kOutput, original_);
     descriptor::close(original_);
     original_ = descriptor::kOutput;
-    errno = error;
-    return taken;
+    return trouble;
 }
 
 void StepOutput::end()
 {
-    if (!restore()) throw FileError{fmt::format("cannot write all that the steps print to {}", target_)};
+    const std::string trouble = restore();
+    if (!trouble.empty()) throw FileError{fmt::format("cannot write {}: {}", target_, trouble)};
 }
 
 ReportFile::ReportFile(const std::string& name, int output) : name_(name)

@@ -23,7 +23,7 @@ class StepOutput
     void end();
 
   private:
-    bool restore();
+    std::string restore();  // what went wrong
 
     std::string target_;
     int original_;

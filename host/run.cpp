@@ -98,7 +98,8 @@ int run(const RunOptions& options)
     facts.warnedBefore = warnings.texts;
     releaseInterrupts();
     // A file that the user named for it is looked at below.
-    if (facts.outputDeserted || options.stepOutput.empty()) judgeOutput(facts, options.strict);
+    if (facts.outputDeserted || options.stepOutput.empty() || options.stepOutput == "-")
+        judgeOutput(facts, options.strict);
     judgeTroubles(facts, pipeline, options.strict);
     noteFailure(facts, [&] { stepOutput.end(); });
     noteFailure(facts, [&] { report.write(reportText(facts)); });
