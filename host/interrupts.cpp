@@ -26,10 +26,29 @@ std::atomic<int> interruptsSeen = 0;
 std::atomic<bool> noted = false;  // else they end the program at once
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
+std::atomic<const std::filesystem::path::value_type*> unfinishedFile = nullptr;
+
 // Time to finish after the second interrupt.
 constexpr int kLastMs = 1500;
 
 }  // namespace
+
+void setUnfinishedFile(const std::filesystem::path::value_type* path)
+{
+    unfinishedFile = path;
+}
+
+void endAtOnce(int code) noexcept
+{
+    const auto* path = unfinishedFile.load();
+#ifdef _WIN32
+    if (path != nullptr) DeleteFileW(path);
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(code));
+#else
+    if (path != nullptr) ::unlink(path);
+#endif
+    std::_Exit(code);
+}
 
 bool interrupted()
 {
@@ -52,7 +71,7 @@ BOOL WINAPI onConsoleEvent(DWORD event)
 {
     const int before = interruptsSeen++;
     if (before > 0 && noted) Sleep(kLastMs);
-    if (before > 0 || !noted) TerminateProcess(GetCurrentProcess(), kInterrupted);
+    if (before > 0 || !noted) endAtOnce(kInterrupted);
     SetEvent(wake);
     // When the console closes or the user leaves, the system ends the program as soon as this returns.
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
@@ -82,7 +101,7 @@ timespec firstAt = {};
 
 extern "C" void endNow(int)
 {
-    _exit(kInterrupted);
+    endAtOnce(kInterrupted);
 }
 
 // A program that stops another one may send the same signal to it and to its group.
@@ -97,7 +116,7 @@ bool isSameInterrupt()
 extern "C" void noteInterrupt(int)
 {
     const int before = errno;
-    if (!noted) _exit(kInterrupted);
+    if (!noted) endAtOnce(kInterrupted);
     if (interruptsSeen == 0) {
         ::clock_gettime(CLOCK_MONOTONIC, &firstAt);
         interruptsSeen = 1;
@@ -105,7 +124,7 @@ extern "C" void noteInterrupt(int)
     } else if (interruptsSeen == 1 && !isSameInterrupt()) {
         interruptsSeen = 2;
         const itimerval last = {{}, {kLastMs / 1000, kLastMs % 1000 * 1000}};
-        if (::setitimer(ITIMER_REAL, &last, nullptr) != 0) _exit(kInterrupted);
+        if (::setitimer(ITIMER_REAL, &last, nullptr) != 0) endAtOnce(kInterrupted);
     }
     errno = before;
 }

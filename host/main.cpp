@@ -38,7 +38,7 @@ int fail(int code, std::string_view message) noexcept
     // There may have been no memory for the exception itself.
     if (ending.test_and_set() || !std::current_exception()) {
         descriptor::writeAll(descriptor::kErrors, "scansteps: error: out of memory\n");
-        std::_Exit(kFileFailed);
+        endAtOnce(kFileFailed);
     }
     const char* message = "unexpected end";
     try {
@@ -47,7 +47,7 @@ int fail(int code, std::string_view message) noexcept
         message = "out of memory";
     } catch (...) {
     }
-    std::_Exit(fail(kFileFailed, message));
+    endAtOnce(fail(kFileFailed, message));
 }
 
 // Before everything else, the making of static objects included.

@@ -109,7 +109,7 @@ void ReportFile::openTemporary(bool exists)
         file_ = descriptor::open(utf8FromPath(temporary_), true);
         if (file_ < 0 && errno != EEXIST) break;
     }
-    if (file_ >= 0) return;
+    if (file_ >= 0) return setUnfinishedFile(temporary_.c_str());
     temporary_.clear();
     if (exists) file_ = descriptor::open(name_, false);  // in a folder that takes no new files
     if (file_ < 0) throw FileError{cannot("write", name_)};
@@ -117,6 +117,7 @@ void ReportFile::openTemporary(bool exists)
 
 ReportFile::~ReportFile()
 {
+    setUnfinishedFile(nullptr);
     if (file_ < 0) return;
     descriptor::close(file_);
     std::error_code error;

@@ -142,7 +142,7 @@ namespace {
 {
     constexpr std::string_view kText = "scansteps: error: out of memory while the step library was loaded\n";
     [[maybe_unused]] const auto written = ::write(STDERR_FILENO, kText.data(), kText.size());
-    std::_Exit(kFileFailed);
+    endAtOnce(kFileFailed);
 }
 
 }  // namespace

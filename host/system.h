@@ -44,6 +44,11 @@ class SharedLibrary
 /// "libscansteps.so" or "scansteps.dll".
 const char* libraryFileName();
 
+/// A file that endAtOnce() removes, or null. The path stays the caller's.
+void setUnfinishedFile(const std::filesystem::path::value_type* path);
+/// Ends the program without cleaning up but for that file. For signal handlers, too.
+[[noreturn]] void endAtOnce(int code) noexcept;
+
 /// From now on an interrupt (Ctrl-C, SIGTERM, SIGHUP, closing the console) is noted instead of ending the
 /// program. After a second one the program has 1.5 seconds left. Signals that were ignored stay ignored.
 void catchInterrupts();
