@@ -156,7 +156,7 @@ class Recorder
         try {
             work();
         } catch (const char* text) {
-            throw FileError{fmt::format("{}: {}", text, file_->reason())};
+            throw FileError{fmt::format("{}: {}: {}", file_->path(), text, file_->reason())};
         }
     }
 

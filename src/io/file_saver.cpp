@@ -4,6 +4,7 @@
 #include "framework/step_factory.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
+#include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
 namespace scansteps {
@@ -75,7 +76,8 @@ void FileSaver::flush(varitype& params)
             const std::unique_ptr<BIOfs> file = std::move(file_);
             if (!file) return;
             // A run that never began does not replace the recording of one that did.
-            if (!hasBegun_ && !canBegin_ && file->willReplace()) return;
+            const bool neverBegan = !hasBegun_ && (!canBegin_ || hostInterrupted());
+            if (neverBegan && file->willReplace()) return;
             if (!hasBegun_) file->commit();
             writeRecord(*file, params);
             file->close();

@@ -130,11 +130,9 @@ TEST(FileSaver, LeavesTheOldRecordingAloneUntilTheRunBegins)
         bool isFlushed;
         std::size_t records;  // 0: the old recording is still there
     } cases[] = {
-        {"frame", sized, "cstrip", false, 2},
-        {"no frame", sized, "cstrip", true, 2},
-        {"given up", sized, "cstrip", false, 0},
-        {"no source", sizeless, "cstrip", true, 0},
-        {"1004 of a step after it", misfit, "cbuff", true, 0},
+        {"frame", sized, "cstrip", false, 2},      {"no frame", sized, "cstrip", true, 2},
+        {"given up", sized, "cstrip", false, 0},   {"no source", sizeless, "cstrip", true, 0},
+        {"interrupted", sized, "cstrip", true, 0}, {"1004 of a step after it", misfit, "cbuff", true, 0},
     };
     for (const auto& [what, init, then, isFlushed, records] : cases) {
         SCOPED_TRACE(what);
@@ -160,6 +158,7 @@ TEST(FileSaver, LeavesTheOldRecordingAloneUntilTheRunBegins)
             if (!isFlushed && records != 0) {
                 EXPECT_EQ(recordsOf(dir / "run.rec").size(), records);
             }
+            chain.isInterrupted = std::string(what) == "interrupted";
             if (isFlushed) chain.flush();
         }
         const std::string now = readFile(dir / "run.rec");

@@ -56,11 +56,12 @@ class Chain
     explicit Chain(const std::vector<std::string>& kinds) : end_(*this)
     {
         fillFreeHandles(table_);
-        services_.context = &notices;
-        services_.notify = [](void* kept, const Notice& notice) {
-            static_cast<std::vector<KeptNotice>*>(kept)->push_back(
+        services_.context = this;
+        services_.notify = [](void* chain, const Notice& notice) {
+            static_cast<Chain*>(chain)->notices.push_back(
                 {notice.trouble, notice.step, notice.file, notice.reason});
         };
+        services_.interrupted = [](void* chain) { return static_cast<Chain*>(chain)->isInterrupted; };
         installHostServices(table_, &services_);
         set_handles(&table_);
         for (const auto& kind : kinds) steps_.push_back(createStep(kind));
@@ -123,6 +124,7 @@ class Chain
 
     std::vector<Arrived> arrived;
     std::vector<KeptNotice> notices;
+    bool isInterrupted = false;
 
   private:
     class End final : public cChain
