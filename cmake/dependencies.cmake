@@ -2,7 +2,6 @@
 find_package(Threads REQUIRED)
 find_package(JPEG REQUIRED)
 find_package(Imath CONFIG REQUIRED)
-find_package(OpenMP REQUIRED COMPONENTS CXX)
 find_package(Eigen3 CONFIG REQUIRED)
 find_package(fmt CONFIG REQUIRED)
 find_package(nlohmann_json CONFIG REQUIRED)

@@ -55,7 +55,7 @@ target_include_directories(scansteps_steps PUBLIC ${PROJECT_SOURCE_DIR}/src)
 target_compile_definitions(scansteps_steps PRIVATE SCANSTEPS_VERSION="${PROJECT_VERSION}")
 target_link_libraries(scansteps_steps
   PUBLIC scansteps-core
-  PRIVATE scansteps_flags hwy::hwy JPEG::JPEG Threads::Threads OpenMP::OpenMP_CXX Eigen3::Eigen Imath::Imath)
+  PRIVATE scansteps_flags hwy::hwy JPEG::JPEG Threads::Threads Eigen3::Eigen Imath::Imath)
 
 if(WIN32)
   target_link_libraries(scansteps_steps PRIVATE avicap32)

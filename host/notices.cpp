@@ -37,6 +37,8 @@ std::string troubleText(const TroubleFacts& facts)
             return fmt::format(
                 "no mesh and no point cloud arrived: {}",
                 facts.first.file.empty() ? "nothing was written" : facts.first.file + " was not written");
+        case Trouble::ModelNotWritten:
+            return counted("model", "not written: ");
         default:
             return facts.first.text();
     }

@@ -18,6 +18,7 @@ enum class Trouble : std::uint32_t
     RecordNotSent = 4,      ///< a record was not sent, for lack of a connection
     NoModel = 5,            ///< a run of a model step brought no mesh and no point cloud
     FileFailed = 6,         ///< file, if any, and reason of the error that the step is about to raise
+    ModelNotWritten = 7,    ///< the file of a model could not be opened; the step goes on with the next event
 };
 
 /// The texts are read during the call only; none is null, each may be empty.

@@ -10,6 +10,7 @@
 #include "framework/step_factory.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
+#include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
 namespace scansteps {
@@ -22,7 +23,7 @@ template <class Model>
 void savePly(const std::string& name, const Model& model)
 {
     AtomicFile file(name);
-    if (!file.isOpen()) return;
+    if (!isModelOpen(file)) return;
     writePly(file, model);
     file.commit();
 }
@@ -39,7 +40,7 @@ void checkTexture(const TextureSettings& settings)
 void saveStl(const std::string& name, const Mesh& mesh)
 {
     AtomicFile file(name);
-    if (!file.isOpen()) return;
+    if (!isModelOpen(file)) return;
     print::field(std::int64_t{kStlEntrySize}, " sizeof(STLEntry)\n");
     const IndexRange met = writeStl(file, mesh);
     file.commit();
@@ -83,11 +84,28 @@ void CpuPly::process(varitype& params)
     StepTimer timer(*this);
     if (params.has("tria"))
         writeMesh(params);
-    else if (params.has("pns") && format_ == Format::Ply)
-        savePly(name_, cloudOf(params));
+    else if (params.has("pns"))
+        writeCloud(params);
+    hasMetModel_ |= params.has("tria") || params.has("pns");
     varitype record = copyRecord(params);
     timer.stop();
     forward(*this, record);
+}
+
+void CpuPly::flush(varitype& params)
+{
+    if (!hasMetModel_) notifyHost(Trouble::NoModel, getName(), name_.c_str(), "");
+    hasMetModel_ = false;
+    CPUBase::flush(params);
+}
+
+void CpuPly::writeCloud(const varitype& params)
+{
+    if (format_ == Format::Ply)
+        savePly(name_, cloudOf(params));
+    else
+        notifyHost(Trouble::ModelNotWritten, getName(), name_.c_str(),
+                   "point clouds are written as PLY only");
 }
 
 void CpuPly::writeMesh(const varitype& params) const

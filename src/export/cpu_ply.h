@@ -15,6 +15,8 @@ class CpuPly final : public CPUBase
     const char* getName() override { return "CpuPly"; }
     void init(varitype& params) override;
     void process(varitype& params) override;
+    /// Tells the host when no model has come since the last flush.
+    void flush(varitype& params) override;
 
     enum class Format
     {
@@ -31,10 +33,12 @@ class CpuPly final : public CPUBase
 
   private:
     void writeMesh(const varitype& params) const;
+    void writeCloud(const varitype& params);
 
     std::string name_ = "out.ply";
     Format format_ = Format::Ply;
     TextureSettings texture_;
+    bool hasMetModel_ = false;
 };
 
 }  // namespace scansteps

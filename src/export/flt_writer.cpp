@@ -195,7 +195,7 @@ bool saveFlt(const std::string& path, const TexturedModel& model)
     const bool textured = !model.pictures.empty() && !mesh.pixels.empty();
     const std::string base = baseName(path, ".flt", ".FLT");
     AtomicFile file(path);
-    if (!file.isOpen()) return false;
+    if (!isModelOpen(file)) return false;
     std::vector<std::unique_ptr<AtomicFile>> pages;
     if (textured) pages = writePages(model, layout, folderOf(path) + base);
     writeHeader(file);

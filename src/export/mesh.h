@@ -16,6 +16,7 @@ struct Mesh
     std::span<const float> colours;          ///< red, green, blue (0 to 255) of M triangles, or empty
     std::span<const float> pixels;           ///< column, row of N vertices in their source images, or empty
     std::span<const std::int32_t> views;     ///< source image of N vertices or of M triangles, or empty
+    bool viewsOfTriangles = false;           ///< which of the two
 
     std::size_t vertexCount() const { return vertices.size() / 3; }
     std::size_t triangleCount() const { return indices.size() / 3; }

@@ -22,6 +22,15 @@ PictureView pictureOf(const Array& array, std::size_t number)
             static_cast<int>(array.dim(1))};
 }
 
+// 1 x N x 1: one for each vertex; N x 1 x 1: one for each triangle.
+void addViews(const varitype& tria, Mesh& mesh)
+{
+    mesh.views = intList(tria, "Views");
+    const varitype entry = tria["Views"];
+    const Array& array = entry.as<Array>();
+    mesh.viewsOfTriangles = mesh.views.size() == 1 ? mesh.triangleCount() == 1 : array.dim(1) == 1;
+}
+
 }  // namespace
 
 Mesh meshOf(const varitype& params, bool needColours)
@@ -32,7 +41,7 @@ Mesh meshOf(const varitype& params, bool needColours)
     mesh.indices = indexTuples(tria, "Indices", 3);
     if (needColours || tria.has("Tricolors")) mesh.colours = floatTuples(tria, "Tricolors", 3);
     if (tria.has("Pixels")) mesh.pixels = floatTuples(tria, "Pixels", 2);
-    if (tria.has("Views")) mesh.views = intList(tria, "Views");
+    if (tria.has("Views")) addViews(tria, mesh);
     return mesh;
 }
 

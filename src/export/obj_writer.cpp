@@ -184,7 +184,7 @@ bool saveObj(const std::string& path, const TexturedModel& model)
     const std::string base = baseName(path, ".obj", ".OBJ");
     const std::string pathBase = folderOf(path) + base;
     AtomicFile file(path), materials(pathBase + ".mtl");
-    if (!file.isOpen() || !materials.isOpen()) return false;
+    if (!isModelOpen(file) || !isModelOpen(materials)) return false;
     clock.stage();
     const auto pages = writePages(model, layout, pathBase);
     clock.stage();

@@ -4,6 +4,7 @@
 #include "framework/print.h"
 #include "io/jpeg_file.h"
 #include "scansteps/error.h"
+#include "scansteps/host_services.h"
 
 namespace scansteps {
 
@@ -72,6 +73,7 @@ std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, 
         auto file = std::make_unique<AtomicFile>(name);
         if (!file->isOpen()) {
             print::fileTrouble("can't open ", name);
+            notifyHost(Trouble::PictureNotWritten, "CpuPly", name.c_str(), file->reason().c_str());
             continue;
         }
         const TexturePage page = makePage(model, layout, number);
@@ -81,6 +83,13 @@ std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, 
         files.push_back(std::move(file));
     }
     return files;
+}
+
+bool isModelOpen(const AtomicFile& file)
+{
+    if (!file.isOpen())
+        notifyHost(Trouble::ModelNotWritten, "CpuPly", file.path().c_str(), file.reason().c_str());
+    return file.isOpen();
 }
 
 void commitModel(const std::vector<std::unique_ptr<AtomicFile>>& pages,

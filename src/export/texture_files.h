@@ -39,6 +39,9 @@ TextureLayout layOut(const TexturedModel& model);
 std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, const TextureLayout& layout,
                                                     const std::string& pathBase);
 
+/// Whether the file of a model is open; the host is told when it is not.
+bool isModelOpen(const AtomicFile& file);
+
 /// Commits the pages and the rest of the model as one.
 void commitModel(const std::vector<std::unique_ptr<AtomicFile>>& pages,
                  std::initializer_list<AtomicFile*> rest);

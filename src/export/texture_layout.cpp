@@ -27,12 +27,13 @@ void checkPixelCount(const Mesh& mesh)
 class Views
 {
   public:
-    Views(const Mesh& mesh, std::size_t pictures)
-        : mesh_(mesh), byVertex_(mesh.views.size() == mesh.vertexCount())
+    Views(const Mesh& mesh, std::size_t pictures) : mesh_(mesh)
     {
-        if (!byVertex_ && mesh.views.size() != mesh.triangleCount())
-            failf("\"Views\" has %zu values for %zu vertices and %zu triangles", mesh.views.size(),
-                  mesh.vertexCount(), mesh.triangleCount());
+        const std::size_t count = mesh.viewsOfTriangles ? mesh.triangleCount() : mesh.vertexCount();
+        if (mesh.views.size() != count)
+            failf("\"Views\" has %zu values for %zu %s", mesh.views.size(), count,
+                  mesh.viewsOfTriangles ? "triangles (an array of 1 x N x 1 is for vertices)"
+                                        : "vertices (an array of N x 1 x 1 is for triangles)");
         for (std::size_t i = 0; i < mesh.views.size(); ++i)
             if (mesh.views[i] < 0 || static_cast<std::size_t>(mesh.views[i]) >= pictures)
                 failf("\"Views\": entry %zu is %d, but there are %zu images", i, mesh.views[i], pictures);
@@ -40,7 +41,7 @@ class Views
 
     int of(std::size_t triangle) const
     {
-        if (!byVertex_) return mesh_.views[triangle];
+        if (mesh_.viewsOfTriangles) return mesh_.views[triangle];
         const std::uint32_t* corner = &mesh_.indices[3 * triangle];
         const int view = mesh_.views[corner[0]];
         if (mesh_.views[corner[1]] != view || mesh_.views[corner[2]] != view)
@@ -50,7 +51,6 @@ class Views
 
   private:
     const Mesh& mesh_;
-    bool byVertex_;
 };
 
 void checkInside(const Mesh& mesh, std::uint32_t vertex, const PictureView& picture)

@@ -73,11 +73,10 @@ constexpr std::array cannySettings{
 };
 constexpr SettingInfo cannyClear =
     optionalInt("OCV.clear", 0, "not 0: the frame is cleared before edges are drawn");
-constexpr SettingInfo canny5Debug =
-    optionalInt("canny5.debug", 0, "not 0: the stable regions of every frame are counted and printed");
+constexpr SettingInfo canny5Debug = optionalInt("canny5.debug", 0, "kept, without effect");
 constexpr std::array cornerSettings{
     optionalInt("corner.bucket", 0, "0: the strongest features of every 16 x 16 pixels; else of the frame"),
-    optionalInt("corner.mode", 0, "not 0: the stable regions of every frame are counted and printed"),
+    optionalInt("corner.mode", 0, "kept, without effect"),
     optionalInt("corner.corner", 0, "response: 0 corners (smaller eigenvalue), else blobs (Hessian)"),
     optionalInt("corner.density", 4, "features a bucket; 0 and less count as 4"),
     optionalInt("corner.threshold", 40, "least score, on the scale of grey levels").hint(5, 300),

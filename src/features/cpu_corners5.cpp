@@ -1,11 +1,13 @@
 #include "features/cpu_corners5.h"
 
+#include <climits>
 #include <cstddef>
+#include <exception>
 #include <new>
+#include <thread>
 
 #include "features/feature_record.h"
 #include "features/frame_meaning.h"
-#include "features/mser.h"
 #include "framework/embedded_frame.h"
 #include "framework/print.h"
 #include "framework/step_factory.h"
@@ -17,6 +19,36 @@
 namespace scansteps {
 
 SCANSTEPS_STEP(CpuCorners5)
+
+namespace {
+
+constexpr int kLeastArea = 9, kMostArea = 1024;  // of the regions that are counted, in pixels
+
+std::unique_ptr<MSER> makeMser(std::int64_t pixels)
+{
+    if (pixels < kMostArea || pixels > INT_MAX) return nullptr;
+    const int area = int(pixels);
+    return std::make_unique<MSER>(1, MSER::fractionOf(kLeastArea, area), MSER::fractionOf(kMostArea, area),
+                                  0.2, 0.33, true);
+}
+
+/// Runs work(0) and work(1), neither of which throws, at the same time where a second thread is to be had.
+template <class Work>
+void runBoth(Work work)
+{
+    std::thread second;
+    try {
+        second = std::thread([&work] { work(1); });
+    } catch (const std::exception&) {
+    }
+    work(0);
+    if (second.joinable())
+        second.join();
+    else
+        work(1);
+}
+
+}  // namespace
 
 void CpuCorners5::init(varitype& params)
 {
@@ -39,7 +71,10 @@ void CpuCorners5::init(varitype& params)
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
     pending_.clear();
     frames_.create(width_, height_, 2, code);
-    for (Worker& worker : workers_) worker = Worker{};
+    for (Worker& worker : workers_) {
+        worker = Worker{};
+        worker.mser = makeMser(std::int64_t{width_} * height_);
+    }
     forward(*this, params);
 }
 
@@ -87,18 +122,21 @@ void CpuCorners5::processPending()
     for (int i = 0; i < count; ++i)
         frames[std::size_t(i)] =
             samples16(*this, frames_.pixels(std::size_t(i)), frames_.width(), frames_.height());
-#pragma omp parallel for num_threads(2) schedule(static, 1) if (count == 2)
-    for (int i = 0; i < count; ++i) {
-        Worker& worker = workers_[std::size_t(i)];
+    const auto workOn = [&](std::size_t i) {
+        Worker& worker = workers_[i];
         worker.error = nullptr;
         try {
-            work(worker, frames[std::size_t(i)]);
+            work(worker, frames[i]);
         } catch (const char* text) {
             worker.error = text;
         } catch (const std::bad_alloc&) {
             worker.error = "CpuCorners5: out of memory";
         }
-    }
+    };
+    if (count == 2)
+        runBoth(workOn);
+    else
+        workOn(0);
     for (int i = 0; i < count; ++i) {
         report(workers_[std::size_t(i)], records[std::size_t(i)]);
         records[std::size_t(i)].set("handle", frames_.handle(std::size_t(i)));
@@ -119,19 +157,24 @@ void CpuCorners5::work(Worker& worker, std::span<const std::uint16_t> frame) con
         worker.indices.push_back(std::int32_t(i));
     }
     worker.dropped = found.size() - worker.features.size();
-    worker.regions = 0;
-    const int area = width_ * height_;
-    if (mode_ == 0 || area <= 9) return;
-    std::vector<Region> regions;
-    MSER(1, MSER::fractionOf(9, area), MSER::fractionOf(1024, area), 0.2, 0.33, true)
-    (worker.grey.samples, width_, height_, regions);
-    worker.regions = regions.size();
+    findRegions(worker, frame);
+}
+
+void CpuCorners5::findRegions(Worker& worker, std::span<const std::uint16_t> frame) const
+{
+    worker.found.clear();
+    if (!worker.mser) return;
+    const bool isClamped = video_ != 0;
+    if (!isClamped) frame16ToBytes(frame, width_, height_, meaning_, worker.clamped);
+    (*worker.mser)((isClamped ? worker.grey : worker.clamped).samples, width_, height_, worker.found);
 }
 
 void CpuCorners5::report(const Worker& worker, varitype& record) const
 {
     if (worker.error != nullptr) fail(worker.error);
+    const auto reportRegions = [&] { print::field(std::int64_t(worker.found.size()), " regions.size()\n"); };
     if (worker.features.empty()) {
+        reportRegions();
         print::text("too small \"too small\"\n");
         fail("too small");
     }
@@ -140,7 +183,7 @@ void CpuCorners5::report(const Worker& worker, varitype& record) const
     print::field(32767, " RAND_MAX\n");
     print::field(std::int64_t(worker.features.size()), " refs.size()\n");
     if (worker.dropped != 0) print::field(std::int64_t(worker.dropped), " cntErrors\n");
-    if (mode_ != 0) print::field(std::int64_t(worker.regions), " regions.size()\n");
+    reportRegions();
 }
 
 }  // namespace scansteps

@@ -3,10 +3,12 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "features/corners.h"
 #include "features/frame_bytes.h"
+#include "features/mser.h"
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
@@ -26,21 +28,23 @@ class CpuCorners5 final : public CPUBase
     struct Worker
     {
         CornerDetector detector;
-        GreyImage grey;
+        GreyImage grey, clamped;
+        std::unique_ptr<MSER> mser;  // none where a region of kMostArea has no room
+        std::vector<Region> found;
         std::vector<CornerFeature> features;
         std::vector<std::int32_t> indices;
         std::size_t dropped = 0;
-        std::size_t regions = 0;
         const char* error = nullptr;
     };
 
     void processPending();
     void work(Worker& worker, std::span<const std::uint16_t> frame) const;
+    void findRegions(Worker& worker, std::span<const std::uint16_t> frame) const;
     void report(const Worker& worker, varitype& record) const;
 
     int width_ = 0, height_ = 0;
     CornerSettings settings_;
-    int mode_ = 0, video_ = 1, cpuBase_ = 0;
+    int mode_ = 0, video_ = 1, cpuBase_ = 0;  // mode and base are kept, without effect
     Frame16 meaning_ = Frame16::Offset;
     TextureSet frames_;
     std::array<Worker, 2> workers_;

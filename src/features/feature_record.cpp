@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "scansteps/error.h"
+#include "scansteps/tuples.h"
 
 namespace scansteps {
 namespace {
@@ -46,9 +47,15 @@ std::vector<CornerFeature> featuresOf(const varitype& record)
         fail("vertAttr: not an array of 16 unsigned words a feature");
     std::vector<CornerFeature> features(array.dim(1));
     if (!features.empty()) std::memcpy(features.data(), words.data(), words.size_bytes());
+    const auto places = floatTuples(record, "vert", 2);
+    if (places.size() != 2 * features.size()) fail("vert: not as many places as vertAttr has features");
+    for (std::size_t i = 0; i < features.size(); ++i) {
+        features[i].x = places[2 * i];
+        features[i].y = places[2 * i + 1];
+    }
     for (const CornerFeature& f : features)
         if (!(std::abs(f.x) < 1e6F && std::abs(f.y) < 1e6F && f.size > 0 && f.size < 1e6F))
-            fail("vertAttr: a feature without a place");
+            fail("vert, vertAttr: a feature without a place");
     return features;
 }
 

@@ -22,7 +22,8 @@ void insertFeatures(varitype& record, std::span<const CornerFeature> features,
 /// True when the record holds "vertAttr".
 bool holdsFeatures(const varitype& record);
 
-/// The features of "vertAttr". Throws when it is no unsigned int array of 16 words a row, or when a feature's
+/// The features of "vertAttr" at the positions in "vert", which steps between may have changed. Throws when
+/// they are no unsigned int array of 16 words a row and one pair of floats for each, or when a feature's
 /// numbers are not finite.
 std::vector<CornerFeature> featuresOf(const varitype& record);
 

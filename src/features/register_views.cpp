@@ -13,6 +13,7 @@ namespace {
 constexpr int kLeastInliers = 10;
 constexpr int kSteps = 8;  // of each alignment, at most
 constexpr double kMostDeviation = 1.5;
+constexpr double kLeastOfPhotographs = 0.6;
 constexpr double kLeastOfEdges = 0.25;  // of drawn edges: others are found in every view
 
 std::pmr::vector<PointPair> pairsOf(const std::vector<Match>& matches, const PreparedView& first,
@@ -46,6 +47,24 @@ Eigen::Matrix3d doubled(const Eigen::Matrix3d& motion)
     return up * motion * down;
 }
 
+// Edges as steps draw them, black and white, that are not the same pixels in every view.
+double leastCorrelationOf(GreyView image)
+{
+    for (int y = 0; y < image.height; ++y) {
+        const std::span row(image.row(y), std::size_t(image.width));
+        if (std::any_of(row.begin(), row.end(), [](std::uint8_t v) { return v != 0 && v != 255; }))
+            return kLeastOfPhotographs;
+    }
+    return kLeastOfEdges;
+}
+
+int countAgreeing(const std::vector<Match>& matches, const PreparedView& first, const PreparedView& second,
+                  const Eigen::Matrix3d& motion)
+{
+    return int(std::count_if(matches.begin(), matches.end(),
+                             [&](const Match& m) { return agrees(m, first, second, motion); }));
+}
+
 }  // namespace
 
 CornerSettings registrationCorners()
@@ -62,6 +81,7 @@ void prepareView(CornerDetector& detector, GreyView image, const CornerSettings&
     detector.smoothLevel(0, view.full);
     detector.smoothLevel(2, view.half);
     steepestPixels(view.full.view(), view.support);
+    view.leastCorrelation = leastCorrelationOf(image);
 }
 
 void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedView& view)
@@ -75,6 +95,7 @@ void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedVi
         binomial5(small.view(), view.half);
     }
     steepestPixels(view.full.view(), view.support);
+    view.leastCorrelation = leastCorrelationOf(image);
 }
 
 void compareEdges(const Polylines& lines, PreparedView& view)
@@ -100,13 +121,18 @@ bool agrees(const Match& match, const PreparedView& first, const PreparedView& s
 }
 
 void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
-                   Registration& result, Scratch scratch)
+                   Registration& result, Scratch scratch, const Eigen::Matrix3d* initial)
 {
     result = Registration{.matches = std::move(result.matches)};
     matchFeatures(first.index, second.index, 90, result.matches, scratch);
     const auto pairs = pairsOf(result.matches, first, second, scratch);
-    const MotionEstimate rough =
-        estimateMotion(pairs, model, first.full.width, first.full.height, 1, scratch);
+    MotionEstimate rough = estimateMotion(pairs, model, first.full.width, first.full.height, 1, scratch);
+    if (initial != nullptr) {
+        const int agreeing = countAgreeing(result.matches, first, second, *initial);
+        const bool isBetter =
+            rough.inliers == 0 || agreeing >= countAgreeing(result.matches, first, second, rough.motion);
+        if (isBetter) rough = {.motion = *initial, .inliers = agreeing};
+    }
     if (rough.inliers < kLeastInliers) return;
 
     std::pmr::vector<SupportPoint> coarse(scratch);
@@ -121,9 +147,8 @@ void registerViews(const PreparedView& first, const PreparedView& second, Motion
     if (fine.correlation < std::min(first.leastCorrelation, second.leastCorrelation) ||
         fine.deviation > kMostDeviation)
         return;
-    int inliers = 0;
     const Eigen::Matrix3d motion = fine.motion / fine.motion(2, 2);
-    for (const Match& m : result.matches) inliers += agrees(m, first, second, motion);
+    const int inliers = countAgreeing(result.matches, first, second, motion);
     if (inliers < kLeastInliers) return;
     result.motion = motion;
     result.inliers = inliers;

@@ -48,9 +48,10 @@ void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedVi
 /// Registers `second` against `first`, views of the same size; keeps the memory of `result`. Not trusted, and
 /// therefore the identity with 0 inliers, is a motion that fewer than 10 matches support, whose corners are
 /// expected to be off by more than 1.5 pixels, or under which the grey values at the support points correlate
-/// too little.
+/// too little. The search starts at `initial`, an estimate from elsewhere, when at least as many matches
+/// agree with it as with the one made from them.
 void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
-                   Registration& result, Scratch scratch = {});
+                   Registration& result, Scratch scratch = {}, const Eigen::Matrix3d* initial = nullptr);
 inline Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)
 {
     Registration result;

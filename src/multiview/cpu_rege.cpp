@@ -37,7 +37,7 @@ class RegisteringStep : public CPUBase
     {
         FrameScope frame(*this, params, in_, FrameCheck::Samples16);
         const auto samples = frame.input<std::uint16_t>();
-        const ViewPlace place = sequence_.add(prepared(samples, frame.record()));
+        const ViewPlace place = sequence_.add(prepared(samples, frame.record()), motionOf(frame.record()));
         print::field(std::int64_t(place.matches.size()), " matches.size()\n");
         print::field(place.inliers, " inliers\n");
         report(place, frame.record());
@@ -77,15 +77,16 @@ class RegisteringStep : public CPUBase
         return view;
     }
 
+    // Entries of an earlier registration give way.
     static void report(const ViewPlace& place, varitype& record)
     {
-        record.insert("transform", matrixArray(place.transform));
-        record.insert("inliers", place.inliers);
-        record.insert("matches", matchArray(place.matches));
-        record.insert("view", place.number);
-        record.insert("reference", place.reference);
-        record.insert("first", place.first);
-        record.insert("toFirst", matrixArray(place.toFirst));
+        record.set("transform", matrixArray(place.transform));
+        record.set("inliers", place.inliers);
+        record.set("matches", matchArray(place.matches));
+        record.set("view", place.number);
+        record.set("reference", place.reference);
+        record.set("first", place.first);
+        record.set("toFirst", matrixArray(place.toFirst));
     }
 
     int width_ = 0, height_ = 0;

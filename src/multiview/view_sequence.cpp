@@ -37,7 +37,7 @@ void ViewSequence::attach(const Held& to, const Registration& motion, const Prep
     place.matches = matchesOf(motion, to.view, view);
 }
 
-ViewPlace ViewSequence::add(PreparedView view)
+ViewPlace ViewSequence::add(PreparedView view, const std::optional<Eigen::Matrix3d>& initial)
 {
     ViewPlace place;
     place.number = place.first = ++count_;
@@ -45,7 +45,11 @@ ViewPlace ViewSequence::add(PreparedView view)
     int inliers = 0;
     for (std::size_t i = held_.size(); i-- > 0;) {
         const Held& earlier = held_[i];
-        registerViews(earlier.view, view, model_, motion_, memory_.get());
+        // The estimate leads from the view before: from others of its sequence by way of that one.
+        Eigen::Matrix3d start;
+        const bool hasStart = initial && earlier.first == held_.back().first;
+        if (hasStart) start = normalised(*initial * held_.back().toFirst.inverse() * earlier.toFirst);
+        registerViews(earlier.view, view, model_, motion_, memory_.get(), hasStart ? &start : nullptr);
         const Registration& motion = motion_;
         if (i + 1 == held_.size()) {
             place.transform = motion.motion;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "features/register_views.h"
@@ -47,7 +48,8 @@ class ViewSequence
     {
     }
 
-    ViewPlace add(PreparedView view);
+    /// `initial`, if there is one, is an estimate of ViewPlace::transform.
+    ViewPlace add(PreparedView view, const std::optional<Eigen::Matrix3d>& initial = std::nullopt);
 
   private:
     struct Held

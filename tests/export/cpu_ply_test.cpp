@@ -69,15 +69,6 @@ struct CpuPlyTest : testing::Test
         chain.init({{"export", Struct{{"name", name.empty() ? name : dir / name}}},
                     {"export_obj", Struct{{"image_width", width}}}});
     }
-    std::vector<std::string> files() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry :
-             std::filesystem::directory_iterator(std::filesystem::path(dir / "x").parent_path()))
-            names.push_back(entry.path().filename().string());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
 };
 
 TEST(CpuPly, formatIsChosenByTheLastHit)
@@ -103,7 +94,7 @@ TEST_F(CpuPlyTest, everyShapeOfTriplesGivesTheSameFiles)
             EXPECT_FALSE(bytes.empty());
             EXPECT_EQ(first.try_emplace(name, bytes).first->second, bytes) << name << " " << flat;
         }
-    EXPECT_THAT(files(), testing::ElementsAre("a.flt", "a.jpg", "a.mtl", "a.obj", "a.ply", "a.stl"));
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.flt", "a.jpg", "a.mtl", "a.obj", "a.ply", "a.stl"));
 }
 
 TEST_F(CpuPlyTest, eventPassesOnWithItsModel)
@@ -123,7 +114,7 @@ TEST_F(CpuPlyTest, cloudsAreWrittenAsPlyOnly)
         init(name);
         chain.process(nullptr, cloudRecord());
     }
-    EXPECT_TRUE(files().empty());
+    EXPECT_TRUE(dir.names().empty());
     init("a.ply");
     chain.process(nullptr, cloudRecord());
     EXPECT_THAT(test::readFile(dir / "a.ply"), testing::EndsWith("end_header\n1 2 3 4 5 6 \n"));
@@ -142,7 +133,7 @@ TEST_F(CpuPlyTest, meshGoesBeforeCloudAndOtherEventsWriteNothing)
     chain.process();
     init("missing/d.ply");
     chain.process(nullptr, recordOf(test::tetrahedron()));
-    EXPECT_THAT(files(), testing::ElementsAre("a.ply"));
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.ply"));
     EXPECT_EQ(chain.arrived.size(), 8U);
 }
 
@@ -160,7 +151,7 @@ TEST_F(CpuPlyTest, emptyNameIsOutPly)
     init("");
     chain.process(nullptr, cloudRecord());
     std::filesystem::current_path(before);
-    EXPECT_THAT(files(), testing::ElementsAre("out.ply"));
+    EXPECT_THAT(dir.names(), testing::ElementsAre("out.ply"));
 }
 
 TEST_F(CpuPlyTest, picturesAsBytesAndByHandle)
@@ -185,6 +176,46 @@ TEST_F(CpuPlyTest, picturesAsBytesAndByHandle)
     }
     EXPECT_GT(reds, 600U);  // two parts of 20 x 30 pixels and their borders
     EXPECT_GT(blues, 600U);
+}
+
+// Four vertices and four triangles: only the shape tells what the pictures are given for.
+TEST_F(CpuPlyTest, shapeOfViewsTellsWhatTheyAreFor)
+{
+    test::Model model = test::tetrahedron();
+    model.pixels.assign(8, 1.0F);
+    model.views = {0, 1, 1, 1};
+    Struct record = recordOf(model);
+    const Struct picture{{"data", Array(Kind::Uchar, 9, 3)}};
+    record.insert("images", StructArray{picture, picture});
+    init("a.obj");
+    EXPECT_EQ(thrownText([&] { printed([&] { chain.process(nullptr, record); }); }), "");
+    record["tria"].set("Views", arrayOf(Kind::Int, model.views, {1, 4, 1}));
+    EXPECT_THAT(thrownText([&] { chain.process(nullptr, record); }), HasSubstr("joins vertices"));
+}
+
+TEST_F(CpuPlyTest, hostIsToldWhatWasNotWritten)
+{
+    const struct
+    {
+        const char* name;
+        Struct entries;
+        std::vector<Trouble> told;
+    } cases[] = {{"a.ply", {}, {Trouble::NoModel}},
+                 {"a.ply", cloudRecord(), {}},
+                 {"a.obj", cloudRecord(), {Trouble::ModelNotWritten}},
+                 {"missing/a.obj", recordOf(test::tetrahedron()), {Trouble::ModelNotWritten}},
+                 {"missing/a.flt", recordOf(test::tetrahedron()), {Trouble::ModelNotWritten}},
+                 {"missing/a.stl", recordOf(test::tetrahedron()), {Trouble::ModelNotWritten}}};
+    for (const auto& c : cases) {
+        init(c.name);
+        chain.notices.clear();
+        printed([&] { chain.process(nullptr, c.entries), chain.flush(); });
+        ASSERT_EQ(chain.notices.size(), c.told.size()) << c.name;
+        if (c.told.empty()) continue;
+        EXPECT_EQ(chain.notices[0].trouble, c.told[0]) << c.name;
+        EXPECT_EQ(chain.notices[0].file, dir / c.name);
+        EXPECT_EQ(chain.notices[0].reason.empty(), c.told[0] == Trouble::NoModel);
+    }
 }
 
 struct Refusal
@@ -229,7 +260,7 @@ TEST_F(CpuPlyTest, otherShapesAndKindsAreRefused)
     printed([&] { chain.process(nullptr, record.as<Struct>()); });  // OBJ has no use for colours
     init("b.ply");
     EXPECT_EQ(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }), "[Tricolors] not found");
-    EXPECT_THAT(files(), testing::ElementsAre("a.jpg", "a.mtl", "a.obj"));
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.jpg", "a.mtl", "a.obj"));
 }
 
 TEST_F(CpuPlyTest, imageWidthCountsWherePagesAreMade)

@@ -16,7 +16,8 @@ struct Model
     std::vector<float> colours;
     std::vector<float> pixels;
     std::vector<std::int32_t> views;
-    Mesh mesh() const { return {vertices, indices, colours, pixels, views}; }
+    bool viewsOfTriangles = false;
+    Mesh mesh() const { return {vertices, indices, colours, pixels, views, viewsOfTriangles}; }
 };
 
 /// Four triangles around four vertices.

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#ifdef __linux__
+#include <pthread.h>
+#endif
+
 #include "features/feature_record.h"
 #include "support/chain.h"
 #include "support/frames16.h"
@@ -83,12 +87,11 @@ TEST(CpuCorners5, theOtherFrameOfThePairDoesNotMatter)
 TEST(CpuCorners5, settingsHaveTheirEffect)
 {
     const Array a = photo("img0000.jpg");
-    const auto count = [&](Struct corner, std::string* text = nullptr) {
+    const auto count = [&](Struct corner) {
         Chain chain({"ccorner5"});
         chain.init(settings(std::move(corner)));
         chain.arrived.clear();
-        const std::string said = printed([&] { chain.process(&a), chain.flush(); });
-        if (text != nullptr) *text = said;
+        printed([&] { chain.process(&a), chain.flush(); });
         return chain.arrived[0].record["vert"].as<Array>().dim(1);
     };
     const std::uint32_t usual = count({});
@@ -99,9 +102,47 @@ TEST(CpuCorners5, settingsHaveTheirEffect)
     EXPECT_GT(count({{"bucket", 1}}), usual);
     EXPECT_NE(count({{"corner", 1}}), usual);
     EXPECT_NE(count({{"lowPass1", 3}}), usual);
-    std::string text;
-    EXPECT_EQ(count({{"mode", 1}}, &text), usual);
-    EXPECT_NE(text.find(" regions.size()\n"), std::string::npos);
+}
+
+#ifdef __linux__
+// A second thread needs more memory for its stack than there is: both frames are worked on by the first.
+TEST(CpuCorners5, pairWithoutASecondThread)
+{
+    Chain chain({"ccorner5"});
+    chain.init(settings());
+    chain.arrived.clear();
+    const Array a = photo("img0000.jpg");
+    pthread_attr_t usual, huge;
+    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+    ASSERT_EQ(pthread_getattr_default_np(&huge), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 50), 0);
+    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+    printed([&] { chain.process(&a), chain.process(&a); });
+    ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
+    ASSERT_EQ(chain.arrived.size(), 2U);
+    EXPECT_TRUE(chain.arrived[0].record["vertAttr"].equals(chain.arrived[1].record["vertAttr"]));
+}
+#endif
+
+// In every mode; none where the largest that counts, of 1024 pixels, has no room.
+TEST(CpuCorners5, regionsAreCounted)
+{
+    const std::vector<std::uint8_t> photo = test::greyOf(test::examplePhoto("img0000.jpg"));
+    for (const auto& [width, height] : {std::pair{640, 480}, {31, 33}}) {
+        std::vector<std::uint8_t> cut;
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                cut.push_back(photo[std::size_t(640 * (y + (480 - height) / 2) + x + (640 - width) / 2)]);
+        Chain chain({"ccorner5"});
+        chain.init(geometryOf(width, height, {{"cpu_base", 0}, {"corner", Struct{{"threshold", 1}}}}));
+        const Array frame = test::offsetFrame(cut, std::uint32_t(width));
+        std::string thrown;
+        const std::string text =
+            printed([&] { thrown = thrownText([&] { chain.process(&frame), chain.flush(); }); });
+        EXPECT_EQ(thrown, width == 31 ? "too small" : "");  // for features too
+        EXPECT_NE(text.find(" regions.size()\n"), std::string::npos) << text;
+        EXPECT_EQ(text.find(" 0 regions.size()\n") != std::string::npos, width == 31) << text;
+    }
 }
 
 TEST(CpuCorners5, errorsOfAThreadReachTheHost)
@@ -133,6 +174,18 @@ TEST(CpuCorners5, errorsOfAThreadReachTheHost)
     EXPECT_EQ(chain.arrived[0].eventType, event::kFlush);
 }
 
+TEST(FeatureRecord, positionsAreThoseOfVert)
+{
+    CornerFeature feature{};
+    feature.size = 1;
+    varitype record{Struct{}};
+    insertFeatures(record, {&feature, 1}, std::vector<std::int32_t>{0});
+    Array moved(Kind::Float, 2, 1);
+    moved.elements<float>()[1] = 7;
+    record.set("vert", moved);
+    EXPECT_EQ(featuresOf(record)[0].y, 7.0F);
+}
+
 TEST(FeatureRecord, refusesOtherArrays)
 {
     varitype record{Struct{{"vertAttr", Array(Kind::Float, 16, 2)}}};
@@ -142,6 +195,10 @@ TEST(FeatureRecord, refusesOtherArrays)
     record.set("vertAttr", Array(Kind::Uint, 16, 2));  // size 0 is none
     EXPECT_THROW(featuresOf(record), const char*);
     record.set("vertAttr", Array(Kind::Uint, 16, 0));
+    EXPECT_EQ(thrownText([&] { featuresOf(record); }), "[vert] not found");
+    record.set("vert", Array(Kind::Float, 2, 1));
+    EXPECT_EQ(thrownText([&] { featuresOf(record); }), "vert: not as many places as vertAttr has features");
+    record.set("vert", Array(Kind::Float, 2, 0));
     EXPECT_TRUE(featuresOf(record).empty());
 }
 

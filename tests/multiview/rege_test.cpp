@@ -197,6 +197,17 @@ TEST(RegE, chainsOnWarpedPhotographs)
         }
 }
 
+// ccanny5 leaves drawn edges and an estimate, the other registration its entries.
+TEST(RegE, takesOverFromOtherRegistrations)
+{
+    const test::WarpedPair pair = photo("photo_coffee.jpg").pair(1, similarityRange());
+    for (const auto& kinds : {std::vector<std::string>{"ccanny5", "c2rege"}, {"c2rege", "c2rege5"}}) {
+        const RunOfTwo run = runPair(kinds, pair, {}, false);
+        EXPECT_LT(cornerError(matrixOf(run.arrived[1].record, "transform"), pair.truth), 0.3);
+        EXPECT_GE(intOf(run.arrived[1].record, "inliers"), 10);
+    }
+}
+
 TEST(RegE, drawsOnRequestOnly)
 {
     const test::WarpedPair pair = photo("photo_coffee.jpg").pair(5, similarityRange());
@@ -262,7 +273,8 @@ TEST(RegE, hostileRecordsAndTinyFrames)
     const auto lines = [](varitype verts) {
         return Struct{{"fvertsArray", StructArray{Struct{{"verts", std::move(verts)}, {"closed", 0}}}}};
     };
-    EXPECT_EQ(thrown({{"transform", 1}}), "[transform] already found");
+    EXPECT_EQ(thrown({{"transform", Array(Kind::Float, 3, 2)}}), "transform: not 3 x 3 floats");
+    EXPECT_EQ(thrown({{"transform", Array(Kind::Float, 3, 3)}}), "transform: not a motion of the plane");
     EXPECT_EQ(thrown(lines(Array(Kind::Float, 3, 2))), "fvertsArray: not two floats a vertex");
     EXPECT_EQ(thrown(lines(Array(Kind::Int, 2, 2))), "fvertsArray: not two floats a vertex");
     EXPECT_NE(thrown(lines(7)), "");
