@@ -38,7 +38,8 @@ std::string troubleText(const TroubleFacts& facts)
                 "no mesh and no point cloud arrived: {}",
                 facts.first.file.empty() ? "nothing was written" : facts.first.file + " was not written");
         case Trouble::ModelNotWritten:
-            return counted("model", "not written: ");
+            return fmt::format("{} model{} not written: {}", facts.count, facts.count == 1 ? "" : "s",
+                               facts.first.text());
         default:
             return facts.first.text();
     }
