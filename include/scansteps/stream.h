@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
@@ -108,7 +109,8 @@ class BIOfs : public BIO
     bool takeName();
     std::int64_t noted(std::int64_t received);
 
-    std::string path_, target_, temporary_;  // links followed; where a staged file is now
+    std::string path_, target_;        // links followed
+    std::filesystem::path temporary_;  // where a staged file is now
     int file_ = -1;
     int guard_ = -1;  // holds the lock of the file that will be replaced
     int error_ = 0;   // errno of the last error

@@ -77,14 +77,13 @@ void BIOfs::stage()
         error_ = errno;
         return;
     }
-    fs::path made;
-    error = makeBeside(target, made, [this](const fs::path& name) {
+    // Nothing is allocated once it has been made, so that nothing can throw before its name is known.
+    error = makeBeside(target, temporary_, [this](const fs::path& name) {
         file_ = rawfile::open(utf8(name), rawfile::Access::CreateNew);
         return file_ >= 0 ? std::error_code() : lastError();
     });
-    temporary_ = utf8(made);
     if (!error) {
-        if (replaces) fs::permissions(made, status.permissions() & fs::perms::all, error);
+        if (replaces) fs::permissions(temporary_, status.permissions() & fs::perms::all, error);
         return;
     }
     release();
@@ -98,7 +97,7 @@ void BIOfs::release() noexcept
 {
     if (guard_ >= 0) rawfile::close(std::exchange(guard_, -1));
     std::error_code ignored;
-    if (!temporary_.empty()) std::filesystem::remove(fromUtf8(temporary_), ignored);
+    if (!temporary_.empty()) std::filesystem::remove(temporary_, ignored);
     temporary_.clear();
 }
 
@@ -120,7 +119,7 @@ bool BIOfs::takeName()
 #ifdef _WIN32  // where an open file cannot be replaced
     if (guard_ >= 0) rawfile::close(std::exchange(guard_, -1));
 #endif
-    if (!isFree || !rawfile::rename(file_, temporary_, target_)) {
+    if (!isFree || !rawfile::rename(file_, utf8(temporary_), target_)) {
         error_ = errno;
         return false;
     }

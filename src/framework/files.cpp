@@ -207,6 +207,13 @@ bool isNamed(int file, const std::string& path)
            (opened.st_ino == named.st_ino && opened.st_dev == named.st_dev);
 }
 
+bool lock(int file, int kind)
+{
+    while (::flock(file, kind | LOCK_NB) != 0)
+        if (errno != EINTR) return false;
+    return true;
+}
+
 bool setSize(int file, off_t size)
 {
     while (::ftruncate(file, size) != 0)
@@ -226,8 +233,7 @@ int open(const std::string& path, Access access)
         const int file = openPatiently(path.c_str(), flags);
         if (file < 0 || !isRegular(file)) return file;
         // Not every file system has locks: only a lock that someone else holds is a reason not to write.
-        const bool taken =
-            ::flock(file, (toWrite ? LOCK_EX : LOCK_SH) | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        const bool taken = !lock(file, toWrite ? LOCK_EX : LOCK_SH) && errno == EWOULDBLOCK;
         const bool replaced = toWrite && !taken && !isNamed(file, path);
         const bool emptied = access != Access::Truncate || taken || replaced || setSize(file, 0);
         if (!(toWrite && taken) && !replaced && emptied) return file;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace scansteps {
 
@@ -38,9 +39,12 @@ std::error_code makeBeside(const std::filesystem::path& target, std::filesystem:
     std::error_code error;
     for (int number = 1; number <= kMostNames; ++number) {
         const std::string end = number == 1 ? ".part" : ".part" + std::to_string(number);
-        made = stem + std::u8string(end.begin(), end.end());
-        error = make(made);
-        if (!error) return error;
+        std::filesystem::path name = stem + std::u8string(end.begin(), end.end());
+        error = make(name);
+        if (!error) {
+            made = std::move(name);
+            return error;
+        }
         if (error == std::errc::filename_too_long && !isShort) {
             stem = (target.parent_path() / "scansteps").u8string();
             isShort = true;
@@ -48,7 +52,6 @@ std::error_code makeBeside(const std::filesystem::path& target, std::filesystem:
             break;
         }
     }
-    made.clear();
     return error;
 }
 

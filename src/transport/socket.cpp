@@ -82,7 +82,7 @@ USock::USock(std::uint16_t port)
 USock::USock(const std::string& host, std::uint16_t port) : isClient_(true)
 {
     if (!startLibrary()) return;
-    const auto resolved = socketlayer::resolve(host);
+    const auto resolved = socketlayer::resolve(host, true);
     if (!resolved) {
         reason_ = "unknown host";
         print::line("!phostent error");
@@ -190,7 +190,7 @@ Listener::Listener(std::uint16_t port, const std::string& address)
     if (!startLibrary()) fail("listen error");
     std::uint32_t ip = 0;
     if (!address.empty()) {
-        const auto resolved = socketlayer::resolve(address);
+        const auto resolved = socketlayer::resolve(address, false);
         if (!resolved) fail("no such host or address");
         ip = resolved->ip;
     }

@@ -168,7 +168,7 @@ std::string nameOf(const sockaddr_in& address, const std::string& fallback)
     return result == 0 ? name : fallback;
 }
 
-std::optional<Resolved> lookUp(const std::string& host, int flags)
+std::optional<Resolved> lookUp(const std::string& host, int flags, bool withName)
 {
     addrinfo hints{};
     hints.ai_family = AF_INET;
@@ -180,7 +180,7 @@ std::optional<Resolved> lookUp(const std::string& host, int flags)
     std::memcpy(&address, found->ai_addr, sizeof address);
     std::string name = found->ai_canonname != nullptr ? found->ai_canonname : host;
     ::freeaddrinfo(found);
-    if (flags == AI_NUMERICHOST) name = nameOf(address, host);
+    if (flags == AI_NUMERICHOST && withName) name = nameOf(address, host);
     return Resolved{ntohl(address.sin_addr.s_addr), std::move(name)};
 }
 
@@ -199,10 +199,10 @@ bool start()
 #endif
 }
 
-std::optional<Resolved> resolve(const std::string& host)
+std::optional<Resolved> resolve(const std::string& host, bool withName)
 {
-    if (auto numeric = lookUp(host, AI_NUMERICHOST)) return numeric;
-    return lookUp(host, AI_CANONNAME);
+    if (auto numeric = lookUp(host, AI_NUMERICHOST, withName)) return numeric;
+    return lookUp(host, AI_CANONNAME, withName);
 }
 
 std::string dotted(std::uint32_t ip)

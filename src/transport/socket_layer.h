@@ -27,9 +27,9 @@ struct Resolved
 
 /// Starts the socket library (version 2.0), once. False when it cannot be.
 bool start();
-/// Dotted address or host name. For a dotted address the name is looked up, and is the address where there is
-/// none.
-std::optional<Resolved> resolve(const std::string& host);
+/// Dotted address or host name. With `withName`, the name of a dotted address is looked up; it is the
+/// address where there is none.
+std::optional<Resolved> resolve(const std::string& host, bool withName);
 std::string dotted(std::uint32_t ip);
 
 /// What the system says of the last operation that failed.

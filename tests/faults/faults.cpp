@@ -103,7 +103,7 @@ constexpr int kCount = std::size(kCalls);
 
 std::atomic<int> counters[2][kCount];
 std::atomic<bool> armed = false, done = false;
-[[gnu::tls_model("initial-exec")]] thread_local bool inLibrary = false;
+[[gnu::tls_model("initial-exec")]] thread_local bool inLibrary = false, inResolver = false;
 int wantedCall = -1, wantedNumber = 0, wantedError = 0;
 bool wantedInLibrary = false, wantedShort = false, wantedOnward = false;
 int logFile = -1;
@@ -163,7 +163,7 @@ bool isLoader(const void* caller)
 
 bool failsAllocation(const void* caller)
 {
-    if (!armed || (!inLibrary && isLoader(caller)) || !fails(kAlloc, -1)) return false;
+    if (!armed || inResolver || (!inLibrary && isLoader(caller)) || !fails(kAlloc, -1)) return false;
     errno = ENOMEM;
     return true;
 }
@@ -271,8 +271,9 @@ Function next(const char* name)
 
 struct InLibrary
 {
+    explicit InLibrary(bool isResolver = false) { inResolver = isResolver; }
+    ~InLibrary() { inLibrary = before, inResolver = false; }
     bool before = std::exchange(inLibrary, true);
-    ~InLibrary() { inLibrary = before; }
 };
 
 }  // namespace
@@ -327,13 +328,13 @@ VISIBLE void* dlopen(const char* name, int flags) noexcept
 }
 VISIBLE int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found)
 {
-    const InLibrary inside;
+    const InLibrary inside(true);  // glibc's ends the process where it gets no memory
     return next<decltype(&getaddrinfo)>("getaddrinfo")(node, service, hints, found);
 }
 VISIBLE int getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostLength,
                         char* service, socklen_t serviceLength, int flags)
 {
-    const InLibrary inside;
+    const InLibrary inside(true);  // glibc's ends the process where it gets no memory
     return next<decltype(&getnameinfo)>("getnameinfo")(address, length, host, hostLength, service,
                                                        serviceLength, flags);
 }

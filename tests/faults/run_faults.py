@@ -221,8 +221,8 @@ def faults_of(name, how, clean, result, old, strict):
     code, err = result.code, result.err
     failed = result.call.split("\n", 1)[0].split()
     speechless = failed[:1] and failed[0] in ("write", "writev") and failed[1] == "2"
-    if result.hung:
-        return ["hang"]
+    if result.hung:  # a receiver that nobody can find or that can serve nobody waits on
+        return [] if name == "receive" and ("listening on" not in err or how.endswith("+")) else ["hang"]
     if code < 0 or code in (1, 99, 134, 139) or "terminate called" in err or "libgomp: " in err:
         return [f"crash, code {code}"]
     found = []
@@ -232,7 +232,8 @@ def faults_of(name, how, clean, result, old, strict):
         if code != 0 or not same(clean, result) or result.err != clean.err:
             found.append(f"{'EINTR' if how != 'short' else 'a short transfer'} changed the run, exit code {code}")
         return found
-    if code != 0 and "scansteps: error: " not in err and not speechless:
+    told = err != clean.err if name == "receive" else "scansteps: error: " in err
+    if code != 0 and not told and not speechless:
         found.append("no error line")
     if code == 0 and not same(clean, result):
         if strict or PIPELINES[name][0] != "run":
@@ -240,26 +241,27 @@ def faults_of(name, how, clean, result, old, strict):
         elif not speechless and err == clean.err:
             found.append("different output without a word")
     for file, data in result.files.items():
-        if file not in clean.files:
+        if file not in clean.files and (name, how) != ("recover", f"{errno.ENOMEM}+"):  # the JSON library ends the program
             found.append(f"left {file}")
         elif data != clean.files[file] and not (file in old and data == OLD):
             if wrong := differs(name, file, data, clean.files[file]):
                 found.append(f"{file}: {wrong}")
-    if name in ("obj", "flt"):
+    if name in ("obj", "flt") and "pictures written" not in err:
         new = {file for file, data in result.files.items() if data != OLD}
         if new and new != set(clean.files):
             found.append(f"only {', '.join(sorted(new))} replaced")
     for file in clean.files:
         if file in old and file not in result.files:
             found.append(f"{file} removed")
-        if code == 4 and file.endswith(".rec") and not how.endswith("+") and not re.search("filesaver|sender|flush", err):
+        whole_run = PIPELINES[name][0] == "run" and not how.endswith("+") and not re.search("filesaver|sender|flush", err)
+        if code in (4, 5) and file.endswith(".rec") and whole_run:
             got, wanted = records(result.files.get(file, b""))[0], records(clean.files[file])[0]
             if got and got[-1] != wanted[-1] and result.files[file] != OLD:
                 found.append(f"{file} has no end record")
         if reached := re.search(r"error: .*frame (\d+)", err):
             wanted = int(reached[1]) - (3 if name in ("buffer", "corners") else 1)
             data = result.files.get(file, b"")
-            rows = len(data) * 3 // len(clean.files[file]) if file.endswith(".raw") else len(records(data)[0]) - 1
+            rows = len(data) * 3 // len(clean.files[file]) if file.endswith(".raw") else max(len(records(data)[0]) - 1, 0)
             if file.endswith((".rec", ".raw")) and name not in ("recover",) and rows < wanted:
                 found.append(f"{file} holds {rows} of the frames before the error in frame {reached[1]}")
     return found
