@@ -49,7 +49,9 @@ class Rescue
     {
         if (!file_.isOpen())
             throw FileError{fmt::format("cannot write {}: {}", file_.path(), file_.reason())};
+        setUnfinishedFile(file_.temporary().c_str());
     }
+    ~Rescue() { setUnfinishedFile(nullptr); }
     void add(const varitype& record)
     {
         named([&] { writeRecord(file_, record); });

@@ -93,6 +93,8 @@ class BIOfs : public BIO
     /// write that fails and by the destructor. Devices and pipes are not staged, and neither are files in
     /// folders that take no new ones.
     void commit();
+    /// Where a staged file is until it has its name; empty from then on.
+    const std::filesystem::path& temporary() const { return temporary_; }
     /// Whether a staged file has still to replace another one.
     bool willReplace() const { return guard_ >= 0; }
 
