@@ -95,7 +95,7 @@ def conversions():
     if not runs:
         return
     section("Conversions", command("convert_pixels_bench") + """
-Processor time, one thread; kernel and yardstick take turns in blocks of 4 ms, median of 15 turns (`bench/ratio.h`).
+Processor time, one thread; kernel and yardstick take turns in blocks of 4 ms, median of 15 turns (`bench/support/ratio.h`).
 A turn counts if the core was whole before and after it, shown by additions at full speed: who runs on its other hardware
 thread, such as a neighbour on a shared machine, slows a kernel down by a quarter and more, but hardly memcpy.
 "Of memcpy": of a `memcpy` that moves (bytes read + written) / 2. Frames lie in memory as a chain's do.

@@ -31,9 +31,9 @@ endif()
 file(GLOB core_sources CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/src/framework/*.cpp ${PROJECT_SOURCE_DIR}/src/transport/socket*.cpp)
 # The table of kinds belongs to the core: a host has it without the step library.
-add_library(scansteps-core STATIC ${core_sources} src/exports/kinds.cpp)
-set_source_files_properties(src/exports/kinds.cpp src/exports/factories.cpp PROPERTIES
-  OBJECT_DEPENDS ${PROJECT_SOURCE_DIR}/src/exports/kinds.def)
+add_library(scansteps-core STATIC ${core_sources} src/core/step_table.cpp)
+set_source_files_properties(src/core/step_table.cpp src/plugin/factories.cpp PROPERTIES
+  OBJECT_DEPENDS ${PROJECT_SOURCE_DIR}/src/core/steps.def)
 add_library(scansteps::core ALIAS scansteps-core)
 target_include_directories(scansteps-core
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
@@ -63,7 +63,7 @@ endif()
 
 # The loadable library: exports the functions of the table of kinds and set_handles, nothing else.
 # Tests and fuzz targets make their steps by the same functions.
-add_library(scansteps_factories OBJECT src/exports/factories.cpp)
+add_library(scansteps_factories OBJECT src/plugin/factories.cpp)
 target_link_libraries(scansteps_factories PRIVATE scansteps_flags PUBLIC scansteps_steps)
 add_library(scansteps_module MODULE)
 set_target_properties(scansteps_module PROPERTIES OUTPUT_NAME scansteps)

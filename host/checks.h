@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "outcome.h"
+#include "exit_codes.h"
 #include "pipeline.h"
 
 namespace scansteps::host {

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "system.h"
+#include "platform.h"
 
 #ifdef _WIN32
 #include <io.h>

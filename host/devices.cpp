@@ -3,7 +3,7 @@
 
 #include "commands.h"
 #include "json_values.h"
-#include "outcome.h"
+#include "exit_codes.h"
 #include "output.h"
 #include "scansteps/cameras.h"
 

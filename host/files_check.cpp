@@ -9,7 +9,7 @@
 
 #include "checks.h"
 #include "scansteps/numbered_name.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

@@ -9,10 +9,10 @@
 #include <system_error>
 #include <vector>
 
-#include "outcome.h"
+#include "exit_codes.h"
 #include "scansteps/chain.h"
 #include "scansteps/stream.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

@@ -8,12 +8,12 @@
 #include "frame_files.h"
 #include "inspect_model.h"
 #include "json_values.h"
-#include "outcome.h"
+#include "exit_codes.h"
 #include "output.h"
 #include "recording_walk.h"
 #include "scansteps/chain.h"
 #include "scansteps/stream.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

@@ -7,7 +7,7 @@
 #include <limits>
 #include <span>
 
-#include "scansteps/tuples.h"
+#include "scansteps/vertex_lists.h"
 
 namespace scansteps::host {
 

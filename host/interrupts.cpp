@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "outcome.h"
-#include "system.h"
+#include "exit_codes.h"
+#include "platform.h"
 
 #ifdef _WIN32
 #include <windows.h>

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "outcome.h"
+#include "exit_codes.h"
 #include "scansteps/record.h"
 
 namespace scansteps::host {

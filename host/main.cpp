@@ -15,10 +15,10 @@
 
 #include "commands.h"
 #include "descriptors.h"
-#include "outcome.h"
+#include "exit_codes.h"
 #include "output.h"
 #include "standard_streams.h"
-#include "system.h"
+#include "platform.h"
 #include "usage_hints.h"
 
 using namespace scansteps::host;

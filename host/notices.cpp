@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

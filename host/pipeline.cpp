@@ -10,7 +10,7 @@
 #include "scansteps/settings.h"
 #include "scansteps/stream.h"
 #include "setting_lookup.h"
-#include "system.h"
+#include "platform.h"
 #include "usage_hints.h"
 
 namespace scansteps::host {

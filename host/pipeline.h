@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "json_values.h"
-#include "scansteps/kinds.h"
+#include "scansteps/steps.h"
 
 namespace scansteps::host {
 

@@ -14,12 +14,12 @@
 #include <vector>
 
 #include "commands.h"
-#include "outcome.h"
+#include "exit_codes.h"
 #include "output.h"
 #include "receive_store.h"
 #include "scansteps/chain.h"
 #include "scansteps/socket.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

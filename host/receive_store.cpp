@@ -4,8 +4,8 @@
 
 #include <filesystem>
 
-#include "outcome.h"
-#include "system.h"
+#include "exit_codes.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

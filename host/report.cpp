@@ -9,7 +9,7 @@
 #include "descriptors.h"
 #include "output.h"
 #include "standard_streams.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

@@ -9,9 +9,9 @@
 #include <utility>
 
 #include "descriptors.h"
-#include "outcome.h"
+#include "exit_codes.h"
 #include "standard_streams.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

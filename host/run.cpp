@@ -8,7 +8,7 @@
 #include "report_file.h"
 #include "runner.h"
 #include "standard_streams.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "notices.h"
-#include "outcome.h"
+#include "exit_codes.h"
 #include "pipeline.h"
 #include "replay.h"
 #include "scansteps/texture.h"

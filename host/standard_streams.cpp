@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "system.h"
+#include "platform.h"
 
 #ifdef _WIN32
 #include <fcntl.h>

@@ -4,10 +4,10 @@
 #include <memory>
 #include <string>
 
-#include "outcome.h"
+#include "exit_codes.h"
 #include "scansteps/chain.h"
 #include "scansteps/handles.h"
-#include "system.h"
+#include "platform.h"
 
 namespace scansteps::host {
 

@@ -5,10 +5,10 @@
 
 #include "commands.h"
 #include "json_values.h"
-#include "outcome.h"
+#include "exit_codes.h"
 #include "output.h"
 #include "pipeline.h"
-#include "scansteps/kinds.h"
+#include "scansteps/steps.h"
 #include "setting_lookup.h"
 #include "usage_hints.h"
 

@@ -30,7 +30,7 @@ for program in "${programs[@]}"; do
         --benchmark_out="$folder/$program.json" --benchmark_out_format=json >"$folder/$program.log" 2>&1 ||
         { tail -n 5 "$folder/$program.log" >&2; exit 1; }
     if [ "$program" = export_model_bench ]; then
-        taskset -c "$core" "$python" bench/export_model_peers.py "$bin/export_model_bench" \
+        taskset -c "$core" "$python" bench/mesh/writers_peers.py "$bin/export_model_bench" \
             2>/dev/null >"$folder/model_peers.txt"
     fi
 done

@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "../../tests/support/images.h"
-#include "convert/offset16.h"
-#include "convert/yuyv.h"
-#include "features/canny_frame16.h"
+#include "pixels/offset16.h"
+#include "pixels/yuyv.h"
+#include "edges/canny_frame16.h"
 #include "hwy/targets.h"
-#include "io/baseline_jpeg.h"
+#include "jpeg/decoder.h"
 #include "valgrind/callgrind.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "scansteps/chain.h"
-#include "scansteps/kinds.h"
+#include "scansteps/steps.h"
 
 namespace scansteps {
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <iterator>
 
-#include "scansteps/kinds.h"
+#include "scansteps/steps.h"
 #include "scansteps/stream.h"
 #include "support/process.h"
 

@@ -4,7 +4,7 @@
 #include <set>
 #include <sstream>
 
-#include "scansteps/kinds.h"
+#include "scansteps/steps.h"
 #include "support/process.h"
 
 namespace scansteps {

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "io/image_file.h"
+#include "images/image_file.h"
 #include "support/process.h"
 
 #ifndef _WIN32

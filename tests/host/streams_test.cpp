@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "io/image_file.h"
+#include "images/image_file.h"
 #include "scansteps/socket.h"
 #include "support/process.h"
 #include "support/records.h"

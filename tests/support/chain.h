@@ -18,7 +18,7 @@
 extern "C" {
 #define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
     scansteps::cChain* create_##kind();
-#include "exports/kinds.def"
+#include "core/steps.def"
 #undef SCANSTEPS_KIND
 void set_handles(scansteps::HandleTable* table);
 }
@@ -29,7 +29,7 @@ inline std::unique_ptr<cChain> createStep(const std::string& kind)
 {
     static const std::map<std::string, cChain* (*)()> factories = {
 #define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) {#kind, create_##kind},
-#include "exports/kinds.def"
+#include "core/steps.def"
 #undef SCANSTEPS_KIND
     };
     return std::unique_ptr<cChain>(factories.at(kind)());

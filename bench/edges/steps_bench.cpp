@@ -1,0 +1,116 @@
+// Processor time of a frame of 1920 × 1088 in the steps that find edges, lines, regions and motions. The
+// frames are a photograph that is shifted a little from one to the next.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/step_factory.h"
+#include "support/ratio.h"
+#include "support/scaled.h"
+#include "scansteps/handles.h"
+#include "scansteps/texture.h"
+
+namespace scansteps {
+
+class CpuCanny;
+class CpuCanny2a;
+class CpuCanny2b;
+class CpuCanny2c;
+class CpuCanny5;
+class CpuCanny6;
+class CpuCanny7;
+class CpuEdge;
+class CpuDev1;
+class CpuSegment;
+class CpuRegE;
+class CpuRegE5;
+
+namespace {
+
+constexpr int kWidth = 1920, kHeight = 1088, kShifts = 4;
+
+const std::vector<std::vector<std::uint16_t>>& frames()
+{
+    static const auto made = [] {
+        const test::Image photo =
+            bench::scaled(test::examplePhoto("photo_coffee.jpg"), kWidth + 3 * kShifts, kHeight + kShifts);
+        const std::vector<std::uint8_t> grey = test::greyOf(photo);
+        std::vector<std::vector<std::uint16_t>> all(kShifts);
+        for (std::size_t k = 0; k < kShifts; ++k)
+            for (std::size_t y = 0; y < kHeight; ++y)
+                for (std::size_t x = 0; x < kWidth; ++x)
+                    all[k].push_back(
+                        std::uint16_t(32768 + grey[(y + k) * std::size_t(photo.width) + x + 3 * k]));
+        return all;
+    }();
+    return made;
+}
+
+template <class Step>
+void frame(benchmark::State& state)
+{
+    HandleTable table;
+    fillFreeHandles(table);
+    installHandles(&table);
+    {
+        const int screen = ::dup(STDOUT_FILENO), nowhere = ::open("/dev/null", O_WRONLY);
+        std::fflush(stdout);
+        ::dup2(nowhere, STDOUT_FILENO);
+        const auto step = makeStep<Step>();
+        const auto own = createTexture(formatCode("u_1x16"), kWidth, kHeight);
+        varitype settings{Struct{{"eventType", event::kInit},
+                                 {"dataX", kWidth},
+                                 {"dataY", kHeight},
+                                 {"dataFormat", "CPU::u_1x16"},
+                                 {"OCV", Struct{{"lp0", 1}, {"trl", 60.0F}, {"trh", 150.0F}}}}};
+        step->dispatch(settings);
+        std::size_t next = 0;
+        const auto once = [&] {
+            const auto& from = frames()[next++ % kShifts];
+            Array& pixels = pixelsOf(int(own->handle));
+            pixels = Array(Kind::Ushort, kWidth, kHeight);
+            std::ranges::copy(from, pixels.elements<std::uint16_t>().begin());
+            varitype record{Struct{{"eventType", event::kProcess}, {"handle", int(own->handle)}}};
+            const std::clock_t start = std::clock();
+            step->dispatch(record);
+            return double(std::clock() - start) / CLOCKS_PER_SEC;
+        };
+        once(), once();
+        std::vector<double> times;
+        for (auto _ : state) {
+            times.push_back(once());
+            state.SetIterationTime(times.back());
+        }
+        state.counters["median_ms"] = 1e3 * bench::median(times);
+        std::fflush(stdout);
+        ::dup2(screen, STDOUT_FILENO);
+        ::close(screen);
+        ::close(nowhere);
+    }
+    installHandles(nullptr);
+}
+
+// clang-format off
+#define SCANSTEPS_FRAME(Step) BENCHMARK(frame<Step>)->Name(#Step)->Iterations(12)->UseManualTime()->Unit(benchmark::kMillisecond)
+// clang-format on
+SCANSTEPS_FRAME(CpuCanny);
+SCANSTEPS_FRAME(CpuCanny2a);
+SCANSTEPS_FRAME(CpuCanny2b);
+SCANSTEPS_FRAME(CpuCanny2c);
+SCANSTEPS_FRAME(CpuCanny5);
+SCANSTEPS_FRAME(CpuCanny6);
+SCANSTEPS_FRAME(CpuCanny7);
+SCANSTEPS_FRAME(CpuEdge);
+SCANSTEPS_FRAME(CpuDev1);
+SCANSTEPS_FRAME(CpuSegment);
+SCANSTEPS_FRAME(CpuRegE);
+SCANSTEPS_FRAME(CpuRegE5);
+
+}  // namespace
+}  // namespace scansteps
+
+BENCHMARK_MAIN();

@@ -1,8 +1,0 @@
-// The record reader on hostile bytes, in pieces of any size.
-#include "record_reader_input.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
-{
-    scansteps::fuzzing::readRecords(data, size);
-    return 0;
-}

@@ -1,0 +1,24 @@
+// Step ccap: uncompressed frames of the first camera.
+#include "core/step_factory.h"
+#include "capture/capture_step.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+class CPUCap final : public CaptureStep
+{
+  public:
+    const char* getName() override { return "CPUCap"; }
+    void init(varitype& params) override
+    {
+        const Settings settings(*this, params);
+        CaptureRequest request;
+        request.width = settings.integer("dataX");
+        request.height = settings.integer("dataY");
+        begin(params, request, {});
+    }
+};
+
+SCANSTEPS_STEP(CPUCap)
+
+}  // namespace scansteps

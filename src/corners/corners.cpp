@@ -1,0 +1,131 @@
+#include "corners/corners.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "grey/grey_filters.h"
+
+namespace scansteps {
+namespace {
+
+constexpr int kMargin = kDescriptorRadius + 1;
+
+// Corners of coarse levels are placed less exactly: their scores are multiplied by size to this power.
+constexpr float kCoarser = -0.2F;
+
+struct Offset
+{
+    float x, y;
+};
+
+// Summit of the paraboloid fitted to the 3 × 3 responses around a peak; at most half a pixel away.
+Offset summit(const float* p, std::ptrdiff_t stride)
+{
+    const float* a = p - stride;
+    const float* b = p + stride;
+    const float dx = (a[1] + p[1] + b[1] - a[-1] - p[-1] - b[-1]) / 6;
+    const float dy = (b[-1] + b[0] + b[1] - a[-1] - a[0] - a[1]) / 6;
+    const float columns = a[0] + p[0] + b[0];
+    const float rows = p[-1] + p[0] + p[1];
+    const float all = a[-1] + a[0] + a[1] + rows + b[-1] + b[0] + b[1];
+    const float dxx = (all - 3 * columns) / 3;
+    const float dyy = (all - 3 * rows) / 3;
+    const float dxy = (a[-1] + b[1] - a[1] - b[-1]) / 4;
+    const float determinant = dxx * dyy - dxy * dxy;
+    if (!(determinant > 0) || !(dxx < 0)) return {0, 0};
+    const float x = (dxy * dy - dyy * dx) / determinant;
+    const float y = (dxy * dx - dxx * dy) / determinant;
+    return {std::clamp(x, -0.5F, 0.5F), std::clamp(y, -0.5F, 0.5F)};
+}
+
+}  // namespace
+
+const std::vector<CornerFeature>& CornerDetector::detect(GreyView image, const CornerSettings& settings)
+{
+    buildLevels(image, std::max(settings.levels, 1));
+    found_.clear();
+    for (std::uint32_t level = 0; level < used_; ++level) findOnLevel(level, settings);
+    select(image, settings);
+    for (CornerFeature& f : kept_) {
+        const GreyView smooth = levels_[f.level].smooth.view();
+        const float x = (f.x + 0.5F) / f.size - 0.5F;
+        const float y = (f.y + 0.5F) / f.size - 0.5F;
+        f.angle = orientationOf(smooth, int(x + 0.5F), int(y + 0.5F));
+        f.bits = describe(smooth, x, y, f.angle, settings.fast);
+    }
+    return kept_;
+}
+
+void CornerDetector::buildLevels(GreyView image, int count)
+{
+    levels_.resize(std::size_t(count));
+    for (used_ = 0; used_ < levels_.size(); ++used_) {
+        Level& level = levels_[used_];
+        if (used_ == 0) {
+            level.view = image;
+        } else if (used_ == 1) {
+            twoThirds(image, level.image, memory_.get());
+            level.view = level.image.view();
+            level.size = 1.5F;
+        } else {
+            halve(levels_[used_ - 2].view, level.image);
+            level.view = level.image.view();
+            level.size = 2 * levels_[used_ - 2].size;
+        }
+        if (level.view.width <= 2 * kMargin || level.view.height <= 2 * kMargin) break;
+        binomial5(level.view, level.smooth, memory_.get());
+    }
+}
+
+void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& settings)
+{
+    const bool blobs = settings.kind == CornerKind::hessian;
+    const GreyView view = blobs ? levels_[level].smooth.view() : levels_[level].view;
+    const float size = levels_[level].size;
+    const float gain = blobs ? 1.0F : std::pow(size, kCoarser);
+    response_.resize(std::size_t(view.width) * std::size_t(view.height));
+    cornerResponse(view, {settings.kind, settings.lowPass1, settings.lowPass2}, response_, memory_.get());
+    findPeaks(response_, view.width, view.height, kMargin,
+              responseOf(settings.kind, settings.threshold / gain), peaks_);
+    for (const Peak& peak : peaks_) {
+        const Offset o = summit(response_.data() + std::ptrdiff_t{peak.y} * view.width + peak.x, view.width);
+        found_.push_back({(float(peak.x) + o.x + 0.5F) * size - 0.5F,
+                          (float(peak.y) + o.y + 0.5F) * size - 0.5F,
+                          gain * scoreOf(settings.kind, peak.value),
+                          0,
+                          size,
+                          level,
+                          {}});
+    }
+}
+
+void CornerDetector::select(GreyView image, const CornerSettings& settings)
+{
+    struct Key
+    {
+        float score;
+        std::uint32_t index;
+    };
+    std::pmr::vector<Key> order(memory_.get());
+    order.reserve(found_.size());
+    for (std::uint32_t i = 0; i < found_.size(); ++i) order.push_back({found_[i].score, i});
+    std::sort(order.begin(), order.end(), [](const Key& a, const Key& b) {
+        return a.score > b.score || (a.score == b.score && a.index < b.index);
+    });
+    const int across = (image.width + kBucketSize - 1) / kBucketSize;
+    const int down = (image.height + kBucketSize - 1) / kBucketSize;
+    std::pmr::vector<int> inBucket(std::size_t(across) * std::size_t(down), 0, memory_.get());
+    kept_.clear();
+    for (const Key& key : order) {
+        const CornerFeature& f = found_[key.index];
+        if (settings.bucketing) {
+            int& count = inBucket[std::size_t(int(f.y) / kBucketSize * across + int(f.x) / kBucketSize)];
+            if (count >= settings.density) continue;
+            ++count;
+        }
+        kept_.push_back(f);
+        if (kept_.size() == kMostFeatures) break;
+    }
+}
+
+}  // namespace scansteps

@@ -1,0 +1,300 @@
+#include "edges/canny_frame16.h"
+
+#include <algorithm>
+
+#include "edges/canny_detector.h"
+#include "scansteps/error.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "edges/canny_frame16.cpp"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
+//
+#include "edges/mcanny-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace scansteps {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using D = hn::ScalableTag<float>;
+
+// (sample & mask) - offset. Returns the number of samples done.
+std::size_t SamplesToFloat(const std::uint16_t* HWY_RESTRICT src, float* HWY_RESTRICT dst, std::size_t count,
+                           std::uint16_t mask, std::int32_t offset)
+{
+    const D d;
+    const hn::RebindToSigned<D> di;
+    const hn::Rebind<std::uint16_t, D> du;
+    std::size_t i = 0;
+    for (; i + hn::Lanes(d) <= count; i += hn::Lanes(d)) {
+        const auto wide = hn::PromoteTo(di, hn::And(hn::LoadU(du, src + i), hn::Set(du, mask)));
+        hn::StoreU(hn::ConvertTo(d, hn::Sub(wide, hn::Set(di, offset))), d, dst + i);
+    }
+    return i;
+}
+
+// Values from 0 on, so that truncation may come before the sum. Returns the number of samples done.
+std::size_t EdgesTo16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst, std::size_t count)
+{
+    const D d;
+    const hn::RebindToSigned<D> di;
+    const hn::Rebind<std::uint16_t, D> du;
+    std::size_t i = 0;
+    for (; i + hn::Lanes(d) <= count; i += hn::Lanes(d)) {
+        const auto whole = TruncateInRange(hn::LoadU(d, src + i));
+        hn::StoreU(hn::DemoteTo(du, hn::Add(whole, hn::Set(di, 32768))), du, dst + i);
+    }
+    return i;
+}
+
+// Sums of three neighbours along a line with repeated edges.
+void BoxAlongX(const float* HWY_RESTRICT line, float* HWY_RESTRICT dst, std::size_t count)
+{
+    const D d;
+    for (std::size_t x = 0; x < count; x += hn::Lanes(d)) {
+        const auto at = [&](int k)
+                            HWY_ATTR { return hn::LoadU(d, line + (static_cast<std::ptrdiff_t>(x) + k)); };
+        hn::StoreU(Box<1>(at), d, dst + x);
+    }
+}
+
+// Mean of three rows of such sums.
+void BoxAlongY(const float* const* rows, float weight, float* HWY_RESTRICT dst, std::size_t count)
+{
+    const D d;
+    for (std::size_t x = 0; x < count; x += hn::Lanes(d)) {
+        const auto sum = Box<1>([&](int k) HWY_ATTR { return hn::LoadU(d, rows[1 + k] + x); });
+        hn::StoreU(hn::Mul(sum, hn::Set(d, weight)), d, dst + x);
+    }
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace scansteps
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace scansteps {
+
+HWY_EXPORT(SamplesToFloat);
+HWY_EXPORT(EdgesTo16);
+HWY_EXPORT(BoxAlongX);
+HWY_EXPORT(BoxAlongY);
+
+namespace {
+
+float sampleToFloat(std::uint16_t sample, Frame16 meaning)
+{
+    return meaning == Frame16::Video ? static_cast<float>(sample & 255)
+                                     : static_cast<float>(int{sample} - 32768);
+}
+
+std::uint16_t edgeToSample(float value)
+{
+    return static_cast<std::uint16_t>(static_cast<std::int32_t>(static_cast<double>(value) + 32768.0));
+}
+
+void checkFrame(std::size_t samples, std::size_t width, std::size_t height)
+{
+    if (width != 0 && height > samples / width) fail("frame smaller than width x height");
+    if (width > UINT32_MAX || height > UINT32_MAX) fail("frame size out of range");
+}
+
+class FrameRows : public RowSource
+{
+  public:
+    FrameRows(const std::uint16_t* frame, std::size_t width, Frame16 meaning)
+        : frame_(frame), width_(width), meaning_(meaning)
+    {
+    }
+    void begin(Columns columns) override { columns_ = columns; }
+    void read(std::size_t y, float* line) override
+    {
+        samplesToFloats({frame_ + y * width_ + columns_.first, columns_.count}, {line, columns_.count},
+                        meaning_);
+    }
+    Upcoming upcoming(std::size_t y) const override
+    {
+        return {reinterpret_cast<const char*>(frame_ + y * width_ + columns_.first),
+                64 * sizeof(std::uint16_t)};
+    }
+
+  private:
+    const std::uint16_t* frame_;
+    std::size_t width_;
+    Frame16 meaning_;
+    Columns columns_;
+};
+
+// The rows of another source, box filtered: the three rows around are kept as sums along x.
+class LowPassRows : public RowSource
+{
+  public:
+    void connect(RowSource& source, float* firstRow, std::size_t pitch, std::size_t width, std::size_t height)
+    {
+        source_ = &source;
+        line_ = firstRow;
+        sums_ = {firstRow + pitch, pitch, 3};
+        width_ = width;
+        height_ = height;
+    }
+
+    void begin(Columns columns) override
+    {
+        columns_ = columns;
+        taken_ = 0;
+        const Columns wide = columns.widened(1, width_);
+        before_ = static_cast<std::ptrdiff_t>(columns.first - wide.first);
+        read_ = static_cast<std::ptrdiff_t>(wide.count);
+        source_->begin(wide);
+    }
+
+    void read(std::size_t y, float* line) override
+    {
+        const auto count = static_cast<std::ptrdiff_t>(roundUp(columns_.count, 16));
+        for (; taken_ <= std::min(y + 1, height_ - 1); ++taken_) {
+            source_->read(taken_, line_ - before_);
+            repeatEdges(line_, -before_, read_ - before_, -1, count + 1);
+            HWY_DYNAMIC_DISPATCH(BoxAlongX)(line_, sums_.slot(taken_), static_cast<std::size_t>(count));
+        }
+        const float* rows[3];
+        sums_.around(y, height_, 1, rows);
+        HWY_DYNAMIC_DISPATCH(BoxAlongY)(rows, boxWeight(3), line, static_cast<std::size_t>(count));
+    }
+
+    Upcoming upcoming(std::size_t y) const override
+    {
+        return source_->upcoming(std::min(y + 1, height_ - 1));
+    }
+
+  private:
+    RowSource* source_ = nullptr;
+    float* line_ = nullptr;
+    RowRing sums_;
+    std::size_t width_ = 0, height_ = 0, taken_ = 0;
+    Columns columns_;
+    std::ptrdiff_t before_ = 0, read_ = 0;  // columns read before ours, and in all
+};
+
+}  // namespace
+
+void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, Frame16 meaning)
+{
+    const bool video = meaning == Frame16::Video;
+    for (std::size_t x = HWY_DYNAMIC_DISPATCH(SamplesToFloat)(samples.data(), row.data(), samples.size(),
+                                                              video ? 0xFF : 0xFFFF, video ? 0 : 32768);
+         x < samples.size(); ++x)
+        row[x] = sampleToFloat(samples[x], meaning);
+}
+
+void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> samples)
+{
+    for (std::size_t x = HWY_DYNAMIC_DISPATCH(EdgesTo16)(row.data(), samples.data(), row.size());
+         x < row.size(); ++x)
+        samples[x] = edgeToSample(row[x]);
+}
+
+void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
+                    std::size_t height, Frame16 meaning)
+{
+    checkFrame(frame.size(), width, height);
+    plane.resize(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
+    for (std::size_t y = 0; y < height; ++y)
+        samplesToFloats(frame.subspan(y * width, width), plane.samples(y), meaning);
+}
+
+void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame)
+{
+    checkFrame(frame.size(), edges.width(), edges.height());
+    expandEdges(edges, frame.data(), edges.width(), edges.height());
+}
+
+namespace {
+
+// Derivatives of 16-bit samples are below 2^26, so the detector never refuses.
+EdgeBits& detectIn(RowSource& source, std::size_t width, std::size_t height,
+                   const CannyThresholds& thresholds, int aperture, CannyWorkspace::Buffers& buffers)
+{
+    if (width == 0 || height == 0)
+        buffers.bits.resize(width, height);
+    else if (!detectEdges(source, width, height, thresholds, aperture, buffers))
+        fail("derivative out of range");
+    return buffers.bits;
+}
+
+}  // namespace
+
+EdgeBits& detectFiltered16(const FloatPlane& plane, double low, double high, int aperture,
+                           CannyWorkspace& work)
+{
+    PlaneRows rows(plane);
+    return detectIn(rows, plane.width(), plane.height(), {low, high, aperture}, aperture, work.buffers());
+}
+
+EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width, std::size_t height,
+                        Frame16 meaning, int lowPasses, double low, double high, int aperture,
+                        CannyWorkspace& work)
+{
+    checkFrame(frame.size(), width, height);
+    const CannyThresholds thresholds(low, high, aperture);
+    CannyWorkspace::Buffers& buffers = work.buffers();
+    if (lowPasses > kFusedLowPasses) {
+        frame16ToPlane(frame, buffers.filtered, width, height, meaning);
+        for (int k = 0; k < lowPasses; ++k) lowPass(buffers.filtered, 3, &buffers.memory);
+        return detectFiltered16(buffers.filtered, low, high, aperture, work);
+    }
+    FrameRows samples(frame.data(), width, meaning);
+    LowPassRows filters[kFusedLowPasses];
+    RowSource* source = &samples;
+    if (lowPasses > 0 && width > 0) {
+        // Each filter stage holds a line and three rows of sums.
+        FloatPlane& rows = buffers.stageRows;
+        rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin),
+                    static_cast<std::uint32_t>(4 * kFusedLowPasses));
+        for (std::size_t k = 0; k < static_cast<std::size_t>(lowPasses); ++k) {
+            filters[k].connect(*source, rows.row(4 * k) + kMargin, rows.stride(), width, height);
+            source = &filters[k];
+        }
+    }
+    return detectIn(*source, width, height, thresholds, aperture, buffers);
+}
+
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
+                  int lowPasses, double low, double high, int aperture, CannyWorkspace& work)
+{
+    edgesToFrame16(detectFrame16(frame, width, height, meaning, lowPasses, low, high, aperture, work), frame);
+}
+
+namespace scalar {
+
+void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
+                    std::size_t height, Frame16 meaning)
+{
+    checkFrame(frame.size(), width, height);
+    plane.resize(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
+    for (std::size_t y = 0; y < height; ++y)
+        for (std::size_t x = 0; x < width; ++x)
+            plane.row(y)[x] = sampleToFloat(frame[y * width + x], meaning);
+}
+
+void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
+{
+    checkFrame(frame.size(), edges.width(), edges.height());
+    for (std::size_t y = 0; y < edges.height(); ++y)
+        for (std::size_t x = 0; x < edges.width(); ++x)
+            frame[y * edges.width() + x] = edgeToSample(edges.row(y)[x]);
+}
+
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
+                  int lowPasses, double low, double high, int aperture)
+{
+    FloatPlane plane;
+    scalar::frame16ToPlane(frame, plane, width, height, meaning);
+    for (int k = 0; k < lowPasses; ++k) scalar::lowPass(plane, 3);
+    scalar::Canny(plane, plane, low, high, aperture);
+    scalar::edgesToFrame16(plane, frame);
+}
+
+}  // namespace scalar
+}  // namespace scansteps
+#endif

@@ -1,0 +1,40 @@
+// Settings and frame geometry that the steps of the threshold group of the Canny family share.
+#pragma once
+
+#include "edges/canny_frame16.h"
+#include "grey/sample_coding.h"
+#include "core/print.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+struct CannySettings
+{
+    int width = 0, height = 0;
+    int lowPasses = 0;
+    int order = 3;
+    float high = 900.0F, low = 400.0F;
+    Frame16 meaning = Frame16::Offset;
+
+    static CannySettings read(const Settings& settings)
+    {
+        CannySettings result;
+        result.width = settings.integer("dataX");
+        result.height = settings.integer("dataY");
+        result.lowPasses = settings.integer("OCV.lp0");
+        result.order = settings.integer("OCV.order");
+        result.high = settings.real("OCV.trh");
+        result.low = settings.real("OCV.trl");
+        result.meaning = frameMeaning(settings);
+        return result;
+    }
+    /// What every frame prints before the detector runs.
+    void print() const
+    {
+        print::field(order, " order\n");
+        print::field(high, " trh\n");
+        print::field(low, " trl\n");
+    }
+};
+
+}  // namespace scansteps

@@ -1,0 +1,33 @@
+// The detector on float planes.
+#include "edges/mcanny.h"
+
+#include "edges/canny_detector.h"
+
+namespace scansteps {
+
+CannyWorkspace::CannyWorkspace() : buffers_(std::make_unique<Buffers>()) {}
+CannyWorkspace::CannyWorkspace(CannyWorkspace&&) noexcept = default;
+CannyWorkspace& CannyWorkspace::operator=(CannyWorkspace&&) noexcept = default;
+CannyWorkspace::~CannyWorkspace() = default;
+
+void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int aperture,
+           CannyWorkspace& work)
+{
+    const CannyThresholds thresholds(low, high, aperture);
+    const std::size_t width = src.width(), height = src.height();
+    if (width == 0 || height == 0) return dst.resize(src.width(), src.height());
+    CannyWorkspace::Buffers& buffers = work.buffers();
+    PlaneRows rows(src);
+    if (!detectEdges(rows, width, height, thresholds, aperture, buffers))
+        return scalar::Canny(src, dst, low, high, aperture);
+    dst.resize(src.width(), src.height());
+    expandEdges(buffers.bits, dst);
+}
+
+void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int aperture)
+{
+    CannyWorkspace work;
+    Canny(src, dst, low, high, aperture, work);
+}
+
+}  // namespace scansteps

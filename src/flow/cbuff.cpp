@@ -1,0 +1,54 @@
+#include "flow/cbuff.h"
+
+#include "core/frame_in_record.h"
+#include "core/print.h"
+#include "core/step_factory.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+#include "core/incoming_frame.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(CPUDBuff)
+
+void CPUDBuff::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    const int width = settings.integer("dataX"), height = settings.integer("dataY");
+    const int size = settings.integer("Buff.Size");
+    const std::uint32_t format = formatOrMismatch(*this, params, format::kF1x32);
+    records_.clear();
+    released_ = 0;
+    slots_.create(width, height, static_cast<std::uint32_t>(size), format);
+    print::twice("CPUDBuff::init OK");
+    forward(*this, params);
+}
+
+void CPUDBuff::process(varitype& params)
+{
+    if (released_ != 0) release();  // the burst before was broken off by an error
+    StepTimer timer(*this);
+    const Array& frame = incomingFrame(params);
+    const std::size_t slot = records_.size();
+    slots_.pixels(slot) = frame;
+    varitype record = copyRecord(params);
+    record["handle"].getv<std::int32_t>() = slots_.handle(slot);
+    records_.push_back(std::move(record));
+    timer.stop();
+    if (records_.size() == slots_.count()) release();
+}
+
+void CPUDBuff::flush(varitype& params)
+{
+    finishThen([&] { release(); }, [&] { CPUBase::flush(params); });
+}
+
+// An error of a step behind does not release a frame twice: the next call goes on with the frame after it.
+void CPUDBuff::release()
+{
+    while (released_ < records_.size()) forward(*this, records_[released_++]);
+    records_.clear();
+    released_ = 0;
+}
+
+}  // namespace scansteps

@@ -1,0 +1,17 @@
+// Step clast: ends the path of the frames. Initialise, flush and unknown events go on.
+#include "core/step_factory.h"
+#include "scansteps/frame.h"
+
+namespace scansteps {
+
+class CpuLast final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuLast"; }
+    void init(varitype& params) override { forward(*this, params); }
+    void process(varitype&) override { StepTimer(*this).stop(); }
+};
+
+SCANSTEPS_STEP(CpuLast)
+
+}  // namespace scansteps

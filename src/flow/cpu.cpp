@@ -1,0 +1,21 @@
+// Step cpu: passes every event through. It reads a processor number that nothing depends on.
+#include "core/step_factory.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+class CpuAff final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuAff"; }
+    void init(varitype& params) override
+    {
+        Settings(*this, params).integer("cpu.core");
+        forward(*this, params);
+    }
+    void process(varitype& params) override { forward(*this, params); }
+};
+
+SCANSTEPS_STEP(CpuAff)
+
+}  // namespace scansteps

@@ -1,0 +1,26 @@
+// Step cstrip: takes "handle" and "visu" out of the records of frames.
+#include "core/step_factory.h"
+#include "scansteps/frame.h"
+
+namespace scansteps {
+
+class CpuStrip final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuStrip"; }
+    void init(varitype& params) override { forward(*this, params); }
+
+    void process(varitype& params) override
+    {
+        StepTimer timer(*this);
+        varitype record = copyRecord(params);
+        record.remove("handle");
+        record.remove("visu");
+        timer.stop();
+        forward(*this, record);
+    }
+};
+
+SCANSTEPS_STEP(CpuStrip)
+
+}  // namespace scansteps

@@ -1,0 +1,41 @@
+// Step d2h: moves the frame from "data" in the record into a buffer of the step, named by "handle".
+#include "core/frame_in_record.h"
+#include "core/step_factory.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+class CpuD2H final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuD2H"; }
+
+    void init(varitype& params) override
+    {
+        const Settings settings(*this, params);
+        const int width = settings.integer("dataX"), height = settings.integer("dataY");
+        out_.create(width, height, 1, formatOrMismatch(*this, params, format::kF1x32));
+        forward(*this, params);
+    }
+
+    void process(varitype& params) override
+    {
+        StepTimer timer(*this);
+        varitype record = copyRecord(params);
+        const varitype data = record["data"];
+        checkEmbeddedFrame(*this, data.as<Array>());
+        out_.pixels() = data.as<Array>();
+        record.remove("data");
+        record.set("handle", out_.handle());
+        timer.stop();
+        forward(*this, record);
+    }
+
+  private:
+    TextureSet out_;
+};
+
+SCANSTEPS_STEP(CpuD2H)
+
+}  // namespace scansteps

@@ -1,0 +1,28 @@
+// Step h2d: moves the frame from its handle into the record, as "data".
+#include "core/step_factory.h"
+#include "scansteps/frame.h"
+
+namespace scansteps {
+
+class CpuH2D final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuH2D"; }
+    void init(varitype& params) override { forward(*this, params); }
+
+    void process(varitype& params) override
+    {
+        StepTimer timer(*this);
+        varitype record = copyRecord(params);
+        if (record.has("handle")) {
+            record.insert("data", pixelsOf(record["handle"].as<std::int32_t>()));
+            record.remove("handle");
+        }
+        timer.stop();
+        forward(*this, record);
+    }
+};
+
+SCANSTEPS_STEP(CpuH2D)
+
+}  // namespace scansteps

@@ -1,0 +1,32 @@
+// Step mfilt: lets exactly one process event through, chosen by its running number.
+#include "core/step_factory.h"
+#include "scansteps/chain.h"
+
+namespace scansteps {
+
+class MessFilter final : public CPUBase
+{
+  public:
+    const char* getName() override { return "MessFilter"; }
+
+    void init(varitype& params) override
+    {
+        settings_ = copyRecord(params["mfilt"]);
+        counter_ = 0;
+        forward(*this, params);
+    }
+
+    void process(varitype& params) override
+    {
+        ++counter_;
+        if (counter_ == settings_["val"].as<std::int32_t>()) forward(*this, params);
+    }
+
+  private:
+    varitype settings_ = Struct{};
+    std::int64_t counter_ = 0;
+};
+
+SCANSTEPS_STEP(MessFilter)
+
+}  // namespace scansteps

@@ -1,0 +1,22 @@
+// Step test: prints every record that passes, whatever the event.
+#include "core/print.h"
+#include "core/step_factory.h"
+#include "scansteps/chain.h"
+
+namespace scansteps {
+
+class Test final : public cChain
+{
+  public:
+    ~Test() override { print::line("~Test"); }
+    void dispatch(varitype& params) override
+    {
+        dump(params, "Test::");
+        print::text("\n\n");
+        forward(*this, params);
+    }
+};
+
+SCANSTEPS_STEP(Test)
+
+}  // namespace scansteps

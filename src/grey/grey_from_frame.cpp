@@ -1,0 +1,67 @@
+#include "grey/grey_from_frame.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "scansteps/error.h"
+
+namespace scansteps {
+namespace {
+
+std::size_t sizedFor(std::span<const std::uint16_t> frame, int width, int height, GreyImage& out)
+{
+    out.reshape(std::max(width, 0), std::max(height, 0));
+    if (frame.size() < out.samples.size()) fail("frame smaller than its size says");
+    return out.samples.size();
+}
+
+int valueOf(std::uint16_t sample, Frame16 meaning)
+{
+    return meaning == Frame16::Video ? sample & 255 : sample - 32768;
+}
+
+}  // namespace
+
+void frame16ToBytes(std::span<const std::uint16_t> frame, int width, int height, Frame16 meaning,
+                    GreyImage& out)
+{
+    const std::size_t count = sizedFor(frame, width, height, out);
+    const std::uint16_t* from = frame.data();
+    std::uint8_t* to = out.samples.data();
+    if (meaning == Frame16::Video)
+        for (std::size_t i = 0; i < count; ++i) to[i] = std::uint8_t(from[i] & 255);
+    else
+        for (std::size_t i = 0; i < count; ++i) to[i] = std::uint8_t(std::clamp(from[i] - 32768, 0, 255));
+}
+
+void frame16Stretched(std::span<const std::uint16_t> frame, int width, int height, Frame16 meaning,
+                      GreyImage& out)
+{
+    const std::size_t count = sizedFor(frame, width, height, out);
+    int low = 65536;
+    int high = -65536;
+    for (std::size_t i = 0; i < count; ++i) {
+        low = std::min(low, valueOf(frame[i], meaning));
+        high = std::max(high, valueOf(frame[i], meaning));
+    }
+    const float factor = high > low ? 255.0F / float(high - low) : 0.0F;
+    for (std::size_t i = 0; i < count; ++i)
+        out.samples[i] = std::uint8_t(float(valueOf(frame[i], meaning) - low) * factor + 0.5F);
+}
+
+void drawLine(std::span<std::uint16_t> frame, int width, int height, double x1, double y1, double x2,
+              double y2, std::uint16_t value)
+{
+    const double length = std::max(std::abs(x2 - x1), std::abs(y2 - y1));
+    if (!(length < 2e6) || !(std::abs(x1) < 1e6) || !(std::abs(y1) < 1e6)) return;
+    const int steps = int(std::ceil(length));
+    for (int i = 0; i <= steps; ++i) {
+        const double t = steps > 0 ? double(i) / steps : 0;
+        const auto x = int(std::floor(x1 + t * (x2 - x1) + 0.5));
+        const auto y = int(std::floor(y1 + t * (y2 - y1) + 0.5));
+        if (x < 0 || y < 0 || x >= width || y >= height) continue;
+        frame[std::size_t(y) * std::size_t(width) + std::size_t(x)] = value;
+    }
+}
+
+}  // namespace scansteps

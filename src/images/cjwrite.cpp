@@ -1,0 +1,148 @@
+#include "images/cjwrite.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "pixels/grey_window.h"
+#include "pixels/yuyv.h"
+#include "core/print.h"
+#include "core/step_factory.h"
+#include "images/image_file.h"
+#include "scansteps/frame.h"
+#include "scansteps/host_services.h"
+#include "scansteps/numbered_name.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(Cjwrite)
+
+void Cjwrite::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    fileName_ = settings.text("cjwrite.name");
+    quality_ = settings.integer("cjwrite.quality");
+    isVideo_ = settings.has("VideoFormat");
+    settings.text("dataFormat");
+    width_ = settings.integer("dataX");
+    height_ = settings.integer("dataY");
+    window_ = settings.integer("viewer.window");
+    level_ = settings.integer("viewer.level");
+    format_ = settings.has("dataFormat") ? formatOrMismatch(*this, params, format::kF1x32) : format::kU1x8;
+    checkFrameSize(width_, height_);
+    const FrameShape shape =
+        chainFrameShape(format_, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
+    frame_.create(width_, height_, format_, shape);
+    spare_.create(width_, height_, format_, shape);
+    forward(*this, params);
+}
+
+namespace {
+
+/// Copies a frame from top to bottom as its rows are asked for, and makes a picture of them while they are in
+/// the cache.
+class CopiedRows : public RowSource
+{
+  public:
+    CopiedRows(const Array& from, Array& to, std::size_t rowBytes) : from_(from), to_(to), rowBytes_(rowBytes)
+    {
+        to.reshape(from.kind(), from.dim(0), from.dim(1), from.dim(2));
+    }
+    const std::uint8_t* rows(int first, int count) override
+    {
+        const std::byte* begin = to_.data() + rowBytes_ * static_cast<std::size_t>(first);
+        copyUpTo(rowBytes_ * static_cast<std::size_t>(first + count + more(first + count)));
+        return picture(begin, count + more(first + count));
+    }
+    /// What nobody asked for.
+    void finish() { copyUpTo(to_.byteSize()); }
+
+  protected:
+    /// Rows behind those asked for, `next` being the first of them, that their picture depends on.
+    virtual int more(int /*next*/) const { return 0; }
+    virtual const std::uint8_t* picture(const std::byte* rows, int)
+    {
+        return reinterpret_cast<const std::uint8_t*>(rows);
+    }
+
+  private:
+    void copyUpTo(std::size_t end)
+    {
+        if (end > copied_ && to_.data() != from_.data())
+            std::memcpy(to_.data() + copied_, from_.data() + copied_, end - copied_);
+        copied_ = std::max(copied_, end);
+    }
+
+    const Array& from_;
+    Array& to_;
+    std::size_t rowBytes_;
+    std::size_t copied_ = 0;
+};
+
+}  // namespace
+
+// 16-bit samples, whatever the format calls them: colour of video frames, else grey through the window.
+class Cjwrite::SampleRows final : public CopiedRows
+{
+  public:
+    SampleRows(Cjwrite& step, const Array& from, Array& to)
+        : CopiedRows(from, to, 2 * static_cast<std::size_t>(step.width_)), step_(step)
+    {
+        step.rgb_.resize(3 * static_cast<std::size_t>(step.width_) * (kRowsAtOnce + 1));
+    }
+
+  private:
+    // The last pixel of an odd width takes a colour from the row below.
+    int more(int next) const override
+    {
+        return step_.isVideo_ && step_.width_ % 2 != 0 && next < step_.height_ ? 1 : 0;
+    }
+    const std::uint8_t* picture(const std::byte* rows, int count) override
+    {
+        const std::size_t width = static_cast<std::size_t>(step_.width_),
+                          height = static_cast<std::size_t>(count);
+        const std::span samples(reinterpret_cast<const std::uint16_t*>(rows), width * height);
+        const std::span rgb = std::span(step_.rgb_).first(3 * samples.size());
+        if (step_.isVideo_)
+            yuyvToRgb(samples, rgb, width, height);
+        else
+            greyWindow(samples, rgb, step_.window_, step_.level_);
+        return rgb.data();
+    }
+
+    Cjwrite& step_;
+};
+
+void Cjwrite::process(varitype& params)
+{
+    StepTimer timer(*this);
+    Array& frame = pixelsOf(params["handle"].as<std::int32_t>());
+    if (format_ == format::kU1x8) {
+        checkFrame(*this, frame,
+                   chainFrameShape(format_, static_cast<std::uint32_t>(width_),
+                                   static_cast<std::uint32_t>(height_)));
+        CopiedRows rows(frame, frame_.pixels(), 3 * static_cast<std::size_t>(width_));
+        write(rows);
+    } else {
+        samples16(*this, frame, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
+        SampleRows rows(*this, frame, frame_.pixels());
+        print::labelled(fileName_, " filename.c_str()\n");
+        write(rows);
+    }
+    incrementName(fileName_);
+
+    varitype record = copyRecord(params);
+    record.set("handle", frame_.handle());
+    timer.stop();
+    forward(*this, record);
+}
+
+template <class Rows>
+void Cjwrite::write(Rows& rows)
+{
+    const std::string reason = writeImage(fileName_, quality_, width_, height_, rows);
+    if (!reason.empty()) notifyHost(Trouble::PictureNotWritten, getName(), fileName_.c_str(), reason.c_str());
+    rows.finish();
+}
+
+}  // namespace scansteps

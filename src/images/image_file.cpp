@@ -1,0 +1,120 @@
+#include "images/image_file.h"
+
+#include <algorithm>
+
+#include "core/atomic_file.h"
+#include "core/print.h"
+#include "images/input_file.h"
+#include "images/jpeg_file.h"
+#include "images/ppm_file.h"
+
+namespace scansteps {
+namespace {
+
+// No picture that fits a frame needs more.
+constexpr std::uint64_t kMostJpegBytes = std::uint64_t{1} << 30U;
+
+std::optional<RgbImage> readImage(InputFile& file, Array memory, std::string& reason)
+{
+    const int first = file.get();
+    if (first == 'P')
+        if (const auto magic = readPpmMagic(file)) return readPpm(file, *magic, std::move(memory), reason);
+    if (first >= 0 && first != 'P') file.unget();
+    std::vector<std::uint8_t> bytes = file.readRest(kMostJpegBytes);
+    if (first == 'P') bytes.insert(bytes.begin(), 'P');
+    if (file.error() != 0) return std::nullopt;
+    const std::uint64_t most = std::max(kJpegBytesAlways, bytes.size() * kJpegBytesPerFileByte);
+    return readJpeg(bytes, most, std::move(memory), reason);
+}
+
+bool holdsAnyOf(const std::string& name, std::initializer_list<const char*> texts)
+{
+    return std::any_of(texts.begin(), texts.end(),
+                       [&](const char* text) { return name.find(text) != std::string::npos; });
+}
+
+void writePpm(AtomicFile& file, int width, int height, RowSource& source)
+{
+    const std::size_t rowBytes = static_cast<std::size_t>(width) * 3;
+    file.write("P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n");
+    for (int y = 0; y < height; y += kRowsAtOnce) {
+        const int count = std::min(kRowsAtOnce, height - y);
+        file.write(std::span(source.rows(y, count), rowBytes * static_cast<std::size_t>(count)));
+    }
+}
+
+bool isJpegName(const std::string& path)
+{
+    return holdsAnyOf(path, {".jpg", ".jpeg", ".JPG", ".JPEG"});
+}
+
+}  // namespace
+
+PictureRows::PictureRows(std::span<const std::uint8_t> pixels, int width, bool isRgb)
+    : pixels_(pixels), width_(static_cast<std::size_t>(width))
+{
+    if (!isRgb) spread_.resize(width_ * 3 * kRowsAtOnce);
+}
+
+const std::uint8_t* PictureRows::rows(int first, int count)
+{
+    const auto y = static_cast<std::size_t>(first);
+    if (spread_.empty()) return pixels_.data() + y * width_ * 3;
+    for (std::size_t i = 0; i < width_ * static_cast<std::size_t>(count); ++i)
+        std::fill_n(spread_.data() + 3 * i, 3, pixels_[y * width_ + i]);
+    return spread_.data();
+}
+
+std::optional<RgbImage> loadImage(const std::string& path, Array memory, ImageTrouble* trouble)
+{
+    InputFile file(path);
+    ImageTrouble found;
+    std::optional<RgbImage> image;
+    if (file.isOpen())
+        image = readImage(file, std::move(memory), found.reason);
+    else
+        print::line("image file not found");
+    if (file.error() != 0) {
+        image.reset();
+        found = {file.reason(), file.missing()};
+    }
+    if (file.isOpen() && !found.reason.empty()) print::fileTrouble("", path, found.reason);
+    if (trouble != nullptr) *trouble = std::move(found);
+    return image;
+}
+
+bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
+                std::span<const std::uint8_t> pixels)
+{
+    if (width < 1 || height < 1 || (!isRgb && !isJpegName(path))) return false;
+    const std::size_t rowBytes = static_cast<std::size_t>(width) * (isRgb ? 3 : 1);
+    if (pixels.size() / rowBytes < static_cast<std::size_t>(height)) return false;
+    PictureRows source(pixels, width, isRgb);
+    return writeImage(path, quality, width, height, source).empty();
+}
+
+std::string writeImage(const std::string& path, int quality, int width, int height, RowSource& source)
+{
+    const bool isJpeg = isJpegName(path);
+    if (!isJpeg && !holdsAnyOf(path, {".ppm", ".PPM"})) return "the name tells neither JPEG nor PPM";
+    if (width < 1 || height < 1) return "an image without pixels";
+    AtomicFile file(path);
+    if (!file.isOpen()) {
+        print::fileTrouble("can't open ", path);
+        return file.reason();
+    }
+    std::string reason;
+    try {
+        if (isJpeg)
+            reason = writeJpeg(file, quality, width, height, source);
+        else
+            writePpm(file, width, height, source);
+        if (reason.empty()) file.commit();
+    } catch (const char* text) {
+        reason = file.reason().empty() ? text : file.reason();
+    }
+    if (!reason.empty()) print::fileTrouble("can't write ", path, reason);
+    return reason;
+}
+
+}  // namespace scansteps

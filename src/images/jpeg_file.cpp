@@ -1,0 +1,116 @@
+#include "images/jpeg_file.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+
+#include "images/jpeg_errors.h"
+
+namespace scansteps {
+namespace {
+
+/// Lets the library write into the blocks of a file. What the file throws waits here while the library's C
+/// code is left by a jump.
+struct Destination
+{
+    jpeg_destination_mgr base{};  // first, the library hands out its address
+    AtomicFile& file;
+    std::exception_ptr failure;
+
+    explicit Destination(AtomicFile& to) : file(to)
+    {
+        base.init_destination = [](j_compress_ptr jpeg) { of(jpeg).offerRoom(jpeg); };
+        base.empty_output_buffer = [](j_compress_ptr jpeg) -> boolean {
+            Destination& self = of(jpeg);
+            self.file.advance(self.begin_ + kRoom);  // the whole room is full then, whatever the pointer says
+            self.offerRoom(jpeg);
+            return TRUE;
+        };
+        base.term_destination = [](j_compress_ptr jpeg) {
+            of(jpeg).file.advance(reinterpret_cast<char*>(jpeg->dest->next_output_byte));
+        };
+    }
+
+  private:
+    static constexpr std::size_t kRoom = std::size_t{16} * 1024;
+
+    static Destination& of(j_compress_ptr jpeg) { return *reinterpret_cast<Destination*>(jpeg->dest); }
+
+    void offerRoom(j_compress_ptr jpeg)
+    {
+        try {
+            begin_ = file.room(kRoom);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        if (failure) std::longjmp(reinterpret_cast<JpegErrors*>(jpeg->err)->escape, 1);
+        base.next_output_byte = reinterpret_cast<JOCTET*>(begin_);
+        base.free_in_buffer = kRoom;
+    }
+
+    char* begin_ = nullptr;
+};
+
+struct Encoder
+{
+    jpeg_compress_struct jpeg{};
+    JpegErrors errors;
+    Destination destination;
+
+    explicit Encoder(AtomicFile& file) : destination(file) { jpeg.err = errors.install(); }
+    Encoder(const Encoder&) = delete;
+    Encoder& operator=(const Encoder&) = delete;
+    ~Encoder() { jpeg_destroy_compress(&jpeg); }
+};
+
+// Passes rows on until the library has them all.
+void putRows(jpeg_compress_struct& jpeg, const std::uint8_t* pixels, int count)
+{
+    std::array<JSAMPROW, kRowsAtOnce> rows{};
+    const auto end = static_cast<JDIMENSION>(count);
+    // The library takes rows that it only reads as pointers to bytes that could change.
+    for (JDIMENSION i = 0; i < end; ++i)
+        rows[i] = const_cast<JSAMPROW>(pixels) + std::size_t{jpeg.image_width} * 3 * i;
+    for (JDIMENSION put = 0; put < end;) put += jpeg_write_scanlines(&jpeg, rows.data() + put, end - put);
+}
+
+bool encode(Encoder& encoder, int quality, RowSource& source)
+{
+    auto& jpeg = encoder.jpeg;
+    if (setjmp(encoder.errors.escape) != 0) return false;
+    jpeg_set_defaults(&jpeg);
+    jpeg_set_quality(&jpeg, quality, TRUE);
+    jpeg.dest = &encoder.destination.base;
+    jpeg_start_compress(&jpeg, TRUE);
+    while (jpeg.next_scanline < jpeg.image_height) {
+        const int y = static_cast<int>(jpeg.next_scanline);
+        const int count = std::min(kRowsAtOnce, static_cast<int>(jpeg.image_height) - y);
+        putRows(jpeg, source.rows(y, count), count);
+    }
+    jpeg_finish_compress(&jpeg);
+    return true;
+}
+
+bool createEncoder(Encoder& encoder, int width, int height)
+{
+    auto& jpeg = encoder.jpeg;
+    if (setjmp(encoder.errors.escape) != 0) return false;
+    jpeg_create_compress(&jpeg);
+    jpeg.image_width = static_cast<JDIMENSION>(width);
+    jpeg.image_height = static_cast<JDIMENSION>(height);
+    jpeg.input_components = 3;
+    jpeg.in_color_space = JCS_RGB;
+    return true;
+}
+
+}  // namespace
+
+std::string writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source)
+{
+    Encoder encoder(file);
+    const bool written = createEncoder(encoder, width, height) && encode(encoder, quality, source);
+    if (encoder.destination.failure) std::rethrow_exception(encoder.destination.failure);
+    return written ? std::string() : encoder.errors.fatal.data();
+}
+
+}  // namespace scansteps

@@ -1,0 +1,113 @@
+#include "mesh/ply_writer.h"
+
+#include <cmath>
+#include <string>
+
+#include "mesh/number_format.h"
+#include "scansteps/error.h"
+
+namespace scansteps {
+
+namespace {
+
+/// Every component with the blank that follows it, in a word; the text's length in the last byte.
+struct ColourWords
+{
+    std::uint32_t word[256];
+    std::uint8_t length[256];
+};
+
+constexpr ColourWords makeColourWords()
+{
+    ColourWords table{};
+    for (std::uint32_t n = 0; n < 256; ++n) {
+        const int digits = n < 10 ? 1 : n < 100 ? 2 : 3;
+        std::uint32_t word = std::uint32_t{' '} << 8 * digits;
+        std::uint32_t rest = n;
+        for (int i = digits; i-- > 0; rest /= 10) word |= ('0' + rest % 10) << 8 * i;
+        table.word[n] = word;
+        table.length[n] = static_cast<std::uint8_t>(digits + 1);
+    }
+    return table;
+}
+
+constexpr ColourWords kColourWords = makeColourWords();
+
+char* putColour(char* out, const float* rgb)
+{
+    for (int i = 0; i < 3; ++i) {
+        const auto component = static_cast<std::uint8_t>(static_cast<int>(rgb[i]));
+        std::memcpy(out, &kColourWords.word[component], 4);
+        out += kColourWords.length[component];
+    }
+    return out;
+}
+
+char* putIndex(char* out, std::uint32_t index)
+{
+    if (index < text::kWordLimit) return text::put(out, text::wordOf(index), ' ');
+    out = text::putUnsigned(out, index);
+    *out++ = ' ';
+    return out;
+}
+
+char* putPosition(char* out, const float* xyz)
+{
+    for (int i = 0; i < 3; ++i) {
+        const double value = static_cast<double>(xyz[i]);
+        const double scaled = value * 10000.0;  // a float product could round away from zero
+        if (!(std::fabs(scaled) < 2147483648.0))
+            failf("coordinate %g is too large for PLY, whose limit here is 214748", value);
+        out = text::putTenThousandths(out, static_cast<std::int32_t>(scaled));
+        *out++ = ' ';
+    }
+    return out;
+}
+
+constexpr std::size_t kLine = 8 * text::kNumberRoom;
+
+void writeHeader(AtomicFile& file, std::size_t vertices, const std::string& rest)
+{
+    file.write("ply\nformat ascii 1.0\ncomment scansteps " SCANSTEPS_VERSION "\nelement vertex " +
+               std::to_string(vertices) + "\nproperty float x\nproperty float y\nproperty float z\n" + rest +
+               "property uchar red\nproperty uchar green\nproperty uchar blue\nend_header\n");
+}
+
+}  // namespace
+
+void writePly(AtomicFile& file, const Mesh& mesh)
+{
+    checkGeometry(mesh);
+    checkColours(mesh.colours, mesh.triangleCount(), "Tricolors", "triangles");
+    writeHeader(
+        file, mesh.vertexCount(),
+        "element face " + std::to_string(mesh.triangleCount()) + "\nproperty list uchar int vertex_index\n");
+    for (std::size_t i = 0; i < mesh.vertexCount(); ++i) {
+        char* out = putPosition(file.room(kLine), &mesh.vertices[3 * i]);
+        *out++ = '\n';
+        file.advance(out);
+    }
+    for (std::size_t k = 0; k < mesh.triangleCount(); ++k) {
+        char* out = file.room(kLine);
+        *out++ = '3';
+        *out++ = ' ';
+        for (std::size_t corner = 0; corner < 3; ++corner) out = putIndex(out, mesh.indices[3 * k + corner]);
+        out = putColour(out, &mesh.colours[3 * k]);
+        *out++ = '\n';
+        file.advance(out);
+    }
+}
+
+void writePly(AtomicFile& file, const Cloud& cloud)
+{
+    checkCloud(cloud);
+    writeHeader(file, cloud.pointCount(), "");
+    for (std::size_t i = 0; i < cloud.pointCount(); ++i) {
+        char* out = putPosition(file.room(kLine), &cloud.points[3 * i]);
+        out = putColour(out, &cloud.colours[3 * i]);
+        *out++ = '\n';
+        file.advance(out);
+    }
+}
+
+}  // namespace scansteps

@@ -1,0 +1,71 @@
+#include "pixels/c2ima.h"
+
+#include "core/step_factory.h"
+#include "pixels/side_by_side.h"
+#include "scansteps/frame.h"
+#include "scansteps/handles.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(CpuCombine)
+
+namespace {
+
+// Formats without buffers pass: their frames are refused when they come.
+bool isOf16BitSamples(std::uint32_t code)
+{
+    const FrameShape pixel = frameShape(code, 1, 1);
+    return pixel.kind == Kind::Empty || (elementSize(pixel.kind) == 2 && pixel.rowLength == 1);
+}
+
+}  // namespace
+
+void CpuCombine::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    width_ = settings.integer("dataX");
+    height_ = settings.integer("dataY");
+    factor_ = settings.integer("combine.factor");
+    std::uint32_t code = formatOrMismatch(*this, params, format::kU1x16);
+    if (!isOf16BitSamples(code)) {
+        reportMismatch(*this, params);
+        code = format::kU1x16;
+    }
+    out_.create(std::int64_t{width_} * factor_, height_, 1, code);
+    history_.create(width_, height_, static_cast<std::uint32_t>(factor_), code);
+    varitype wide = copyRecord(params);
+    wide.set("dataX", width_ * factor_);
+    forward(*this, wide);
+}
+
+void CpuCombine::process(varitype& params)
+{
+    StepTimer timer(*this);
+    varitype record = copyRecord(params);
+    takeFrame(record["handle"].as<std::int32_t>());
+
+    const auto width = static_cast<std::uint32_t>(width_), height = static_cast<std::uint32_t>(height_);
+    frames_.clear();
+    for (std::uint32_t k = 0; k < history_.count(); ++k)
+        frames_.push_back(samples16(*this, history_.pixels(k), width, height));
+    const auto out = samples16(*this, out_.writable(), width * history_.count(), height);
+    sideBySide(frames_, width, height, out);
+
+    replaceFrame(record, out_.handle());
+    timer.stop();
+    forward(*this, record);
+}
+
+// The slots' buffers move up by one, and the oldest goes back under the incoming handle.
+void CpuCombine::takeFrame(int handle)
+{
+    samples16(*this, pixelsOf(handle), static_cast<std::uint32_t>(width_),
+              static_cast<std::uint32_t>(height_));
+    for (int k = factor_ - 2; k >= 0; --k)
+        handles::swap(history_.handle(static_cast<std::size_t>(k) + 1),
+                      history_.handle(static_cast<std::size_t>(k)));
+    handles::swap(history_.handle(0), handle);
+}
+
+}  // namespace scansteps

@@ -1,0 +1,50 @@
+// Step cdown1: 16-bit frames reduced by an integer factor.
+#include "pixels/conversion_step.h"
+#include "pixels/reduce16.h"
+#include "core/step_factory.h"
+#include "scansteps/error.h"
+
+namespace scansteps {
+
+class CpuDown1 final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuDown1"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  private:
+    int factor_ = 1;
+    bool isVideo_ = false;
+};
+
+SCANSTEPS_STEP(CpuDown1)
+
+void CpuDown1::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    readSize(settings);
+    factor_ = settings.integer("down1.factor");
+    isVideo_ = settings.has("VideoFormat");
+    const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
+    in_.create(dataX_, dataY_, 1, code);
+    out_.create(dataX_ / factor_, dataY_ / factor_, 1, code);
+    // The next steps see the reduced size; the record of the host keeps the full one.
+    varitype reduced = copyRecord(params);
+    reduced.set("dataX", dataX_ / factor_);
+    reduced.set("dataY", dataY_ / factor_);
+    forward(*this, reduced);
+}
+
+void CpuDown1::process(varitype& params)
+{
+    if (in_.format() == format::kU1x8)  // would not fit the reduced frame
+        failf("%s: 8-bit frames cannot be reduced, only 16-bit ones: put cyuv before", getName());
+    FrameScope frame(*this, params, in_, out_, FrameCheck::Samples16);
+    const auto output = samples16(*this, out_.writable(), out_.width(), out_.height());
+    const auto reduce = isVideo_ ? reduceYuyv16 : reduceOffset16;
+    reduce(frame.input<std::uint16_t>(), output, in_.width(), in_.height(), factor_);
+    frame.forward();
+}
+
+}  // namespace scansteps

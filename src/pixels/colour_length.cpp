@@ -1,0 +1,209 @@
+#include "pixels/colour_length.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstring>
+
+#include "core/prefetch.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "pixels/colour_length.cpp"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
+//
+#include "pixels/bytes-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace scansteps {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// floor(255 m), m from 0 to 2, without widening to double: 255 m = 256 m - m is rounded once, and the integer
+// part is that of the exact product.
+#if HWY_TARGET <= HWY_AVX3
+inline hn::Vec512<std::int32_t> Floor255(hn::Vec512<float> m)
+{
+    const __m512 m256 = _mm512_mul_ps(m.raw, _mm512_set1_ps(256.0F));
+    const __m512 cut = _mm512_sub_round_ps(m256, m.raw, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+    return hn::Vec512<std::int32_t>{_mm512_cvttps_epi32(cut)};
+}
+#else
+// The rounding error (Fast2Sum, exact as 256 m is the larger one) tells whether a product that came out whole
+// was rounded up to it.
+template <class V>
+auto Floor255(V m)
+{
+    const hn::DFromV<V> df;
+    const hn::RebindToSigned<decltype(df)> di;
+    const auto m256 = hn::Mul(m, hn::Set(df, 256.0F));
+    const auto product = hn::Sub(m256, m);
+    const auto roundedUp = hn::Gt(hn::Sub(product, m256), hn::Neg(m));
+    const auto whole = hn::ConvertTo(di, product);
+    const auto isWhole = hn::Eq(hn::ConvertTo(df, whole), product);
+    return hn::Add(whole, hn::VecFromMask(di, hn::RebindMask(di, hn::And(isWhole, roundedUp))));
+}
+#endif
+
+// Pixels as dwords of 16-bit halves, c0 and c1 in `c01`, c2 in `c2`.
+template <class D>
+struct Pixels
+{
+    hn::Vec<D> c01, c2;
+};
+
+// The sample less 32768 as documented, for any colour.
+template <class D>
+hn::Vec<D> LengthByRoot(D di, const Pixels<D>& p)
+{
+    const hn::RebindToFloat<D> df;
+    const auto component = [&](auto c) HWY_ATTR {
+        return hn::Mul(hn::ConvertTo(df, c), hn::Set(df, 0.003921568859368563F));
+    };
+    const auto a0 = component(hn::And(p.c01, hn::Set(di, 255)));
+    const auto a1 = component(hn::ShiftRight<16>(p.c01));
+    const auto a2 = component(p.c2);
+    return Floor255(hn::Sqrt(hn::Add(hn::Add(hn::Mul(a1, a1), hn::Mul(a0, a0)), hn::Mul(a2, a2))));
+}
+
+// The nearest whole number k to a rough root of n = c0² + c1² + c2² (off by 0.2 at most), less 32768, and
+// the sign of n - k² (0 where the root is whole), both to be limited to 16 bits.
+template <class D>
+struct Estimate
+{
+    hn::Vec<D> k, sign;
+};
+
+template <class D>
+Estimate<D> EstimateRoot(D di, const Pixels<D>& p)
+{
+    const hn::RebindToFloat<D> df;
+    const hn::Repartition<std::int16_t, D> d16;
+    const auto squares = [&](hn::Vec<D> pairs) HWY_ATTR {
+        auto odd = hn::Zero(di);
+        const auto halves = hn::BitCast(d16, pairs);
+        const auto sum = hn::ReorderWidenMulAccumulate(di, halves, halves, hn::Zero(di), odd);
+        return hn::RearrangeToOddPlusEven(sum, odd);
+    };
+    const auto n = hn::ConvertTo(df, hn::Add(squares(p.c01), squares(p.c2)));
+    const auto magic = hn::Set(df, 0x1p23F);  // leaves no room for fractions
+#if HWY_ARCH_X86
+    // Black gives a NaN with its sign set: once limited -32768 both times, which add up to that again.
+    const auto rounded = hn::MulAdd(n, hn::ApproximateReciprocalSqrt(n), magic);
+#else
+    const auto rounded = hn::Add(hn::Sqrt(n), magic);  // estimates are rougher elsewhere
+#endif
+    const auto k = hn::Sub(rounded, magic);
+    const auto rest = hn::NegMulAdd(k, k, n);
+    return {hn::Sub(hn::BitCast(di, rounded), hn::Set(di, 0x4B000000 + 32768)), hn::BitCast(di, rest)};
+}
+
+// Where the root of n is not whole, the sample is its whole part, as the roundings on the way are far too
+// small to carry it across: k or one less, which the sign of n - k² tells. Where the root is whole they
+// decide. Such pixels are few (one in 300 of a photograph), so a bit each notes them, and they are settled
+// one by one once a block is done, without a branch at every vector. Returns the number of pixels done.
+std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
+                          std::size_t count)
+{
+    using D = hn::ScalableTag<std::int32_t>;
+    const D di;
+    const hn::Repartition<std::uint8_t, D> d8;
+    const hn::Repartition<std::int16_t, D> d16;
+    const hn::Repartition<std::uint64_t, D> d64;
+    using P = Pixels<D>;
+    using Samples = hn::Vec<decltype(d16)>;
+    const std::size_t lanes = hn::Lanes(di), step = 2 * lanes;
+    // Four pixels are 12 bytes: dwords 3 b to 3 b + 2 go to the 16-byte block b.
+    alignas(64) std::int32_t spread[hn::MaxLanes(di)];
+    for (std::size_t k = 0; k < lanes; ++k)
+        spread[k] = std::int32_t(k / 4 * 3 + std::min<std::size_t>(k % 4, 2));
+    const auto spreadIndex = hn::SetTableIndices(di, spread);
+    alignas(16) static constexpr std::uint8_t kHalves[2][16] = {
+        {0, 255, 1, 255, 3, 255, 4, 255, 6, 255, 7, 255, 9, 255, 10, 255},
+        {2, 255, 255, 255, 5, 255, 255, 255, 8, 255, 255, 255, 11, 255, 255, 255}};
+    const auto halves01 = hn::LoadDup128(d8, kHalves[0]);
+    const auto halves2 = hn::LoadDup128(d8, kHalves[1]);
+    const auto pixelsAt = [&](std::size_t at) HWY_ATTR {
+        const auto bytes = hn::BitCast(di, hn::LoadU(d8, src + 3 * at));
+        const auto x = hn::BitCast(d8, hn::TableLookupLanes(bytes, spreadIndex));
+        return P{hn::BitCast(di, hn::TableLookupBytesOr0(x, halves01)),
+                 hn::BitCast(di, hn::TableLookupBytesOr0(x, halves2))};
+    };
+    const auto inOrder = OrderOfPacked(d64);
+    std::uint8_t pixelOf[hn::MaxLanes(d16)];  // of the packed lanes
+    for (std::size_t k = 0; k < step; ++k)
+        pixelOf[k] = std::uint8_t(k / 8 * 4 + k % 4 + (k % 8 < 4 ? 0 : lanes));
+    const auto store = [&](Samples lengths, std::size_t at) HWY_ATTR {
+        const auto ordered = hn::TableLookupLanes(hn::BitCast(d64, lengths), inOrder);
+        hn::StoreU(hn::BitCast(d16, ordered), d16, reinterpret_cast<std::int16_t*>(dst + at));
+    };
+
+    constexpr std::size_t kWord = 64, kBlock = 256 * kWord;  // pixels
+    std::uint8_t whole[kBlock / 8];                          // a bit for every packed lane
+    const auto settle = [&](std::size_t first, std::size_t last, std::uint64_t bits) HWY_ATTR {
+        if (HWY_UNLIKELY(std::popcount(bits) > 16)) {
+            for (std::size_t at = first; at < last; at += step) {
+                const P p = pixelsAt(at), q = pixelsAt(at + lanes);
+                const auto lengths = hn::ReorderDemote2To(d16, LengthByRoot(D(), p), LengthByRoot(D(), q));
+                store(hn::Xor(lengths, hn::Set(d16, std::int16_t{-0x8000})), at);
+            }
+            return;
+        }
+        for (; bits != 0; bits &= bits - 1) {
+            const std::size_t lane = std::size_t(std::countr_zero(bits));
+            const std::size_t pixel = first + lane / step * step + pixelOf[lane % step];
+            dst[pixel] = scalar::lengthOf(src + 3 * pixel);
+        }
+    };
+
+    // The pixels whose vectors are within the source, which the last pixel's bytes need not fill.
+    const std::size_t bytes = 3 * count, margin = 3 * lanes + hn::Lanes(d8);
+    const std::size_t all = bytes < margin ? 0 : ((bytes - margin) / (3 * step) + 1) * step;
+    for (std::size_t first = 0; first < all; first += kBlock) {
+        const std::size_t last = std::min(first + kBlock, all);
+        std::uint8_t* bits = whole;
+        for (std::size_t i = first; i < last; i += step) {
+            fetchAhead(src + 3 * i);
+            fetchAhead(src + 3 * i + 3 * lanes);
+            fetchAheadToWrite(dst + i);
+            const auto p = EstimateRoot(di, pixelsAt(i)), q = EstimateRoot(di, pixelsAt(i + lanes));
+            const auto sign = hn::ReorderDemote2To(d16, p.sign, q.sign);
+            store(hn::SaturatedAdd(hn::ReorderDemote2To(d16, p.k, q.k), hn::ShiftRight<15>(sign)), i);
+            bits += hn::StoreMaskBits(d16, hn::Eq(sign, hn::Zero(d16)), bits);
+        }
+        std::fill(bits, whole + hwy::RoundUpTo(std::size_t(bits - whole), kWord / 8), std::uint8_t{0});
+        for (std::size_t at = first; at < last; at += kWord) {
+            std::uint64_t word;
+            std::memcpy(&word, whole + (at - first) / 8, sizeof(word));
+            settle(at, std::min(at + kWord, last), word);
+        }
+    }
+    return all;
+}
+
+}  // namespace HWY_NAMESPACE
+}  // namespace scansteps
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace scansteps {
+
+HWY_EXPORT(RgbToOffset16);
+
+void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst)
+{
+    const std::size_t count = std::min(src.size() / 3, dst.size());
+    const std::size_t done = HWY_DYNAMIC_DISPATCH(RgbToOffset16)(src.data(), dst.data(), count);
+    scalar::rgbToOffset16(src.subspan(3 * done), dst.subspan(done));
+}
+
+namespace scalar {
+
+void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst)
+{
+    for (std::size_t i = 0; i < std::min(src.size() / 3, dst.size()); ++i) dst[i] = lengthOf(&src[3 * i]);
+}
+
+}  // namespace scalar
+}  // namespace scansteps
+#endif

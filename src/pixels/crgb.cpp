@@ -1,0 +1,37 @@
+// Step crgb: YUYV16 frames to 8-bit RGB.
+#include "pixels/conversion_step.h"
+#include "pixels/yuyv.h"
+#include "core/step_factory.h"
+
+namespace scansteps {
+
+class CpuRGB final : public ConversionStep
+{
+  public:
+    const char* getName() override { return "CpuRGB"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+};
+
+SCANSTEPS_STEP(CpuRGB)
+
+void CpuRGB::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    readSize(settings);
+    settings.text("dataFormat");
+    params.remove("VideoFormat");
+    if (params.has("dataFormat")) params.set("dataFormat", "CPU::u_1x8");
+    in_.create(dataX_, dataY_, 1, format::kU1x16);
+    out_.create(rgbRow(), dataY_, 1, format::kU1x8);
+    forward(*this, params);
+}
+
+void CpuRGB::process(varitype& params)
+{
+    FrameScope frame(*this, params, in_, out_);
+    yuyvToRgb(frame.input<std::uint16_t>(), frame.output<std::uint8_t>(), in_.width(), in_.height());
+    frame.forward();
+}
+
+}  // namespace scansteps

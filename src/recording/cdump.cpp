@@ -1,0 +1,58 @@
+#include "recording/cdump.h"
+
+#include "core/frame_in_record.h"
+#include "core/print.h"
+#include "core/step_factory.h"
+#include "scansteps/error.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+#include "core/incoming_frame.h"
+
+namespace scansteps {
+
+SCANSTEPS_STEP(CPUDump)
+
+void CPUDump::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    const int width = settings.integer("dataX");
+    settings.integer("dataY");
+    row_ = settings.integer("dump.row");
+    const int views = settings.integer("numberOfViews");
+    close();
+    file_ = std::make_unique<BIOfs>(settings.text("dump.name"), BIOfs::Mode::Write);
+    if (!file_->isOpen()) file_->raise();
+    formatOrMismatch(*this, params, format::kNone);
+    print::field(width, " W\n");
+    print::field(views, " numberOfViews\n");
+    print::twice("CPUDump::init OK");
+    forward(*this, params);
+}
+
+void CPUDump::process(varitype& params)
+{
+    StepTimer timer(*this);
+    const Array& frame = incomingFrame(params);
+    if (static_cast<std::uint32_t>(row_) >= frame.dim(1))
+        failf("CPUDump: row %d of a frame of %u rows", row_, frame.dim(1));
+    if (!file_) fail("write error");
+    const std::size_t rowBytes = frame.dim(0) * elementSize(frame.kind());
+    const std::size_t from = rowBytes * static_cast<std::size_t>(row_);
+    if (from + rowBytes > frame.byteSize()) failf("CPUDump: the frame has no samples in row %d", row_);
+    file_->write(frame.data() + from, rowBytes);
+    timer.stop();
+    forward(*this, params);
+}
+
+void CPUDump::flush(varitype& params)
+{
+    finishThen([&] { close(); }, [&] { CPUBase::flush(params); });
+}
+
+void CPUDump::close()
+{
+    const std::unique_ptr<BIOfs> file = std::move(file_);
+    if (file) file->close();
+}
+
+}  // namespace scansteps

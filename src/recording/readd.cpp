@@ -1,0 +1,38 @@
+// Step readd: plays a recording as it stands, one record an event. The recorded event takes the place of the
+// host's, so the host sees the recorded end too.
+#include "core/step_factory.h"
+#include "recording/recording.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+class FileRead final : public CPUBase
+{
+  public:
+    const char* getName() override { return "FileRead"; }
+
+    void init(varitype& params) override
+    {
+        recording_.open(Settings(*this, params).text("load.name"));
+        forward(*this, params);
+    }
+
+    void process(varitype& params) override
+    {
+        StepTimer timer(*this);
+        varitype record = recording_.next();
+        params.getv<Struct>() = std::move(record.getv<Struct>());
+        const int recorded = eventType(params);
+        if (recorded == event::kFlush) return;
+        if (recorded == event::kProcess) timer.stop();
+        forward(*this, params);
+    }
+
+  private:
+    Recording recording_;
+};
+
+SCANSTEPS_STEP(FileRead)
+
+}  // namespace scansteps

@@ -1,0 +1,90 @@
+// Step csegment: stable regions of the frame as a table, and on request a frame of their labels.
+#include <algorithm>
+#include <vector>
+
+#include "grey/grey_from_frame.h"
+#include "grey/sample_coding.h"
+#include "regions/mser.h"
+#include "regions/region_labels.h"
+#include "core/print.h"
+#include "core/step_factory.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps {
+
+class CpuSegment final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuSegment"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  private:
+    int width_ = 0, height_ = 0;
+    bool labels_ = false, bright_ = false;
+    Frame16 meaning_ = Frame16::Offset;
+    TextureSet in_;
+    GreyImage grey_;
+    std::vector<Region> regions_;
+};
+
+SCANSTEPS_STEP(CpuSegment)
+
+namespace {
+
+constexpr int kLeastPixels = 9;
+
+MSER detectorFor(int area)
+{
+    return {2, MSER::fractionOf(kLeastPixels, area), 0.2, 0.7, 0.33, true};
+}
+
+// One row a region: centre x and y, area, half axes, angle in degrees, level, variation.
+Array tableOf(const std::vector<Region>& regions, bool bright)
+{
+    Array table(Kind::Float, 8, std::uint32_t(regions.size()));
+    float* to = table.elements<float>().data();
+    for (const Region& r : regions) {
+        const RegionEllipse e = ellipseOf(r);
+        const int level = bright ? 255 - r.level_ : r.level_;
+        for (const double v :
+             {e.x, e.y, double(r.area_), e.major, e.minor, e.angle, double(level), r.variation_})
+            *to++ = float(v);
+    }
+    return table;
+}
+
+}  // namespace
+
+void CpuSegment::init(varitype& params)
+{
+    const Settings settings(*this, params);
+    width_ = settings.integer("dataX");
+    height_ = settings.integer("dataY");
+    labels_ = settings.integer("segment.labels") != 0;
+    bright_ = settings.integer("segment.bright") != 0;
+    meaning_ = frameMeaning(settings);
+    in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
+    forward(*this, params);
+}
+
+void CpuSegment::process(varitype& params)
+{
+    FrameScope frame(*this, params, in_, FrameCheck::Samples16);
+    const auto samples = frame.input<std::uint16_t>();
+    frame16ToBytes(samples, width_, height_, meaning_, grey_);
+    if (bright_)
+        for (std::uint8_t& v : grey_.samples) v = std::uint8_t(255 - v);
+    regions_.clear();
+    // a fifth of an image below 46 pixels is less than the least region
+    if (const int area = width_ * height_; area > 5 * kLeastPixels)
+        detectorFor(area)(grey_.samples, width_, height_, regions_);
+    print::field(std::int64_t(regions_.size()), " segments.size()\n");
+    frame.record().insert("regions", tableOf(regions_, bright_));
+    if (!labels_) return frame.forwardUnchanged();
+    labelStableRegions(grey_.view(), regions_, true, samples);
+    frame.forward();
+}
+
+}  // namespace scansteps

@@ -1,0 +1,67 @@
+// Which features of two views look alike. The registration steps and the edge steps that follow the camera
+// share it.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "corners/corners.h"
+#include "core/scratch_arena.h"
+
+namespace scansteps {
+
+struct Match
+{
+    std::uint32_t first;   ///< index of a feature of the first view
+    std::uint32_t second;  ///< and of the second
+    int distance;          ///< bits in which the descriptors differ
+};
+
+/// Hash tables over pieces of binary descriptors, after M. Norouzi, A. Punjani and D. Fleet, "Fast Search in
+/// Hamming Space with Multi-Index Hashing", CVPR 2012: 21 tables, each keyed with 12 other bits of the first
+/// 252. A feature is found when one of its pieces is free of errors, which misses 1 in 100 at 30 wrong bits
+/// of 256 and 1 in 5 at 50.
+class DescriptorIndex
+{
+  public:
+    DescriptorIndex() = default;
+    explicit DescriptorIndex(std::span<const CornerFeature> features) { assign(features); }
+    /// `features` must outlive the index, which keeps its memory.
+    void assign(std::span<const CornerFeature> features);
+    std::span<const CornerFeature> features() const { return features_; }
+
+    /// Which features a query has looked at already. One for each index and thread.
+    struct Visits
+    {
+        Visits(const DescriptorIndex& index, Scratch scratch) : last(index.features().size(), 0, scratch) {}
+        std::pmr::vector<std::uint32_t> last;
+        std::uint32_t query = 0;
+    };
+
+    struct Found
+    {
+        std::uint32_t index = 0;
+        int distance = 1000;
+    };
+    /// The nearest feature that shares a piece, the first of equals; distance 1000 when there is none.
+    Found nearest(const CornerDescriptor& bits, Visits& visits) const;
+
+  private:
+    static constexpr std::size_t kTables = 21;
+    static constexpr std::size_t kKeyBits = 12;
+    static constexpr std::size_t kKeys = std::size_t{1} << kKeyBits;
+
+    static std::size_t keyOf(const CornerDescriptor& bits, std::size_t table);
+
+    std::span<const CornerFeature> features_;
+    std::vector<std::uint32_t> begin_;  // of each key of each table in `entries_`, and the end of the last
+    std::vector<std::uint32_t> entries_;
+};
+
+/// Pairs of features that are each other's nearest and differ in at most `maxDistance` bits, ordered by
+/// distance, then by the index in the first view. Replaces what `matches` held.
+void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance,
+                   std::vector<Match>& matches, Scratch scratch = {});
+
+}  // namespace scansteps

@@ -1,0 +1,57 @@
+// Base of the steps ccanny5old, ccanny5 and ccanny7: edges at a scale chosen from the frame's width, and the
+// motion from the frame before to this one.
+#pragma once
+
+#include <Eigen/Core>
+#include <optional>
+
+#include "edges/canny_frame16.h"
+#include "grey/grey_from_frame.h"
+#include "regions/mser.h"
+#include "registration/register_views.h"
+#include "scansteps/chain.h"
+#include "scansteps/texture.h"
+
+namespace scansteps {
+
+class MotionCanny : public CPUBase
+{
+  public:
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  protected:
+    explicit MotionCanny(MotionModel model) : model_(model) {}
+
+    /// Scale level: the whole part of log2(width), less 8, limited to 0 ... 4.
+    int level() const { return level_; }
+    int width() const { return width_; }
+    int frameNumber() const { return frames_; }
+    /// What the step prints when it is initialised, and for a frame; may add to the record.
+    virtual void announce() const {}
+    virtual void report(const Registration& motion, varitype& record) const = 0;
+
+  private:
+    void drawEdges(std::span<std::uint16_t> frame);
+
+    MotionModel model_;
+    int width_ = 0, height_ = 0, level_ = 0, frames_ = 0;
+    Frame16 meaning_ = Frame16::Offset;
+    TextureSet in_, spare_;  // the second is kept for hosts that count on two handles a step
+    GreyImage grey_;
+    CornerDetector detector_;
+    PreparedView view_, before_;
+    FloatPlane plane_;
+    CannyWorkspace work_;
+    WorkMemory memory_;
+    Registration motion_;
+    std::optional<MSER> detectRegions_;
+    std::vector<Region> regions_;
+};
+
+/// Mean scale of a motion, and its turn in degrees, counter-clockwise as one sees the image (its y runs
+/// down).
+double scaleOf(const Eigen::Matrix3d& motion);
+double turnOf(const Eigen::Matrix3d& motion);
+
+}  // namespace scansteps

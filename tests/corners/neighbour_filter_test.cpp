@@ -1,0 +1,67 @@
+#include "corners/neighbour_filter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "corners/feature_record.h"
+#include "support/chain.h"
+#include "support/frames16.h"
+#include "support/images.h"
+
+namespace scansteps {
+namespace {
+
+TEST(LikeNeighbours, equalsASearchOverAllPairs)
+{
+    std::mt19937_64 random(4);
+    std::vector<CornerFeature> features(700);
+    for (CornerFeature& f : features) {
+        f.x = float(random() % 6400) / 10 - 20;  // some outside the frame
+        f.y = float(random() % 4800) / 10 - 20;
+        for (auto& word : f.bits) word = random() & random() & random();
+    }
+    for (const LikeNeighbours& s : {LikeNeighbours{}, LikeNeighbours{7.5F, 120, 1},
+                                    LikeNeighbours{1000, 90, 5}, LikeNeighbours{20, 100, 0}}) {
+        std::vector<std::uint32_t> expected;
+        for (std::uint32_t i = 0; i < features.size(); ++i) {
+            int like = 0;
+            for (std::uint32_t j = 0; j < features.size(); ++j)
+                like +=
+                    i != j &&
+                    std::hypot(features[i].x - features[j].x, features[i].y - features[j].y) <= s.radius &&
+                    hammingDistance(features[i].bits, features[j].bits) <= s.distance;
+            if (like >= s.count) expected.push_back(i);
+        }
+        EXPECT_EQ(withLikeNeighbours(features, s), expected) << s.radius;
+    }
+    EXPECT_TRUE(withLikeNeighbours({}, {}).empty());
+}
+
+TEST(NeigFilter, behindTheCornerDetector)
+{
+    const Array frame = test::offsetFrame(test::greyOf(test::examplePhoto("img0000.jpg")), 640);
+    const auto run = [&](const std::vector<std::string>& kinds) {
+        test::Chain chain(kinds);
+        chain.init(test::geometryOf(640, 480, {{"cpu_base", 0}, {"neig", Struct{{"distance", 80}}}}));
+        test::printed([&] { chain.process(&frame), chain.flush(); });
+        return chain.arrived.at(1).record;
+    };
+    const varitype record = run({"ccorner5", "cneig"});
+    const std::vector<CornerFeature> before = featuresOf(run({"ccorner5"}));
+    const std::vector<CornerFeature> after = featuresOf(record);
+    EXPECT_GT(after.size(), 50U);
+    EXPECT_LT(after.size(), before.size());
+    const auto numbers = record["verti"].as<Array>().elements<std::int32_t>();
+    ASSERT_EQ(numbers.size(), after.size());
+    for (std::size_t i = 0; i < after.size(); ++i)
+        EXPECT_EQ(before[std::size_t(numbers[i])].bits, after[i].bits);
+    EXPECT_EQ(record["vert"].as<Array>().dim(1), after.size());
+    test::Chain alone({"cneig"});
+    alone.init(test::geometryOf(640, 480));
+    EXPECT_EQ(test::thrownText([&] { alone.process(); }), "[vertAttr] not found");
+}
+
+}  // namespace
+}  // namespace scansteps

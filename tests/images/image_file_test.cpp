@@ -1,0 +1,317 @@
+#include "images/image_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
+#include "support/images.h"
+#include "support/jpeg.h"
+#include "support/temp_dir.h"
+
+namespace scansteps {
+namespace {
+
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+
+struct Loaded
+{
+    std::optional<RgbImage> image;
+    std::string out;
+    std::string err;
+};
+
+Loaded load(const std::string& path)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Loaded result{loadImage(path), {}, {}};
+    std::fflush(stdout);
+    result.out = testing::internal::GetCapturedStdout();
+    result.err = testing::internal::GetCapturedStderr();
+    return result;
+}
+
+TEST(LoadPpm, layoutsScaledByMaxval)
+{
+    const struct
+    {
+        const char* what;
+        std::string file;
+        int width, height;
+        std::vector<std::uint8_t> rgb;
+    } table[] = {
+        {"colour", std::string("P6\n2 1\n255\n\x01\x02\x03\xff\x00\x80", 17), 2, 1, {1, 2, 3, 255, 0, 128}},
+        {"grey", "P5 1 3 255\nABC", 1, 3, {65, 65, 65, 66, 66, 66, 67, 67, 67}},
+        {"maxval 100 truncates", "P6 1 1 100\n\x01\x32\x64", 1, 1, {2, 127, 255}},
+        {"above maxval keeps the low bits", "P5 1 1 1\n\x02", 1, 1, {254, 254, 254}},
+        {"maxval 65535, a byte a sample", "P5 2 1 65535\n\xfe\xff", 2, 1, {0, 0, 0, 0, 0, 0}},
+        {"ASCII variant read as bytes", "P2 2 1 255\n10", 2, 1, {49, 49, 49, 48, 48, 48}},
+        {"one blank only before samples", "P5 1 1 255\n\n", 1, 1, {10, 10, 10}},
+        {"longer than its header says", "P5 1 1 255\nAB", 1, 1, {65, 65, 65}},
+    };
+    const test::TempDir dir;
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.what);
+        const Loaded loaded = load(dir.write("x.jpg", row.file));  // content decides, not the name
+        ASSERT_TRUE(loaded.image);
+        EXPECT_EQ(loaded.image->width, row.width);
+        EXPECT_EQ(loaded.image->height, row.height);
+        EXPECT_THAT(loaded.image->bytes(), ElementsAreArray(row.rgb));
+    }
+}
+
+TEST(LoadPpm, printsWhatItReads)
+{
+    const test::TempDir dir;
+    EXPECT_EQ(load(dir.write("a.ppm", "P5 2 1 255\nAB")).out,
+              "              5 fmt\n              2 *W\n              1 *H\n");
+    EXPECT_EQ(load(dir / "missing.ppm").out, "image file not found\n");
+}
+
+TEST(LoadPpm, commentsAfterTheMagicNumber)
+{
+    const test::TempDir dir;
+    const Loaded one = load(dir.write("a.ppm", "P5\n# made by hand\n2 1\n255\nAB"));
+    ASSERT_TRUE(one.image);
+    EXPECT_THAT(one.out, HasSubstr("fmt\nreadppm params error\n              2 *W"));
+    EXPECT_TRUE(load(dir.write("b.ppm", "P5\n# one\n#two\n2 1\n255\nAB")).image);
+    const Loaded between = load(dir.write("e.ppm", "P5\n2 # width\n1\n#height\n255\nAB"));
+    ASSERT_TRUE(between.image);
+    EXPECT_EQ(between.image->width, 2);
+    EXPECT_THAT(between.out, HasSubstr("fmt\nreadppm params error\nreadppm params error\n"));
+
+    const Loaded longComment = load(dir.write("c.ppm", "P5\n#" + std::string(10001, 'x') + "\n2 1\n255\nAB"));
+    EXPECT_FALSE(longComment.image);
+    const Loaded noNumber = load(dir.write("d.ppm", "P5\nx\n2 1\n255\nAB"));
+    EXPECT_FALSE(noNumber.image);
+    EXPECT_THAT(noNumber.out, HasSubstr("readppm params error\nreadppm params error\n"));
+}
+
+TEST(LoadPpm, refusesWhatTheFileCannotHold)
+{
+    const test::TempDir dir;
+    const struct
+    {
+        const char* header;
+        const char* words;
+    } table[] = {
+        {"P6 100 100 255\n", "fewer samples"}, {"P6 999999999 999999999 255\n", "fewer samples"},
+        {"P6 0 5 255\n", "at least 1"},        {"P6 5 0 255\n", "at least 1"},
+        {"P6 -4 -4 255\n", "at least 1"},      {"P6 1 1 0\n", "at least 1"},
+        {"P6 1 1 -255\n", "at least 1"},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.header);
+        const Loaded loaded = load(dir.write("a.ppm", std::string(row.header) + "some samples"));
+        EXPECT_FALSE(loaded.image);
+        EXPECT_THAT(loaded.err, HasSubstr(row.words));
+    }
+    EXPECT_FALSE(load(dir.write("b.ppm", "P6 2")).image);
+    EXPECT_FALSE(load(dir.write("c.ppm", "P6")).image);
+}
+
+TEST(LoadJpeg, photographsEqualThePlainUseOfTheLibrary)
+{
+    const test::TempDir dir;
+    for (const char* name : {"img0000.jpg", "photo_chelsea.jpg", "photo_astronaut.jpg"}) {
+        SCOPED_TRACE(name);
+        const test::Image expected = test::examplePhoto(name);
+        const Loaded loaded = load(dir.write("x.ppm", test::readFile(test::examplePath(name))));
+        ASSERT_TRUE(loaded.image);
+        EXPECT_EQ(loaded.out, "");
+        EXPECT_EQ(loaded.image->width, expected.width);
+        EXPECT_EQ(loaded.image->height, expected.height);
+        EXPECT_TRUE(std::ranges::equal(loaded.image->bytes(), expected.rgb));
+    }
+}
+
+TEST(LoadJpeg, brokenFiles)
+{
+    const test::TempDir dir;
+    const std::string photo = test::readFile(test::examplePath("img0000.jpg"));
+
+    const Loaded truncated = load(dir.write("a.jpg", photo.substr(0, photo.size() / 2)));
+    ASSERT_TRUE(truncated.image) << "a truncated file gives what there is";
+    EXPECT_EQ(truncated.image->height, 480);
+    EXPECT_THAT(truncated.err, HasSubstr("Premature end"));
+
+    EXPECT_THAT(load(dir.write("b.jpg", "hello")).err, HasSubstr("Not a JPEG file"));
+    EXPECT_FALSE(load(dir.write("c.jpg", "")).image);
+    EXPECT_FALSE(load(dir.write("d.jpg", photo.substr(0, 200))).image);
+
+    std::string huge = photo;  // the frame header claims 65500 x 65500
+    const std::size_t frame = huge.find("\xff\xc0");
+    ASSERT_NE(frame, std::string::npos);
+    for (const std::size_t at : {frame + 5, frame + 7}) huge.replace(at, 2, "\xff\xdc");
+    const Loaded refused = load(dir.write("e.jpg", huge));
+    EXPECT_FALSE(refused.image);
+    EXPECT_THAT(refused.err, HasSubstr("65500 x 65500"));
+}
+
+// In four inks, stored as Adobe's programs do (inverted, with their marker) and as they are.
+TEST(LoadJpeg, inksBecomeColours)
+{
+    const test::TempDir dir;
+    const test::Image photo = test::cropped(test::examplePhoto("photo_coffee.jpg"), 64, 48);
+    const struct
+    {
+        J_COLOR_SPACE space;
+        bool adobe;
+    } table[] = {{JCS_YCCK, true}, {JCS_CMYK, true}, {JCS_CMYK, false}};
+    for (const auto& row : table) {
+        const auto bytes = test::encodeInks(photo, row.space, row.adobe);
+        const Loaded loaded = load(dir.write("inks.jpg", {bytes.begin(), bytes.end()}));
+        ASSERT_TRUE(loaded.image) << loaded.err;
+        double sum = 0;
+        for (std::size_t i = 0; i < photo.rgb.size(); ++i)
+            sum += std::abs(int(photo.rgb[i]) - int(loaded.image->bytes()[i]));
+        EXPECT_LT(sum / double(photo.rgb.size()), 3) << row.space << row.adobe;
+    }
+}
+
+#ifndef _WIN32
+TEST(LoadImage, throughAPipeInPieces)
+{
+    const test::TempDir dir;
+    const std::string pipe = dir / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const test::Image photo = test::examplePhoto("img0000.jpg");
+    ASSERT_TRUE(writeImage(dir / "a.ppm", 0, 640, 480, true, photo.rgb));
+    for (const std::string& file :
+         {test::readFile(test::examplePath("img0000.jpg")), test::readFile(dir / "a.ppm")}) {
+        std::thread writer([&] {
+            std::ofstream out(pipe, std::ios::binary);
+            for (std::size_t at = 0; at < file.size(); at += 50021)
+                out << file.substr(at, 50021) << std::flush;
+        });
+        const Loaded loaded = load(pipe);
+        writer.join();
+        ASSERT_TRUE(loaded.image) << loaded.err;
+        EXPECT_TRUE(std::ranges::equal(loaded.image->bytes(), photo.rgb));
+    }
+}
+#endif
+
+TEST(LoadJpeg, notFiles)
+{
+    const test::TempDir dir;
+    EXPECT_FALSE(load(dir / "").image) << "a folder";
+    EXPECT_FALSE(load("").image);
+}
+
+// Saved inputs of the fuzzer, old crashers included.
+TEST(LoadImage, fuzzCorpus)
+{
+    int count = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(SCANSTEPS_SOURCE_DIR "/fuzz/corpus/image_file")) {
+        SCOPED_TRACE(entry.path());
+        const Loaded loaded = load(entry.path().string());
+        if (loaded.image) {
+            EXPECT_GE(loaded.image->width, 1);
+            EXPECT_GE(loaded.image->height, 1);
+        }
+        ++count;
+    }
+    EXPECT_GE(count, 20);
+}
+
+TEST(WriteImage, theNameTellsTheKind)
+{
+    const test::TempDir dir;
+    const std::vector<std::uint8_t> rgb = {1, 2, 3, 4, 5, 6};
+    EXPECT_TRUE(writeImage(dir / "a.ppm", 75, 2, 1, true, rgb));
+    EXPECT_EQ(test::readFile(dir / "a.ppm"), "P6\n2 1\n255\n\x01\x02\x03\x04\x05\x06");
+    EXPECT_TRUE(writeImage(dir / "b.PPM.old", 75, 1, 2, true, rgb)) << "anywhere in the name";
+    for (const char* name : {"a.jpg", "a.jpeg", "a.JPG", "a.JPEG", "a.jpg.ppm"}) {
+        SCOPED_TRACE(name);
+        EXPECT_TRUE(writeImage(dir / name, 75, 2, 1, true, rgb));
+        EXPECT_EQ(test::readFile(dir / name).substr(0, 3), "\xff\xd8\xff");
+    }
+}
+
+TEST(WriteImage, whatIsNotWritten)
+{
+    const test::TempDir dir;
+    const std::vector<std::uint8_t> six(6);
+    const struct
+    {
+        const char* name;
+        int width, height;
+        bool isRgb;
+    } table[] = {
+        {"out.png", 2, 1, true},  {"out.Jpg", 2, 1, true},  {"out", 2, 1, true},
+        {"out.ppm", 2, 1, false}, {"out.jpg", 0, 1, true},  {"out.jpg", 2, -1, true},
+        {"out.ppm", 2, 2, true},  {"out.jpg", 7, 1, false}, {"no/out.ppm", 2, 1, true},
+    };
+    for (const auto& row : table) {
+        EXPECT_FALSE(writeImage(dir / row.name, 75, row.width, row.height, row.isRgb, six)) << row.name;
+        EXPECT_FALSE(std::filesystem::exists(dir / row.name)) << row.name;
+    }
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(writeImage(dir / "no/out.jpg", 75, 2, 1, true, six));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "can't open " + (dir / "no/out.jpg") + "\n");
+}
+
+TEST(WriteImage, tooWideForJpegFailsWithTheLibrarysWords)
+{
+    const test::TempDir dir;
+    const std::vector<std::uint8_t> row(70000);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(writeImage(dir / "a.jpg", 75, 70000, 1, false, row));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Maximum supported image dimension"));
+}
+
+TEST(WriteImage, fullDiskIsAFailure)
+{
+    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+    const test::TempDir dir;
+    std::filesystem::create_symlink("/dev/full", dir / "a.jpg");
+    std::filesystem::create_symlink("/dev/full", dir / "a.ppm");
+    const test::Image photo = test::examplePhoto("img0000.jpg");
+    for (const char* name : {"a.jpg", "a.ppm"}) {
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(writeImage(dir / name, 90, 640, 480, true, photo.rgb));
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("can't write " + dir / name));
+    }
+}
+
+TEST(WriteImage, photographsComeBackNearlyAsTheyWere)
+{
+    const test::TempDir dir;
+    const test::Image photo = test::examplePhoto("img0003.jpg");
+    const auto meanError = [&](const std::string& path, const std::vector<std::uint8_t>& expected) {
+        const Loaded loaded = load(path);
+        double sum = 0;
+        for (std::size_t i = 0; i < expected.size(); ++i)
+            sum += std::abs(int(expected[i]) - int(loaded.image->bytes()[i]));
+        return sum / double(expected.size());
+    };
+    ASSERT_TRUE(writeImage(dir / "a.ppm", 0, 640, 480, true, photo.rgb));
+    EXPECT_EQ(meanError(dir / "a.ppm", photo.rgb), 0.0);
+    ASSERT_TRUE(writeImage(dir / "a.jpg", 95, 640, 480, true, photo.rgb));
+    EXPECT_LT(meanError(dir / "a.jpg", photo.rgb), 2.0);
+    ASSERT_TRUE(writeImage(dir / "b.jpg", 20, 640, 480, true, photo.rgb));
+    EXPECT_LT(std::filesystem::file_size(dir / "b.jpg"), std::filesystem::file_size(dir / "a.jpg") / 3);
+
+    const std::vector<std::uint8_t> grey = test::greyOf(photo);
+    std::vector<std::uint8_t> threeTimes;
+    for (const std::uint8_t g : grey) threeTimes.insert(threeTimes.end(), 3, g);
+    ASSERT_TRUE(writeImage(dir / "g.jpg", 95, 640, 480, false, grey));
+    EXPECT_LT(meanError(dir / "g.jpg", threeTimes), 1.0);
+}
+
+}  // namespace
+}  // namespace scansteps

@@ -1,0 +1,279 @@
+// Step cply in a chain: records in every accepted form to files, what is refused, and what passes on.
+#include "mesh/cply.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "mesh/models.h"
+#include "images/image_file.h"
+#include "support/chain.h"
+#include "support/temp_dir.h"
+
+namespace scansteps {
+namespace {
+
+using test::printed;
+using test::thrownText;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+template <class T>
+Array arrayOf(Kind kind, const std::vector<T>& values, std::vector<std::uint32_t> dims)
+{
+    Array array(kind, dims[0], dims[1], dims[2]);
+    EXPECT_EQ(array.byteSize(), values.size() * sizeof(T));
+    if (!values.empty()) std::memcpy(array.data(), values.data(), array.byteSize());
+    return array;
+}
+
+/// The entries of a mesh; `flat` chooses among the shapes that triples may have.
+Struct recordOf(const test::Model& model, int flat = 0)
+{
+    const auto shape = [&](std::size_t values, std::uint32_t width) -> std::vector<std::uint32_t> {
+        const auto count = static_cast<std::uint32_t>(values) / width;
+        if (flat == 0) return {width, count, 1};
+        return flat == 1 ? std::vector<std::uint32_t>{count, width, 1}
+                         : std::vector<std::uint32_t>{count * width, 1, 1};
+    };
+    Struct tria{{"Vertices", arrayOf(Kind::Float, model.vertices, shape(model.vertices.size(), 3))},
+                {"Indices",
+                 arrayOf(flat == 1 ? Kind::Int : Kind::Uint, model.indices, shape(model.indices.size(), 3))},
+                {"Tricolors", arrayOf(Kind::Float, model.colours, shape(model.colours.size(), 3))}};
+    if (!model.pixels.empty())
+        tria.insert("Pixels", arrayOf(Kind::Float, model.pixels, shape(model.pixels.size(), 2)));
+    if (!model.views.empty())
+        tria.insert("Views",
+                    arrayOf(Kind::Int, model.views, {static_cast<std::uint32_t>(model.views.size()), 1, 1}));
+    return {{"tria", tria}};
+}
+
+Struct cloudRecord()
+{
+    return {{"pns", Struct{{"Points", arrayOf<float>(Kind::Float, {1, 2, 3}, {3, 1, 1})},
+                           {"Colors", arrayOf<float>(Kind::Float, {4, 5, 6}, {3, 1, 1})}}}};
+}
+
+struct CpuPlyTest : testing::Test
+{
+    test::TempDir dir;
+    test::Chain chain{{"cply"}};
+
+    void init(const std::string& name, int width = 64)
+    {
+        chain.init({{"export", Struct{{"name", name.empty() ? name : dir / name}}},
+                    {"export_obj", Struct{{"image_width", width}}}});
+    }
+};
+
+TEST(CpuPly, formatIsChosenByTheLastHit)
+{
+    using Format = CpuPly::Format;
+    const std::pair<const char*, Format> cases[] = {
+        {"a.ply", Format::Ply},         {"a.PLY", Format::Ply},
+        {"a.Ply", Format::None},        {"a.ply.obj", Format::Obj},
+        {"a.obj.ply", Format::Obj},     {"a.flt.ply", Format::Flt},
+        {"dir.stl/a.OBJ", Format::Stl}, {"a.FLT", Format::Flt},
+        {"model", Format::None},        {"a.obj.flt.stl.ply", Format::Stl}};
+    for (const auto& [name, format] : cases) EXPECT_EQ(CpuPly::formatOf(name), format) << name;
+}
+
+TEST_F(CpuPlyTest, everyShapeOfTriplesGivesTheSameFiles)
+{
+    std::map<std::string, std::string> first;
+    for (const int flat : {0, 1, 2})
+        for (const char* name : {"a.ply", "a.obj", "a.stl", "a.flt"}) {
+            init(name);
+            printed([&] { chain.process(nullptr, recordOf(test::tetrahedron(), flat)); });
+            const std::string bytes = test::readFile(dir / name);
+            EXPECT_FALSE(bytes.empty());
+            EXPECT_EQ(first.try_emplace(name, bytes).first->second, bytes) << name << " " << flat;
+        }
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.flt", "a.jpg", "a.mtl", "a.obj", "a.ply", "a.stl"));
+}
+
+TEST_F(CpuPlyTest, eventPassesOnWithItsModel)
+{
+    init("a.ply");
+    chain.process(nullptr, recordOf(test::tetrahedron()));
+    printed([&] { chain.flush(); });
+    ASSERT_EQ(chain.arrived.size(), 3U);
+    EXPECT_EQ(chain.arrived[1].eventType, 1002);
+    EXPECT_TRUE(chain.arrived[1].record["tria"].has("Vertices"));
+    EXPECT_FALSE(chain.arrived[1].record.has("handle"));
+}
+
+TEST_F(CpuPlyTest, cloudsAreWrittenAsPlyOnly)
+{
+    for (const char* name : {"a.stl", "a.obj", "a.flt", "a.xyz"}) {
+        init(name);
+        chain.process(nullptr, cloudRecord());
+    }
+    EXPECT_TRUE(dir.names().empty());
+    init("a.ply");
+    chain.process(nullptr, cloudRecord());
+    EXPECT_THAT(test::readFile(dir / "a.ply"), testing::EndsWith("end_header\n1 2 3 4 5 6 \n"));
+}
+
+TEST_F(CpuPlyTest, meshGoesBeforeCloudAndOtherEventsWriteNothing)
+{
+    init("a.ply");
+    Struct both = recordOf(test::tetrahedron());
+    both.insert("pns", cloudRecord()["pns"]);
+    chain.process(nullptr, both);
+    EXPECT_THAT(test::readFile(dir / "a.ply"), HasSubstr("element face 4"));
+    init("b.txt");
+    chain.process(nullptr, recordOf(test::tetrahedron()));
+    init("c.ply");
+    chain.process();
+    init("missing/d.ply");
+    chain.process(nullptr, recordOf(test::tetrahedron()));
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.ply"));
+    EXPECT_EQ(chain.arrived.size(), 8U);
+}
+
+TEST_F(CpuPlyTest, stlPrintsItsFigures)
+{
+    init("a.stl");
+    EXPECT_EQ(printed([&] { chain.process(nullptr, recordOf(test::tetrahedron())); }),
+              "             50 sizeof(STLEntry)\n              3 imax\n              0 imin\n");
+}
+
+TEST_F(CpuPlyTest, emptyNameIsOutPly)
+{
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(std::filesystem::path(dir / "x").parent_path());
+    init("");
+    chain.process(nullptr, cloudRecord());
+    std::filesystem::current_path(before);
+    EXPECT_THAT(dir.names(), testing::ElementsAre("out.ply"));
+}
+
+TEST_F(CpuPlyTest, picturesAsBytesAndByHandle)
+{
+    const test::Plain red(90, 60, 255, 0, 0), blue(90, 60, 0, 0, 255);
+    test::Model model = test::bumpyGrid(3, 2);
+    model.pixels = {1, 1, 20, 1, 40, 1, 1, 30, 20, 30, 40, 30};
+    model.views = {0, 0, 1, 1};
+    Struct record = recordOf(model);
+    const Array bytes = arrayOf(Kind::Uchar, red.rgb, {270, 60, 1});
+    const auto held = createTexture(format::kU1x8, 0, 0);
+    pixelsOf(int(held->handle)) = arrayOf(Kind::Uchar, blue.rgb, {270, 60, 1});
+    record.insert("images", StructArray{Struct{{"data", bytes}}, Struct{{"handle", int(held->handle)}}});
+    init("a.obj");
+    printed([&] { chain.process(nullptr, record); });
+    const auto page = loadImage(dir / "a.jpg");
+    ASSERT_TRUE(page);
+    std::size_t reds = 0, blues = 0;
+    for (std::size_t i = 0; i < page->size(); i += 3) {
+        reds += page->bytes()[i] > 240 && page->bytes()[i + 2] < 15;
+        blues += page->bytes()[i + 2] > 240 && page->bytes()[i] < 15;
+    }
+    EXPECT_GT(reds, 600U);  // two parts of 20 x 30 pixels and their borders
+    EXPECT_GT(blues, 600U);
+}
+
+// Four vertices and four triangles: only the shape tells what the pictures are given for.
+TEST_F(CpuPlyTest, shapeOfViewsTellsWhatTheyAreFor)
+{
+    test::Model model = test::tetrahedron();
+    model.pixels.assign(8, 1.0F);
+    model.views = {0, 1, 1, 1};
+    Struct record = recordOf(model);
+    const Struct picture{{"data", Array(Kind::Uchar, 9, 3)}};
+    record.insert("images", StructArray{picture, picture});
+    init("a.obj");
+    EXPECT_EQ(thrownText([&] { printed([&] { chain.process(nullptr, record); }); }), "");
+    record["tria"].set("Views", arrayOf(Kind::Int, model.views, {1, 4, 1}));
+    EXPECT_THAT(thrownText([&] { chain.process(nullptr, record); }), HasSubstr("joins vertices"));
+}
+
+TEST_F(CpuPlyTest, hostIsToldWhatWasNotWritten)
+{
+    const struct
+    {
+        const char* name;
+        Struct entries;
+        std::vector<Trouble> told;
+    } cases[] = {{"a.ply", {}, {Trouble::NoModel}},
+                 {"a.ply", cloudRecord(), {}},
+                 {"a.obj", cloudRecord(), {Trouble::ModelNotWritten}},
+                 {"missing/a.obj", recordOf(test::tetrahedron()), {Trouble::ModelNotWritten}},
+                 {"missing/a.flt", recordOf(test::tetrahedron()), {Trouble::ModelNotWritten}},
+                 {"missing/a.stl", recordOf(test::tetrahedron()), {Trouble::ModelNotWritten}}};
+    for (const auto& c : cases) {
+        init(c.name);
+        chain.notices.clear();
+        printed([&] { chain.process(nullptr, c.entries), chain.flush(); });
+        ASSERT_EQ(chain.notices.size(), c.told.size()) << c.name;
+        if (c.told.empty()) continue;
+        EXPECT_EQ(chain.notices[0].trouble, c.told[0]) << c.name;
+        EXPECT_EQ(chain.notices[0].file, dir / c.name);
+        EXPECT_EQ(chain.notices[0].reason.empty(), c.told[0] == Trouble::NoModel);
+    }
+}
+
+struct Refusal
+{
+    const char* entry;
+    varitype value;
+    const char* text;
+};
+
+TEST_F(CpuPlyTest, otherShapesAndKindsAreRefused)
+{
+    const Refusal refusals[] = {
+        {"Vertices", Array(Kind::Float, 4, 4),
+         "\"Vertices\" is an array of 4 x 4 x 1 float elements, not of triples"},
+        {"Vertices", Array(Kind::Float, 3, 4, 2), "not of triples"},
+        {"Vertices", Array(Kind::Float, 1, 12), "not of triples"},
+        {"Vertices", Array(Kind::Double, 3, 4),
+         "\"Vertices\" is an array of 3 x 4 x 1 double elements, not of kind float"},
+        {"Indices", Array(Kind::Short, 3, 4), "not of kind int or unsigned int"},
+        {"Indices", Array(Kind::Int, 13, 1), "not of triples"},
+        {"Pixels", Array(Kind::Float, 3, 4),
+         "\"Pixels\" is an array of 3 x 4 x 1 float elements, not of pairs"},
+        {"Views", Array(Kind::Float, 4, 1), "not of kind int"},
+        {"Views", Array(Kind::Int, 2, 2), "not of a list"},
+        {"Tricolors", 7, "varitype::getv() type error!"},
+    };
+    init("a.obj");
+    for (const Refusal& refusal : refusals) {
+        varitype record = recordOf(test::tetrahedron());
+        record["tria"].set(refusal.entry, refusal.value);
+        EXPECT_THAT(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }),
+                    HasSubstr(refusal.text));
+    }
+    varitype record = recordOf(test::tetrahedron());
+    record.set("images", StructArray{Struct{{"data", Array(Kind::Uchar, 4, 4)}}});
+    EXPECT_THAT(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }),
+                StartsWith("\"images\": element 0 is an array"));
+    record.set("images", StructArray{Struct{{"daten", 1}}});
+    EXPECT_THAT(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }), HasSubstr("neither"));
+    record["tria"].remove("Tricolors");
+    record.remove("images");
+    printed([&] { chain.process(nullptr, record.as<Struct>()); });  // OBJ has no use for colours
+    init("b.ply");
+    EXPECT_EQ(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }), "[Tricolors] not found");
+    EXPECT_THAT(dir.names(), testing::ElementsAre("a.jpg", "a.mtl", "a.obj"));
+}
+
+TEST_F(CpuPlyTest, imageWidthCountsWherePagesAreMade)
+{
+    const varitype record = recordOf(test::tetrahedron());
+    for (const int width : {0, -5, 65501}) {
+        init("a.ply", width);
+        printed([&] { chain.process(nullptr, record.as<Struct>()); });
+        init("a.obj", width);
+        EXPECT_THAT(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }),
+                    HasSubstr("image_width"));
+    }
+}
+
+}  // namespace
+}  // namespace scansteps

@@ -1,0 +1,189 @@
+#include "mesh/number_batch.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/targets.h"
+
+namespace scansteps {
+namespace {
+
+template <typename Put, typename Value>
+std::string textOf(Put put, Value value)
+{
+    char room[text::kNumberRoom] = {};
+    return {room, put(room, value)};
+}
+
+// Fast enough for millions of numbers; streamed() shows on fewer that the stream writes the same.
+std::string printed(double value)
+{
+    char room[64];
+    return {room, static_cast<std::size_t>(std::snprintf(room, sizeof room, "%g", value))};
+}
+
+std::string streamed(double value)
+{
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+
+void expectTenThousandths(std::int64_t n)
+{
+    if (n > std::numeric_limits<std::int32_t>::max()) return;
+    const auto number = static_cast<std::int32_t>(n);
+    ASSERT_EQ(textOf(text::putTenThousandths, number), printed(number * 0.0001)) << n;
+    if (n % 7 == 0) {  // the sign is put before anything else is done
+        ASSERT_EQ(textOf(text::putTenThousandths, -number), printed(-number * 0.0001)) << -n;
+    }
+}
+
+TEST(TextFormat, unsignedNumbers)
+{
+    for (std::uint64_t power = 1; power <= 10000000000; power *= 10)
+        for (const std::uint64_t n : {power - 1, power, power + 1, power / 2, power * 2 - 1}) {
+            const auto number = static_cast<std::uint32_t>(n);
+            EXPECT_EQ(textOf(text::putUnsigned, number), std::to_string(number));
+        }
+    for (std::uint32_t n = 0; n < 1100000; ++n) ASSERT_EQ(textOf(text::putUnsigned, n), std::to_string(n));
+}
+
+TEST(TextFormat, words)
+{
+    const auto put = [](char* out, std::uint32_t n) { return text::put(out, text::wordOf(n), '/'); };
+    for (std::uint32_t n = 0; n < text::kWordLimit; ++n) ASSERT_EQ(textOf(put, n), std::to_string(n) + "/");
+}
+
+// What needs no rounding, in full.
+TEST(TextFormat, tenThousandthsOfSixDigits)
+{
+    for (std::int64_t n = 0; n <= 1000000; ++n) expectTenThousandths(n);
+}
+
+// Beyond six digits the text depends only on the side of the nearest tie: every tie of every decade, and the
+// neighbours of many.
+TEST(TextFormat, tenThousandthsAtEveryTie)
+{
+    std::int64_t first = 1000000;
+    for (const std::int64_t step : {10, 100, 1000, 10000}) {
+        for (std::int64_t n = first + step / 2; n < first * 10 && n <= 0x7FFFFFFF; n += step) {
+            expectTenThousandths(n);
+            if (n / step % 7 != 0) continue;
+            for (const std::int64_t at : {n - step / 2, n - 1, n + 1}) expectTenThousandths(at);
+        }
+        first *= 10;
+    }
+    EXPECT_EQ(textOf(text::putTenThousandths, std::numeric_limits<std::int32_t>::min()), "-214748");
+}
+
+// All 2^32 numbers; takes minutes, so it is run by hand (--gtest_also_run_disabled_tests).
+TEST(TextFormat, DISABLED_tenThousandthsOfEveryInteger)
+{
+    for (std::int64_t n = std::numeric_limits<std::int32_t>::min(); n <= 0x7FFFFFFF; ++n) {
+        const auto number = static_cast<std::int32_t>(n);
+        ASSERT_EQ(textOf(text::putTenThousandths, number), printed(number * 0.0001)) << n;
+    }
+}
+
+void expectGeneral(double value)
+{
+    ASSERT_EQ(textOf(text::putGeneral, value), printed(value)) << std::hexfloat << value;
+    text::PreparedNumber prepared = 0;
+    text::prepareNumbers({&value, 1}, {&prepared, 1});
+    const auto put = [&](char* out, double v) { return text::putPrepared(out, prepared, v); };
+    ASSERT_EQ(textOf(put, value), printed(value)) << std::hexfloat << value;
+}
+
+TEST(TextFormat, generalNumbersOfEveryDecadeAndTheirTies)
+{
+    for (int exponent = -12; exponent <= 12; ++exponent) {
+        const double power = std::pow(10.0, exponent);
+        for (int lead = 100000; lead < 1000000; lead += 997)
+            for (const double offset : {0.0, 0.5, 0.25, 0.4999999999, 0.5000000001}) {
+                const double value = (lead + offset) * power;
+                expectGeneral(value);
+                expectGeneral(std::nextafter(value, 0));
+                expectGeneral(-std::nextafter(value, 1e300));
+                expectGeneral(static_cast<float>(value));
+            }
+    }
+}
+
+// Exact ties are common among texture coordinates: odd multiples of a power of two.
+TEST(TextFormat, generalTiesOfBinaryFractions)
+{
+    for (int shift = 1; shift <= 24; ++shift)
+        for (int odd = 1; odd < 20000; odd += 2) expectGeneral(std::ldexp(odd, -shift));
+}
+
+TEST(TextFormat, generalSpecialNumbers)
+{
+    const double big = std::numeric_limits<double>::max();
+    for (const double value :
+         {0.0,      -0.0,      1e-4,         9.9999949e-5, 9.9999951e-5, 9.99999e-5, 999999.4,
+          524288.0, 600000.25, 999999.49999, 999999.5,     1e6,          1e-300,     5e-324,
+          big,      -big,      HUGE_VAL,     99999.95,     9.999995,     0.9999995}) {
+        expectGeneral(value);
+        EXPECT_EQ(streamed(value), printed(value));
+    }
+}
+
+TEST(TextFormat, generalRandomFloats)
+{
+    std::mt19937 random(7);
+    for (int i = 0; i < 2000000; ++i) {
+        float value;
+        const auto bits = static_cast<std::uint32_t>(random());
+        std::memcpy(&value, &bits, 4);
+        if (std::isfinite(value)) expectGeneral(value);
+        expectGeneral(static_cast<std::int32_t>(random()) * 1e-6);
+        if (i % 100 == 0) {
+            ASSERT_EQ(streamed(value), printed(value));
+        }
+    }
+}
+
+TEST(TextFormat, numbersOfSixDigits)
+{
+    for (std::uint32_t n = 0; n < 2000000; n += n % 100000 < 3 || n % 100000 > 99990 ? 1 : 17) {
+        if (!text::hasSixDigits(n)) continue;
+        const auto put = [](char* out, std::uint32_t k) {
+            return text::putSix(out, text::sixDigits(k), ' ');
+        };
+        ASSERT_EQ(textOf(put, n), std::to_string(n) + " ");
+    }
+}
+
+// Every binade with random bits below, and what lies around the borders.
+TEST(TextFormat, preparedAlikeOnEveryTarget)
+{
+    std::mt19937_64 random(3);
+    std::vector<double> values = {0.0, -0.0, HUGE_VAL, -HUGE_VAL, std::nan(""), 5e-324};
+    for (std::uint64_t exponent = 0; exponent < 2048; ++exponent)
+        for (int i = 0; i < (exponent > 1000 && exponent < 1050 ? 3000 : 5); ++i)
+            values.push_back(std::bit_cast<double>(exponent << 52 | random() >> 12 | (random() & 1) << 63));
+    for (double power = 1e-6; power < 1e8; power *= 10)
+        for (const double v : {power, 0.9999995 * power, 0.99999949999 * power, 1.0000005 * power})
+            for (const double w : {v, std::nextafter(v, 0), std::nextafter(v, 1e300)}) values.push_back(-w);
+    std::vector<text::PreparedNumber> expected(values.size());
+    text::scalar::prepareNumbers(values, expected);
+    EXPECT_GT(std::ranges::count_if(expected, [](auto n) { return n != text::kNotPrepared; }), 50000);
+    test::forEachTarget([&] {
+        std::vector<text::PreparedNumber> prepared(values.size());
+        text::prepareNumbers(values, prepared);
+        EXPECT_EQ(prepared, expected);
+    });
+}
+
+}  // namespace
+}  // namespace scansteps

@@ -1,0 +1,296 @@
+// Several pictures: layout, page pixels, and the OBJ and OpenFlight files that refer to them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <random>
+#include <sstream>
+#include <string>
+
+#include "mesh/flt_writer.h"
+#include "mesh/models.h"
+#include "mesh/obj_writer.h"
+#include "mesh/texture_page.h"
+#include "images/image_file.h"
+#include "support/temp_dir.h"
+
+namespace scansteps {
+namespace {
+
+using test::Model;
+using test::Plain;
+using testing::HasSubstr;
+
+/// Pairs of triangles (quads) at random places of the pictures, four vertices each.
+Model patches(int count, int pictures, int width, int height, unsigned seed)
+{
+    std::mt19937 random(seed);
+    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    Model model;
+    for (int i = 0; i < count; ++i) {
+        const int w = 1 + below(width / 3), h = 1 + below(height / 3);
+        const int x = below(width - w), y = below(height - h), view = below(pictures);
+        const auto first = static_cast<std::uint32_t>(4 * i);
+        for (int corner = 0; corner < 4; ++corner) {
+            const auto px = static_cast<float>(x + corner % 2 * w),
+                       py = static_cast<float>(y + corner / 2 * h);
+            model.vertices.insert(model.vertices.end(), {px, py, static_cast<float>(i)});
+            model.pixels.insert(model.pixels.end(), {px + 0.25F, py});
+            model.views.push_back(view);
+        }
+        for (const std::uint32_t c : {0U, 1U, 2U, 1U, 3U, 2U}) model.indices.push_back(first + c);
+    }
+    return model;
+}
+
+const std::vector<Plain>& colouredPictures()
+{
+    static const std::vector<Plain> pictures = {
+        {90, 60, 255, 0, 0}, {90, 60, 0, 0, 255}, {90, 60, 0, 255, 0}, {90, 60, 255, 255, 255}};
+    return pictures;
+}
+
+std::vector<PictureView> views(const std::vector<Plain>& pictures)
+{
+    std::vector<PictureView> result;
+    for (const Plain& p : pictures) result.push_back(p.view());
+    return result;
+}
+
+TEST(TextureLayout, rectanglesAreDisjointAndHoldTheirTriangles)
+{
+    for (const float scale : {1.0F, 0.5F, 1.7F}) {
+        const Model model = patches(150, 4, 90, 60, 3);
+        const auto pictures = views(colouredPictures());
+        const TextureLayout layout = layOutPages(model.mesh(), pictures, {128, scale});
+        ASSERT_EQ(layout.groups.size(), 150U);
+        EXPECT_GT(layout.pages, 1);
+        EXPECT_EQ(layout.shrunk, 0);
+        for (std::size_t i = 0; i < layout.groups.size(); ++i) {
+            const TextureGroup& a = layout.groups[i];
+            EXPECT_TRUE(a.left >= 0 && a.top >= 0 && a.left + a.width <= 128 && a.top + a.height <= 128);
+            for (std::size_t j = 0; j < i; ++j) {
+                const TextureGroup& b = layout.groups[j];
+                EXPECT_TRUE(a.page != b.page || a.left + a.width <= b.left || b.left + b.width <= a.left ||
+                            a.top + a.height <= b.top || b.top + b.height <= a.top);
+            }
+            for (std::size_t corner = 4 * i; corner < 4 * i + 4; ++corner) {
+                const float x = layout.positions[2 * corner], y = layout.positions[2 * corner + 1];
+                EXPECT_GE(x, static_cast<float>(a.left + 2));
+                EXPECT_LE(x, static_cast<float>(a.left + a.width - 3));
+                EXPECT_GE(y, static_cast<float>(a.top + 2));
+                EXPECT_LE(y, static_cast<float>(a.top + a.height - 3));
+            }
+        }
+        auto order = layout.order;
+        std::sort(order.begin(), order.end());
+        for (std::uint32_t k = 0; k < order.size(); ++k) EXPECT_EQ(order[k], k);
+        EXPECT_EQ(layout.pageEnd.back(), order.size());
+    }
+}
+
+// A picture whose pixels tell their own place: at scale 1 every page pixel inside a rectangle is its source.
+TEST(TexturePage, pixelsAreThoseOfTheSource)
+{
+    std::vector<Plain> pictures = colouredPictures();
+    for (std::size_t p = 0; p < pictures.size(); ++p)
+        for (int i = 0; i < 90 * 60; ++i) {
+            std::uint8_t* rgb = &pictures[p].rgb[static_cast<std::size_t>(3 * i)];
+            rgb[0] = static_cast<std::uint8_t>(i % 90);
+            rgb[1] = static_cast<std::uint8_t>(i / 90);
+            rgb[2] = static_cast<std::uint8_t>(p + 1);
+        }
+    const auto sources = views(pictures);
+    const TextureLayout layout = layOutPages(patches(60, 4, 90, 60, 5).mesh(), sources, {128, 1});
+    TexturePage page(128);
+    copyGroups(layout, 0, sources, page);
+    std::size_t filled = 0;
+    for (const TextureGroup& g : layout.groups) {
+        if (g.page != 0) continue;
+        for (int y = 0; y < g.height; ++y)
+            for (int x = 0; x < g.width; ++x, ++filled) {
+                const std::uint8_t* rgb =
+                    &page.rgb[static_cast<std::size_t>(3 * ((g.top + y) * 128 + g.left + x))];
+                ASSERT_EQ(rgb[0], std::clamp(g.sourceLeft + x - 2, 0, 89));
+                ASSERT_EQ(rgb[1], std::clamp(g.sourceTop + y - 2, 0, 59));
+                ASSERT_EQ(rgb[2], g.picture + 1);
+            }
+    }
+    std::size_t touched = 0;
+    for (std::size_t i = 2; i < page.rgb.size(); i += 3) touched += page.rgb[i] != 0;
+    EXPECT_EQ(touched, filled);
+}
+
+struct Face
+{
+    int page;
+    int vertex[3], texture[3];
+};
+
+/// What a reader makes of an OBJ file.
+struct ReadObj
+{
+    std::vector<std::string> vertices;
+    std::vector<float> u, v;
+    std::vector<Face> faces;
+
+    explicit ReadObj(const std::string& path)
+    {
+        std::istringstream file(test::readFile(path));
+        int page = -1;
+        for (std::string line; std::getline(file, line);) {
+            if (line.starts_with("v ")) vertices.push_back(line.substr(2));
+            if (line.starts_with("usemtl Texture_")) page = std::stoi(line.substr(15));
+            float tu, tv;
+            Face f{page, {}, {}};
+            if (std::sscanf(line.c_str(), "vt %f %f", &tu, &tv) == 2) {
+                u.push_back(tu);
+                v.push_back(tv);
+            }
+            if (std::sscanf(line.c_str(), "f %d/%d %d/%d %d/%d ", &f.vertex[0], &f.texture[0], &f.vertex[1],
+                            &f.texture[1], &f.vertex[2], &f.texture[2]) == 6)
+                faces.push_back(f);
+        }
+    }
+};
+
+// Through the JPEG file: every corner and the middle of every triangle shows the colour of its own picture,
+// whatever lies beside it on the page.
+TEST(ObjWriter, pagesShowEachTriangleItsOwnPicture)
+{
+    for (const float scale : {1.0F, 0.6F}) {
+        const test::TempDir dir;
+        const Model model = patches(120, 4, 90, 60, 9);
+        const auto pictures = views(colouredPictures());
+        ASSERT_TRUE(saveObj(dir / "a.obj", {model.mesh(), pictures, {128, scale}}));
+        const ReadObj obj(dir / "a.obj");
+        ASSERT_EQ(obj.faces.size(), 240U);
+        ASSERT_EQ(obj.vertices.size(), 480U);
+        int loaded = -1;
+        std::optional<RgbImage> page;
+        for (const Face& face : obj.faces) {
+            if (face.page != loaded) {
+                EXPECT_EQ(face.page, loaded + 1) << "one block a page, in order";
+                loaded = face.page;
+                page = loadImage(dir / (loaded == 0 ? "a.jpg" : "a_" + std::to_string(loaded) + ".jpg"));
+                ASSERT_TRUE(page && page->width == 128 && page->height == 128);
+            }
+            float middle[2] = {0, 0};
+            for (int c = 0; c < 4; ++c) {
+                const auto t = static_cast<std::size_t>(c < 3 ? face.texture[c] - 1 : 0);
+                const float x = c < 3 ? obj.u[t] * 128 - 0.5F : middle[0];
+                const float y = c < 3 ? 127 + 0.5F - obj.v[t] * 128 : middle[1];
+                middle[0] += x / 3;
+                middle[1] += y / 3;
+                const auto& want = pictures[static_cast<std::size_t>(
+                    model.views[static_cast<std::size_t>(face.vertex[0] - 1)])];
+                for (const int dx : {0, 1}) {  // the pixels that a bilinear sample there takes
+                    const int column =
+                        dx == 0 ? static_cast<int>(x + 0.01F) : static_cast<int>(std::ceil(x - 0.01F));
+                    const std::size_t at =
+                        static_cast<std::size_t>(3 * (static_cast<int>(y + 0.5F) * 128 + column));
+                    for (std::size_t i = 0; i < 3; ++i)
+                        EXPECT_NEAR(page->bytes()[at + i], want.rgb[i], 6) << face.page;
+                }
+            }
+        }
+        const std::string materials = test::readFile(dir / "a.mtl");
+        EXPECT_THAT(materials, HasSubstr("newmtl Texture_" + std::to_string(loaded)));
+        EXPECT_THAT(materials, HasSubstr("map_Kd a_" + std::to_string(loaded) + ".jpg\n"));
+        EXPECT_FALSE(std::filesystem::exists(dir / ("a_" + std::to_string(loaded + 1) + ".jpg")));
+    }
+}
+
+// Views of triangles may share vertices: these get further texture vertices, and stay one vertex.
+TEST(ObjWriter, sharedVerticesOfTwoPictures)
+{
+    const test::TempDir dir;
+    Model model = test::bumpyGrid(3, 2);
+    model.views = {0, 0, 1, 1};
+    model.viewsOfTriangles = true;
+    for (int i = 0; i < 6; ++i)
+        model.pixels.insert(model.pixels.end(),
+                            {static_cast<float>(i % 3 * 20), static_cast<float>(i / 3 * 20)});
+    const auto pictures = views(colouredPictures());
+    const std::span<const PictureView> two(pictures.data(), 2);
+    ASSERT_TRUE(saveObj(dir / "a.obj", {model.mesh(), two, {128, 1}}));
+    const ReadObj obj(dir / "a.obj");
+    EXPECT_EQ(obj.vertices.size(), 6U);
+    EXPECT_EQ(obj.u.size(), 8U);
+    for (std::size_t k = 0; k < 4; ++k)
+        for (std::size_t c = 0; c < 3; ++c)
+            EXPECT_EQ(obj.faces[k].vertex[c], static_cast<int>(model.indices[3 * k + c]) + 1);
+}
+
+TEST(ObjWriter, onePictureIsCopiedUnscaledAndClipped)
+{
+    for (const int side : {128, 64}) {
+        const test::TempDir dir;
+        Model model = test::tetrahedron();
+        model.pixels.assign(8, 1.0F);
+        const std::vector<PictureView> pictures = {colouredPictures()[0].view()};
+        testing::internal::CaptureStdout();
+        ASSERT_TRUE(saveObj(dir / "a.obj", {model.mesh(), pictures, {side, 1}}));
+        const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(printed.find("clipped") != std::string::npos, side == 64);
+        EXPECT_THAT(printed, testing::AllOf(testing::HasSubstr("time "), testing::HasSubstr("ms\n")));
+        const auto page = loadImage(dir / "a.jpg");
+        ASSERT_TRUE(page && page->width == side && page->height == side);
+        EXPECT_NEAR(page->bytes()[0], 255, 3);
+        const std::size_t below = static_cast<std::size_t>(3 * side * 62);
+        EXPECT_NEAR(page->bytes()[below], 0, 3);
+    }
+}
+
+struct Refusal
+{
+    std::function<void(Model&, TextureSettings&)> breakIt;
+    std::string text;
+};
+
+TEST(ObjWriter, brokenTexturesAreRefused)
+{
+    const Refusal refusals[] = {
+        {[](Model& m, auto&) { m.pixels.pop_back(); }, "\"Pixels\" has 39 values for 20 vertices"},
+        {[](Model& m, auto&) { m.pixels[7] = 62; }, "\"Pixels\": entry 3"},
+        {[](Model& m, auto&) { m.pixels[6] = std::nanf(""); }, "lies outside its image of 90 x 60"},
+        {[](Model& m, auto&) { m.views[2] = 4; }, "\"Views\": entry 2 is 4, but there are 4 images"},
+        {[](Model& m, auto&) { m.views[2] = -1; }, "\"Views\": entry 2 is -1"},
+        {[](Model& m, auto&) { m.views.pop_back(); }, "\"Views\" has 19 values for 20 vertices"},
+        {[](Model& m, auto&) { m.views[1] = (m.views[1] + 1) % 4; },
+         "triangle 0 joins vertices of different images"},
+        {[](Model&, TextureSettings& s) { s.width = 8; }, "too narrow"},
+    };
+    const auto pictures = views(colouredPictures());
+    for (const Refusal& refusal : refusals) {
+        const test::TempDir dir;
+        Model model = patches(5, 4, 90, 60, 1);
+        TextureSettings settings{128, 1};
+        refusal.breakIt(model, settings);
+        for (const auto& save : {saveObj, saveFlt}) {
+            std::string text;
+            try {
+                save(dir / "a.obj", {model.mesh(), pictures, settings});
+            } catch (const char* error) {
+                text = error;
+            }
+            EXPECT_THAT(text, HasSubstr(refusal.text));
+        }
+        EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(dir / "a").parent_path()));
+    }
+}
+
+TEST(TextureLayout, partsLargerThanAPageAreShrunk)
+{
+    Model model = patches(1, 1, 90, 60, 1);
+    model.pixels = {0, 0, 89, 0, 0, 59, 89, 59};
+    const auto pictures = views(colouredPictures());
+    const TextureLayout layout = layOutPages(model.mesh(), pictures, {32, 1});
+    EXPECT_EQ(layout.shrunk, 1);
+    EXPECT_LE(layout.groups[0].width, 32);
+    EXPECT_LE(*std::max_element(layout.positions.begin(), layout.positions.end()), 29.001F);
+}
+
+}  // namespace
+}  // namespace scansteps

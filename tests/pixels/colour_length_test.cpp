@@ -1,0 +1,62 @@
+#include "pixels/colour_length.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "support/targets.h"
+
+namespace scansteps {
+namespace {
+
+TEST(RgbMagnitude, documentedValues)
+{
+    const std::vector<std::uint8_t> in = {0, 0, 0, 255, 255, 255, 255, 0, 0, 0, 3, 4};
+    std::vector<std::uint16_t> out(4);
+    rgbToOffset16(in, out);
+    EXPECT_EQ(out[0], 32768);
+    EXPECT_EQ(out[1], 33209);
+    EXPECT_EQ(out[2], 33023);
+    EXPECT_EQ(out[3], 32773);
+}
+
+TEST(RgbMagnitude, exactForAllByteTriples)
+{
+    std::vector<std::uint8_t> in(3 << 16);
+    std::vector<std::uint16_t> expected(1 << 16), out(1 << 16);
+    for (unsigned b = 0; b < 256; ++b) {
+        for (unsigned k = 0; k < 1 << 16; ++k) {
+            in[3 * k] = static_cast<std::uint8_t>(k);
+            in[3 * k + 1] = static_cast<std::uint8_t>(k >> 8);
+            in[3 * k + 2] = static_cast<std::uint8_t>(b);
+        }
+        scalar::rgbToOffset16(in, expected);
+        test::forEachTarget([&] {
+            rgbToOffset16(in, out);
+            ASSERT_EQ(out, expected);
+        });
+    }
+}
+
+// Red alone has a whole root in every pixel, the other colours in few.
+TEST(RgbMagnitude, everyLengthOfColoursAndOfRed)
+{
+    std::vector<std::uint8_t> colours(3 * 150), red(3 * 150);
+    for (std::size_t k = 0; k < colours.size(); ++k) {
+        colours[k] = static_cast<std::uint8_t>(k * 37);
+        red[k] = static_cast<std::uint8_t>(k % 3 == 0 ? k * 37 : 0);
+    }
+    for (const auto& source : {colours, red})
+        for (std::size_t count = 0; count < 150; ++count) {
+            const std::vector<std::uint8_t> in(source.begin(), source.begin() + 3 * count);
+            std::vector<std::uint16_t> expected(count), out(count);
+            scalar::rgbToOffset16(in, expected);
+            test::forEachTarget([&] {
+                rgbToOffset16(in, out);
+                ASSERT_EQ(out, expected);
+            });
+        }
+}
+
+}  // namespace
+}  // namespace scansteps

@@ -1,0 +1,295 @@
+#include <gtest/gtest.h>
+
+#include "registration/edge_support.h"
+#include "edges/polyline_record.h"
+#include "registration/draw_views.h"
+#include "registration/view_sequence.h"
+#include "support/chain.h"
+#include "support/frames16.h"
+#include "support/images.h"
+#include "support/warp.h"
+
+namespace scansteps {
+namespace {
+
+using test::Chain;
+using test::cornerError;
+using test::geometryOf;
+using test::printed;
+
+Eigen::Matrix3d matrixOf(const varitype& record, const char* key)
+{
+    const auto values = record[key].as<Array>().elements<float>();
+    EXPECT_EQ(values.size(), 9U);
+    Eigen::Matrix3d m;
+    for (int i = 0; i < 9; ++i) m(i / 3, i % 3) = double(values[std::size_t(i)]);
+    return m;
+}
+
+int intOf(const varitype& record, const char* key)
+{
+    return record[key].as<std::int32_t>();
+}
+
+test::WarpRange similarityRange()
+{
+    test::WarpRange range;
+    range.perspective = 0;
+    return range;
+}
+
+const test::WarpSource& photo(const std::string& name)
+{
+    static std::map<std::string, test::WarpSource> sources;
+    return sources.try_emplace(name, test::examplePhoto(name)).first->second;
+}
+
+PreparedView prepared(const std::vector<std::uint8_t>& grey)
+{
+    CornerDetector detector;
+    PreparedView view;
+    prepareView(detector, {grey.data(), 640, 480, 640}, registrationCorners(), view);
+    return view;
+}
+
+// A photograph, two views of it, nothing, another photograph, and the first again.
+TEST(ViewSequence, wayToTheFirstViewThroughWhatIsHeld)
+{
+    const test::WarpRange range;
+    const auto a = photo("photo_coffee.jpg").pair(1, range), b = photo("photo_coffee.jpg").pair(2, range);
+    const auto other = photo("photo_chelsea.jpg").pair(3, range);
+    const std::vector<std::uint8_t> nothing(640 * 480, 90);
+    const std::vector<std::uint8_t>* views[] = {&a.first, &a.second,     &b.second,   &nothing,
+                                                &a.first, &other.second, &other.first};
+    const Eigen::Matrix3d one = Eigen::Matrix3d::Identity();
+    const Eigen::Matrix3d toFirst[] = {one, a.truth.inverse(), b.truth.inverse(), one, one, one, other.truth};
+    const int first[] = {1, 1, 1, 4, 1, 6, 6};
+    for (const std::size_t most : {std::size_t{8}, std::size_t{1}}) {
+        ViewSequence sequence(MotionModel::homography, most);
+        for (int i = 0; i < 7; ++i) {
+            SCOPED_TRACE(i);
+            const ViewPlace place = sequence.add(prepared(*views[i]));
+            EXPECT_EQ(place.number, i + 1);
+            if (most == 1 && i == 4) {  // what came before the empty view is forgotten
+                EXPECT_EQ(place.first, 5);
+                continue;
+            }
+            EXPECT_EQ(place.first, first[i]);
+            EXPECT_LT(cornerError(place.toFirst, toFirst[i]), place.reference == 1 ? 0.5 : 1.0);
+            EXPECT_EQ(place.reference == 0, place.first == place.number);
+            const bool follows = i == 1 || i == 2 || i == 6;
+            EXPECT_EQ(place.inliers > 0, follows);
+            if (follows)
+                EXPECT_LT(cornerError(place.transform, toFirst[i].inverse() * toFirst[i - 1]), 1);
+            else
+                EXPECT_EQ(place.transform, one);
+            std::size_t inliers = 0;
+            for (const ViewMatch& m : place.matches) inliers += m.inlier;
+            EXPECT_EQ(inliers > 0, place.reference > 0);
+        }
+    }
+}
+
+TEST(EdgeSupport, steepestPixelOfEveryCellALinePasses)
+{
+    std::vector<std::uint8_t> grey(64 * 64);
+    for (std::size_t i = 0; i < grey.size(); ++i) grey[i] = i % 64 < 30 ? 20 : i % 64 < 45 ? 120 : 123;
+    const GreyView image{grey.data(), 64, 64, 64};
+    const struct
+    {
+        std::vector<Vertex> verts;
+        bool closed;
+    } drawn[] = {{{{29.8F, -1e6F}, {29.8F, 5}}, false},  // longer than the image could hold
+                 {{{29.8F, 18}, {29.8F, 40}}, false},    // along the step
+                 {{{45, 18}, {45, 40}}, false},          // along one too small
+                 {{{2, 20}, {2, 30}, {28, 30}}, true}};  // from the rim into the plain
+    Polylines lines;
+    for (const auto& line : drawn) {
+        for (const Vertex& v : line.verts) lines.add(v);
+        lines.finish(line.closed);
+    }
+    std::vector<std::pair<int, int>> points;
+    for (const SupportPoint& p : pointsOnEdges(lines, image)) points.emplace_back(int(p.x), int(p.y));
+    // on the row of a cell where the line first comes by
+    EXPECT_EQ(points, (std::vector<std::pair<int, int>>{{30, 18}, {30, 24}, {30, 32}, {30, 40}}));
+    EXPECT_TRUE(pointsOnEdges(lines, {grey.data(), 20, 20, 64}).empty());
+    EXPECT_TRUE(pointsOnEdges({}, image).empty());
+    EdgeFinder finder;
+    const Polylines& own = finder.edgesOf(image);
+    ASSERT_EQ(own.size(), 1U);
+    for (const Vertex& v : own[0].items) EXPECT_NEAR(double(v.x), 29.5, 0.01);
+    EXPECT_TRUE(finder.edgesOf({}).empty());
+}
+
+struct RunOfTwo
+{
+    std::vector<test::Arrived> arrived;
+    std::string text;
+};
+
+RunOfTwo runPair(const std::vector<std::string>& kinds, const test::WarpedPair& pair, Struct settings,
+                 bool video)
+{
+    if (video) settings.set("VideoFormat", "YUYV16");
+    settings.set("cpu_base", 0);
+    Chain chain(kinds);
+    RunOfTwo run;
+    run.text = printed([&] {
+        chain.init(geometryOf(640, 480, std::move(settings)));
+        for (const auto* grey : {&pair.first, &pair.second}) {
+            const Array frame = video ? test::videoFrame(*grey, 640) : test::offsetFrame(*grey, 640);
+            chain.process(&frame);
+        }
+        chain.flush();
+    });
+    for (const test::Arrived& a : chain.arrived)
+        if (a.eventType == event::kProcess) run.arrived.push_back(a);
+    EXPECT_EQ(run.arrived.size(), 2U);
+    return run;
+}
+
+TEST(RegE, chainsOnWarpedPhotographs)
+{
+    struct Case
+    {
+        std::vector<std::string> kinds;
+        bool bends;
+        double limit;
+    };
+    const Case cases[] = {
+        {{"c2rege"}, false, 0.3},
+        {{"ccorner5", "c2rege"}, false, 0.3},
+        {{"c2rege5"}, true, 0.4},
+        {{"ccorner5", "cneig", "c2rege5"}, true, 0.4},
+        {{"ccorner5", "ccanny2c", "c2rege5"}, true, 1.5},  // grey values of drawn edges
+    };
+    for (const Case& c : cases)
+        for (const bool video : {false, true}) {
+            SCOPED_TRACE(c.kinds.front() + " to " + c.kinds.back());
+            const test::WarpedPair pair =
+                photo("photo_rocket.jpg")
+                    .pair(video ? 31 : 32, c.bends ? test::WarpRange{} : similarityRange());
+            const RunOfTwo run =
+                runPair(c.kinds, pair, {{"OCV", Struct{{"lp0", 1}, {"trl", 40.0F}, {"trh", 100.0F}}}}, video);
+            const varitype &first = run.arrived[0].record, &second = run.arrived[1].record;
+            EXPECT_EQ(matrixOf(first, "transform"), Eigen::Matrix3d::Identity());
+            EXPECT_EQ(intOf(first, "inliers"), 0);
+            EXPECT_EQ(intOf(first, "reference"), 0);
+            EXPECT_EQ(first["matches"].as<Array>().dim(1), 0U);
+            EXPECT_LT(cornerError(matrixOf(second, "transform"), pair.truth), c.limit);
+            EXPECT_LT(cornerError(matrixOf(second, "toFirst"), pair.truth.inverse()), 2 * c.limit);
+            EXPECT_GE(intOf(second, "inliers"), 30);
+            EXPECT_EQ(intOf(second, "reference"), 1);
+            EXPECT_EQ(intOf(second, "first"), 1);
+            EXPECT_EQ(intOf(second, "view"), 2);
+            const auto rows = second["matches"].as<Array>().elements<float>();
+            ASSERT_EQ(second["matches"].as<Array>().dim(0), 6U);
+            int inliers = 0, close = 0;
+            for (std::size_t i = 0; i < rows.size(); i += 6) {
+                if (rows[i + 5] != 1) continue;
+                ++inliers;
+                const Eigen::Vector2d at = test::mapped(pair.truth, double(rows[i]), double(rows[i + 1]));
+                close += (at - Eigen::Vector2d(double(rows[i + 2]), double(rows[i + 3]))).norm() < 13;
+            }
+            EXPECT_EQ(inliers, intOf(second, "inliers"));
+            EXPECT_EQ(inliers, close);
+            EXPECT_NE(run.text.find(" matches.size()\n"), std::string::npos);
+        }
+}
+
+// ccanny5 leaves drawn edges and an estimate, the other registration its entries.
+TEST(RegE, takesOverFromOtherRegistrations)
+{
+    const test::WarpedPair pair = photo("photo_coffee.jpg").pair(1, similarityRange());
+    for (const auto& kinds : {std::vector<std::string>{"ccanny5", "c2rege"}, {"c2rege", "c2rege5"}}) {
+        const RunOfTwo run = runPair(kinds, pair, {}, false);
+        EXPECT_LT(cornerError(matrixOf(run.arrived[1].record, "transform"), pair.truth), 0.3);
+        EXPECT_GE(intOf(run.arrived[1].record, "inliers"), 10);
+    }
+}
+
+TEST(RegE, drawsOnRequestOnly)
+{
+    const test::WarpedPair pair = photo("photo_coffee.jpg").pair(5, similarityRange());
+    for (const bool video : {false, true}) {
+        const Array plain = video ? test::videoFrame(pair.second, 640) : test::offsetFrame(pair.second, 640);
+        const auto run = [&](int draw) {
+            return runPair({"c2rege5"}, pair, {{"rege5", Struct{{"draw", draw}}}}, video).arrived[1];
+        };
+        const auto before = plain.elements<std::uint16_t>();
+        const test::Arrived untouched = run(0), drawn = run(1);
+        EXPECT_TRUE(std::ranges::equal(untouched.frame->elements<std::uint16_t>(), before));
+        const auto after = drawn.frame->elements<std::uint16_t>();
+        const std::uint16_t ink = inkOf(video ? Frame16::Video : Frame16::Offset);
+        std::size_t changed = 0;
+        for (std::size_t i = 0; i < after.size(); ++i) {
+            if (after[i] == before[i]) continue;
+            ++changed;
+            ASSERT_TRUE(after[i] == ink || after[i] == ink - 127) << i;
+        }
+        EXPECT_GT(changed, 2000U);
+        // corners and middle of the warped outline, where they lie inside
+        int seen = 0;
+        for (const auto& [x, y] :
+             {std::pair{0, 0}, {320, 0}, {639, 0}, {639, 240}, {639, 479}, {0, 479}, {0, 240}}) {
+            const Eigen::Vector2d p = test::mapped(pair.truth, x, y);
+            if (p.x() < 1 || p.y() < 1 || p.x() > 638 || p.y() > 478) continue;
+            ++seen;
+            bool found = false;
+            for (int dy = -1; dy <= 1; ++dy)
+                for (int dx = -1; dx <= 1; ++dx)
+                    found |=
+                        after[std::size_t((std::lround(p.y()) + dy) * 640 + std::lround(p.x()) + dx)] == ink;
+            EXPECT_TRUE(found) << p.transpose();
+        }
+        EXPECT_GE(seen, 1);
+    }
+}
+
+TEST(RegE, saysWhenNothingIsKnown)
+{
+    test::WarpedPair pair = photo("photo_coffee.jpg").pair(1, {});
+    pair.second = photo("photo_astronaut.jpg").pair(1, {}).second;
+    for (const char* kind : {"c2rege", "c2rege5"}) {
+        const RunOfTwo run =
+            runPair({kind}, pair, {{"rege", Struct{{"draw", 1}}}, {"rege5", Struct{{"draw", 1}}}}, true);
+        EXPECT_EQ(intOf(run.arrived[1].record, "inliers"), 0);
+        EXPECT_EQ(matrixOf(run.arrived[1].record, "transform"), Eigen::Matrix3d::Identity());
+        EXPECT_EQ(matrixOf(run.arrived[1].record, "toFirst"), Eigen::Matrix3d::Identity());
+        EXPECT_EQ(intOf(run.arrived[1].record, "first"), 2);
+    }
+}
+
+TEST(RegE, hostileRecordsAndTinyFrames)
+{
+    const Array frame = test::offsetFrame(std::vector<std::uint8_t>(64 * 64, 5), 64);
+    Chain chain({"c2rege5"});
+    chain.init(geometryOf(64, 64));
+    const auto thrown = [&](Struct entries) {
+        std::string text;
+        printed([&] { text = test::thrownText([&] { chain.process(&frame, std::move(entries)); }); });
+        return text;
+    };
+    const auto lines = [](varitype verts) {
+        return Struct{{"fvertsArray", StructArray{Struct{{"verts", std::move(verts)}, {"closed", 0}}}}};
+    };
+    EXPECT_EQ(thrown({{"transform", Array(Kind::Float, 3, 2)}}), "transform: not 3 x 3 floats");
+    EXPECT_EQ(thrown({{"transform", Array(Kind::Float, 3, 3)}}), "transform: not a motion of the plane");
+    EXPECT_EQ(thrown(lines(Array(Kind::Float, 3, 2))), "fvertsArray: not two floats a vertex");
+    EXPECT_EQ(thrown(lines(Array(Kind::Int, 2, 2))), "fvertsArray: not two floats a vertex");
+    EXPECT_NE(thrown(lines(7)), "");
+    EXPECT_EQ(thrown(lines(Array(Kind::Float, 2, 0))), "");
+    EXPECT_EQ(thrown({{"vertAttr", Array(Kind::Uint, 15, 2)}}),
+              "vertAttr: not an array of 16 unsigned words a feature");
+    for (const int size : {0, 1, 5, 40})
+        for (const char* kind : {"c2rege", "c2rege5"}) {
+            Chain tiny({kind});
+            tiny.init(geometryOf(size, size, {{"rege5", Struct{{"draw", 1}}}}));
+            const Array small(Kind::Ushort, std::uint32_t(size), std::uint32_t(size));
+            printed([&] { tiny.process(&small), tiny.process(&small); });
+            EXPECT_EQ(tiny.arrived.size(), 3U);
+        }
+}
+
+}  // namespace
+}  // namespace scansteps

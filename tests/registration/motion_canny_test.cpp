@@ -1,0 +1,125 @@
+#include "registration/motion_canny.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "support/chain.h"
+#include "support/frames16.h"
+#include "support/images.h"
+#include "support/warp.h"
+
+namespace scansteps {
+namespace {
+
+using test::Chain;
+using test::geometryOf;
+using test::printed;
+
+Eigen::Matrix3d matrixOf(const varitype& record)
+{
+    const auto values = record["transform"].as<Array>().elements<float>();
+    EXPECT_EQ(values.size(), 9U);
+    Eigen::Matrix3d m;
+    for (int i = 0; i < 9; ++i) m(i / 3, i % 3) = double(values[std::size_t(i)]);
+    return m;
+}
+
+test::WarpRange narrow(bool scaled)
+{
+    test::WarpRange range;
+    range.angle = 10;
+    range.minScale = scaled ? 0.9 : 1;
+    range.maxScale = scaled ? 1.1 : 1;
+    range.perspective = 0;
+    return range;
+}
+
+TEST(MotionCanny, transformFromTheFrameBefore)
+{
+    const test::WarpSource source(test::examplePhoto("photo_coffee.jpg"));
+    const test::WarpedPair rigid = source.pair(7, narrow(false)), scaled = source.pair(7, narrow(true));
+    for (const char* kind : {"ccanny5old", "ccanny5", "ccanny7"}) {
+        const test::WarpedPair& pair = std::string(kind) == "ccanny5old" ? rigid : scaled;
+        Chain chain({kind});
+        printed([&] { chain.init(geometryOf(640, 480, {{"VideoFormat", "YUYV16"}})); });
+        chain.arrived.clear();
+        const Array first = test::videoFrame(pair.first, 640), second = test::videoFrame(pair.second, 640);
+        const std::string text = printed([&] {
+            chain.process(&first);
+            chain.process(&second);
+        });
+        ASSERT_EQ(chain.arrived.size(), 2U);
+        EXPECT_EQ(matrixOf(chain.arrived[0].record), Eigen::Matrix3d::Identity());
+        EXPECT_LT(test::cornerError(matrixOf(chain.arrived[1].record), pair.truth), 0.2) << kind;
+        EXPECT_GT(chain.arrived[1].record["inliers"].as<std::int32_t>(), 50);
+        const auto edges = chain.arrived[1].frame->elements<std::uint16_t>();
+        EXPECT_EQ((std::set<int>(edges.begin(), edges.end())), (std::set<int>{32768, 33023}));
+        const std::string begin = std::string(kind) == "ccanny5old"
+                                      ? "cnt 001 0.000,0.000  000  0.000,0.000 000\ncnt 002 "
+                                  : std::string(kind) == "ccanny5" ? "unic:\n   0 1.00 0.00\nunic:\n"
+                                                                   : "unic\ncnt 0.000d 1.000\nunic\n";
+        EXPECT_EQ(text.substr(0, begin.size()), begin);
+    }
+}
+
+TEST(MotionCanny, factorAndAngleOfCcanny5)
+{
+    const test::Image photo = test::examplePhoto("img0000.jpg");
+    const std::vector<std::uint8_t> grey = test::greyOf(photo);
+    // A quarter of a turn counter-clockwise as seen: the right border comes to lie at the top.
+    std::vector<std::uint8_t> square(480 * 480), turned(480 * 480);
+    for (std::size_t y = 0; y < 480; ++y)
+        for (std::size_t x = 0; x < 480; ++x) {
+            square[y * 480 + x] = grey[y * 640 + x + 80];
+            turned[(479 - x) * 480 + y] = grey[y * 640 + x + 80];
+        }
+    Chain chain({"ccanny5"});
+    const std::string text = printed([&] {
+        chain.init(geometryOf(480, 480, {{"canny5", Struct{{"debug", 1}}}}));
+    });
+    EXPECT_EQ(text, "              0 RLEV\n              9 int(log2(W)+0.5)\n");
+    chain.arrived.clear();
+    const Array first = test::offsetFrame(square, 480), second = test::offsetFrame(turned, 480);
+    const std::string said = printed([&] {
+        chain.process(&first);
+        chain.process(&second);
+    });
+    EXPECT_NE(said.find(" regions.size()\n"), std::string::npos);
+    EXPECT_NEAR(double(chain.arrived[1].record["angle"].as<float>()), 90, 0.02);
+    EXPECT_NEAR(double(chain.arrived[1].record["factor"].as<float>()), 1, 1e-4);
+    EXPECT_EQ(test::thrownText([&] {
+                  chain.process(&first, {{"transform", 1}});
+              }),
+              "[transform] already found");
+}
+
+TEST(MotionCanny, saysWhenTheViewsHaveNothingInCommon)
+{
+    Chain chain({"ccanny7"});
+    chain.init(geometryOf(640, 480));
+    chain.arrived.clear();
+    const Array a = test::offsetFrame(test::greyOf(test::examplePhoto("img0000.jpg")), 640);
+    const Array b = test::offsetFrame(std::vector<std::uint8_t>(640 * 480, 9), 640);
+    printed([&] {
+        for (const Array* frame : {&a, &b, &a}) chain.process(frame);
+    });
+    for (const auto& arrived : chain.arrived) {
+        EXPECT_EQ(arrived.record["inliers"].as<std::int32_t>(), 0);
+        EXPECT_EQ(matrixOf(arrived.record), Eigen::Matrix3d::Identity());
+    }
+}
+
+TEST(MotionCanny, tinyFrames)
+{
+    for (const int size : {0, 1, 5, 40}) {
+        Chain chain({"ccanny7"});
+        chain.init(geometryOf(size, size, {{"canny5", Struct{{"debug", 1}}}}));
+        const Array frame(Kind::Ushort, std::uint32_t(size), std::uint32_t(size));
+        printed([&] { chain.process(&frame), chain.process(&frame); });
+        EXPECT_EQ(chain.arrived.size(), 3U);
+    }
+}
+
+}  // namespace
+}  // namespace scansteps
