@@ -65,10 +65,10 @@ def kernel_rows(kernels, names, ratio, goals):
 
 
 def decoder():
-    runs = results("io_baseline_jpeg_bench")
+    runs = results("jpeg_decoder_bench")
     if not runs:
         return
-    section("Baseline JPEG decoder", command("io_baseline_jpeg_bench") + """
+    section("Baseline JPEG decoder", command("jpeg_decoder_bench") + """
 To three planes, one thread, against TurboJPEG 2.1.5 (`tjDecompressToYUVPlanes`, `TJFLAG_ACCURATEDCT`); the planes are
 compared and equal. Photographs of `examples/images`, scaled with cubic interpolation and encoded at that quality, 4:2:0;
 enlarged ones have less detail than a camera's. The ratio (peer / ours) is the median of pairs measured by turns; to reach: 1.1.
@@ -82,19 +82,19 @@ enlarged ones have less detail than a camera's. The ratio (peer / ours) is the m
 
 
 def packing():
-    runs = results("io_pack_yuyv16_bench")
+    runs = results("jpeg_pack_yuyv16_bench")
     if not runs:
         return
-    section("Packing of planes to YUYV16", command("io_pack_yuyv16_bench") + """
+    section("Packing of planes to YUYV16", command("jpeg_pack_yuyv16_bench") + """
 Against `memcpy` of the bytes written, by turns (memcpy / ours): """ +
             ", ".join(f"{k.split('/', 1)[1].replace('/', '×')} {r['ratio']:.2f}" for k, r in runs.items()) + ".")
 
 
 def conversions():
-    runs = results("convert_pixels_bench")
+    runs = results("pixels_conversions_bench")
     if not runs:
         return
-    section("Conversions", command("convert_pixels_bench") + """
+    section("Conversions", command("pixels_conversions_bench") + """
 Processor time, one thread; kernel and yardstick take turns in blocks of 4 ms, median of 15 turns (`bench/support/ratio.h`).
 A turn counts if the core was whole before and after it, shown by additions at full speed: who runs on its other hardware
 thread, such as a neighbour on a shared machine, slows a kernel down by a quarter and more, but hardly memcpy.
@@ -123,10 +123,10 @@ and what is as quick as memory grows with memcpy, whose growth in the same turns
 
 
 def edges():
-    runs = results("features_mcanny_bench")
+    runs = results("edges_canny_bench")
     if not runs:
         return
-    section("Filters and edge detector", command("features_mcanny_bench") + "\nFilters on float planes, of memcpy as above:")
+    section("Filters and edge detector", command("edges_canny_bench") + "\nFilters on float planes, of memcpy as above:")
     goals = {"SobelX/3": "0.9, 0.7 from 2160p", "LowPass/3": "0.9, 0.7 from 2160p"}
     filters = by_size(runs, r"(SobelX|LowPass)/\d")
     names = {f"SobelX/{k}": f"Sobel {k}" for k in (3, 5, 7)} | {f"LowPass/{k}": f"box {k}×{k}" for k in (3, 5, 7)}
@@ -146,10 +146,10 @@ def edges():
 
 
 def pipeline():
-    runs = results("io_pipeline_bench")
+    runs = results("images_pipeline_bench")
     for name, run in runs.items():
         size = name.split("/", 1)[1].replace("/", "×")
-        section("Demo pipeline", command("io_pipeline_bench") + f"""
+        section("Demo pipeline", command("images_pipeline_bench") + f"""
 The steps of `examples/edges.json` on photographs of {size}, JPEG file to JPEG file of edges: {run['real_time']:.1f} ms a frame.
 The JPEG library called alone on the same frames, in turns with the whole, takes {run['jpeg_%']:.0f} % of that, the edge
 detector {run['canny_%']:.0f} %, together {run['jpeg_%'] + run['canny_%']:.0f} % (to reach: 85). The rest is two colour
@@ -158,9 +158,9 @@ conversions, the writer's own copy of the frame, and records.
 
 
 def steps():
-    runs = results("framework_chain_bench")
+    runs = results("core_chain_bench")
     if runs:
-        section("Chain", command("framework_chain_bench") + """
+        section("Chain", command("core_chain_bench") + """
 A step that takes the frame and does nothing with it, a record of 20 entries, one of them a struct of three: dispatch, copy
 of the record, forward. To reach: 1.5 µs a step.
 """)
@@ -170,26 +170,26 @@ of the record, forward. To reach: 1.5 µs a step.
     against = {"of_writev": "`writev()` loop of the same bytes", "of_read": "`read()` loop into one buffer",
                "of_send_recv": "`send`/`recv` loop of the same sizes, both ends on one core",
                "of_memcpy": "`memcpy` of the frames"}
-    for program in ("io_recording_bench", "transport_bench"):
+    for program in ("recording_recording_bench", "recording_sender_bench"):
         for name, run in results(program).items():
             rows += [[name, text, f"{run[label]:.2f}"] for label, text in against.items() if label in run]
     if rows:
-        section("Recording, streams and buffers", command("io_recording_bench transport_bench") + """
+        section("Recording, streams and buffers", command("recording_recording_bench recording_sender_bench") + """
 640×480 frames of 16-bit samples; processor time, by turns (peer / ours), median of the turns. Files lie in memory and are
 created anew each turn.
 """)
         table(("what", "against", "ratio"), rows)
-    runs = results("framework_record_bench")
+    runs = results("core_record_bench")
     if runs:
         print("A record of 20 small entries: " + ", ".join(
             f"{run['entries/s'] / 1e6:.1f} million entries a second {name}d" for name, run in runs.items()) + ".\n")
 
 
 def models():
-    runs = results("export_model_bench")
+    runs = results("mesh_writers_bench")
     if not runs:
         return
-    section("Model files", command("export_model_bench") + f"""
+    section("Model files", command("mesh_writers_bench") + f"""
 A torus of 500,000 vertices and a million triangles to storage in memory, processor time. STL, its normals included, runs at
 {runs['stlOfBareWrite']['of_write']:.2f} of a bare `write()` of the same bytes, by turns (to reach: 0.6). Meshio and VTK, called from
 Python, take turns with ours, best of three; to reach: 10 times the fastest peer for PLY and OBJ, 5 times for STL.
@@ -209,11 +209,11 @@ STANDARD = {"family_index", "per_family_instance_index", "repetitions", "repetit
 
 def others():
     """Programs without goals of their own: each time and each counter."""
-    for program, title in (("io_capture_bench", "Capture (1920×1080 YUY2, camera and chain on one core)"),
-                           ("features_planes_bench", "Planes of features"), ("features_corners_bench", "Corner detector"),
-                           ("features_mser_bench", "Stable regions"),
-                           ("features_steps_bench", "Steps of the edge family, a frame of 1920×1088"),
-                           ("features_growth_bench", "Growth of the other kernels, 640×480 to 7680×4320 (to reach: 1.6 at most)")):
+    for program, title in (("capture_capture_bench", "Capture (1920×1080 YUY2, camera and chain on one core)"),
+                           ("grey_planes_bench", "Planes of features"), ("corners_corners_bench", "Corner detector"),
+                           ("regions_mser_bench", "Stable regions"),
+                           ("edges_steps_bench", "Steps of the edge family, a frame of 1920×1088"),
+                           ("edges_growth_bench", "Growth of the other kernels, 640×480 to 7680×4320 (to reach: 1.6 at most)")):
         runs = results(program)
         if not runs:
             continue

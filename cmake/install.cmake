@@ -6,15 +6,12 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/scansteps)
 
 # Targets scansteps::core (to link), scansteps::steps (to load; it has a location, no interface) and
 # scansteps::host (the program).
-set_target_properties(scansteps-core PROPERTIES EXPORT_NAME core)
-set_target_properties(scansteps_module PROPERTIES EXPORT_NAME steps)
-set_target_properties(scansteps_host PROPERTIES EXPORT_NAME host)
 if(WIN32)
   set(module_dir ${CMAKE_INSTALL_BINDIR})  # beside the program, where Windows looks
 else()
   set(module_dir ${CMAKE_INSTALL_LIBDIR})
 endif()
-install(TARGETS scansteps-core scansteps_module scansteps_host EXPORT scansteps
+install(TARGETS scansteps_core scansteps_plugin scansteps_program EXPORT scansteps
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${module_dir}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

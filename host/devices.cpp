@@ -2,8 +2,8 @@
 #include <fmt/format.h>
 
 #include "commands.h"
-#include "json_values.h"
 #include "exit_codes.h"
+#include "json_values.h"
 #include "output.h"
 #include "scansteps/cameras.h"
 

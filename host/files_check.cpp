@@ -8,8 +8,8 @@
 #include <set>
 
 #include "checks.h"
-#include "scansteps/numbered_name.h"
 #include "platform.h"
+#include "scansteps/numbered_name.h"
 
 namespace scansteps::host {
 
@@ -116,7 +116,7 @@ int FilesCheck::integer(std::size_t i, const char* path) const
 
 void FilesCheck::checkStep(std::size_t i, SettingRole role)
 {
-    const KindInfo& kind = *pipeline_.steps[i].kind;
+    const StepInfo& kind = *pipeline_.steps[i].kind;
     for (const SettingInfo& setting : kind.settings) {
         if (setting.role != role) continue;
         const auto value = effectiveValue(pipeline_, i, setting.path);

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "exit_codes.h"
+#include "platform.h"
 #include "scansteps/chain.h"
 #include "scansteps/stream.h"
-#include "platform.h"
 
 namespace scansteps::host {
 

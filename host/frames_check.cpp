@@ -45,7 +45,7 @@ void checkFrames(const Pipeline& pipeline, std::vector<Finding>& findings)
     std::size_t giver = 0;
     bool inRecord = false;
     for (std::size_t i = 0; i < pipeline.steps.size(); ++i) {
-        const KindInfo& from = *pipeline.steps[giver].kind;
+        const StepInfo& from = *pipeline.steps[giver].kind;
         const FrameFlow& flow = pipeline.steps[i].kind->frames;
         if (!fits(now, flow.in)) {
             const bool isPacked = now == Pixels::None && (from.player || from.frames.refusesData);

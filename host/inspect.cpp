@@ -5,15 +5,15 @@
 #include <optional>
 
 #include "commands.h"
+#include "exit_codes.h"
 #include "frame_files.h"
 #include "inspect_model.h"
 #include "json_values.h"
-#include "exit_codes.h"
 #include "output.h"
+#include "platform.h"
 #include "recording_walk.h"
 #include "scansteps/chain.h"
 #include "scansteps/stream.h"
-#include "platform.h"
 
 namespace scansteps::host {
 

@@ -17,8 +17,8 @@
 #include "descriptors.h"
 #include "exit_codes.h"
 #include "output.h"
-#include "standard_streams.h"
 #include "platform.h"
+#include "standard_streams.h"
 #include "usage_hints.h"
 
 using namespace scansteps::host;

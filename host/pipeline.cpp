@@ -7,21 +7,21 @@
 #include <optional>
 
 #include "descriptors.h"
+#include "platform.h"
 #include "scansteps/settings.h"
 #include "scansteps/stream.h"
 #include "setting_lookup.h"
-#include "platform.h"
 #include "usage_hints.h"
 
 namespace scansteps::host {
 
 namespace {
 
-const KindInfo& kindNamed(const std::string& name)
+const StepInfo& kindNamed(const std::string& name)
 {
-    if (const KindInfo* kind = findKind(name)) return *kind;
+    if (const StepInfo* kind = findStep(name)) return *kind;
     std::vector<std::string> names;
-    for (const KindInfo& kind : kinds()) names.emplace_back(kind.kind);
+    for (const StepInfo& kind : stepTable()) names.emplace_back(kind.kind);
     throw UsageError{fmt::format("there is no kind {}{}", inQuotes(name),
                                  didYouMean(name, names, " (scansteps steps lists them)"))};
 }
@@ -68,11 +68,11 @@ void setPath(Struct& settings, std::string_view path, const varitype& value)
 }
 
 // Where a PATH of a description belongs: as it stands, or in the family that knows it.
-std::string resolvePath(const std::string& path, const std::vector<const KindInfo*>& among)
+std::string resolvePath(const std::string& path, const std::vector<const StepInfo*>& among)
 {
     if (path.find('.') != std::string::npos || findSettingAmong(among, path) != nullptr) return path;
     std::string found;
-    for (const KindInfo* kind : among)
+    for (const StepInfo* kind : among)
         for (const SettingInfo& setting : kind->settings)
             if (lastPart(setting.path) == path) {
                 if (!found.empty() && found != setting.path)
@@ -137,7 +137,7 @@ void addSetting(PipelineStep& step, const std::string& word, const std::string& 
                         inQuotes(word), cut.path, cut.path, cut.value, word)};
     }
     const Assignment assignment = splitAssignment(word);
-    const std::vector<const KindInfo*> own = {step.kind};
+    const std::vector<const StepInfo*> own = {step.kind};
     const std::string path = resolvePath(assignment.path, own);
     const SettingInfo* setting = findSetting(*step.kind, path);
     if (setting == nullptr && path.find('.') == std::string::npos) {
@@ -211,7 +211,7 @@ Json parseJson(const std::optional<std::string>& text, const std::string& name)
 void refuseFileName(const std::string& text)
 {
     std::error_code error;
-    if (findKind(text) == nullptr && std::filesystem::is_regular_file(pathFromUtf8(text), error))
+    if (findStep(text) == nullptr && std::filesystem::is_regular_file(pathFromUtf8(text), error))
         throw UsageError{
             fmt::format("{} is a file, but the name of a pipeline file ends in .json", inQuotes(text))};
 }

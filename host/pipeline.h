@@ -14,7 +14,7 @@ namespace scansteps::host {
 
 struct PipelineStep
 {
-    const KindInfo* kind = nullptr;
+    const StepInfo* kind = nullptr;
     std::string name;  ///< instance name, may be empty
     Struct settings;   ///< merged into the initialise record just before the step
 };

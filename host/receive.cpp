@@ -16,10 +16,10 @@
 #include "commands.h"
 #include "exit_codes.h"
 #include "output.h"
+#include "platform.h"
 #include "receive_store.h"
 #include "scansteps/chain.h"
 #include "scansteps/socket.h"
-#include "platform.h"
 
 namespace scansteps::host {
 

@@ -104,7 +104,7 @@ void ReplayRules::apply(std::size_t player, varitype& record)
     mergeSettings(user, winners.as<Struct>());
 
     mergeUsers(player, record);
-    for (const KindInfo& kind : kinds())
+    for (const StepInfo& kind : stepTable())
         for (const SettingInfo& setting : kind.settings)
             if (isProtected(setting.role)) protect(player, setting, user, record);
     compareTop(pipeline_.settings, record.as<Struct>(), winners.as<Struct>(), "");

@@ -8,8 +8,8 @@
 
 #include "descriptors.h"
 #include "output.h"
-#include "standard_streams.h"
 #include "platform.h"
+#include "standard_streams.h"
 
 namespace scansteps::host {
 

@@ -10,8 +10,8 @@
 
 #include "descriptors.h"
 #include "exit_codes.h"
-#include "standard_streams.h"
 #include "platform.h"
+#include "standard_streams.h"
 
 namespace scansteps::host {
 

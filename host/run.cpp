@@ -4,11 +4,11 @@
 #include "checks.h"
 #include "commands.h"
 #include "output.h"
+#include "platform.h"
 #include "report.h"
 #include "report_file.h"
 #include "runner.h"
 #include "standard_streams.h"
-#include "platform.h"
 
 namespace scansteps::host {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "notices.h"
 #include "exit_codes.h"
+#include "notices.h"
 #include "pipeline.h"
 #include "replay.h"
 #include "scansteps/texture.h"

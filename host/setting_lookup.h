@@ -10,9 +10,9 @@
 namespace scansteps::host {
 
 /// The kinds of the pipeline's steps, in order.
-std::vector<const KindInfo*> kindsOf(const Pipeline& pipeline);
+std::vector<const StepInfo*> kindsOf(const Pipeline& pipeline);
 /// The first setting of that path.
-const SettingInfo* findSettingAmong(const std::vector<const KindInfo*>& kinds, std::string_view path);
+const SettingInfo* findSettingAmong(const std::vector<const StepInfo*>& kinds, std::string_view path);
 /// "trh" of "OCV.trh".
 std::string lastPart(std::string_view path);
 

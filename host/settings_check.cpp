@@ -16,8 +16,8 @@ namespace {
 // then all of them.
 struct Scope
 {
-    std::vector<const KindInfo*> near;
-    std::vector<const KindInfo*> all;
+    std::vector<const StepInfo*> near;
+    std::vector<const StepInfo*> all;
 
     const SettingInfo* find(const std::string& path) const
     {
@@ -28,7 +28,7 @@ struct Scope
     std::string nearInFamilies(const std::string& key) const
     {
         std::vector<std::string> paths, names;
-        for (const KindInfo* kind : near)
+        for (const StepInfo* kind : near)
             for (const SettingInfo& setting : kind->settings) {
                 paths.emplace_back(setting.path);
                 names.push_back(lastPart(setting.path));
@@ -41,7 +41,7 @@ struct Scope
     {
         std::vector<std::string> names;
         for (const auto* kinds : {&near, &all})
-            for (const KindInfo* kind : *kinds)
+            for (const StepInfo* kind : *kinds)
                 for (const SettingInfo& setting : kind->settings) {
                     const std::string_view path = setting.path;
                     if (!path.starts_with(prefix)) continue;
@@ -133,16 +133,16 @@ bool typeFits(std::string_view out, std::string_view in)
 
 }  // namespace
 
-std::vector<const KindInfo*> kindsOf(const Pipeline& pipeline)
+std::vector<const StepInfo*> kindsOf(const Pipeline& pipeline)
 {
-    std::vector<const KindInfo*> result;
+    std::vector<const StepInfo*> result;
     for (const PipelineStep& step : pipeline.steps) result.push_back(step.kind);
     return result;
 }
 
-const SettingInfo* findSettingAmong(const std::vector<const KindInfo*>& kinds, std::string_view path)
+const SettingInfo* findSettingAmong(const std::vector<const StepInfo*>& kinds, std::string_view path)
 {
-    for (const KindInfo* kind : kinds)
+    for (const StepInfo* kind : kinds)
         if (const SettingInfo* setting = findSetting(*kind, path)) return setting;
     return nullptr;
 }
@@ -154,13 +154,13 @@ std::string lastPart(std::string_view path)
 
 void checkSettings(Pipeline& pipeline)
 {
-    std::vector<const KindInfo*> all;
-    for (const KindInfo& kind : kinds()) all.push_back(&kind);
+    std::vector<const StepInfo*> all;
+    for (const StepInfo& kind : stepTable()) all.push_back(&kind);
     const auto ofPipeline = kindsOf(pipeline);
     checkRecord(pipeline.settings, "", {ofPipeline, all}, "", pipeline.warnings);
     checkRecord(pipeline.sets, "", {ofPipeline, all}, "--set ", pipeline.warnings);
     for (std::size_t i = 0; i < pipeline.steps.size(); ++i) {
-        std::vector<const KindInfo*> near = {pipeline.steps[i].kind};
+        std::vector<const StepInfo*> near = {pipeline.steps[i].kind};
         near.insert(near.end(), ofPipeline.begin(), ofPipeline.end());
         checkRecord(pipeline.steps[i].settings, "", {near, all}, stepLabel(pipeline, i) + ": ",
                     pipeline.warnings);
@@ -180,7 +180,7 @@ std::vector<std::string> missingSettings(const Pipeline& pipeline)
     std::vector<std::string> missing;
     bool described = false;  // by a source
     for (std::size_t i = 0; i < pipeline.steps.size(); ++i) {
-        const KindInfo& kind = *pipeline.steps[i].kind;
+        const StepInfo& kind = *pipeline.steps[i].kind;
         for (const SettingInfo& setting : kind.settings) {
             const std::string_view path = setting.path;
             if (!setting.required || (described && path.starts_with("data"))) continue;
@@ -199,7 +199,7 @@ std::vector<std::string> typeMismatches(const Pipeline& pipeline)
 {
     std::vector<std::string> result;
     for (std::size_t i = 1; i < pipeline.steps.size(); ++i) {
-        const KindInfo &from = *pipeline.steps[i - 1].kind, &to = *pipeline.steps[i].kind;
+        const StepInfo &from = *pipeline.steps[i - 1].kind, &to = *pipeline.steps[i].kind;
         if (!typeFits(from.typeOut, to.typeIn))
             result.push_back(fmt::format("{} gives {}, but {} takes {}", stepLabel(pipeline, i - 1),
                                          from.typeOut, stepLabel(pipeline, i), to.typeIn));

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "exit_codes.h"
+#include "platform.h"
 #include "scansteps/chain.h"
 #include "scansteps/handles.h"
-#include "platform.h"
 
 namespace scansteps::host {
 

@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "commands.h"
-#include "json_values.h"
 #include "exit_codes.h"
+#include "json_values.h"
 #include "output.h"
 #include "pipeline.h"
 #include "scansteps/steps.h"
@@ -41,7 +41,7 @@ Ordered jsonOf(const SettingInfo& setting)
     return json;
 }
 
-Ordered jsonOf(const KindInfo& kind)
+Ordered jsonOf(const StepInfo& kind)
 {
     Ordered json = {{"kind", kind.kind},
                     {"class", kind.className},
@@ -78,13 +78,13 @@ std::string rangeText(const SettingInfo& setting)
     return text;
 }
 
-std::string framesText(const KindInfo& kind)
+std::string framesText(const StepInfo& kind)
 {
     return fmt::format("Frames: {} in, {} out{}.", pixelsName(kind.frames.in), pixelsName(kind.frames.out),
                        kind.frames.isStateless ? ", each by itself" : "");
 }
 
-void printKind(const KindInfo& kind)
+void printKind(const StepInfo& kind)
 {
     answer("{} ({}){}", kind.kind, kind.className, kind.source ? ", a source" : "");
     answer("  {}", kind.summary);
@@ -103,7 +103,7 @@ std::string markdown()
         "# Steps\n\n<!-- Made by `scripts/generate.sh` from the table of kinds; do not edit. -->\n\n"
         "Every kind of step, its class, its types and its settings. `scansteps steps KIND` prints the "
         "same.\n";
-    for (const KindInfo& kind : kinds()) {
+    for (const StepInfo& kind : stepTable()) {
         page += fmt::format("\n## {}\n\n{}.{}\n\nClass `{}`, in `{}`, out `{}`. {}\n", kind.kind,
                             kind.summary, kind.source ? " A source." : "", kind.className, kind.typeIn,
                             kind.typeOut, framesText(kind));
@@ -154,7 +154,7 @@ Ordered settingsSchema(std::span<const SettingInfo> settings, Ordered object)
 Ordered schema()
 {
     Ordered names = Ordered::array(), rules = Ordered::array(), all = {{"type", "object"}};
-    for (const KindInfo& kind : kinds()) {
+    for (const StepInfo& kind : stepTable()) {
         names.push_back(kind.kind);
         all = settingsSchema(kind.settings, all);
         if (kind.settings.empty()) continue;
@@ -193,10 +193,10 @@ int steps(const StepsOptions& options)
     else if (options.schema)
         answerLines(schema().dump(1) + "\n");
     else if (!options.kind.empty()) {
-        const KindInfo* kind = findKind(options.kind);
+        const StepInfo* kind = findStep(options.kind);
         if (kind == nullptr) {
             std::vector<std::string> names;
-            for (const KindInfo& info : kinds()) names.emplace_back(info.kind);
+            for (const StepInfo& info : stepTable()) names.emplace_back(info.kind);
             throw UsageError{fmt::format("there is no kind {}{}", inQuotes(options.kind),
                                          didYouMean(options.kind, names))};
         }
@@ -206,10 +206,10 @@ int steps(const StepsOptions& options)
             printKind(*kind);
     } else if (options.json) {
         Ordered list = Ordered::array();
-        for (const KindInfo& kind : kinds()) list.push_back(jsonOf(kind));
+        for (const StepInfo& kind : stepTable()) list.push_back(jsonOf(kind));
         answerLines(list.dump(2) + "\n");
     } else {
-        for (const KindInfo& kind : kinds())
+        for (const StepInfo& kind : stepTable())
             answer("{:<12} {:<15} {}", kind.kind, kind.className, kind.summary);
     }
     return kEnded;

@@ -16,10 +16,10 @@ bin=build/release/bin
 if [ $# -gt 0 ]; then
     programs=("$@")
 else
-    programs=(io_baseline_jpeg_bench io_pack_yuyv16_bench convert_pixels_bench features_mcanny_bench io_pipeline_bench
-        framework_chain_bench framework_record_bench io_recording_bench transport_bench export_model_bench
-        io_capture_bench features_planes_bench features_corners_bench features_mser_bench features_growth_bench
-        features_steps_bench)
+    programs=(jpeg_decoder_bench jpeg_pack_yuyv16_bench pixels_conversions_bench edges_canny_bench images_pipeline_bench
+        core_chain_bench core_record_bench recording_recording_bench recording_sender_bench mesh_writers_bench
+        capture_capture_bench grey_planes_bench corners_corners_bench regions_mser_bench edges_growth_bench
+        edges_steps_bench)
 fi
 
 folder=$(mktemp -d "${TMPDIR:-/tmp}/scansteps-bench-XXXXXX")
@@ -29,7 +29,7 @@ for program in "${programs[@]}"; do
     taskset -c "$core" "$bin/$program" --benchmark_min_time=0.2 \
         --benchmark_out="$folder/$program.json" --benchmark_out_format=json >"$folder/$program.log" 2>&1 ||
         { tail -n 5 "$folder/$program.log" >&2; exit 1; }
-    if [ "$program" = export_model_bench ]; then
+    if [ "$program" = mesh_writers_bench ]; then
         taskset -c "$core" "$python" bench/mesh/writers_peers.py "$bin/export_model_bench" \
             2>/dev/null >"$folder/model_peers.txt"
     fi

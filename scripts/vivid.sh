@@ -23,7 +23,7 @@ bin=${1:-}
 if [ -z "$bin" ]; then
     bin=build/dev/bin
     cmake --preset dev >/dev/null
-    cmake --build --preset dev --parallel "$(nproc)" --target scansteps_host scansteps_module
+    cmake --build --preset dev --parallel "$(nproc)" --target scansteps_program scansteps_plugin
 fi
 
 work=$(mktemp -d)

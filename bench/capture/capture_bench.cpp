@@ -7,19 +7,14 @@
 #include <memory>
 #include <vector>
 
-#include "core/step_factory.h"
 #include "capture/capture.h"
+#include "plugin/factories.h"
 #include "scansteps/handles.h"
 #include "scansteps/texture.h"
 
 namespace scansteps {
 
-class CPUCap1;
-class CpuCanny;
-template <>
-std::unique_ptr<cChain> makeStep<CPUCap1>();
-template <>
-std::unique_ptr<cChain> makeStep<CpuCanny>();
+using namespace capture;
 
 namespace {
 
@@ -32,8 +27,8 @@ class CameraChain
     {
         fillFreeHandles(table_);
         installHandles(&table_);
-        camera_ = makeStep<CPUCap1>();
-        edges_ = makeStep<CpuCanny>();
+        camera_ = plugin::createStep("ccap1");
+        edges_ = plugin::createStep("ccanny");
         if (edges) camera_->setNext(edges_.get());
         varitype record{Struct{{"eventType", event::kInit},
                                {"dataX", kWidth},
@@ -76,7 +71,7 @@ void withoutADrop(benchmark::State& state)
     fillFreeHandles(table);
     installHandles(&table);
     {
-        const auto edges = makeStep<CpuCanny>();
+        const auto edges = plugin::createStep("ccanny");
         varitype settings{Struct{{"eventType", event::kInit},
                                  {"dataX", kWidth},
                                  {"dataY", kHeight},

@@ -3,13 +3,15 @@
 
 #include <cstring>
 
-#include "../tests/support/images.h"
+#include "../../tests/support/images.h"
 #include "corners/corners.h"
 #include "grey/grey_filters.h"
 
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::corners;
+using namespace scansteps::grey;
 
 struct Frame
 {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Corner responses of scikit-image and VIGRA and scikit-image's ORB on the photograph of features_corners_bench.
+"""Corner responses of scikit-image and VIGRA and scikit-image's ORB on the photograph of corners_corners_bench.
 
 Debian packages: python3-skimage, python3-vigra, python3-numpy. Prints processor time in milliseconds, median of
 five calls, least first; run it with one thread and pinned, right before or after the benchmark:

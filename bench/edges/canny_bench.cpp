@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "edges/canny.h"
 #include "edges/canny_frame16.h"
-#include "edges/mcanny.h"
 #include "support/ratio.h"
 #include "support/scaled.h"
 #ifdef SCANSTEPS_PEER_VIPS
@@ -14,6 +14,8 @@
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::edges;
+using namespace scansteps::grey;
 
 struct Photo
 {
@@ -154,7 +156,7 @@ void CannyFrame16(benchmark::State& state, const char* photo, int lowPasses, dou
     const auto work = [&](Photo& on) {
         const auto from = on.frame.part(0, on.pixels), to = result.part(0, on.pixels);
         std::copy(from.begin(), from.end(), to.begin());
-        cannyFrame16(to, on.width, on.height, Frame16::Video, lowPasses, low, high, 3,
+        cannyFrame16(to, on.width, on.height, SampleCoding::Yuyv16, lowPasses, low, high, 3,
                      on.width == p.width ? own : small);
     };
     work(p);

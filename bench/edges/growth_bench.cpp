@@ -3,18 +3,22 @@
 // them.
 #include <array>
 
-#include "pixels/colour_channel.h"
 #include "corners/corner_response.h"
 #include "edges/gradient_frame.h"
+#include "edges/subpixel_edges.h"
 #include "grey/grey_filters.h"
 #include "grey/local_deviation.h"
-#include "edges/subpixel_edges.h"
+#include "pixels/colour_channel.h"
 #include "support/ratio.h"
 #include "support/scaled.h"
 
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::corners;
+using namespace scansteps::edges;
+using namespace scansteps::grey;
+using namespace scansteps::pixels;
 
 constexpr std::size_t kWidth = 7680, kHeight = 4320;
 
@@ -76,7 +80,7 @@ struct Kept
     SubpixelPlanes planes;
     EdgeBits edges;
     std::vector<Vertex> positions;
-    WorkMemory memory;
+    ScratchArena memory;
 };
 
 template <class Kernel>
@@ -97,12 +101,12 @@ void channel(const Part& p, Kept&)
 
 void deviation(const Part& p, Kept& kept)
 {
-    localDeviation(p.frame, p.width, p.height, Frame16::Video, 7, 1.0F, &kept.memory);
+    localDeviation(p.frame, p.width, p.height, SampleCoding::Yuyv16, 7, 1.0F, &kept.memory);
 }
 
 void gradient(const Part& p, Kept& kept)
 {
-    gradientFrame16(p.frame, p.width, p.height, Frame16::Video, 0, 3, kept.dx, kept.dy, &kept.memory);
+    gradientFrame16(p.frame, p.width, p.height, SampleCoding::Yuyv16, 0, 3, kept.dx, kept.dy, &kept.memory);
 }
 
 void subpixel(const Part& p, Kept& kept)

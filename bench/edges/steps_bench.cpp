@@ -8,26 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "core/step_factory.h"
-#include "support/ratio.h"
-#include "support/scaled.h"
+#include "plugin/factories.h"
 #include "scansteps/handles.h"
 #include "scansteps/texture.h"
+#include "support/ratio.h"
+#include "support/scaled.h"
 
 namespace scansteps {
-
-class CpuCanny;
-class CpuCanny2a;
-class CpuCanny2b;
-class CpuCanny2c;
-class CpuCanny5;
-class CpuCanny6;
-class CpuCanny7;
-class CpuEdge;
-class CpuDev1;
-class CpuSegment;
-class CpuRegE;
-class CpuRegE5;
 
 namespace {
 
@@ -50,8 +37,7 @@ const std::vector<std::vector<std::uint16_t>>& frames()
     return made;
 }
 
-template <class Step>
-void frame(benchmark::State& state)
+void frame(benchmark::State& state, const char* kind)
 {
     HandleTable table;
     fillFreeHandles(table);
@@ -60,7 +46,7 @@ void frame(benchmark::State& state)
         const int screen = ::dup(STDOUT_FILENO), nowhere = ::open("/dev/null", O_WRONLY);
         std::fflush(stdout);
         ::dup2(nowhere, STDOUT_FILENO);
-        const auto step = makeStep<Step>();
+        const auto step = plugin::createStep(kind);
         const auto own = createTexture(formatCode("u_1x16"), kWidth, kHeight);
         varitype settings{Struct{{"eventType", event::kInit},
                                  {"dataX", kWidth},
@@ -95,20 +81,20 @@ void frame(benchmark::State& state)
 }
 
 // clang-format off
-#define SCANSTEPS_FRAME(Step) BENCHMARK(frame<Step>)->Name(#Step)->Iterations(12)->UseManualTime()->Unit(benchmark::kMillisecond)
+#define SCANSTEPS_FRAME(Step, kind) BENCHMARK_CAPTURE(frame, Step, #kind)->Name(#Step)->Iterations(12)->UseManualTime()->Unit(benchmark::kMillisecond)
 // clang-format on
-SCANSTEPS_FRAME(CpuCanny);
-SCANSTEPS_FRAME(CpuCanny2a);
-SCANSTEPS_FRAME(CpuCanny2b);
-SCANSTEPS_FRAME(CpuCanny2c);
-SCANSTEPS_FRAME(CpuCanny5);
-SCANSTEPS_FRAME(CpuCanny6);
-SCANSTEPS_FRAME(CpuCanny7);
-SCANSTEPS_FRAME(CpuEdge);
-SCANSTEPS_FRAME(CpuDev1);
-SCANSTEPS_FRAME(CpuSegment);
-SCANSTEPS_FRAME(CpuRegE);
-SCANSTEPS_FRAME(CpuRegE5);
+SCANSTEPS_FRAME(CpuCanny, ccanny);
+SCANSTEPS_FRAME(CpuCanny2a, ccanny2a);
+SCANSTEPS_FRAME(CpuCanny2b, ccanny2b);
+SCANSTEPS_FRAME(CpuCanny2c, ccanny2c);
+SCANSTEPS_FRAME(CpuCanny5, ccanny5old);
+SCANSTEPS_FRAME(CpuCanny6, ccanny5);
+SCANSTEPS_FRAME(CpuCanny7, ccanny7);
+SCANSTEPS_FRAME(CpuEdge, cedge);
+SCANSTEPS_FRAME(CpuDev1, cdeva);
+SCANSTEPS_FRAME(CpuSegment, csegment);
+SCANSTEPS_FRAME(CpuRegE, c2rege);
+SCANSTEPS_FRAME(CpuRegE5, c2rege5);
 
 }  // namespace
 }  // namespace scansteps

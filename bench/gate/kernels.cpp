@@ -8,16 +8,20 @@
 #include <vector>
 
 #include "../../tests/support/images.h"
-#include "pixels/offset16.h"
-#include "pixels/yuyv.h"
 #include "edges/canny_frame16.h"
 #include "hwy/targets.h"
 #include "jpeg/decoder.h"
+#include "pixels/offset16.h"
+#include "pixels/yuyv.h"
 #include "valgrind/callgrind.h"
 
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::edges;
+using namespace scansteps::grey;
+using namespace scansteps::jpeg;
+using namespace scansteps::pixels;
 
 /// Counts one call after one that finds its memory and its code path.
 template <class Work>
@@ -48,7 +52,7 @@ void countKernels()
     count("yuyvToRgb", [&] { yuyvToRgb(yuyv, rgb, width, height); });
 
     FloatPlane plane;
-    frame16ToPlane(yuyv, plane, width, height, Frame16::Video);
+    frame16ToPlane(yuyv, plane, width, height, SampleCoding::Yuyv16);
     const std::vector<float> samples(plane.row(0), plane.row(0) + width);
     std::vector<std::uint16_t> line(width);
     count("floatToOffset16", [&] {
@@ -59,7 +63,7 @@ void countKernels()
     CannyWorkspace work;
     count("cannyFrame16", [&] {
         frame = yuyv;
-        cannyFrame16(frame, width, height, Frame16::Video, 1, 60, 150, 3, work);
+        cannyFrame16(frame, width, height, SampleCoding::Yuyv16, 1, 60, 150, 3, work);
     });
 
     const std::vector<std::uint8_t> jpeg = fileBytes(test::examplePath("img0000.jpg"));

@@ -1,15 +1,18 @@
 // Speed of the steps that make planes (colour channel, gradient, deviation) on a photograph of 640 × 480. The
 // kernels with a plain twin are held against it: counter "times_plain".
-#include "../tests/support/images.h"
-#include "pixels/colour_channel.h"
+#include "../../tests/support/images.h"
 #include "edges/gradient_frame.h"
-#include "grey/local_deviation.h"
 #include "edges/subpixel_edges.h"
+#include "grey/local_deviation.h"
+#include "pixels/colour_channel.h"
 #include "support/ratio.h"
 
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::edges;
+using namespace scansteps::grey;
+using namespace scansteps::pixels;
 
 const test::Image& photo()
 {
@@ -30,7 +33,7 @@ void channel(benchmark::State& state, Channel which)
     const std::array<float, 3> weights{0.3F, 0.5F, 0.2F};
     bench::compare(
         state, double(out.size()), "times_plain", [&] { channelOfRgb(photo().rgb, out, which, weights); },
-        [&] { scalar::channelOfRgb(photo().rgb, out, which, weights); });
+        [&] { pixels::scalar::channelOfRgb(photo().rgb, out, which, weights); });
 }
 BENCHMARK_CAPTURE(channel, luma, Channel::luma)->Iterations(25)->UseManualTime();
 BENCHMARK_CAPTURE(channel, mixture, Channel::mixture)->Iterations(25)->UseManualTime();
@@ -39,16 +42,16 @@ void deviation(benchmark::State& state)
 {
     const std::vector<std::uint16_t> frame = offsetFrame();
     std::vector<std::uint16_t> out = frame;
-    WorkMemory memory;
+    ScratchArena memory;
     bench::compare(
         state, double(out.size()), "times_plain",
         [&] {
             out = frame;
-            localDeviation(out, 640, 480, Frame16::Offset, 7, 1.0F, &memory);
+            localDeviation(out, 640, 480, SampleCoding::Offset16, 7, 1.0F, &memory);
         },
         [&] {
             out = frame;
-            scalar::localDeviation(out, 640, 480, Frame16::Offset, 7, 1.0F);
+            grey::scalar::localDeviation(out, 640, 480, SampleCoding::Offset16, 7, 1.0F);
         });
 }
 BENCHMARK(deviation)->Iterations(25)->UseManualTime();
@@ -58,10 +61,10 @@ void gradient(benchmark::State& state)
     const std::vector<std::uint16_t> frame = offsetFrame();
     std::vector<std::uint16_t> out;
     FloatPlane dx, dy;
-    WorkMemory memory;
+    ScratchArena memory;
     for (auto _ : state) {
         out = frame;
-        gradientFrame16(out, 640, 480, Frame16::Offset, 0, 3, dx, dy, &memory);
+        gradientFrame16(out, 640, 480, SampleCoding::Offset16, 0, 3, dx, dy, &memory);
     }
 }
 BENCHMARK(gradient)->Unit(benchmark::kMicrosecond);
@@ -71,7 +74,7 @@ void subpixel(benchmark::State& state)
     const std::vector<std::uint8_t> grey = test::greyOf(photo());
     FloatPlane plane(640, 480);
     for (std::size_t i = 0; i < grey.size(); ++i) plane.row(i / 640)[i % 640] = grey[i];
-    WorkMemory memory;
+    ScratchArena memory;
     SubpixelPlanes planes;
     EdgeBits edges;
     std::vector<Vertex> positions;

@@ -11,18 +11,23 @@
 #include <string>
 #include <vector>
 
-#include "../tests/support/jpeg.h"
-#include "pixels/yuyv.h"
+#include "../../tests/support/jpeg.h"
 #include "edges/canny_frame16.h"
-#include "core/step_factory.h"
 #include "images/input_file.h"
 #include "images/jpeg_file.h"
-#include "support/ratio.h"
-#include "support/scaled.h"
+#include "pixels/yuyv.h"
+#include "plugin/factories.h"
 #include "scansteps/handles.h"
 #include "scansteps/record.h"
+#include "support/ratio.h"
+#include "support/scaled.h"
 
 namespace scansteps {
+
+using namespace edges;
+using namespace grey;
+using namespace images;
+using namespace pixels;
 
 class Cjread;
 class CpuYUV;
@@ -105,10 +110,10 @@ class Pipeline
     {
         fillFreeHandles(table_);
         installHandles(&table_);
-        steps_.push_back(makeStep<Cjread>());
-        steps_.push_back(makeStep<CpuYUV>());
-        steps_.push_back(makeStep<CpuCanny>());
-        steps_.push_back(makeStep<Cjwrite>());
+        steps_.push_back(plugin::createStep("cjread"));
+        steps_.push_back(plugin::createStep("cyuv"));
+        steps_.push_back(plugin::createStep("ccanny"));
+        steps_.push_back(plugin::createStep("cjwrite"));
         for (std::size_t k = 1; k < steps_.size(); ++k) steps_[k - 1]->setNext(steps_[k].get());
         varitype record{Struct{{"eventType", event::kInit},
                                {"load", Struct{{"name", photos.file("in", 0)}}},
@@ -165,7 +170,7 @@ Parts runParts(const Photos& photos, CannyWorkspace& work)
         rgbToYuyv(image->bytes(), frame, width, height);
         memory = std::move(image->pixels);
         start = seconds();
-        cannyFrame16(frame, width, height, Frame16::Video, 1, kLow, kHigh, 3, work);
+        cannyFrame16(frame, width, height, SampleCoding::Yuyv16, 1, kLow, kHigh, 3, work);
         parts.canny += seconds() - start;
 
         yuyvToRgb(frame, rgb, width, height);

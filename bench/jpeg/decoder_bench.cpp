@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "../tests/support/jpeg.h"
+#include "../../tests/support/jpeg.h"
 #include "jpeg/decoder.h"
 #include "support/scaled.h"
 #ifdef SCANSTEPS_PEER_TURBOJPEG
@@ -37,7 +37,7 @@ std::array<std::vector<std::uint8_t>, 3> planesFor(int width, int height)
 
 void ours(const std::vector<std::uint8_t>& file, std::array<std::vector<std::uint8_t>, 3>& planes)
 {
-    const auto decoder = std::make_unique<scansteps::BaselineJpegDecoder>();
+    const auto decoder = std::make_unique<scansteps::jpeg::BaselineJpegDecoder>();
     int status = decoder->parseHeader(file);
     decoder->setComponents({planes[0], planes[1], planes[2]});
     status |= decoder->decode();

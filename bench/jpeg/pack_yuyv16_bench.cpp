@@ -24,7 +24,7 @@ void pack(benchmark::State& state)
     std::vector<double> ratios;
     for ([[maybe_unused]] const auto& iteration : state) {
         const auto t0 = std::clock();
-        scansteps::packYuyv16(luma, even, odd, dst, width, height);
+        scansteps::jpeg::packYuyv16(luma, even, odd, dst, width, height);
         benchmark::ClobberMemory();
         const auto t1 = std::clock();
         std::memcpy(dst.data(), from.data(), dst.size() * 2);

@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "core/atomic_file.h"
 #include "mesh/flt_writer.h"
 #include "mesh/obj_writer.h"
 #include "mesh/ply_writer.h"
 #include "mesh/stl_writer.h"
 #include "mesh/vertex_normals.h"
-#include "core/atomic_file.h"
 #include "support/ratio.h"
 #if defined(SCANSTEPS_PEER_ASSIMP)
 #include <assimp/scene.h>
@@ -27,6 +27,7 @@
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::mesh;
 
 constexpr std::uint32_t kColumns = 1000;
 constexpr std::uint32_t kRows = 500;

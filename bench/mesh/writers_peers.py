@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the mesh of export_model_bench with meshio and VTK, and prints triangles a second of each.
+"""Writes the mesh of mesh_writers_bench with meshio and VTK, and prints triangles a second of each.
 
 usage: export_model_peers.py [EXPORT_MODEL_BENCH]
 

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "pixels/colour_length.h"
 #include "pixels/grey_window.h"
 #include "pixels/offset16.h"
 #include "pixels/reduce16.h"
-#include "pixels/colour_length.h"
 #include "pixels/yuyv.h"
 #include "support/ratio.h"
 #include "support/scaled.h"
@@ -18,6 +18,7 @@
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::pixels;
 
 // What a kernel works on: a frame, or a part of one that is taken for a frame.
 struct View
@@ -106,7 +107,7 @@ BENCHMARK(Offset16ToFloat)->Apply(bench::frameSizes);
 
 void RgbToOffset16(benchmark::State& state)
 {
-    againstCopy(state, 5, [](const View& v) { rgbToOffset16(v.rgb, v.wideOut); });
+    againstCopy(state, 5, [](const View& v) { colourLength(v.rgb, v.wideOut); });
 }
 BENCHMARK(RgbToOffset16)->Apply(bench::frameSizes);
 

@@ -10,14 +10,16 @@
 #include <stdexcept>
 #include <vector>
 
-#include "recording/player_step.h"
+#include "plugin/factories.h"
 #include "recording/filesaver.h"
-#include "support/ratio.h"
 #include "scansteps/handles.h"
 #include "scansteps/texture.h"
+#include "support/ratio.h"
 
 namespace scansteps {
 namespace {
+
+using namespace recording;
 
 constexpr int kFrames = 128;
 constexpr double kPixels = 640.0 * 480.0;
@@ -93,7 +95,7 @@ void replay(benchmark::State& state)
         FileSaver saver;
         recordRun(saver, path, int(host.frame->handle));
     }
-    FileReaderS reader;
+    const auto reader = plugin::createStep("reads");
     varitype init = Struct{{"eventType", 1001}, {"load", Struct{{"name", path}}}};
     const std::size_t size = headerOfFrame().size() + 614400;
     std::vector<std::byte> buffer(size);
@@ -101,10 +103,10 @@ void replay(benchmark::State& state)
     bench::compare(
         state, kFrames * kPixels, "of_read",
         [&] {
-            reader.dispatch(init);
+            reader->dispatch(init);
             for (int i = 0; i < kFrames; ++i) {
                 varitype process = Struct{{"eventType", 1002}};
-                reader.dispatch(process);
+                reader->dispatch(process);
             }
         },
         [&] {

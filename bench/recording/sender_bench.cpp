@@ -11,15 +11,18 @@
 #include <thread>
 
 #include "core/step_factory.h"
+#include "flow/cbuff.h"
 #include "pixels/c2ima.h"
-#include "support/ratio.h"
 #include "scansteps/handles.h"
 #include "scansteps/socket.h"
 #include "scansteps/texture.h"
-#include "flow/cbuff.h"
+#include "support/ratio.h"
 
 namespace scansteps {
 namespace {
+
+using namespace flow;
+using namespace pixels;
 
 constexpr int kFrames = 16;
 constexpr std::size_t kFrameBytes = 640 * 480 * 2;

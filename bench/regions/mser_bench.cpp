@@ -9,6 +9,7 @@
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::regions;
 
 std::vector<std::uint8_t> photoOf(const char* name, int width, int height)
 {

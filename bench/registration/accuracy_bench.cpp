@@ -1,7 +1,7 @@
 // Accuracy of the registration on warped photographs with known truth, and repeatability of the features
 // (columns "corners" and "blobs": the two responses; the first task only measures blobs). Prints a table for
 // the example photographs, or for those named on the command line:
-//     features_warp_accuracy_bench [--pairs N] [--seed N] [picture.jpg ...]
+//     registration_accuracy_bench [--pairs N] [--seed N] [picture.jpg ...]
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -10,13 +10,16 @@
 #include <ctime>
 #include <string>
 
-#include "../tests/support/warp.h"
+#include "../../tests/support/warp.h"
 #include "registration/edge_support.h"
 #include "registration/register_views.h"
 
 namespace {
 
 using namespace scansteps;
+using namespace scansteps::corners;
+using namespace scansteps::grey;
+using namespace scansteps::registration;
 
 double cpuMilliseconds()
 {

@@ -5,7 +5,7 @@
 #include <array>
 #include <cmath>
 
-#include "../tests/support/images.h"
+#include "../../tests/support/images.h"
 
 namespace scansteps::bench {
 

@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     static const int file = memfd_create("image", 0);
     if (ftruncate(file, 0) != 0 || pwrite(file, data, size, 0) != static_cast<ssize_t>(size)) std::abort();
-    const auto image = scansteps::loadImage("/proc/self/fd/" + std::to_string(file));
+    const auto image = scansteps::images::loadImage("/proc/self/fd/" + std::to_string(file));
     if (!image) return 0;
     if (image->width < 1 || image->height < 1) std::abort();
     // Every byte must have been written: a checksum touches them all.

@@ -12,7 +12,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const auto decoder = std::make_unique<scansteps::BaselineJpegDecoder>();
+    const auto decoder = std::make_unique<scansteps::jpeg::BaselineJpegDecoder>();
     if (decoder->parseHeader({data, size}) != 0) {
         if (decoder->getErrorString()[0] == '\0') std::abort();
         return 0;

@@ -20,19 +20,14 @@
 #include <utility>
 #include <vector>
 
+#include "plugin/factories.h"
 #include "scansteps/chain.h"
 #include "scansteps/handles.h"
-#include "scansteps/steps.h"
 #include "scansteps/socket.h"
+#include "scansteps/steps.h"
 #include "scansteps/texture.h"
 
-extern "C" {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
-    scansteps::cChain* create_##kind();
-#include "core/steps.def"
-#undef SCANSTEPS_KIND
-void set_handles(scansteps::HandleTable* table);
-}
+extern "C" void set_handles(scansteps::HandleTable* table);
 
 namespace scansteps::fuzzing {
 
@@ -241,9 +236,9 @@ class AnyChain
         fillFreeHandles(table_);
         set_handles(&table_);
         const unsigned count = 1 + bytes_.below(5);
-        for (unsigned i = 0; i < count; ++i) add(bytes_.below(kinds().size()));
+        for (unsigned i = 0; i < count; ++i) add(bytes_.below(stepTable().size()));
         own_ = createTexture(format::kU1x8, 0, 0);
-        for (const KindInfo* kind : kinds_)
+        for (const StepInfo* kind : kinds_)
             if (kind->source) {  // the second half of the input is also the file that sources get
                 std::ofstream(scratch / "in0.bin", std::ios::binary)
                     .write(reinterpret_cast<const char*>(data) + size / 2, std::streamsize(size - size / 2));
@@ -279,18 +274,13 @@ class AnyChain
   private:
     void add(unsigned index)
     {
-        static constexpr std::array<cChain* (*)(), 42> factories = {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) create_##kind,
-#include "core/steps.def"
-#undef SCANSTEPS_KIND
-        };
-        const KindInfo& kind = kinds()[index];
+        const StepInfo& kind = stepTable()[index];
         const std::string_view name = kind.kind;
         if (name == "ccap") return;  // opens the machine's own camera, whatever its settings
         if (name == "sender" && std::exchange(sends_, true)) return;  // the receiver serves one at a time
         kinds_.push_back(&kind);
         steps_.push_back(std::make_unique<Guard>(name, scratch_));
-        steps_.emplace_back(factories[index]());
+        steps_.push_back(plugin::createStep(name));
         for (std::size_t i = steps_.size() - 2; i < steps_.size(); ++i)
             if (i > 0) steps_[i - 1]->setNext(steps_[i].get());
     }
@@ -328,7 +318,7 @@ class AnyChain
         record.set("dataY", height_);
         record.set("dataFormat", format_);
         if (bytes_.below(3) == 0) record.set("VideoFormat", "YUYV16");
-        for (const KindInfo* kind : kinds_)
+        for (const StepInfo* kind : kinds_)
             for (const SettingInfo& setting : kind->settings)
                 if (setting.required || bytes_.below(2) == 0) putSetting(record, setting);
     }
@@ -456,7 +446,7 @@ class AnyChain
     Bytes bytes_;
     bool sends_ = false;
     HandleTable table_;
-    std::vector<const KindInfo*> kinds_;
+    std::vector<const StepInfo*> kinds_;
     std::vector<std::unique_ptr<cChain>> steps_;
     std::unique_ptr<CTexture> own_;
     int width_ = 0, height_ = 0;

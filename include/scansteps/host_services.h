@@ -6,20 +6,9 @@
 #include <cstdint>
 
 #include "scansteps/handles.h"
+#include "scansteps/trouble.h"
 
 namespace scansteps {
-
-/// A trouble that a step does not raise, or details of one that it does.
-enum class Trouble : std::uint32_t
-{
-    SourceStopped = 1,      ///< a source ended at a file that it could not read
-    PictureNotWritten = 2,  ///< a picture could not be written; the step goes on with the next one
-    FrameIncomplete = 3,    ///< a frame was decoded only in part
-    RecordNotSent = 4,      ///< a record was not sent, for lack of a connection
-    NoModel = 5,            ///< a run of a model step brought no mesh and no point cloud
-    FileFailed = 6,         ///< file, if any, and reason of the error that the step is about to raise
-    ModelNotWritten = 7,    ///< the file of a model could not be opened; the step goes on with the next event
-};
 
 /// The texts are read during the call only; none is null, each may be empty.
 struct Notice
@@ -51,8 +40,6 @@ void installHostServices(HandleTable& table, const HostServices* services);
 
 /// Step's side: the services of the installed table, or null.
 const HostServices* hostServices();
-/// Tells the host, if it wants to know. Null texts count as empty.
-void notifyHost(Trouble trouble, const char* step, const char* file, const char* reason);
 /// Whether the host wants the run to end: waits give up, the flush goes on.
 bool hostInterrupted();
 /// HostServices::wake, or -1.

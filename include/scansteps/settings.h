@@ -21,7 +21,7 @@ std::optional<varitype> findPath(const varitype& params, std::string_view path);
 class Settings
 {
   public:
-    Settings(const KindInfo& kind, const varitype& params) : kind_(kind), params_(params) {}
+    Settings(const StepInfo& kind, const varitype& params) : kind_(kind), params_(params) {}
     /// Settings of the step's class.
     Settings(cChain& step, const varitype& params);
 
@@ -36,7 +36,7 @@ class Settings
     std::optional<varitype> value(const SettingInfo& setting) const;
     void checkRange(const SettingInfo& setting, double value) const;
 
-    const KindInfo& kind_;
+    const StepInfo& kind_;
     const varitype& params_;
 };
 

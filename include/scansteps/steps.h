@@ -129,7 +129,7 @@ struct FrameFlow
     }
 };
 
-struct KindInfo
+struct StepInfo
 {
     const char* kind = "";       ///< export suffix, such as "ccanny"
     const char* className = "";  ///< what getName() returns, such as "CpuCanny"
@@ -143,10 +143,10 @@ struct KindInfo
 };
 
 /// All kinds, in alphabetical order.
-std::span<const KindInfo> kinds();
+std::span<const StepInfo> stepTable();
 /// Null when there is no such kind.
-const KindInfo* findKind(std::string_view kind);
-const KindInfo* findKindByClass(std::string_view className);
-const SettingInfo* findSetting(const KindInfo& kind, std::string_view path);
+const StepInfo* findStep(std::string_view kind);
+const StepInfo* findStepByClass(std::string_view className);
+const SettingInfo* findSetting(const StepInfo& kind, std::string_view path);
 
 }  // namespace scansteps

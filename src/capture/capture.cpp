@@ -4,7 +4,7 @@
 #include "scansteps/error.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 namespace {
 
@@ -40,4 +40,4 @@ std::unique_ptr<CaptureDevice> openCamera(const CaptureRequest&)
 }
 #endif
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -10,7 +10,7 @@
 #include "capture/convert.h"
 #include "capture/frame_queue.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 /// What a step asks for; the device's own choice wins.
 struct CaptureRequest
@@ -69,4 +69,4 @@ class Capture
     QueueCloser closer_{queue_};
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

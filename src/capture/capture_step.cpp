@@ -6,7 +6,7 @@
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 void CaptureStep::begin(varitype& params, const CaptureRequest& request, const Limits& limits)
 {
@@ -53,4 +53,4 @@ void CaptureStep::flush(varitype& params)
         [&] { CPUBase::flush(params); });
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -9,7 +9,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 class CaptureStep : public CPUBase
 {
@@ -37,4 +37,4 @@ class CaptureStep : public CPUBase
     int delivered_ = 0;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

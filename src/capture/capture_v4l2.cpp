@@ -21,7 +21,7 @@
 #include "scansteps/cameras.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 namespace {
 
@@ -254,6 +254,6 @@ std::unique_ptr<CaptureDevice> openCamera(const CaptureRequest& request)
     return std::make_unique<V4l2Device>(choose(request.device), request);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture
 
 #endif

@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "core/print.h"
 #include "capture/capture.h"
+#include "core/print.h"
 #include "scansteps/cameras.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 namespace {
 
@@ -243,6 +243,6 @@ std::unique_ptr<CaptureDevice> openCamera(const CaptureRequest& request)
     return std::make_unique<VfwDevice>(choose(request.device), request);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture
 
 #endif

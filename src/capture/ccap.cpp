@@ -1,9 +1,9 @@
 // Step ccap: uncompressed frames of the first camera.
-#include "core/step_factory.h"
 #include "capture/capture_step.h"
+#include "core/step_factory.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 class CPUCap final : public CaptureStep
 {
@@ -19,6 +19,6 @@ class CPUCap final : public CaptureStep
     }
 };
 
-SCANSTEPS_STEP(CPUCap)
+SCANSTEPS_FACTORY(ccap, CPUCap)
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -1,11 +1,11 @@
 // Step ccap1: frames of a chosen camera, uncompressed or motion JPEG.
+#include "capture/capture_step.h"
 #include "core/frame_in_record.h"
 #include "core/print.h"
 #include "core/step_factory.h"
-#include "capture/capture_step.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 class CPUCap1 final : public CaptureStep
 {
@@ -15,7 +15,7 @@ class CPUCap1 final : public CaptureStep
     void flush(varitype& params) override;
 };
 
-SCANSTEPS_STEP(CPUCap1)
+SCANSTEPS_FACTORY(ccap1, CPUCap1)
 
 void CPUCap1::init(varitype& params)
 {
@@ -34,4 +34,4 @@ void CPUCap1::flush(varitype& params)
     finishThen([] { print::line("flush CPUCap1"); }, [&] { CaptureStep::flush(params); });
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -4,12 +4,12 @@
 #include <cstring>
 
 #include "core/print.h"
+#include "images/parse_error.h"
 #include "jpeg/decoder.h"
 #include "jpeg/pack_yuyv16.h"
-#include "images/parse_error.h"
 #include "scansteps/chain.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 void FrameConverter::open(const CaptureFormat& format)
 {
@@ -25,18 +25,18 @@ void FrameConverter::open(const CaptureFormat& format)
 std::string FrameConverter::decode(std::span<const std::uint8_t> file)
 {
     const std::int64_t begin = microseconds();
-    BaselineJpegDecoder decoder;
+    jpeg::BaselineJpegDecoder decoder;
     int width = 0, height = 0;
-    if (decoder.parseHeader(file) != 0) return printParseError(decoder.getErrorString());
+    if (decoder.parseHeader(file) != 0) return images::printParseError(decoder.getErrorString());
     decoder.getSize(width, height);
     if (width != format_.width || height != format_.height)
-        return printParseError("frame of " + std::to_string(width) + " x " + std::to_string(height) +
-                               " from a camera of " + std::to_string(format_.width) + " x " +
-                               std::to_string(format_.height));
+        return images::printParseError("frame of " + std::to_string(width) + " x " + std::to_string(height) +
+                                       " from a camera of " + std::to_string(format_.width) + " x " +
+                                       std::to_string(format_.height));
     decoder.setComponents({luma_, cb_, cr_});
     const int result = decoder.decode();
     std::string damage;
-    if (result != 0) damage = printParseError(decoder.getErrorString());
+    if (result != 0) damage = images::printParseError(decoder.getErrorString());
     print::field(result, " result\n");
     print::field(microseconds() - begin, " time_count() - start0\n");
     return damage;
@@ -50,9 +50,9 @@ std::string FrameConverter::convert(std::span<const std::byte> frame, std::span<
         return {};
     }
     std::string damage = decode({reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size()});
-    packYuyv16(luma_, cb_, cr_, yuyv, static_cast<std::size_t>(format_.width),
-               static_cast<std::size_t>(format_.height));
+    jpeg::packYuyv16(luma_, cb_, cr_, yuyv, static_cast<std::size_t>(format_.width),
+                     static_cast<std::size_t>(format_.height));
     return damage;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -9,7 +9,7 @@
 
 #include "capture/frame_queue.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 /// Writes camera frames as width × height YUYV16 samples. Uncompressed frames are copied; motion-JPEG frames
 /// go through the library's own decoder, and what it says is printed. A compressed frame that cannot be
@@ -28,4 +28,4 @@ class FrameConverter
     std::vector<std::uint8_t> luma_, cb_, cr_;  ///< the last picture, its chroma halved both ways
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -12,7 +12,7 @@
 #include "scansteps/error.h"
 #include "scansteps/host_services.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 namespace {
 constexpr std::size_t kFallingBehind = 3;
@@ -69,7 +69,7 @@ FrameQueue::Frame FrameQueue::copyOf(std::span<const std::byte> source, std::siz
     const std::size_t row = 2 * static_cast<std::size_t>(format_.width);
     for (std::size_t y = 0; y < static_cast<std::size_t>(format_.height); ++y)
         std::memcpy(frame.bytes.get() + y * row, source.data() + y * pitch, row);
-    frame.size = format_.leastBytes();
+    frame.size = format_.minBytes();
     return frame;
 }
 
@@ -78,7 +78,7 @@ try {
     const std::size_t row = 2 * static_cast<std::size_t>(format_.width);
     if (format_.jpeg || pitch <= row) pitch = 0;
     const std::size_t least =
-        pitch == 0 ? format_.leastBytes() : pitch * static_cast<std::size_t>(format_.height - 1) + row;
+        pitch == 0 ? format_.minBytes() : pitch * static_cast<std::size_t>(format_.height - 1) + row;
     std::size_t waiting = 0;
     if (source.size() < least) {
         const std::lock_guard guard(lock_);
@@ -166,4 +166,4 @@ std::uint64_t FrameQueue::skippedFrames() const
     return skipped_;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

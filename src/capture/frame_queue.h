@@ -12,7 +12,7 @@
 #include <span>
 #include <vector>
 
-namespace scansteps {
+namespace scansteps::capture {
 
 /// What a capture device delivers.
 struct CaptureFormat
@@ -23,7 +23,7 @@ struct CaptureFormat
 
     std::size_t pixels() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(height); }
     /// A frame with fewer bytes is damaged.
-    std::size_t leastBytes() const { return jpeg ? 4 : 2 * pixels(); }
+    std::size_t minBytes() const { return jpeg ? 4 : 2 * pixels(); }
     /// Room that a frame gets: twice an uncompressed one.
     std::size_t mostBytes() const { return 4 * pixels(); }
 };
@@ -89,4 +89,4 @@ class FrameQueue
     std::uint64_t short_ = 0, skipped_ = 0;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -6,16 +6,16 @@
 #include <stdexcept>
 #include <thread>
 
-#include "pixels/yuyv.h"
-#include "jpeg/decoder.h"
 #include "capture/capture.h"
 #include "capture/test_pattern.h"
 #include "images/image_file.h"
 #include "images/input_file.h"
+#include "jpeg/decoder.h"
+#include "pixels/yuyv.h"
 #include "scansteps/error.h"
 #include "scansteps/numbered_name.h"
 
-namespace scansteps {
+namespace scansteps::capture {
 
 namespace {
 
@@ -47,7 +47,7 @@ class PatternSource final : public FrameSource
 };
 
 // No picture of the sizes that the decoder takes needs more.
-constexpr std::uint64_t kMostFileBytes = std::uint64_t{1} << 28;
+constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1} << 28;
 
 class FileSource final : public FrameSource
 {
@@ -63,7 +63,7 @@ class FileSource final : public FrameSource
     {
         if (number != 0) {
             const bool wrapped = advanceName(next_, 1);
-            if (wrapped || InputFile(next_).missing()) next_ = first_;
+            if (wrapped || images::InputFile(next_).missing()) next_ = first_;
             if (const std::string problem = load(next_); !problem.empty()) throw std::runtime_error(problem);
         }
         return format_.jpeg ? std::as_bytes(std::span(bytes_)) : std::as_bytes(std::span(samples_));
@@ -88,10 +88,10 @@ class FileSource final : public FrameSource
 
     std::string loadCompressed(const std::string& name, CaptureFormat& format)
     {
-        InputFile file(name);
-        bytes_ = file.readRest(kMostFileBytes);
+        images::InputFile file(name);
+        bytes_ = file.readRest(kMaxFileBytes);
         if (file.error() != 0) return file.reason();
-        BaselineJpegDecoder decoder;
+        jpeg::BaselineJpegDecoder decoder;
         if (decoder.parseHeader(bytes_) != 0) {
             const std::string reason = decoder.getErrorString();
             return reason.substr(0, reason.find('\n'));
@@ -103,13 +103,13 @@ class FileSource final : public FrameSource
 
     std::string loadPixels(const std::string& name, CaptureFormat& format)
     {
-        ImageTrouble trouble;
-        const auto image = loadImage(name, {}, &trouble);
+        images::ImageTrouble trouble;
+        const auto image = images::loadImage(name, {}, &trouble);
         if (!image) return trouble.reason;
         format = {image->width, image->height, false};
         samples_.resize(format.pixels());
-        rgbToYuyv(image->bytes(), samples_, static_cast<std::size_t>(image->width),
-                  static_cast<std::size_t>(image->height));
+        pixels::rgbToYuyv(image->bytes(), samples_, static_cast<std::size_t>(image->width),
+                          static_cast<std::size_t>(image->height));
         return "";
     }
 
@@ -201,4 +201,4 @@ std::unique_ptr<CaptureDevice> openTestDevice(const CaptureRequest& request)
     return std::make_unique<TestDevice>(std::move(source), rate);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

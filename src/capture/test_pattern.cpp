@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-namespace scansteps {
+namespace scansteps::capture {
 
 namespace {
 
@@ -73,4 +73,4 @@ int bounce(std::uint64_t step, int room)
     return at <= room ? at : 2 * room - at;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace scansteps {
+namespace scansteps::capture {
 
 enum class TestPattern
 {
@@ -37,4 +37,4 @@ class PatternImage
 /// Place of something that goes to and fro between 0 and `room`, one a step.
 int bounce(std::uint64_t step, int room);
 
-}  // namespace scansteps
+}  // namespace scansteps::capture

@@ -39,11 +39,11 @@ static_assert(std::is_standard_layout_v<Array> && sizeof(Array) == 16 + sizeof(v
 // The byte size, or the largest number when it overflows.
 std::size_t bytesOf(const std::uint32_t (&dims)[3], Kind kind)
 {
-    constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max() / 2;
+    constexpr std::size_t kMax = std::numeric_limits<std::size_t>::max() / 2;
     std::size_t bytes = elementSize(kind);
     for (const std::uint32_t dim : dims) {
-        if (dim != 0 && bytes > kMost / dim)
-            bytes = kMost;  // stays at the top, unless a later dimension is 0
+        if (dim != 0 && bytes > kMax / dim)
+            bytes = kMax;  // stays at the top, unless a later dimension is 0
         else
             bytes *= dim;
     }

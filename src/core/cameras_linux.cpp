@@ -16,7 +16,7 @@ namespace scansteps {
 namespace {
 
 // Device numbers are small; a gap in them is no end.
-constexpr int kMostDevices = 64;
+constexpr int kMaxDevices = 64;
 
 class Device
 {
@@ -97,7 +97,7 @@ void addModes(const Device& device, std::uint32_t format, std::vector<CameraMode
 std::vector<CameraInfo> listCameras()
 {
     std::vector<CameraInfo> cameras;
-    for (int number = 0; number < kMostDevices; ++number) {
+    for (int number = 0; number < kMaxDevices; ++number) {
         const std::string path = "/dev/video" + std::to_string(number);
         v4l2_capability capability{};
         if (!Device(path).ask(VIDIOC_QUERYCAP, capability) || !streamsFrames(capability)) continue;

@@ -15,7 +15,7 @@ namespace scansteps {
 
 namespace {
 
-constexpr UINT kMostDrivers = 10;  // the service's own limit
+constexpr UINT kMaxDrivers = 10;  // the service's own limit
 
 struct Service
 {
@@ -65,7 +65,7 @@ std::vector<CameraInfo> listCameras()
     std::vector<CameraInfo> cameras;
     const Service service;
     if (service.describe == nullptr) return cameras;
-    for (UINT driver = 0; driver < kMostDrivers; ++driver) {
+    for (UINT driver = 0; driver < kMaxDrivers; ++driver) {
         char name[200] = {}, version[200] = {};
         if (service.describe(driver, name, sizeof name, version, sizeof version))
             cameras.push_back({utf8(name), "", static_cast<int>(driver)});

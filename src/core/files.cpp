@@ -29,7 +29,7 @@
 namespace scansteps {
 
 // One transfer never exceeds 1 GiB: the systems cut larger ones or take a 32-bit length.
-static constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+static constexpr std::size_t kMaxTransfer = std::size_t{1} << 30;
 
 #ifdef _WIN32
 
@@ -98,12 +98,12 @@ std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> 
 
 std::int64_t read(int file, void* bytes, std::size_t length)
 {
-    return _read(file, bytes, static_cast<unsigned>(std::min(length, kMostAtOnce)));
+    return _read(file, bytes, static_cast<unsigned>(std::min(length, kMaxTransfer)));
 }
 
 std::int64_t write(int file, const void* bytes, std::size_t length)
 {
-    return _write(file, bytes, static_cast<unsigned>(std::min(length, kMostAtOnce)));
+    return _write(file, bytes, static_cast<unsigned>(std::min(length, kMaxTransfer)));
 }
 
 std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces)
@@ -272,19 +272,19 @@ bool truncate(int file, std::uint64_t size)
 
 std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second)
 {
-    const iovec parts[2] = {{first.data(), std::min(first.size(), kMostAtOnce)},
-                            {second.data(), first.size() > kMostAtOnce ? 0 : second.size()}};
+    const iovec parts[2] = {{first.data(), std::min(first.size(), kMaxTransfer)},
+                            {second.data(), first.size() > kMaxTransfer ? 0 : second.size()}};
     return transfer(file, true, [&] { return ::readv(file, parts, 2); });
 }
 
 std::int64_t read(int file, void* bytes, std::size_t length)
 {
-    return transfer(file, true, [&] { return ::read(file, bytes, std::min(length, kMostAtOnce)); });
+    return transfer(file, true, [&] { return ::read(file, bytes, std::min(length, kMaxTransfer)); });
 }
 
 std::int64_t write(int file, const void* bytes, std::size_t length)
 {
-    return transfer(file, false, [&] { return ::write(file, bytes, std::min(length, kMostAtOnce)); });
+    return transfer(file, false, [&] { return ::write(file, bytes, std::min(length, kMaxTransfer)); });
 }
 
 std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces)

@@ -42,13 +42,13 @@ class ScratchArray
 
 /// Hands out pieces one behind the other and starts anew when all have come back. Where one block did not
 /// suffice, the next time it does. Not for two threads at a time.
-class WorkMemory final : public std::pmr::memory_resource
+class ScratchArena final : public std::pmr::memory_resource
 {
   public:
-    WorkMemory() = default;
-    WorkMemory(const WorkMemory&) = delete;
-    WorkMemory& operator=(const WorkMemory&) = delete;
-    ~WorkMemory() override { release(); }
+    ScratchArena() = default;
+    ScratchArena(const ScratchArena&) = delete;
+    ScratchArena& operator=(const ScratchArena&) = delete;
+    ~ScratchArena() override { release(); }
 
   private:
     static constexpr std::size_t kLine = 64;  // alignment of all pieces

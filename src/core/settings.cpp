@@ -6,9 +6,9 @@ namespace scansteps {
 
 namespace {
 
-const KindInfo& kindOfClass(const char* className)
+const StepInfo& kindOfClass(const char* className)
 {
-    const KindInfo* kind = findKindByClass(className);
+    const StepInfo* kind = findStepByClass(className);
     if (kind == nullptr) failf("%s is not in the table of kinds", className);
     return *kind;
 }

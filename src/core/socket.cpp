@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "core/print.h"
+#include "core/socket_layer.h"
 #include "core/waits.h"
 #include "scansteps/error.h"
-#include "core/socket_layer.h"
 
 namespace scansteps {
 

@@ -26,12 +26,12 @@ namespace scansteps::socketlayer {
 
 namespace {
 
-constexpr std::size_t kMostPieces = 64;
+constexpr std::size_t kMaxPieces = 64;
 constexpr int kConnectMs = 10000;
 
 #ifdef _WIN32
 
-constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+constexpr std::size_t kMaxTransfer = std::size_t{1} << 30;
 
 SOCKET native(Socket socket)
 {
@@ -295,20 +295,20 @@ namespace {
 // One transfer: bytes, 0 or -1.
 std::int64_t sendOnce(Socket socket, std::span<const std::span<const std::byte>> pieces)
 {
-    const std::size_t count = std::min(pieces.size(), kMostPieces);
+    const std::size_t count = std::min(pieces.size(), kMaxPieces);
 #ifdef _WIN32
-    WSABUF parts[kMostPieces];
+    WSABUF parts[kMaxPieces];
     DWORD used = 0;
     for (bool whole = true; whole && used < count; ++used) {
         const auto& piece = pieces[used];
-        whole = piece.size() <= kMostAtOnce;
-        parts[used] = {static_cast<ULONG>(std::min(piece.size(), kMostAtOnce)),
+        whole = piece.size() <= kMaxTransfer;
+        parts[used] = {static_cast<ULONG>(std::min(piece.size(), kMaxTransfer)),
                        reinterpret_cast<char*>(const_cast<std::byte*>(piece.data()))};
     }
     DWORD sent = 0;
     return ::WSASend(native(socket), parts, used, &sent, 0, nullptr, nullptr) == 0 ? std::int64_t{sent} : -1;
 #else
-    iovec parts[kMostPieces];
+    iovec parts[kMaxPieces];
     for (std::size_t i = 0; i < count; ++i)
         parts[i] = {const_cast<std::byte*>(pieces[i].data()), pieces[i].size()};
     msghdr message{};
@@ -327,8 +327,8 @@ std::int64_t receiveOnce(Socket socket, std::span<std::byte> first, std::span<st
 {
 #ifdef _WIN32
     WSABUF parts[2] = {
-        {static_cast<ULONG>(std::min(first.size(), kMostAtOnce)), reinterpret_cast<char*>(first.data())},
-        {static_cast<ULONG>(first.size() > kMostAtOnce ? 0 : second.size()),
+        {static_cast<ULONG>(std::min(first.size(), kMaxTransfer)), reinterpret_cast<char*>(first.data())},
+        {static_cast<ULONG>(first.size() > kMaxTransfer ? 0 : second.size()),
          reinterpret_cast<char*>(second.data())}};
     DWORD received = 0, flags = 0;
     const int result =

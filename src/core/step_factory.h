@@ -1,21 +1,12 @@
-// How the exported factories make a step without including its header: every step file defines the factory of
-// its class with SCANSTEPS_STEP.
+// How the exported functions make a step without seeing its class: every step file defines the factory of its
+// kind with SCANSTEPS_FACTORY.
 #pragma once
-
-#include <memory>
 
 #include "scansteps/chain.h"
 
-namespace scansteps {
-
-template <class Step>
-std::unique_ptr<cChain> makeStep();
-
-#define SCANSTEPS_STEP(Class)                 \
-    template <>                               \
-    std::unique_ptr<cChain> makeStep<Class>() \
-    {                                         \
-        return std::make_unique<Class>();     \
+/// Stands in the module's namespace, after the class. C linkage, so that one name serves all namespaces.
+#define SCANSTEPS_FACTORY(kind, Class)                      \
+    extern "C" ::scansteps::cChain* scansteps_make_##kind() \
+    {                                                       \
+        return new Class;                                   \
     }
-
-}  // namespace scansteps

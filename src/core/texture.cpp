@@ -83,10 +83,10 @@ namespace {
 
 void checkSize(std::int64_t width, std::int64_t height, int channels)
 {
-    constexpr std::int64_t kMostSide = 65535;
-    constexpr std::int64_t kMostPixels = std::int64_t{1} << 28;
-    if (width < 0 || height < 0 || width > channels * kMostSide || height > kMostSide ||
-        width * height > channels * kMostPixels)
+    constexpr std::int64_t kMaxSide = 65535;
+    constexpr std::int64_t kMaxPixels = std::int64_t{1} << 28;
+    if (width < 0 || height < 0 || width > channels * kMaxSide || height > kMaxSide ||
+        width * height > channels * kMaxPixels)
         failf("frame size %lld x %lld is out of range", static_cast<long long>(width),
               static_cast<long long>(height));
 }

@@ -6,30 +6,30 @@
 #include <new>
 #include <thread>
 
-#include "corners/feature_record.h"
-#include "grey/sample_coding.h"
 #include "core/frame_in_record.h"
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "corners/feature_record.h"
+#include "grey/sample_coding.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/handles.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
-SCANSTEPS_STEP(CpuCorners5)
+SCANSTEPS_FACTORY(ccorner5, CpuCorners5)
 
 namespace {
 
 constexpr int kLeastArea = 9, kMostArea = 1024;  // of the regions that are counted, in pixels
 
-std::unique_ptr<MSER> makeMser(std::int64_t pixels)
+std::unique_ptr<regions::MSER> makeMser(std::int64_t pixels)
 {
     if (pixels < kMostArea || pixels > INT_MAX) return nullptr;
     const int area = int(pixels);
-    return std::make_unique<MSER>(1, MSER::fractionOf(kLeastArea, area), MSER::fractionOf(kMostArea, area),
-                                  0.2, 0.33, true);
+    return std::make_unique<regions::MSER>(1, regions::MSER::fractionOf(kLeastArea, area),
+                                           regions::MSER::fractionOf(kMostArea, area), 0.2, 0.33, true);
 }
 
 /// Runs work(0) and work(1), neither of which throws, at the same time where a second thread is to be had.
@@ -55,7 +55,7 @@ void CpuCorners5::init(varitype& params)
     const Settings settings(*this, params);
     width_ = settings.integer("dataX");
     height_ = settings.integer("dataY");
-    meaning_ = frameMeaning(settings);
+    coding_ = grey::sampleCoding(settings);
     settings_ = CornerSettings{};
     settings_.bucketing = settings.integer("corner.bucket") == 0;
     mode_ = settings.integer("corner.mode");
@@ -146,8 +146,8 @@ void CpuCorners5::processPending()
 
 void CpuCorners5::work(Worker& worker, std::span<const std::uint16_t> frame) const
 {
-    const auto toBytes = video_ != 0 ? frame16ToBytes : frame16Stretched;
-    toBytes(frame, width_, height_, meaning_, worker.grey);
+    const auto toBytes = video_ != 0 ? grey::greyFromFrame : grey::stretchedGreyFromFrame;
+    toBytes(frame, width_, height_, coding_, worker.grey);
     const std::vector<CornerFeature>& found = worker.detector.detect(worker.grey.view(), settings_);
     worker.features.clear();
     worker.indices.clear();
@@ -165,7 +165,7 @@ void CpuCorners5::findRegions(Worker& worker, std::span<const std::uint16_t> fra
     worker.found.clear();
     if (!worker.mser) return;
     const bool isClamped = video_ != 0;
-    if (!isClamped) frame16ToBytes(frame, width_, height_, meaning_, worker.clamped);
+    if (!isClamped) grey::greyFromFrame(frame, width_, height_, coding_, worker.clamped);
     (*worker.mser)((isClamped ? worker.grey : worker.clamped).samples, width_, height_, worker.found);
 }
 
@@ -186,4 +186,4 @@ void CpuCorners5::report(const Worker& worker, varitype& record) const
     reportRegions();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -12,7 +12,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
 class CpuCorners5 final : public CPUBase
 {
@@ -28,9 +28,9 @@ class CpuCorners5 final : public CPUBase
     struct Worker
     {
         CornerDetector detector;
-        GreyImage grey, clamped;
-        std::unique_ptr<MSER> mser;  // none where a region of kMostArea has no room
-        std::vector<Region> found;
+        grey::GreyImage grey, clamped;
+        std::unique_ptr<regions::MSER> mser;  // none where a region of kMostArea has no room
+        std::vector<regions::Region> found;
         std::vector<CornerFeature> features;
         std::vector<std::int32_t> indices;
         std::size_t dropped = 0;
@@ -45,10 +45,10 @@ class CpuCorners5 final : public CPUBase
     int width_ = 0, height_ = 0;
     CornerSettings settings_;
     int mode_ = 0, video_ = 1, cpuBase_ = 0;  // mode and base are kept, without effect
-    Frame16 meaning_ = Frame16::Offset;
+    grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet frames_;
     std::array<Worker, 2> workers_;
     std::vector<varitype> pending_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

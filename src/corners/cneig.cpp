@@ -1,13 +1,13 @@
 // Step cneig: drops the features of a record that have too few like neighbours. Frames pass untouched.
-#include "corners/feature_record.h"
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "corners/feature_record.h"
 #include "corners/neighbour_filter.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
 class cpuNeigFilter final : public CPUBase
 {
@@ -45,9 +45,9 @@ class cpuNeigFilter final : public CPUBase
     }
 
   private:
-    LikeNeighbours settings_;
+    NeighbourFilter settings_;
 };
 
-SCANSTEPS_STEP(cpuNeigFilter)
+SCANSTEPS_FACTORY(cneig, cpuNeigFilter)
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -6,7 +6,7 @@
 
 #include "corners/corner_pattern.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 namespace {
 
 constexpr int kDisc = 12;
@@ -43,7 +43,7 @@ const PatternPoints& pattern()
 
 }  // namespace
 
-float orientationOf(GreyView image, int x, int y)
+float orientationOf(grey::GreyView image, int x, int y)
 {
     int sumX = 0;
     int sumY = 0;
@@ -60,7 +60,7 @@ float orientationOf(GreyView image, int x, int y)
     return std::atan2(float(sumY), float(sumX));
 }
 
-CornerDescriptor describe(GreyView image, float x, float y, float angle, bool fast)
+CornerDescriptor describe(grey::GreyView image, float x, float y, float angle, bool fast)
 {
     const PatternPoints& points = pattern();
     const float c = std::cos(angle);
@@ -83,4 +83,4 @@ CornerDescriptor describe(GreyView image, float x, float y, float angle, bool fa
     return bits;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

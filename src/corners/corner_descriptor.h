@@ -8,7 +8,7 @@
 
 #include "grey/grey_image.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
 /// 320 comparisons. The short form has 256; its last word is zero.
 using CornerDescriptor = std::array<std::uint64_t, 5>;
@@ -18,13 +18,13 @@ inline constexpr int kDescriptorRadius = 15;
 
 /// Direction from the centre of a disc of radius 12 to its centre of intensity, radians from +x towards +y,
 /// after P. Rosin, "Measuring corner properties", CVIU 1999. The disc must lie inside the image.
-float orientationOf(GreyView image, int x, int y);
+float orientationOf(grey::GreyView image, int x, int y);
 
 /// Compares samples on rings around a place, turned by `angle`, with each other, after S. Leutenegger,
 /// M. Chli and R. Siegwart, "BRISK: Binary Robust Invariant Scalable Keypoints", ICCV 2011, with a pattern
 /// and pairs of its own. `image` should be smoothed. The place must be at least
 /// kDescriptorRadius pixels inside the border.
-CornerDescriptor describe(GreyView image, float x, float y, float angle, bool fast);
+CornerDescriptor describe(grey::GreyView image, float x, float y, float angle, bool fast);
 
 /// Number of bits in which two descriptors differ.
 inline int hammingDistance(const CornerDescriptor& a, const CornerDescriptor& b)
@@ -34,4 +34,4 @@ inline int hammingDistance(const CornerDescriptor& a, const CornerDescriptor& b)
     return sum;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace scansteps {
+namespace scansteps::corners {
 
 struct PatternRing
 {
@@ -56,4 +56,4 @@ inline constexpr std::array<PatternPair, 320> kPatternPairs{
      {48, 3},  {19, 5},  {37, 25}, {61, 42}, {21, 18}, {52, 10}, {42, 41}, {32, 15}, {56, 27}, {59, 15},
      {57, 27}, {51, 49}, {25, 18}, {21, 14}, {62, 27}, {33, 16}, {19, 9},  {12, 10}, {46, 1},  {21, 0}}};
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -14,7 +14,7 @@
 
 #ifndef SCANSTEPS_CORNER_RESPONSE_ROWS
 #define SCANSTEPS_CORNER_RESPONSE_ROWS
-namespace scansteps {
+namespace scansteps::corners {
 
 // Three rows of a framed image; [-1] and [width] may be read, and what lies behind up to a whole vector.
 struct ThreeRows
@@ -39,11 +39,11 @@ struct RowKernels
                     std::vector<Peak>& peaks);
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::corners
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::corners {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -165,11 +165,11 @@ RowKernels Kernels()
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::corners
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::corners {
 namespace scalar {
 namespace {
 
@@ -245,7 +245,7 @@ constexpr int kVector = 64;  // no vector has more lanes, whatever their type
 class FramedImage
 {
   public:
-    FramedImage(GreyView image, Scratch scratch)
+    FramedImage(grey::GreyView image, Scratch scratch)
         : stride_(image.width + 2 + kVector),
           samples_(std::size_t(stride_) * std::size_t(image.height + 2), scratch)
     {
@@ -348,17 +348,17 @@ class TensorWindow
     std::pmr::vector<std::int32_t> rows_;
 };
 
-void respond(GreyView image, const ResponseSettings& settings, std::span<float> response,
+void respond(grey::GreyView image, const ResponseSettings& settings, std::span<float> response,
              const RowKernels& kernels, Scratch scratch)
 {
     if (image.width <= 0 || image.height <= 0) return;
-    const int window = oddWindow(settings.lowPass2);
+    const int window = grey::oddWindow(settings.lowPass2);
     ResponseRows rows(response.first(std::size_t(image.width) * std::size_t(image.height)), image.width,
                       scratch);
     const bool tensor = settings.kind == CornerKind::minEigenvalue;
-    GreyImage first, second;
-    const GreyView smooth =
-        boxMean(boxMean(image, settings.lowPass1, first, scratch), tensor ? 1 : window, second, scratch);
+    grey::GreyImage first, second;
+    const grey::GreyView smooth = grey::boxMean(grey::boxMean(image, settings.lowPass1, first, scratch),
+                                                tensor ? 1 : window, second, scratch);
     const FramedImage framed(smooth, scratch);
     if (!tensor) {
         for (int y = 0; y < image.height; ++y) {
@@ -405,7 +405,7 @@ float responseOf(CornerKind kind, float score)
 
 HWY_EXPORT(Kernels);
 
-void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response,
+void cornerResponse(grey::GreyView image, const ResponseSettings& settings, std::span<float> response,
                     Scratch scratch)
 {
     respond(image, settings, response, HWY_DYNAMIC_DISPATCH(Kernels)(), scratch);
@@ -419,7 +419,7 @@ void findPeaks(std::span<const float> plane, int width, int height, int margin, 
 
 namespace scalar {
 
-void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response)
+void cornerResponse(grey::GreyView image, const ResponseSettings& settings, std::span<float> response)
 {
     respond(image, settings, response, kKernels, {});
 }
@@ -431,5 +431,5 @@ void findPeaks(std::span<const float> plane, int width, int height, int margin, 
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::corners
 #endif

@@ -5,10 +5,10 @@
 #include <span>
 #include <vector>
 
-#include "grey/grey_image.h"
 #include "core/scratch_arena.h"
+#include "grey/grey_image.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
 enum class CornerKind
 {
@@ -32,7 +32,7 @@ struct ResponseSettings
 /// The response of every pixel, rows × columns floats, in a form that is quick to make and grows with the
 /// score; `scoreOf` gives the score itself. Beyond the borders the image is continued by its outermost
 /// pixels. Sums are exact integers, so the result does not depend on the processor.
-void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response,
+void cornerResponse(grey::GreyView image, const ResponseSettings& settings, std::span<float> response,
                     Scratch scratch = {});
 
 /// The score of a response, and the reverse. Scores are in grey levels: the tensor's is 6.4 times the root of
@@ -57,9 +57,9 @@ void findPeaks(std::span<const float> plane, int width, int height, int margin, 
                std::vector<Peak>& peaks);
 
 namespace scalar {
-void cornerResponse(GreyView image, const ResponseSettings& settings, std::span<float> response);
+void cornerResponse(grey::GreyView image, const ResponseSettings& settings, std::span<float> response);
 void findPeaks(std::span<const float> plane, int width, int height, int margin, float threshold,
                std::vector<Peak>& peaks);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -5,7 +5,7 @@
 
 #include "grey/grey_filters.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 namespace {
 
 constexpr int kMargin = kDescriptorRadius + 1;
@@ -40,14 +40,14 @@ Offset summit(const float* p, std::ptrdiff_t stride)
 
 }  // namespace
 
-const std::vector<CornerFeature>& CornerDetector::detect(GreyView image, const CornerSettings& settings)
+const std::vector<CornerFeature>& CornerDetector::detect(grey::GreyView image, const CornerSettings& settings)
 {
     buildLevels(image, std::max(settings.levels, 1));
     found_.clear();
     for (std::uint32_t level = 0; level < used_; ++level) findOnLevel(level, settings);
     select(image, settings);
     for (CornerFeature& f : kept_) {
-        const GreyView smooth = levels_[f.level].smooth.view();
+        const grey::GreyView smooth = levels_[f.level].smooth.view();
         const float x = (f.x + 0.5F) / f.size - 0.5F;
         const float y = (f.y + 0.5F) / f.size - 0.5F;
         f.angle = orientationOf(smooth, int(x + 0.5F), int(y + 0.5F));
@@ -56,7 +56,7 @@ const std::vector<CornerFeature>& CornerDetector::detect(GreyView image, const C
     return kept_;
 }
 
-void CornerDetector::buildLevels(GreyView image, int count)
+void CornerDetector::buildLevels(grey::GreyView image, int count)
 {
     levels_.resize(std::size_t(count));
     for (used_ = 0; used_ < levels_.size(); ++used_) {
@@ -64,23 +64,23 @@ void CornerDetector::buildLevels(GreyView image, int count)
         if (used_ == 0) {
             level.view = image;
         } else if (used_ == 1) {
-            twoThirds(image, level.image, memory_.get());
+            grey::twoThirds(image, level.image, memory_.get());
             level.view = level.image.view();
             level.size = 1.5F;
         } else {
-            halve(levels_[used_ - 2].view, level.image);
+            grey::halve(levels_[used_ - 2].view, level.image);
             level.view = level.image.view();
             level.size = 2 * levels_[used_ - 2].size;
         }
         if (level.view.width <= 2 * kMargin || level.view.height <= 2 * kMargin) break;
-        binomial5(level.view, level.smooth, memory_.get());
+        grey::binomial5(level.view, level.smooth, memory_.get());
     }
 }
 
 void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& settings)
 {
     const bool blobs = settings.kind == CornerKind::hessian;
-    const GreyView view = blobs ? levels_[level].smooth.view() : levels_[level].view;
+    const grey::GreyView view = blobs ? levels_[level].smooth.view() : levels_[level].view;
     const float size = levels_[level].size;
     const float gain = blobs ? 1.0F : std::pow(size, kCoarser);
     response_.resize(std::size_t(view.width) * std::size_t(view.height));
@@ -99,7 +99,7 @@ void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& sett
     }
 }
 
-void CornerDetector::select(GreyView image, const CornerSettings& settings)
+void CornerDetector::select(grey::GreyView image, const CornerSettings& settings)
 {
     struct Key
     {
@@ -124,8 +124,8 @@ void CornerDetector::select(GreyView image, const CornerSettings& settings)
             ++count;
         }
         kept_.push_back(f);
-        if (kept_.size() == kMostFeatures) break;
+        if (kept_.size() == kMaxFeatures) break;
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -8,12 +8,12 @@
 #include <span>
 #include <vector>
 
+#include "core/scratch_arena.h"
 #include "corners/corner_descriptor.h"
 #include "corners/corner_response.h"
 #include "grey/grey_image.h"
-#include "core/scratch_arena.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
 struct CornerFeature
 {
@@ -42,7 +42,7 @@ struct CornerSettings
 inline constexpr int kBucketSize = 16;
 
 /// The most features a frame can have: without bucketing only the strongest are kept.
-inline constexpr std::size_t kMostFeatures = 8192;
+inline constexpr std::size_t kMaxFeatures = 8192;
 
 /// Holds its work planes from frame to frame. One object must not be used by two threads at a time.
 ///
@@ -54,10 +54,10 @@ inline constexpr std::size_t kMostFeatures = 8192;
 class CornerDetector
 {
   public:
-    const std::vector<CornerFeature>& detect(GreyView image, const CornerSettings& settings);
+    const std::vector<CornerFeature>& detect(grey::GreyView image, const CornerSettings& settings);
 
     /// Copies a level of the last frame, smoothed for the descriptors; empty when there is no such level.
-    void smoothLevel(std::size_t level, GreyImage& out) const
+    void smoothLevel(std::size_t level, grey::GreyImage& out) const
     {
         if (level < used_)
             out = levels_[level].smooth;
@@ -68,22 +68,22 @@ class CornerDetector
   private:
     struct Level
     {
-        GreyImage image;   // unused on level 0, which is the caller's
-        GreyImage smooth;  // for the descriptors
-        GreyView view;
+        grey::GreyImage image;   // unused on level 0, which is the caller's
+        grey::GreyImage smooth;  // for the descriptors
+        grey::GreyView view;
         float size = 1;
     };
 
-    void buildLevels(GreyView image, int count);
+    void buildLevels(grey::GreyView image, int count);
     void findOnLevel(std::uint32_t level, const CornerSettings& settings);
-    void select(GreyView image, const CornerSettings& settings);
+    void select(grey::GreyView image, const CornerSettings& settings);
 
     std::vector<Level> levels_;
     std::size_t used_ = 0;  // of the levels, by the last frame
     std::vector<float> response_;
     std::vector<Peak> peaks_;
     std::vector<CornerFeature> found_, kept_;
-    std::unique_ptr<WorkMemory> memory_ = std::make_unique<WorkMemory>();
+    std::unique_ptr<ScratchArena> memory_ = std::make_unique<ScratchArena>();
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -6,7 +6,7 @@
 #include "scansteps/error.h"
 #include "scansteps/vertex_lists.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 namespace {
 
 constexpr std::uint32_t kWords = sizeof(CornerFeature) / sizeof(std::uint32_t);
@@ -59,4 +59,4 @@ std::vector<CornerFeature> featuresOf(const varitype& record)
     return features;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -8,7 +8,7 @@
 #include "corners/corners.h"
 #include "scansteps/record.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
 /// Adds the three entries, each with one row a feature:
 ///   "vert"      float 2 × N × 1: x, y in pixels of the frame
@@ -27,4 +27,4 @@ bool holdsFeatures(const varitype& record);
 /// numbers are not finite.
 std::vector<CornerFeature> featuresOf(const varitype& record);
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

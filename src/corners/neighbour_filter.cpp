@@ -4,7 +4,7 @@
 #include <bit>
 #include <cmath>
 
-namespace scansteps {
+namespace scansteps::corners {
 namespace {
 
 // Cells as wide as the radius, so that all neighbours lie in the 3 × 3 cells around; hashed after M. Teschner
@@ -45,7 +45,7 @@ class CellHash
 }  // namespace
 
 std::vector<std::uint32_t> withLikeNeighbours(std::span<const CornerFeature> features,
-                                              const LikeNeighbours& settings)
+                                              const NeighbourFilter& settings)
 {
     const CellHash hash(features, settings.radius);
     std::vector<std::uint32_t> kept;
@@ -67,4 +67,4 @@ std::vector<std::uint32_t> withLikeNeighbours(std::span<const CornerFeature> fea
     return kept;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -7,9 +7,9 @@
 
 #include "corners/corners.h"
 
-namespace scansteps {
+namespace scansteps::corners {
 
-struct LikeNeighbours
+struct NeighbourFilter
 {
     float radius = 48;   ///< pixels within which neighbours are looked for
     int distance = 100;  ///< bits in which the descriptors of like features differ at most
@@ -20,6 +20,6 @@ struct LikeNeighbours
 /// plane's cells, so the time grows with the number of features and of their neighbours only. The result does
 /// not depend on the order of the features.
 std::vector<std::uint32_t> withLikeNeighbours(std::span<const CornerFeature> features,
-                                              const LikeNeighbours& settings);
+                                              const NeighbourFilter& settings);
 
-}  // namespace scansteps
+}  // namespace scansteps::corners

@@ -10,11 +10,11 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 //
-#include "edges/mcanny-inl.h"
+#include "edges/canny-inl.h"
 
 #ifndef SCANSTEPS_MCANNY_DETECT_ONCE
 #define SCANSTEPS_MCANNY_DETECT_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 // Coefficients of the derivative pair: order 0 from the centre outward, order 1 likewise (its centre is 0).
 template <int R>
@@ -51,11 +51,11 @@ struct SuppressionRows
     const std::uint64_t* active;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -90,7 +90,7 @@ void AlongX(const float* HWY_RESTRICT line, float* HWY_RESTRICT differences, flo
 template <int R>
 Range AlongY(const float* const* differences, const float* const* sums, std::int32_t low,
              float* HWY_RESTRICT dxRow, float* HWY_RESTRICT dyRow, std::int32_t* HWY_RESTRICT magnitudes,
-             std::uint64_t* HWY_RESTRICT active, std::size_t count, Upcoming upcoming)
+             std::uint64_t* HWY_RESTRICT active, std::size_t count, PrefetchHint upcoming)
 {
     const D d;
     const DI di;
@@ -228,7 +228,7 @@ void RowAlongX(int radius, const float* line, float* differences, float* sums, s
 
 Range RowAlongY(int radius, const float* const* differences, const float* const* sums, std::int32_t low,
                 float* dx, float* dy, std::int32_t* magnitudes, std::uint64_t* active, std::size_t count,
-                Upcoming upcoming)
+                PrefetchHint upcoming)
 {
     if (radius == 1) return AlongY<1>(differences, sums, low, dx, dy, magnitudes, active, count, upcoming);
     if (radius == 2) return AlongY<2>(differences, sums, low, dx, dy, magnitudes, active, count, upcoming);
@@ -280,11 +280,11 @@ std::size_t ExpandTo16(const std::uint64_t* HWY_RESTRICT bits, std::uint16_t* HW
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::edges
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 HWY_EXPORT(RowAlongX);
 HWY_EXPORT(RowAlongY);
@@ -444,7 +444,7 @@ bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const
     buffers.resize(width, height, aperture);
     for (std::size_t first = 0; first < width; first += buffers.strip)
         if (!StripDetector(source, width, height, first, thresholds, aperture, buffers).run()) return false;
-    for (std::size_t y = 0; y < height; ++y) buffers.bits.spreadDown(y);
+    for (std::size_t y = 0; y < height; ++y) buffers.bits.propagateDown(y);
     buffers.bits.spreadAll();
     return true;
 }
@@ -467,5 +467,5 @@ void expandEdges(const EdgeBits& bits, std::uint16_t* frame, std::size_t width, 
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif

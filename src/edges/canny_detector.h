@@ -8,15 +8,15 @@
 #include <memory>
 #include <vector>
 
+#include "edges/canny.h"
 #include "edges/edge_bits.h"
-#include "edges/mcanny.h"
 #include "edges/filter_kernels.h"
 #include "edges/row_ring.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// Memory that will be read soon, to be fetched meanwhile: so many bytes for every 64 pixels.
-struct Upcoming
+struct PrefetchHint
 {
     const char* first = nullptr;
     std::size_t bytesFor64 = 0;
@@ -33,7 +33,7 @@ class RowSource
     /// them. Asked once for every row, from the top on.
     virtual void read(std::size_t y, float* line) = 0;
     /// The memory behind row y.
-    virtual Upcoming upcoming(std::size_t) const { return {}; }
+    virtual PrefetchHint upcoming(std::size_t) const { return {}; }
 };
 
 /// The rows of a plane.
@@ -47,7 +47,7 @@ class PlaneRows : public RowSource
         const float* row = plane_.row(y) + columns_.first;
         std::copy(row, row + columns_.count, line);
     }
-    Upcoming upcoming(std::size_t y) const override
+    PrefetchHint upcoming(std::size_t y) const override
     {
         return {reinterpret_cast<const char*>(plane_.row(y) + columns_.first), 64 * sizeof(float)};
     }
@@ -71,7 +71,7 @@ struct CannyWorkspace::Buffers
     std::uint64_t* active[2] = {};     // bits of two rows: magnitude above the low threshold
     FloatPlane stageRows;              // room for rows of filters that feed the detector
     FloatPlane filtered;               // the image behind more filters than these are for
-    WorkMemory memory;
+    ScratchArena memory;
 
   private:
     std::size_t width_ = 0, height_ = 0;
@@ -95,4 +95,4 @@ void expandEdges(const EdgeBits& bits, FloatPlane& plane);
 /// Edges as offset 16-bit samples 33023, all else 32768.
 void expandEdges(const EdgeBits& bits, std::uint16_t* frame, std::size_t width, std::size_t height);
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

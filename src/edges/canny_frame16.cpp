@@ -10,10 +10,10 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 //
-#include "edges/mcanny-inl.h"
+#include "edges/canny-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -70,11 +70,11 @@ void BoxAlongY(const float* const* rows, float weight, float* HWY_RESTRICT dst, 
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::edges
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 HWY_EXPORT(SamplesToFloat);
 HWY_EXPORT(EdgesTo16);
@@ -83,10 +83,10 @@ HWY_EXPORT(BoxAlongY);
 
 namespace {
 
-float sampleToFloat(std::uint16_t sample, Frame16 meaning)
+float sampleToFloat(std::uint16_t sample, grey::SampleCoding coding)
 {
-    return meaning == Frame16::Video ? static_cast<float>(sample & 255)
-                                     : static_cast<float>(int{sample} - 32768);
+    return coding == grey::SampleCoding::Yuyv16 ? static_cast<float>(sample & 255)
+                                                : static_cast<float>(int{sample} - 32768);
 }
 
 std::uint16_t edgeToSample(float value)
@@ -103,17 +103,17 @@ void checkFrame(std::size_t samples, std::size_t width, std::size_t height)
 class FrameRows : public RowSource
 {
   public:
-    FrameRows(const std::uint16_t* frame, std::size_t width, Frame16 meaning)
-        : frame_(frame), width_(width), meaning_(meaning)
+    FrameRows(const std::uint16_t* frame, std::size_t width, grey::SampleCoding coding)
+        : frame_(frame), width_(width), coding_(coding)
     {
     }
     void begin(Columns columns) override { columns_ = columns; }
     void read(std::size_t y, float* line) override
     {
         samplesToFloats({frame_ + y * width_ + columns_.first, columns_.count}, {line, columns_.count},
-                        meaning_);
+                        coding_);
     }
-    Upcoming upcoming(std::size_t y) const override
+    PrefetchHint upcoming(std::size_t y) const override
     {
         return {reinterpret_cast<const char*>(frame_ + y * width_ + columns_.first),
                 64 * sizeof(std::uint16_t)};
@@ -122,7 +122,7 @@ class FrameRows : public RowSource
   private:
     const std::uint16_t* frame_;
     std::size_t width_;
-    Frame16 meaning_;
+    grey::SampleCoding coding_;
     Columns columns_;
 };
 
@@ -162,7 +162,7 @@ class LowPassRows : public RowSource
         HWY_DYNAMIC_DISPATCH(BoxAlongY)(rows, boxWeight(3), line, static_cast<std::size_t>(count));
     }
 
-    Upcoming upcoming(std::size_t y) const override
+    PrefetchHint upcoming(std::size_t y) const override
     {
         return source_->upcoming(std::min(y + 1, height_ - 1));
     }
@@ -178,13 +178,13 @@ class LowPassRows : public RowSource
 
 }  // namespace
 
-void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, Frame16 meaning)
+void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, grey::SampleCoding coding)
 {
-    const bool video = meaning == Frame16::Video;
+    const bool video = coding == grey::SampleCoding::Yuyv16;
     for (std::size_t x = HWY_DYNAMIC_DISPATCH(SamplesToFloat)(samples.data(), row.data(), samples.size(),
                                                               video ? 0xFF : 0xFFFF, video ? 0 : 32768);
          x < samples.size(); ++x)
-        row[x] = sampleToFloat(samples[x], meaning);
+        row[x] = sampleToFloat(samples[x], coding);
 }
 
 void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> samples)
@@ -195,12 +195,12 @@ void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> sample
 }
 
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
-                    std::size_t height, Frame16 meaning)
+                    std::size_t height, grey::SampleCoding coding)
 {
     checkFrame(frame.size(), width, height);
     plane.resize(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
     for (std::size_t y = 0; y < height; ++y)
-        samplesToFloats(frame.subspan(y * width, width), plane.samples(y), meaning);
+        samplesToFloats(frame.subspan(y * width, width), plane.samples(y), coding);
 }
 
 void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame)
@@ -232,18 +232,18 @@ EdgeBits& detectFiltered16(const FloatPlane& plane, double low, double high, int
 }
 
 EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width, std::size_t height,
-                        Frame16 meaning, int lowPasses, double low, double high, int aperture,
+                        grey::SampleCoding coding, int lowPasses, double low, double high, int aperture,
                         CannyWorkspace& work)
 {
     checkFrame(frame.size(), width, height);
     const CannyThresholds thresholds(low, high, aperture);
     CannyWorkspace::Buffers& buffers = work.buffers();
     if (lowPasses > kFusedLowPasses) {
-        frame16ToPlane(frame, buffers.filtered, width, height, meaning);
+        frame16ToPlane(frame, buffers.filtered, width, height, coding);
         for (int k = 0; k < lowPasses; ++k) lowPass(buffers.filtered, 3, &buffers.memory);
         return detectFiltered16(buffers.filtered, low, high, aperture, work);
     }
-    FrameRows samples(frame.data(), width, meaning);
+    FrameRows samples(frame.data(), width, coding);
     LowPassRows filters[kFusedLowPasses];
     RowSource* source = &samples;
     if (lowPasses > 0 && width > 0) {
@@ -259,22 +259,22 @@ EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width,
     return detectIn(*source, width, height, thresholds, aperture, buffers);
 }
 
-void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
-                  int lowPasses, double low, double high, int aperture, CannyWorkspace& work)
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height,
+                  grey::SampleCoding coding, int lowPasses, double low, double high, int aperture,
+                  CannyWorkspace& work)
 {
-    edgesToFrame16(detectFrame16(frame, width, height, meaning, lowPasses, low, high, aperture, work), frame);
+    edgesToFrame16(detectFrame16(frame, width, height, coding, lowPasses, low, high, aperture, work), frame);
 }
 
 namespace scalar {
 
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
-                    std::size_t height, Frame16 meaning)
+                    std::size_t height, grey::SampleCoding coding)
 {
     checkFrame(frame.size(), width, height);
     plane.resize(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
     for (std::size_t y = 0; y < height; ++y)
-        for (std::size_t x = 0; x < width; ++x)
-            plane.row(y)[x] = sampleToFloat(frame[y * width + x], meaning);
+        for (std::size_t x = 0; x < width; ++x) plane.row(y)[x] = sampleToFloat(frame[y * width + x], coding);
 }
 
 void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
@@ -285,16 +285,16 @@ void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame)
             frame[y * edges.width() + x] = edgeToSample(edges.row(y)[x]);
 }
 
-void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
-                  int lowPasses, double low, double high, int aperture)
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height,
+                  grey::SampleCoding coding, int lowPasses, double low, double high, int aperture)
 {
     FloatPlane plane;
-    scalar::frame16ToPlane(frame, plane, width, height, meaning);
+    scalar::frame16ToPlane(frame, plane, width, height, coding);
     for (int k = 0; k < lowPasses; ++k) scalar::lowPass(plane, 3);
     scalar::Canny(plane, plane, low, high, aperture);
     scalar::edgesToFrame16(plane, frame);
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif

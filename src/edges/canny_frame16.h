@@ -6,40 +6,35 @@
 #include <cstdint>
 #include <span>
 
+#include "edges/canny.h"
 #include "edges/edge_bits.h"
-#include "edges/mcanny.h"
+#include "grey/sample_coding.h"
 
-namespace scansteps {
-
-/// What the samples of a frame mean: offset 16-bit numbers (sample - 32768), or YUYV16 (luma = sample & 255).
-enum class Frame16
-{
-    Offset,
-    Video
-};
+namespace scansteps::edges {
 
 /// Samples as floats. `frame` holds width x height samples; the plane takes that size. Throws when the frame
 /// is smaller.
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
-                    std::size_t height, Frame16 meaning);
+                    std::size_t height, grey::SampleCoding coding);
 
 /// One row of that, and back: floats from 0 to 32767 as offset 16-bit samples, truncated. Both spans have the
 /// same length.
-void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, Frame16 meaning);
+void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, grey::SampleCoding coding);
 void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> samples);
 
 /// Replaces a frame by its edges, as frame16ToPlane, `lowPasses` times lowPass(plane, 3), Canny and
 /// floatsToSamples do one after the other. Errors as there; the frame is unchanged after an error. Allocates
 /// nothing when the workspace has seen the same sizes before. Up to kFusedLowPasses passes need no float
 /// image.
-void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
-                  int lowPasses, double low, double high, int aperture, CannyWorkspace& work);
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height,
+                  grey::SampleCoding coding, int lowPasses, double low, double high, int aperture,
+                  CannyWorkspace& work);
 
 inline constexpr int kFusedLowPasses = 8;
 
 /// The edges that cannyFrame16 draws, in the workspace's own bitmap, and the frame stays as it is.
 EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width, std::size_t height,
-                        Frame16 meaning, int lowPasses, double low, double high, int aperture,
+                        grey::SampleCoding coding, int lowPasses, double low, double high, int aperture,
                         CannyWorkspace& work);
 
 /// The same of a plane: samples of a frame, filtered in whatever way that does not amplify them.
@@ -51,10 +46,10 @@ void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame);
 
 namespace scalar {
 void frame16ToPlane(std::span<const std::uint16_t> frame, FloatPlane& plane, std::size_t width,
-                    std::size_t height, Frame16 meaning);
+                    std::size_t height, grey::SampleCoding coding);
 void edgesToFrame16(const FloatPlane& edges, std::span<std::uint16_t> frame);
-void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height, Frame16 meaning,
-                  int lowPasses, double low, double high, int aperture);
+void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height,
+                  grey::SampleCoding coding, int lowPasses, double low, double high, int aperture);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

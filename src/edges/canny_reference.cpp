@@ -5,10 +5,10 @@
 #include <cmath>
 #include <cstddef>
 
-#include "edges/mcanny.h"
+#include "edges/canny.h"
 #include "edges/filter_kernels.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 namespace {
 
@@ -158,4 +158,4 @@ void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int 
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -1,12 +1,12 @@
 // Settings and frame geometry that the steps of the threshold group of the Canny family share.
 #pragma once
 
+#include "core/print.h"
 #include "edges/canny_frame16.h"
 #include "grey/sample_coding.h"
-#include "core/print.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 struct CannySettings
 {
@@ -14,7 +14,7 @@ struct CannySettings
     int lowPasses = 0;
     int order = 3;
     float high = 900.0F, low = 400.0F;
-    Frame16 meaning = Frame16::Offset;
+    grey::SampleCoding coding = grey::SampleCoding::Offset16;
 
     static CannySettings read(const Settings& settings)
     {
@@ -25,7 +25,7 @@ struct CannySettings
         result.order = settings.integer("OCV.order");
         result.high = settings.real("OCV.trh");
         result.low = settings.real("OCV.trl");
-        result.meaning = frameMeaning(settings);
+        result.coding = grey::sampleCoding(settings);
         return result;
     }
     /// What every frame prints before the detector runs.
@@ -37,4 +37,4 @@ struct CannySettings
     }
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

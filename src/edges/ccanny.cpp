@@ -3,9 +3,9 @@
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
-SCANSTEPS_STEP(CpuCanny)
+SCANSTEPS_FACTORY(ccanny, CpuCanny)
 
 void CpuCanny::init(varitype& params)
 {
@@ -20,11 +20,11 @@ void CpuCanny::process(varitype& params)
 {
     FrameScope frame(*this, params, in_, FrameCheck::Samples16);
     settings_.print();
-    cannyFrame16(frame.input<std::uint16_t>(), in_.width(), in_.height(), settings_.meaning,
+    cannyFrame16(frame.input<std::uint16_t>(), in_.width(), in_.height(), settings_.coding,
                  settings_.lowPasses, double{settings_.low}, double{settings_.high}, settings_.order, work_);
     print::field(std::int64_t{in_.width()}, " a.getX()\n");
     print::field(std::int64_t{in_.height()}, " a.getY()\n");
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -5,7 +5,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 class CpuCanny final : public CPUBase
 {
@@ -21,4 +21,4 @@ class CpuCanny final : public CPUBase
     TextureSet spare_;  // kept for hosts that count on two handles a step
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -2,7 +2,7 @@
 
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 namespace {
 
@@ -48,7 +48,7 @@ void EdgeBits::resize(std::size_t width, std::size_t height)
     height_ = height;
 }
 
-void EdgeBits::spreadDown(std::size_t y)
+void EdgeBits::propagateDown(std::size_t y)
 {
     const std::uint64_t* above = edges_.data() + at(y) - pitch_;
     const std::uint64_t* candidate = candidates(y);
@@ -98,4 +98,4 @@ void EdgeBits::spreadAll()
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

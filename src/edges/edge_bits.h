@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// Candidates and edges of one image. Pixel x of row y is bit x % 64 of word row(y)[x / 64]; bits beyond the
 /// width are 0. A word that is always 0 lies before and after every row, and a row of them above and below
@@ -28,7 +28,7 @@ class EdgeBits
 
     /// Call for every row from the top on, once its candidates are set and its edges hold the seeds (a subset
     /// of the candidates): takes in what the row above reaches.
-    void spreadDown(std::size_t y);
+    void propagateDown(std::size_t y);
 
     /// Call after the last row: completes the edges to all candidates that are connected with a seed through
     /// candidates, diagonal neighbours included.
@@ -44,4 +44,4 @@ class EdgeBits
     std::vector<std::uint8_t> queued_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
-namespace scansteps {
+namespace scansteps::edges {
 namespace {
 
 constexpr std::size_t kTail = 8;
@@ -30,7 +30,7 @@ int neighboursOf(const EdgeBits& edges, int x, int y)
 }
 
 // The ends of lines of three pixels and more, in row order.
-std::pmr::vector<End> endsOf(const EdgeBits& edges, const PixelChains& chains, Scratch scratch)
+std::pmr::vector<End> endsOf(const EdgeBits& edges, const PixelPaths& chains, Scratch scratch)
 {
     const auto width = std::uint32_t(edges.width());
     std::pmr::vector<End> ends(scratch);
@@ -184,7 +184,7 @@ class Regions
 
 }  // namespace
 
-int fillGaps(EdgeBits& edges, int reach, ChainTracer& tracer, Scratch scratch)
+int fillGaps(EdgeBits& edges, int reach, PathTracer& tracer, Scratch scratch)
 {
     int filled = 0;
     for (const End& end : endsOf(edges, tracer.trace(edges), scratch)) {
@@ -218,4 +218,4 @@ void enclosedRegions(const EdgeBits& edges, std::vector<EnclosedRegion>& regions
     all.finish();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

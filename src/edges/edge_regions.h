@@ -6,12 +6,12 @@
 
 #include "edges/polyline.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// Joins each end of a line to the nearest edge pixel of another line within `reach` pixels that lies ahead,
 /// less than 60 degrees off the line's direction; ends are taken in row order, and the joining pixels become
 /// edges. Returns the number of gaps filled.
-int fillGaps(EdgeBits& edges, int reach, ChainTracer& tracer, Scratch scratch = {});
+int fillGaps(EdgeBits& edges, int reach, PathTracer& tracer, Scratch scratch = {});
 
 /// Distance that the edge steps bridge, pixels.
 inline constexpr int kGapReach = 6;
@@ -28,4 +28,4 @@ struct EnclosedRegion
 /// first pixels; they replace what `regions` held.
 void enclosedRegions(const EdgeBits& edges, std::vector<EnclosedRegion>& regions, Scratch scratch = {});
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -5,10 +5,10 @@
 #include <cmath>
 #include <cstddef>
 
-#include "edges/mcanny.h"
+#include "edges/canny.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 namespace {
 
@@ -93,4 +93,4 @@ CannyThresholds::CannyThresholds(double lowIn, double highIn, int aperture)
     high = saturatedInt(std::floor(highIn));
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -7,7 +7,7 @@
 
 #include "core/scratch_arena.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// A correlation kernel as a list of terms to be summed in order, so that every form of the filter rounds
 /// alike.
@@ -54,4 +54,4 @@ struct CannyThresholds
     std::int32_t low, high;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -14,7 +14,7 @@
 #include "core/large_pages.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 class FloatPlane
 {
@@ -104,4 +104,4 @@ class FloatPlane
     std::size_t capacity_ = 0;  // samples of the buffer
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

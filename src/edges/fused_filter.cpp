@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "edges/row_ring.h"
 #include "core/prefetch.h"
+#include "edges/row_ring.h"
 #include "hwy/cache_control.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -13,11 +13,11 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 //
-#include "edges/mcanny-inl.h"
+#include "edges/canny-inl.h"
 
 #ifndef SCANSTEPS_MCANNY_FUSED_ONCE
 #define SCANSTEPS_MCANNY_FUSED_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 // Columns `from` to `to` (multiples of 16) of a row in hand.
 struct Stretch
@@ -39,11 +39,11 @@ struct RowInHand
     bool pastCaches = false;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -121,11 +121,11 @@ void Run(const FusedFilter& filter, const RowInHand& hand)
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::edges
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 HWY_EXPORT(Run);
 
@@ -250,5 +250,5 @@ void filterFused(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filt
     FusedWalk(src, dst, filter, scratch).run();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif

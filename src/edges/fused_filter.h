@@ -1,10 +1,10 @@
 // Separable filters of 3, 5 and 7 taps whose two directions run in one walk over the rows. Private to mcanny.
 #pragma once
 
-#include "edges/float_plane.h"
 #include "core/scratch_arena.h"
+#include "edges/float_plane.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// How the samples of one direction are folded: pairs about the centre added, or subtracted, times factors;
 /// or all added, for the box filter, the second direction of which is scaled.
@@ -31,4 +31,4 @@ bool isFusable(const FusedFilter& filter);
 /// `dst` has the size of `src` and may be the same plane; neither is empty.
 void filterFused(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter, Scratch scratch);
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "edges/canny.h"
 #include "edges/gradient_length.h"
-#include "edges/mcanny.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 namespace {
 
 // What a derivative kernel makes of a ramp of slope 1, its smoothing across included.
@@ -26,8 +26,8 @@ std::size_t bandRows(std::size_t width, std::size_t height, std::size_t rim)
 
 }  // namespace
 
-void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int lowPasses,
-                     int aperture, FloatPlane& dx, FloatPlane& dy, Scratch scratch)
+void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, grey::SampleCoding coding,
+                     int lowPasses, int aperture, FloatPlane& dx, FloatPlane& dy, Scratch scratch)
 {
     if (aperture != 3 && aperture != 5 && aperture != 7) fail("aperture_size wrong");
     if (width <= 0 || height <= 0) return;
@@ -47,7 +47,7 @@ void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, Fram
         image.reshape(std::uint32_t(columns), std::uint32_t(bottom - top));
         for (std::size_t y = top; y < first; ++y)
             std::copy_n(kept.data() + (y - top) * columns, columns, image.row(y - top));
-        for (std::size_t y = first; y < bottom; ++y) samplesToFloats(row(y), image.samples(y - top), meaning);
+        for (std::size_t y = first; y < bottom; ++y) samplesToFloats(row(y), image.samples(y - top), coding);
         if (last < rows)
             for (std::size_t k = 0; k < rim; ++k)
                 std::copy_n(image.row(last - rim + k - top), columns, kept.data() + k * columns);
@@ -62,4 +62,4 @@ void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, Fram
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -7,13 +7,13 @@
 #include "edges/canny_frame16.h"
 #include "edges/float_plane.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// Replaces every sample of a frame of width × height by the length of its gradient + 32768, truncated,
 /// limited to 65535, after `lowPasses` box filters of 3 × 3. The derivatives are Sobel's of size `aperture`
 /// (3, 5 or 7, else "aperture_size wrong" is thrown), scaled so that a ramp has the same magnitude for each:
 /// eight times its slope in levels a pixel, as with 3 × 3. The planes are work space.
-void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int lowPasses,
-                     int aperture, FloatPlane& dx, FloatPlane& dy, Scratch scratch = {});
+void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, grey::SampleCoding coding,
+                     int lowPasses, int aperture, FloatPlane& dx, FloatPlane& dy, Scratch scratch = {});
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

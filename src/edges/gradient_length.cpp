@@ -10,7 +10,7 @@
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -32,11 +32,11 @@ std::size_t GradientLengths(const float* dx, const float* dy, float factor, floa
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::edges
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 HWY_EXPORT(GradientLengths);
 
@@ -61,5 +61,5 @@ void gradientLengths(std::span<const float> dx, std::span<const float> dy, float
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif

@@ -3,7 +3,7 @@
 
 #include <span>
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// min(sqrt(dx² + dy²) × factor, most) for each sample. The spans have the same length; `out` may be one of
 /// the others. What is no number gives `most`.
@@ -15,4 +15,4 @@ void gradientLengths(std::span<const float> dx, std::span<const float> dy, float
                      std::span<float> out);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

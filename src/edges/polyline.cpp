@@ -9,7 +9,7 @@
 
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 namespace {
 
 constexpr std::uint8_t kEdge = 1, kDone = 2;
@@ -28,14 +28,14 @@ float squareToSegment(Vertex p, Vertex a, Vertex b)
 
 }  // namespace
 
-struct ChainTracer::Neighbours
+struct PathTracer::Neighbours
 {
     std::array<std::uint32_t, 8> at{};
     std::size_t count = 0;
     void add(std::uint32_t cell) { at[count++] = cell; }
 };
 
-const PixelChains& ChainTracer::trace(const EdgeBits& edges)
+const PixelPaths& PathTracer::trace(const EdgeBits& edges)
 {
     takeEdges(edges);
     chains_.clear();
@@ -57,7 +57,7 @@ const PixelChains& ChainTracer::trace(const EdgeBits& edges)
     return chains_;
 }
 
-void ChainTracer::takeEdges(const EdgeBits& edges)
+void PathTracer::takeEdges(const EdgeBits& edges)
 {
     const std::size_t stride = edges.width() + 2, total = stride * (edges.height() + 2);
     if (total > std::size_t(std::numeric_limits<std::int32_t>::max())) fail("edge map too large");
@@ -78,7 +78,7 @@ void ChainTracer::takeEdges(const EdgeBits& edges)
     for (const std::uint32_t cell : edges_) cells_[cell] = kEdge;
 }
 
-ChainTracer::Neighbours ChainTracer::around(std::uint32_t p) const
+PathTracer::Neighbours PathTracer::around(std::uint32_t p) const
 {
     const auto edge = [this](std::uint32_t q) { return cells_[q] != 0; };
     const bool n = edge(p - stride_), s = edge(p + stride_), w = edge(p - 1), e = edge(p + 1);
@@ -94,13 +94,13 @@ ChainTracer::Neighbours ChainTracer::around(std::uint32_t p) const
     return found;
 }
 
-bool ChainTracer::isLink(std::uint32_t cell) const
+bool PathTracer::isLink(std::uint32_t cell) const
 {
     return around(cell).count == 2;
 }
 
 // Follows the links from `from` through `to` up to an end, a junction or `from` itself.
-void ChainTracer::follow(std::uint32_t from, std::uint32_t to)
+void PathTracer::follow(std::uint32_t from, std::uint32_t to)
 {
     const std::uint32_t start = from;
     chains_.add(placeOf(from));
@@ -156,10 +156,10 @@ void simplify(Polylines::Chain line, float tolerance, Polylines& out, Scratch sc
     out.finish(line.closed);
 }
 
-void tracePolylines(const EdgeBits& edges, ChainTracer& tracer, Polylines& lines,
+void tracePolylines(const EdgeBits& edges, PathTracer& tracer, Polylines& lines,
                     std::span<const Vertex> positions, float tolerance, Scratch scratch)
 {
-    const PixelChains& chains = tracer.trace(edges);
+    const PixelPaths& chains = tracer.trace(edges);
     const auto width = std::uint32_t(edges.width());
     lines.clear();
     std::pmr::vector<Vertex> line(scratch);
@@ -172,4 +172,4 @@ void tracePolylines(const EdgeBits& edges, ChainTracer& tracer, Polylines& lines
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -5,11 +5,11 @@
 #include <span>
 #include <vector>
 
-#include "edges/ragged_list.h"
-#include "edges/edge_bits.h"
 #include "core/scratch_arena.h"
+#include "edges/edge_bits.h"
+#include "edges/ragged_list.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 struct Vertex
 {
@@ -20,20 +20,20 @@ struct Vertex
 /// Distance of `p` from the nearest point of the segment from `a` to `b`.
 float distanceToSegment(Vertex p, Vertex a, Vertex b);
 
-using Polylines = ChainList<Vertex>;
+using Polylines = RaggedList<Vertex>;
 /// Each pixel (its place y × width + x) a neighbour of the one before.
-using PixelChains = ChainList<std::uint32_t>;
+using PixelPaths = RaggedList<std::uint32_t>;
 
 /// Cuts the edges of an image into chains. Pixels are neighbours on all eight sides, but diagonally only
 /// where no edge joins them at a right angle, so a staircase has no junctions. Chains end at ends and at
 /// junctions, which belong to every chain that meets there; every link between two pixels lies in exactly one
 /// chain. Pixels without a neighbour make no chain. Chains from ends and junctions come first, then closed
 /// loops, each in row order of the pixel they begin at.
-class ChainTracer
+class PathTracer
 {
   public:
     /// The result holds until the next call. Throws a text for images of 2^31 pixels and more.
-    const PixelChains& trace(const EdgeBits& edges);
+    const PixelPaths& trace(const EdgeBits& edges);
 
   private:
     struct Neighbours;
@@ -51,7 +51,7 @@ class ChainTracer
     std::vector<std::uint8_t>
         cells_;  // the image with a frame of one pixel, so that no neighbour needs a check
     std::vector<std::uint32_t> edges_;  // all edge cells, in row order
-    PixelChains chains_;
+    PixelPaths chains_;
 };
 
 /// Adds a line to `out` with those of its vertices that stay when none of those left out may lie farther than
@@ -65,8 +65,8 @@ inline constexpr float kPolylineTolerance = 1.0F;
 
 /// Edges as simplified polylines, which replace what `lines` held. With `positions`, one vertex for each
 /// pixel of the image, lines go through these instead of the pixels' centres.
-void tracePolylines(const EdgeBits& edges, ChainTracer& tracer, Polylines& lines,
+void tracePolylines(const EdgeBits& edges, PathTracer& tracer, Polylines& lines,
                     std::span<const Vertex> positions = {}, float tolerance = kPolylineTolerance,
                     Scratch scratch = {});
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

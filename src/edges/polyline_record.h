@@ -6,7 +6,7 @@
 #include "scansteps/error.h"
 #include "scansteps/record.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// Throws "[fvertsArray] already found" when the record holds the entry.
 inline void insertPolylines(varitype& record, const Polylines& lines)
@@ -46,4 +46,4 @@ inline void polylinesOf(const varitype& record, Polylines& lines)
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

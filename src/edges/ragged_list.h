@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
-namespace scansteps {
+namespace scansteps::edges {
 
 template <class T>
-class ChainList
+class RaggedList
 {
   public:
     struct Chain
@@ -35,7 +35,7 @@ class ChainList
         const std::size_t first = i == 0 ? 0 : ends_[i - 1].item;
         return {std::span(items_).subspan(first, ends_[i].item - first), ends_[i].closed};
     }
-    bool operator==(const ChainList&) const = default;
+    bool operator==(const RaggedList&) const = default;
 
   private:
     struct End
@@ -48,4 +48,4 @@ class ChainList
     std::vector<End> ends_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -9,7 +9,7 @@
 
 #include "edges/float_plane.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// Samples that a row in flight has on either side: room for what filters look at beyond its ends, and for
 /// whole vectors.
@@ -64,4 +64,4 @@ struct RowRing
     }
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

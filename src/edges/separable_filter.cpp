@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "edges/mcanny.h"
-#include "edges/fused_filter.h"
+#include "edges/canny.h"
 #include "edges/filter_kernels.h"
+#include "edges/fused_filter.h"
 #include "edges/row_ring.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -14,7 +14,7 @@
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -45,11 +45,11 @@ void ScaleRow(float* HWY_RESTRICT row, float weight, std::size_t count)
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::edges
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 HWY_EXPORT(TermsRow);
 HWY_EXPORT(ScaleRow);
@@ -181,5 +181,5 @@ void lowPass(FloatPlane& plane, int size, Scratch scratch)
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif

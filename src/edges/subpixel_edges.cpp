@@ -7,8 +7,8 @@
 #include <limits>
 #include <utility>
 
+#include "edges/canny.h"
 #include "edges/gradient_length.h"
-#include "edges/mcanny.h"
 #include "edges/row_ring.h"
 #include "scansteps/error.h"
 
@@ -17,11 +17,11 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 //
-#include "edges/mcanny-inl.h"
+#include "edges/canny-inl.h"
 
 #ifndef SCANSTEPS_SUBPIXEL_EDGES_ONCE
 #define SCANSTEPS_SUBPIXEL_EDGES_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 
 // Derivatives of a row, and gradient lengths of it and of its neighbours, 0 beyond the image.
 struct GradientRows
@@ -30,11 +30,11 @@ struct GradientRows
     const float *above, *here, *below;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -80,11 +80,11 @@ void MaximaRow(const GradientRows& rows, float low, std::size_t width, std::uint
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::edges
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::edges {
 namespace {
 
 float lengthAlong(const GradientRows& rows, std::ptrdiff_t x, float ux, float uy)
@@ -171,7 +171,7 @@ void findEdges(const SubpixelPlanes& planes, double low, double high, EdgeBits& 
             candidates[w] = candidate;
             edges.edges(y)[w] = seed;
         }
-        edges.spreadDown(y);
+        edges.propagateDown(y);
     }
     edges.spreadAll();
 }
@@ -216,5 +216,5 @@ void subpixelEdges(const FloatPlane& image, double low, double high, int apertur
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::edges
 #endif

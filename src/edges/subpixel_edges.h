@@ -3,12 +3,12 @@
 
 #include <vector>
 
+#include "core/scratch_arena.h"
 #include "edges/edge_bits.h"
 #include "edges/float_plane.h"
 #include "edges/polyline.h"
-#include "core/scratch_arena.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// Planes that are kept from frame to frame.
 struct SubpixelPlanes
@@ -31,4 +31,4 @@ void subpixelEdges(const FloatPlane& image, double low, double high, int apertur
                    EdgeBits& edges, std::vector<Vertex>& positions);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

@@ -1,15 +1,15 @@
 #include "flow/cbuff.h"
 
 #include "core/frame_in_record.h"
+#include "core/incoming_frame.h"
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
-#include "core/incoming_frame.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
-SCANSTEPS_STEP(CPUDBuff)
+SCANSTEPS_FACTORY(cbuff, CPUDBuff)
 
 void CPUDBuff::init(varitype& params)
 {
@@ -51,4 +51,4 @@ void CPUDBuff::release()
     released_ = 0;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

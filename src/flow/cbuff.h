@@ -6,7 +6,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class CPUDBuff final : public CPUBase
 {
@@ -24,4 +24,4 @@ class CPUDBuff final : public CPUBase
     std::size_t released_ = 0;       // how many of them have been handed on
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

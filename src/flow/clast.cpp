@@ -2,7 +2,7 @@
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class CpuLast final : public CPUBase
 {
@@ -12,6 +12,6 @@ class CpuLast final : public CPUBase
     void process(varitype&) override { StepTimer(*this).stop(); }
 };
 
-SCANSTEPS_STEP(CpuLast)
+SCANSTEPS_FACTORY(clast, CpuLast)
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

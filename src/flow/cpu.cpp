@@ -2,7 +2,7 @@
 #include "core/step_factory.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class CpuAff final : public CPUBase
 {
@@ -16,6 +16,6 @@ class CpuAff final : public CPUBase
     void process(varitype& params) override { forward(*this, params); }
 };
 
-SCANSTEPS_STEP(CpuAff)
+SCANSTEPS_FACTORY(cpu, CpuAff)
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

@@ -2,7 +2,7 @@
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class CpuStrip final : public CPUBase
 {
@@ -21,6 +21,6 @@ class CpuStrip final : public CPUBase
     }
 };
 
-SCANSTEPS_STEP(CpuStrip)
+SCANSTEPS_FACTORY(cstrip, CpuStrip)
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

@@ -4,7 +4,7 @@
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class CpuD2H final : public CPUBase
 {
@@ -36,6 +36,6 @@ class CpuD2H final : public CPUBase
     TextureSet out_;
 };
 
-SCANSTEPS_STEP(CpuD2H)
+SCANSTEPS_FACTORY(d2h, CpuD2H)
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

@@ -2,7 +2,7 @@
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class CpuH2D final : public CPUBase
 {
@@ -23,6 +23,6 @@ class CpuH2D final : public CPUBase
     }
 };
 
-SCANSTEPS_STEP(CpuH2D)
+SCANSTEPS_FACTORY(h2d, CpuH2D)
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

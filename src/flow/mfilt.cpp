@@ -2,7 +2,7 @@
 #include "core/step_factory.h"
 #include "scansteps/chain.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class MessFilter final : public CPUBase
 {
@@ -27,6 +27,6 @@ class MessFilter final : public CPUBase
     std::int64_t counter_ = 0;
 };
 
-SCANSTEPS_STEP(MessFilter)
+SCANSTEPS_FACTORY(mfilt, MessFilter)
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

@@ -3,7 +3,7 @@
 #include "core/step_factory.h"
 #include "scansteps/chain.h"
 
-namespace scansteps {
+namespace scansteps::flow {
 
 class Test final : public cChain
 {
@@ -17,6 +17,6 @@ class Test final : public cChain
     }
 };
 
-SCANSTEPS_STEP(Test)
+SCANSTEPS_FACTORY(test, Test)
 
-}  // namespace scansteps
+}  // namespace scansteps::flow

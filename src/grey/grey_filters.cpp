@@ -10,7 +10,7 @@
 
 #ifndef SCANSTEPS_GREY_FILTER_ROWS
 #define SCANSTEPS_GREY_FILTER_ROWS
-namespace scansteps {
+namespace scansteps::grey {
 
 // What is done with whole rows. Each returns how many samples of the output it has made (at most `count`);
 // the plain rest is the caller's.
@@ -25,11 +25,11 @@ struct GreyRowKernels
     int (*boxAlong)(const std::uint16_t* sums, int count, std::uint8_t* out);
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::grey
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::grey {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -159,11 +159,11 @@ GreyRowKernels GreyKernels()
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::grey
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::grey {
 namespace {
 
 constexpr GreyRowKernels kPlain{
@@ -350,5 +350,5 @@ void twoThirds(GreyView image, GreyImage& out)
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::grey
 #endif

@@ -1,10 +1,10 @@
 // Smoothing and reducing 8-bit grey images.
 #pragma once
 
-#include "grey/grey_image.h"
 #include "core/scratch_arena.h"
+#include "grey/grey_image.h"
 
-namespace scansteps {
+namespace scansteps::grey {
 
 /// The window a box filter of `size` has: odd, 1 to 31. Even sizes are rounded up.
 int oddWindow(int size);
@@ -30,4 +30,4 @@ void halve(GreyView image, GreyImage& out);
 void twoThirds(GreyView image, GreyImage& out);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::grey

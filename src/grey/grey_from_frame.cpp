@@ -5,7 +5,7 @@
 
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::grey {
 namespace {
 
 std::size_t sizedFor(std::span<const std::uint16_t> frame, int width, int height, GreyImage& out)
@@ -15,38 +15,38 @@ std::size_t sizedFor(std::span<const std::uint16_t> frame, int width, int height
     return out.samples.size();
 }
 
-int valueOf(std::uint16_t sample, Frame16 meaning)
+int valueOf(std::uint16_t sample, SampleCoding coding)
 {
-    return meaning == Frame16::Video ? sample & 255 : sample - 32768;
+    return coding == SampleCoding::Yuyv16 ? sample & 255 : sample - 32768;
 }
 
 }  // namespace
 
-void frame16ToBytes(std::span<const std::uint16_t> frame, int width, int height, Frame16 meaning,
-                    GreyImage& out)
+void greyFromFrame(std::span<const std::uint16_t> frame, int width, int height, SampleCoding coding,
+                   GreyImage& out)
 {
     const std::size_t count = sizedFor(frame, width, height, out);
     const std::uint16_t* from = frame.data();
     std::uint8_t* to = out.samples.data();
-    if (meaning == Frame16::Video)
+    if (coding == SampleCoding::Yuyv16)
         for (std::size_t i = 0; i < count; ++i) to[i] = std::uint8_t(from[i] & 255);
     else
         for (std::size_t i = 0; i < count; ++i) to[i] = std::uint8_t(std::clamp(from[i] - 32768, 0, 255));
 }
 
-void frame16Stretched(std::span<const std::uint16_t> frame, int width, int height, Frame16 meaning,
-                      GreyImage& out)
+void stretchedGreyFromFrame(std::span<const std::uint16_t> frame, int width, int height, SampleCoding coding,
+                            GreyImage& out)
 {
     const std::size_t count = sizedFor(frame, width, height, out);
     int low = 65536;
     int high = -65536;
     for (std::size_t i = 0; i < count; ++i) {
-        low = std::min(low, valueOf(frame[i], meaning));
-        high = std::max(high, valueOf(frame[i], meaning));
+        low = std::min(low, valueOf(frame[i], coding));
+        high = std::max(high, valueOf(frame[i], coding));
     }
     const float factor = high > low ? 255.0F / float(high - low) : 0.0F;
     for (std::size_t i = 0; i < count; ++i)
-        out.samples[i] = std::uint8_t(float(valueOf(frame[i], meaning) - low) * factor + 0.5F);
+        out.samples[i] = std::uint8_t(float(valueOf(frame[i], coding) - low) * factor + 0.5F);
 }
 
 void drawLine(std::span<std::uint16_t> frame, int width, int height, double x1, double y1, double x2,
@@ -64,4 +64,4 @@ void drawLine(std::span<std::uint16_t> frame, int width, int height, double x1, 
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::grey

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-namespace scansteps {
+namespace scansteps::grey {
 
 /// Rows of `width` bytes, `stride` bytes apart.
 struct GreyView
@@ -36,4 +36,4 @@ struct GreyImage
     GreyView view() const { return {samples.data(), width, height, width}; }
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::grey

@@ -15,7 +15,7 @@
 
 #ifndef SCANSTEPS_LOCAL_DEVIATION_ROWS
 #define SCANSTEPS_LOCAL_DEVIATION_ROWS
-namespace scansteps {
+namespace scansteps::grey {
 
 // What is done with whole rows, once plain and once for each instruction set.
 struct DeviationKernels
@@ -45,11 +45,11 @@ inline void rootsPlain(const double* squares, double factor, std::uint16_t* out,
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::grey
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::grey {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -93,25 +93,25 @@ DeviationKernels DeviationRows()
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::grey
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::grey {
 namespace {
 
 // The frame's rows as numbers, as long as they are needed, and the sums of the columns of the window.
 class ColumnSums
 {
   public:
-    ColumnSums(std::span<const std::uint16_t> frame, int width, int height, Frame16 meaning, int window,
+    ColumnSums(std::span<const std::uint16_t> frame, int width, int height, SampleCoding coding, int window,
                const DeviationKernels& kernels, Scratch scratch)
         : frame_(frame),
           width_(std::size_t(width)),
           height_(height),
           window_(window),
           half_(window / 2),
-          meaning_(meaning),
+          coding_(coding),
           kernels_(kernels),
           kept_(std::size_t(window + 1) * width_, scratch),
           sums_(width_ + std::size_t(window), scratch),
@@ -148,7 +148,7 @@ class ColumnSums
         const std::uint16_t* from = frame_.data() + std::size_t(y) * width_;
         std::int32_t* to = row(y);
         for (std::size_t x = 0; x < width_; ++x)
-            to[x] = meaning_ == Frame16::Video ? from[x] & 255 : from[x] - 32768;
+            to[x] = coding_ == SampleCoding::Yuyv16 ? from[x] & 255 : from[x] - 32768;
     }
     void add(int y, bool away)
     {
@@ -158,20 +158,20 @@ class ColumnSums
     std::span<const std::uint16_t> frame_;
     std::size_t width_;
     int height_, window_, half_;
-    Frame16 meaning_;
+    SampleCoding coding_;
     const DeviationKernels& kernels_;
     std::pmr::vector<std::int32_t> kept_;
     std::pmr::vector<std::int64_t> sums_, squares_;
 };
 
-void deviate(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size, float gain,
+void deviate(std::span<std::uint16_t> frame, int width, int height, SampleCoding coding, int size, float gain,
              const DeviationKernels& kernels, Scratch scratch)
 {
     if (width <= 0 || height <= 0) return;
     const auto w = std::size_t(width);
     if (frame.size() < w * std::size_t(height)) fail("frame smaller than its size says");
     const auto window = std::size_t(oddWindow(size));
-    ColumnSums columns(frame, width, height, meaning, int(window), kernels, scratch);
+    ColumnSums columns(frame, width, height, coding, int(window), kernels, scratch);
     const auto n = std::int64_t(window * window);
     const double factor = double(gain) / double(n);
     std::pmr::vector<double> variances(w, scratch);
@@ -200,20 +200,20 @@ constexpr DeviationKernels kPlain{addRowPlain, rootsPlain};
 
 HWY_EXPORT(DeviationRows);
 
-void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
+void localDeviation(std::span<std::uint16_t> frame, int width, int height, SampleCoding coding, int size,
                     float gain, Scratch scratch)
 {
-    deviate(frame, width, height, meaning, size, gain, HWY_DYNAMIC_DISPATCH(DeviationRows)(), scratch);
+    deviate(frame, width, height, coding, size, gain, HWY_DYNAMIC_DISPATCH(DeviationRows)(), scratch);
 }
 
 namespace scalar {
 
-void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
+void localDeviation(std::span<std::uint16_t> frame, int width, int height, SampleCoding coding, int size,
                     float gain)
 {
-    deviate(frame, width, height, meaning, size, gain, kPlain, {});
+    deviate(frame, width, height, coding, size, gain, kPlain, {});
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::grey
 #endif

@@ -4,22 +4,22 @@
 #include <cstdint>
 #include <span>
 
-#include "edges/canny_frame16.h"
 #include "core/scratch_arena.h"
+#include "grey/sample_coding.h"
 
-namespace scansteps {
+namespace scansteps::grey {
 
 /// Replaces every sample of a frame of width × height by the standard deviation of the size × size samples
 /// around it (oddWindow() of grey_filters.h), times `gain`, truncated, limited to 32767, + 32768. Means and
 /// squares come from running integer sums, so they are exact and the time does not depend on the size. Beyond
 /// the borders the frame is continued by its outermost samples. Throws when the frame is smaller than its
 /// size says.
-void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
+void localDeviation(std::span<std::uint16_t> frame, int width, int height, SampleCoding coding, int size,
                     float gain, Scratch scratch = {});
 
 namespace scalar {
-void localDeviation(std::span<std::uint16_t> frame, int width, int height, Frame16 meaning, int size,
+void localDeviation(std::span<std::uint16_t> frame, int width, int height, SampleCoding coding, int size,
                     float gain);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::grey

@@ -1,15 +1,21 @@
-// What the 16-bit samples of the frames mean, which the initialise record tells the steps that work on them.
+// What the 16-bit samples of a frame mean; the initialise record says it.
 #pragma once
 
-#include "edges/canny_frame16.h"
-#include "scansteps/settings.h"
+namespace scansteps::grey {
 
-namespace scansteps {
-
-/// YUYV16 where the record has "VideoFormat", whatever its value, offset samples elsewhere.
-inline Frame16 frameMeaning(const Settings& settings)
+/// Offset 16-bit numbers (sample - 32768), or YUYV16 (luma = sample & 255).
+enum class SampleCoding
 {
-    return settings.has("VideoFormat") ? Frame16::Video : Frame16::Offset;
+    Offset16,
+    Yuyv16
+};
+
+/// YUYV16 where the initialise record has "VideoFormat", whatever its value, offset samples elsewhere.
+/// A template, so that kernels which use the enumeration need not know of records.
+template <class Settings>
+SampleCoding sampleCoding(const Settings& settings)
+{
+    return settings.has("VideoFormat") ? SampleCoding::Yuyv16 : SampleCoding::Offset16;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::grey

@@ -5,9 +5,9 @@
 #include "core/step_factory.h"
 #include "images/image_file.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
-SCANSTEPS_STEP(Cjread)
+SCANSTEPS_FACTORY(cjread, Cjread)
 
 std::optional<HeldImage> Cjread::load(const std::string& path, Array&& memory, ImageTrouble& trouble)
 {
@@ -16,4 +16,4 @@ std::optional<HeldImage> Cjread::load(const std::string& path, Array&& memory, I
     return HeldImage{image->width, image->height, std::move(image->pixels)};
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

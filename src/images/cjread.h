@@ -3,7 +3,7 @@
 
 #include "images/image_source.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 class Cjread final : public ImageSource
 {
@@ -14,4 +14,4 @@ class Cjread final : public ImageSource
     std::optional<HeldImage> load(const std::string& path, Array&& memory, ImageTrouble& trouble) override;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::images

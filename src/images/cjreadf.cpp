@@ -5,14 +5,14 @@
 
 #include "core/print.h"
 #include "core/step_factory.h"
-#include "jpeg/decoder.h"
 #include "images/input_file.h"
-#include "jpeg/pack_yuyv16.h"
 #include "images/parse_error.h"
+#include "jpeg/decoder.h"
+#include "jpeg/pack_yuyv16.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
-SCANSTEPS_STEP(CjreadF)
+SCANSTEPS_FACTORY(cjreadf, CjreadF)
 
 namespace {
 
@@ -33,11 +33,11 @@ std::optional<std::vector<std::uint8_t>> readFile(const std::string& path, Image
 }  // namespace
 
 // Samples carry Cb in even columns and Cr in odd ones, and the second chroma plane is that of even columns.
-CjreadF::Planes CjreadF::decode(BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
+CjreadF::Planes CjreadF::decode(jpeg::BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
                                 ImageTrouble& trouble)
 {
     planes_.resize((2 * height + 32) * width);
-    const std::size_t chroma = decoder.planeSize(1, JpegLayout::kYuv420).samples();
+    const std::size_t chroma = decoder.planeSize(1, jpeg::JpegLayout::kYuv420).samples();
     const auto luma = std::span(planes_).first(width * height);
     const auto cr = std::span(planes_).subspan(luma.size(), chroma);
     const auto cb = std::span(planes_).subspan(luma.size() + chroma, chroma);
@@ -56,7 +56,7 @@ std::optional<HeldImage> CjreadF::load(const std::string& path, Array&& memory, 
 {
     const std::optional<std::vector<std::uint8_t>> file = readFile(path, trouble);
     if (!file) return std::nullopt;
-    BaselineJpegDecoder decoder;
+    jpeg::BaselineJpegDecoder decoder;
     if (decoder.parseHeader(*file) != 0) {
         trouble.reason = printParseError(decoder.getErrorString());
         return std::nullopt;
@@ -68,7 +68,7 @@ std::optional<HeldImage> CjreadF::load(const std::string& path, Array&& memory, 
     const auto [luma, cb, cr] = decode(decoder, width, height, trouble);
     image.pixels = std::move(memory);
     image.pixels.reshape(Kind::Ushort, std::uint32_t(width), std::uint32_t(height));
-    packYuyv16(luma, cb, cr, image.pixels.elements<std::uint16_t>(), width, height);
+    jpeg::packYuyv16(luma, cb, cr, image.pixels.elements<std::uint16_t>(), width, height);
     return image;
 }
 
@@ -85,4 +85,4 @@ void CjreadF::deliver(Array& image, Array& frame, varitype& record)
     record.set("data", std::move(image));
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

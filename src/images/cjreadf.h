@@ -7,9 +7,11 @@
 
 #include "images/image_source.h"
 
-namespace scansteps {
-
+namespace scansteps::jpeg {
 class BaselineJpegDecoder;
+}
+
+namespace scansteps::images {
 
 /// A frame travels twice: under "handle", as every step takes it, and in the record as "data", for `d2h` and
 /// for receivers of records.
@@ -25,9 +27,10 @@ class CjreadF final : public ImageSource
 
     /// Luma, Cb and Cr, in `planes_`.
     using Planes = std::array<std::span<std::uint8_t>, 3>;
-    Planes decode(BaselineJpegDecoder& decoder, std::size_t width, std::size_t height, ImageTrouble& trouble);
+    Planes decode(jpeg::BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
+                  ImageTrouble& trouble);
 
     std::vector<std::uint8_t> planes_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -3,19 +3,19 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pixels/grey_window.h"
-#include "pixels/yuyv.h"
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "images/image_file.h"
+#include "pixels/grey_window.h"
+#include "pixels/yuyv.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/numbered_name.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
-SCANSTEPS_STEP(Cjwrite)
+SCANSTEPS_FACTORY(cjwrite, Cjwrite)
 
 void Cjwrite::init(varitype& params)
 {
@@ -104,9 +104,9 @@ class Cjwrite::SampleRows final : public CopiedRows
         const std::span samples(reinterpret_cast<const std::uint16_t*>(rows), width * height);
         const std::span rgb = std::span(step_.rgb_).first(3 * samples.size());
         if (step_.isVideo_)
-            yuyvToRgb(samples, rgb, width, height);
+            pixels::yuyvToRgb(samples, rgb, width, height);
         else
-            greyWindow(samples, rgb, step_.window_, step_.level_);
+            pixels::greyWindow(samples, rgb, step_.window_, step_.level_);
         return rgb.data();
     }
 
@@ -145,4 +145,4 @@ void Cjwrite::write(Rows& rows)
     rows.finish();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -8,7 +8,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 class Cjwrite final : public CPUBase
 {
@@ -33,4 +33,4 @@ class Cjwrite final : public CPUBase
     std::vector<std::uint8_t> rgb_;  // some rows of the picture made of 16-bit samples
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -8,7 +8,7 @@
 #include "images/jpeg_file.h"
 #include "images/ppm_file.h"
 
-namespace scansteps {
+namespace scansteps::images {
 namespace {
 
 // No picture that fits a frame needs more.
@@ -117,4 +117,4 @@ std::string writeImage(const std::string& path, int quality, int width, int heig
     return reason;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

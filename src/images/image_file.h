@@ -13,7 +13,7 @@
 
 #include "scansteps/array.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 /// An 8-bit RGB image: `height` rows top to bottom × `width` columns × 3 bytes R, G, B, without padding.
 struct RgbImage
@@ -99,4 +99,4 @@ std::string writeImage(const std::string& path, int quality, int width, int heig
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
                 std::span<const std::uint8_t> pixels);
 
-}  // namespace scansteps
+}  // namespace scansteps::images

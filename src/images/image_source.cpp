@@ -7,7 +7,7 @@
 #include "scansteps/numbered_name.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 void ImageSource::describe(varitype&) {}
 
@@ -94,4 +94,4 @@ void ImageSource::report(Trouble trouble, const std::string& file)
     trouble_ = {};
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

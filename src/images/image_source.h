@@ -11,7 +11,7 @@
 #include "scansteps/host_services.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 /// A decoded file that waits for its process event.
 struct HeldImage
@@ -55,4 +55,4 @@ class ImageSource : public CPUBase
     TextureSet out_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -6,7 +6,7 @@
 
 #include "core/files.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 InputFile::InputFile(const std::string& path) : file_(rawfile::open(path, rawfile::Access::Read))
 {
@@ -88,4 +88,4 @@ std::vector<std::uint8_t> InputFile::readRest(std::uint64_t most)
     return bytes;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

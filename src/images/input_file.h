@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace scansteps {
+namespace scansteps::images {
 
 class InputFile
 {
@@ -52,4 +52,4 @@ class InputFile
     std::size_t at_ = 0, end_ = 0;  // what of the buffer is still to be read
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -13,7 +13,7 @@
 // this needs jpeglib.h
 #include <jerror.h>
 
-namespace scansteps {
+namespace scansteps::images {
 
 struct JpegErrors
 {
@@ -49,4 +49,4 @@ struct JpegErrors
     }
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::images

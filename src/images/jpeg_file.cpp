@@ -6,7 +6,7 @@
 
 #include "images/jpeg_errors.h"
 
-namespace scansteps {
+namespace scansteps::images {
 namespace {
 
 /// Lets the library write into the blocks of a file. What the file throws waits here while the library's C
@@ -113,4 +113,4 @@ std::string writeJpeg(AtomicFile& file, int quality, int width, int height, RowS
     return written ? std::string() : encoder.errors.fatal.data();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

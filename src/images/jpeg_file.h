@@ -10,7 +10,7 @@
 #include "core/atomic_file.h"
 #include "images/image_file.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 /// Decodes a JPEG file to RGB; `reason` then tells what is missing of it, if anything is. Refuses, with the
 /// reason, an image of more than `maxBytes` bytes of pixels before memory is taken for it, and one with more
@@ -22,4 +22,4 @@ std::optional<RgbImage> readJpeg(std::span<const std::uint8_t> file, std::uint64
 /// nothing; throws what `file` and `source` throw.
 std::string writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source);
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -6,7 +6,7 @@
 #include "images/jpeg_errors.h"
 #include "images/jpeg_file.h"
 
-namespace scansteps {
+namespace scansteps::images {
 namespace {
 
 // Real progressive files have about ten scans. Each scan visits the whole picture, however few its bytes are.
@@ -123,4 +123,4 @@ std::optional<RgbImage> readJpeg(std::span<const std::uint8_t> file, std::uint64
     return image;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

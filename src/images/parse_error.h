@@ -5,7 +5,7 @@
 
 #include "core/print.h"
 
-namespace scansteps {
+namespace scansteps::images {
 
 /// Prints the decoder's text and "parse error!"; returns the text without its line feed.
 inline std::string printParseError(std::string reason)
@@ -16,4 +16,4 @@ inline std::string printParseError(std::string reason)
     return reason;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -5,7 +5,7 @@
 
 #include "core/print.h"
 
-namespace scansteps {
+namespace scansteps::images {
 namespace {
 
 bool isBlank(int c)
@@ -148,4 +148,4 @@ std::optional<RgbImage> readPpm(InputFile& file, int magic, Array memory, std::s
     return image;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::images

@@ -16,7 +16,7 @@
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -158,7 +158,7 @@ class EntropyFeed
 };
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 HWY_AFTER_NAMESPACE();
 
 #endif

@@ -14,7 +14,7 @@
 #include "jpeg/huffman.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 
 /// Places for coefficient indices 0 to 63 and, all the same as 63, for those that a damaged block or an end
@@ -156,7 +156,7 @@ HWY_INLINE int DecodeBlock(BitReader& reader, const DcTable& dc, const AcTable& 
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 HWY_AFTER_NAMESPACE();
 
 #endif

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 namespace {
 
@@ -41,4 +41,4 @@ void storeJpegSamples(const JpegScanComponent& component, const std::uint8_t* sa
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

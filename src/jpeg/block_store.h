@@ -6,11 +6,11 @@
 
 #include "jpeg/scan.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// Eight rows of `columns` samples (a multiple of 8), the first at (x, y) of the component; what lies outside
 /// of the component is left out. Averages round halves up and count only samples inside of the component.
 void storeJpegSamples(const JpegScanComponent& component, const std::uint8_t* samples, int columns, int x,
                       int y);
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

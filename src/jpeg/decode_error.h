@@ -7,7 +7,7 @@
 
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// A 256-byte buffer with the last message.
 class JpegErrorText
@@ -30,4 +30,4 @@ class JpegErrorText
     std::array<char, 256> text_{};
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

@@ -4,7 +4,7 @@
 #include "jpeg/idct.h"
 #include "jpeg/scan.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 namespace {
 
@@ -117,4 +117,4 @@ int BaselineJpegDecoder::decode(JpegLayout layout)
     return -1;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

@@ -11,7 +11,7 @@
 #include "jpeg/decode_error.h"
 #include "jpeg/header.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// Size of a decoded plane in samples; its rows follow each other without padding.
 struct JpegPlaneSize
@@ -67,4 +67,4 @@ class BaselineJpegDecoder
     JpegErrorText error_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

@@ -5,7 +5,7 @@
 
 #include "jpeg/huffman.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 const std::array<std::uint8_t, 64> kJpegNaturalOrder = {
     0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
@@ -267,4 +267,4 @@ bool parseJpegHeader(std::span<const std::uint8_t> file, JpegHeader& header, Jpe
     return HeaderParser(file, header, error).parse();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

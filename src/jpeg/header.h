@@ -8,7 +8,7 @@
 
 #include "jpeg/decode_error.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// A Huffman table as a DHT segment describes it: how many codes there are of each length 1 to 16, and the
 /// symbols in the order of their codes.
@@ -52,4 +52,4 @@ extern const std::array<std::uint8_t, 64> kJpegNaturalOrder;
 /// something is missing, damaged or outside of what BaselineJpegDecoder takes.
 bool parseJpegHeader(std::span<const std::uint8_t> file, JpegHeader& header, JpegErrorText& error);
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

@@ -5,7 +5,7 @@
 #include <initializer_list>
 #include <numeric>
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 namespace {
 
@@ -147,4 +147,4 @@ AcTable::AcTable(const HuffmanSpec& spec) : codes(spec)
     for (std::size_t i = 0; i < fast.size(); ++i) fast[i] = pairEntry(singles, i);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

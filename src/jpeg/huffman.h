@@ -7,7 +7,7 @@
 
 #include "jpeg/header.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// The standard tables for luma (0) and chroma (1) of ITU-T T.81 Annex K.3.
 HuffmanSpec standardDcTable(int index);
@@ -97,4 +97,4 @@ constexpr int extendMagnitude(std::uint64_t bits, unsigned size)
     return int(magnitude) - int(negative & ~(~std::uint64_t{0} << size));
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

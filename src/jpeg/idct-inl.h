@@ -15,7 +15,7 @@
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 namespace idct {
 namespace hn = hwy::HWY_NAMESPACE;
@@ -191,7 +191,7 @@ HWY_INLINE void FillGroup(std::int16_t* HWY_RESTRICT coefficients, const std::in
 
 }  // namespace idct
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 HWY_AFTER_NAMESPACE();
 
 #endif

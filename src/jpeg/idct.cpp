@@ -10,7 +10,7 @@
 #include "jpeg/idct-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 
 void InverseDct(const std::int16_t* HWY_RESTRICT coefficients, const std::int16_t* HWY_RESTRICT quant,
@@ -36,11 +36,11 @@ void InverseDct(const std::int16_t* HWY_RESTRICT coefficients, const std::int16_
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::jpeg {
 
 HWY_EXPORT(InverseDct);
 
@@ -95,5 +95,5 @@ void inverseDct(std::span<const std::int16_t> coefficients, std::span<const std:
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 #endif

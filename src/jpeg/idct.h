@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// Samples of whole blocks: each coefficient times its quantisation step (kept to 16 bits), inverse DCT, 128
 /// added, clamped to 0...255. `coefficients` holds blocks of 64 in natural (row by row) order, `quant` the 64
@@ -30,4 +30,4 @@ constexpr unsigned pairedPosition(unsigned natural)
     return (row / 2 * 2 + column / 4) * 8 + (column % 4) * 2 + row % 2;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

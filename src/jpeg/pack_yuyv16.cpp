@@ -11,7 +11,7 @@
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -44,11 +44,11 @@ void PackYuyv16(const std::uint8_t* HWY_RESTRICT luma, const std::uint8_t* HWY_R
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::jpeg {
 
 HWY_EXPORT(PackYuyv16);
 
@@ -92,5 +92,5 @@ void scalar::packYuyv16(std::span<const std::uint8_t> luma, std::span<const std:
              });
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 #endif

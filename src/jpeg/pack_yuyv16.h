@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// `dst` receives width × height samples: luma in the low byte, chroma in the high byte, `evenChroma` in even
 /// columns and `oddChroma` in odd ones, each taken from row y / 2 and column x / 2 of its plane. Luma holds
@@ -21,4 +21,4 @@ void packYuyv16(std::span<const std::uint8_t> luma, std::span<const std::uint8_t
                 std::size_t height);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

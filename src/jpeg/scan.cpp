@@ -4,8 +4,8 @@
 #include <cstring>
 #include <limits>
 
-#include "jpeg/idct.h"
 #include "jpeg/block_store.h"
+#include "jpeg/idct.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpeg/scan.cpp"
@@ -16,7 +16,7 @@
 #include "jpeg/idct-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 
 constexpr std::size_t kGroup = idct::GroupBlocks();
@@ -197,11 +197,11 @@ JpegScanResult DecodeScan(const JpegScan& scan)
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::jpeg {
 
 HWY_EXPORT(DecodeScan);
 
@@ -210,5 +210,5 @@ JpegScanResult decodeJpegScan(const JpegScan& scan)
     return HWY_DYNAMIC_DISPATCH(DecodeScan)(scan);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg
 #endif

@@ -8,7 +8,7 @@
 
 #include "jpeg/huffman.h"
 
-namespace scansteps {
+namespace scansteps::jpeg {
 
 /// One component of a scan and the plane it goes to.
 struct JpegScanComponent
@@ -61,4 +61,4 @@ enum class JpegScanResult
 /// Decodes all MCUs. Stops at the first damage. Touches no byte outside data and planes, whatever they hold.
 JpegScanResult decodeJpegScan(const JpegScan& scan);
 
-}  // namespace scansteps
+}  // namespace scansteps::jpeg

@@ -1,21 +1,21 @@
 #include "mesh/cply.h"
 
+#include "core/print.h"
+#include "core/step_factory.h"
 #include "mesh/flt_writer.h"
 #include "mesh/model_record.h"
 #include "mesh/obj_writer.h"
 #include "mesh/ply_writer.h"
 #include "mesh/stl_writer.h"
 #include "mesh/vertex_normals.h"
-#include "core/print.h"
-#include "core/step_factory.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
-SCANSTEPS_STEP(CpuPly)
+SCANSTEPS_FACTORY(cply, CpuPly)
 
 namespace {
 
@@ -133,4 +133,4 @@ void CpuPly::writeMesh(const varitype& params) const
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -7,7 +7,7 @@
 #include "mesh/texture_layout.h"
 #include "scansteps/chain.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 class CpuPly final : public CPUBase
 {
@@ -41,4 +41,4 @@ class CpuPly final : public CPUBase
     bool hasMetModel_ = false;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

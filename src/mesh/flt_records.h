@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace scansteps::flt {
+namespace scansteps::mesh::flt {
 
 /// Opcodes of the records that are written here, and the bytes they take.
 namespace opcode {
@@ -85,4 +85,4 @@ class Fields
     char* out_;
 };
 
-}  // namespace scansteps::flt
+}  // namespace scansteps::mesh::flt

@@ -6,7 +6,7 @@
 #include "mesh/flt_records.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -208,4 +208,4 @@ bool saveFlt(const std::string& path, const TexturedModel& model)
     return true;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

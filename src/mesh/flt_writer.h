@@ -5,7 +5,7 @@
 
 #include "mesh/texture_files.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// Writes PATH and, for a mesh with pictures, the texture pages BASE.jpg, BASE_1.jpg, ... beside it, all of
 /// which appear together at the end. Record tree: header, colour palette, texture palette entries, vertex
@@ -16,4 +16,4 @@ namespace scansteps {
 /// its palette is beyond what the format can count. Takes 20 bytes a vertex besides what the layout takes.
 bool saveFlt(const std::string& path, const TexturedModel& model);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -6,7 +6,7 @@
 
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -91,4 +91,4 @@ void checkCloud(const Cloud& cloud)
     checkColours(cloud.colours, cloud.pointCount(), "Colors", "points");
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// A triangle mesh. Only the first two members are needed by every writer.
 struct Mesh
@@ -65,4 +65,4 @@ void checkColours(std::span<const float> colours, std::size_t count, const char*
 /// The checks of a cloud: finite points, one colour for each.
 void checkCloud(const Cloud& cloud);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -4,7 +4,7 @@
 #include "scansteps/texture.h"
 #include "scansteps/vertex_lists.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -70,4 +70,4 @@ std::vector<PictureView> picturesOf(const varitype& params)
     return pictures;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

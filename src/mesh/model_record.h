@@ -7,7 +7,7 @@
 #include "mesh/mesh.h"
 #include "scansteps/record.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// The mesh in the entry "tria". "Vertices" and "Indices" must be there, and "Tricolors" where `needColours`;
 /// "Pixels" and "Views" may be. Throws as floatTuples() and its like do.
@@ -21,4 +21,4 @@ Cloud cloudOf(const varitype& params);
 /// it has neither or another shape.
 std::vector<PictureView> picturesOf(const varitype& params);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -11,7 +11,7 @@
 
 #ifndef SCANSTEPS_SIX_DIGITS
 #define SCANSTEPS_SIX_DIGITS
-namespace scansteps::text {
+namespace scansteps::mesh::text {
 
 // Numbers from 10^(k - 3) on, below the next power, have 8 - k decimals; smaller ones have nine.
 inline constexpr double kFrom[9] = {1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5};
@@ -21,11 +21,11 @@ inline constexpr double kFarthest = 0.5 - 1e-9;
 // Added to a number it leaves no room for a fraction: the sum is rounded to a whole number.
 inline constexpr double kWhole = 0x1p52;
 
-}  // namespace scansteps::text
+}  // namespace scansteps::mesh::text
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps::text {
+namespace scansteps::mesh::text {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -63,11 +63,11 @@ std::size_t PrepareNumbers(const double* HWY_RESTRICT values, PreparedNumber* HW
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps::text
+}  // namespace scansteps::mesh::text
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps::text {
+namespace scansteps::mesh::text {
 
 HWY_EXPORT(PrepareNumbers);
 
@@ -95,5 +95,5 @@ void prepareNumbers(std::span<const double> values, std::span<PreparedNumber> pr
 }
 
 }  // namespace scalar
-}  // namespace scansteps::text
+}  // namespace scansteps::mesh::text
 #endif

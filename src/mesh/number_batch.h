@@ -7,7 +7,7 @@
 
 #include "mesh/number_format.h"
 
-namespace scansteps::text {
+namespace scansteps::mesh::text {
 
 /// A number as |value| = digits / 10^decimals, rounded: bits 0 to 19 the digits (100000 to 999999), 20 to 23
 /// the decimals (0 to 9), bit 31 the sign; or kNotPrepared.
@@ -31,4 +31,4 @@ namespace scalar {
 void prepareNumbers(std::span<const double> values, std::span<PreparedNumber> prepared);
 }
 
-}  // namespace scansteps::text
+}  // namespace scansteps::mesh::text

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <cmath>
 
-namespace scansteps::text {
+namespace scansteps::mesh::text {
 
 namespace {
 
@@ -120,4 +120,4 @@ char* putGeneral(char* out, double value)
     return detail::putSixDigits(out, n, decimals);
 }
 
-}  // namespace scansteps::text
+}  // namespace scansteps::mesh::text

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace scansteps::text {
+namespace scansteps::mesh::text {
 
 /// Room to have before any of the functions below is called.
 inline constexpr int kNumberRoom = 32;
@@ -180,4 +180,4 @@ inline char* putTenThousandths(char* out, std::int32_t n)
 /// The text of `value` with six significant digits in the shorter of fixed and exponent form ("%g").
 char* putGeneral(char* out, double value);
 
-}  // namespace scansteps::text
+}  // namespace scansteps::mesh::text

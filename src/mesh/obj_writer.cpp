@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <chrono>
 
-#include "mesh/number_batch.h"
 #include "core/print.h"
+#include "mesh/number_batch.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -39,7 +39,7 @@ char* putText(char* out, std::string_view text)
 class Numbers
 {
   public:
-    bool isFull() const { return count_ + 5 > kMost; }
+    bool isFull() const { return count_ + 5 > kMax; }
     void add(double value) { values_[count_++] = value; }
     void prepare()
     {
@@ -55,9 +55,9 @@ class Numbers
     }
 
   private:
-    static constexpr std::size_t kMost = 320;
-    double values_[kMost];
-    text::PreparedNumber prepared_[kMost];
+    static constexpr std::size_t kMax = 320;
+    double values_[kMax];
+    text::PreparedNumber prepared_[kMax];
     std::size_t count_ = 0, next_ = 0;
 };
 
@@ -195,4 +195,4 @@ bool saveObj(const std::string& path, const TexturedModel& model)
     return true;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -5,7 +5,7 @@
 
 #include "mesh/texture_files.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// Writes PATH, and beside it BASE.mtl and the texture pages BASE.jpg, BASE_1.jpg, ... All of them appear
 /// under their names together at the end. Coordinates have six significant digits. Texture coordinates of
@@ -20,4 +20,4 @@ bool saveObj(const std::string& path, const TexturedModel& model);
 void writeObj(AtomicFile& file, const TexturedModel& model, const TextureLayout& layout,
               const std::string& base);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

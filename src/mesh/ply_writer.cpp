@@ -6,7 +6,7 @@
 #include "mesh/number_format.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -110,4 +110,4 @@ void writePly(AtomicFile& file, const Cloud& cloud)
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -1,10 +1,10 @@
 // ASCII PLY: a mesh with a colour on each triangle, or a cloud with a colour on each point.
 #pragma once
 
-#include "mesh/mesh.h"
 #include "core/atomic_file.h"
+#include "mesh/mesh.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// Coordinates are cut toward zero to four decimals (float product v * 10000, truncated) and then written
 /// with six significant digits; colours are truncated. Throws when the mesh does not hold together
@@ -13,4 +13,4 @@ namespace scansteps {
 void writePly(AtomicFile& file, const Mesh& mesh);
 void writePly(AtomicFile& file, const Cloud& cloud);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

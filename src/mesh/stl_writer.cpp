@@ -11,7 +11,7 @@
 #include "mesh/vertex_normals.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -63,4 +63,4 @@ IndexRange writeStl(AtomicFile& file, const Mesh& mesh)
     return range;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

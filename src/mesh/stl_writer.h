@@ -1,14 +1,14 @@
 // Binary STL with a 5-5-5 colour in the attribute word of each triangle.
 #pragma once
 
-#include "mesh/mesh.h"
 #include "core/atomic_file.h"
+#include "mesh/mesh.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// The normal of a triangle is a third of the sum of its vertices' normals (vertexNormals): shorter than 1
 /// at creases. Throws when the mesh does not hold together (checkGeometry, checkColours). Takes 16 bytes a
 /// vertex besides the file's block. Returns what range of indices it met.
 IndexRange writeStl(AtomicFile& file, const Mesh& mesh);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

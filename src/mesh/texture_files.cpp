@@ -1,12 +1,12 @@
 #include "mesh/texture_files.h"
 
-#include "mesh/texture_page.h"
 #include "core/print.h"
 #include "images/jpeg_file.h"
+#include "mesh/texture_page.h"
 #include "scansteps/error.h"
-#include "scansteps/host_services.h"
+#include "scansteps/trouble.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -77,8 +77,9 @@ std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, 
             continue;
         }
         const TexturePage page = makePage(model, layout, number);
-        PictureRows rows(page.rgb, page.width, true);
-        if (const std::string reason = writeJpeg(*file, 100, page.width, page.width, rows); !reason.empty())
+        images::PictureRows rows(page.rgb, page.width, true);
+        if (const std::string reason = images::writeJpeg(*file, 100, page.width, page.width, rows);
+            !reason.empty())
             failf("cannot write \"%.700s\": %.200s", name.c_str(), reason.c_str());
         files.push_back(std::move(file));
     }
@@ -101,4 +102,4 @@ void commitModel(const std::vector<std::unique_ptr<AtomicFile>>& pages,
     AtomicFile::commitTogether(files);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "core/atomic_file.h"
 #include "mesh/mesh.h"
 #include "mesh/texture_layout.h"
-#include "core/atomic_file.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// What a model with pictures is made of.
 struct TexturedModel
@@ -46,4 +46,4 @@ bool isModelOpen(const AtomicFile& file);
 void commitModel(const std::vector<std::unique_ptr<AtomicFile>>& pages,
                  std::initializer_list<AtomicFile*> rest);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

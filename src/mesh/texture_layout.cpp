@@ -11,7 +11,7 @@
 
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -260,10 +260,10 @@ TextureLayout layOutPages(const Mesh& mesh, std::span<const PictureView> picture
     for (std::size_t g = 0; g < bounds.size(); ++g)
         layout.shrunk += measure(layout.groups[g], bounds[g], settings) ? 1 : 0;
     layout.pages = pack(layout.groups, settings.width);
-    if (layout.pages > kMostPages) failf("the mesh needs %d texture pages", layout.pages);
+    if (layout.pages > kMaxPages) failf("the mesh needs %d texture pages", layout.pages);
     placeVertices(mesh, groupOf, layout);
     orderByPage(groupOf, layout);
     return layout;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

@@ -8,7 +8,7 @@
 
 #include "mesh/mesh.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// Side of a texture page in pixels, and how large a picture's pixel becomes on it.
 struct TextureSettings
@@ -21,7 +21,7 @@ struct TextureSettings
 inline constexpr int kTextureBorder = 2;
 
 inline constexpr int kSmallestPage = 16;
-inline constexpr int kMostPages = 1000;
+inline constexpr int kMaxPages = 1000;
 
 /// Triangles of one picture that hang together, and their rectangle. Source pixel (x, y) lies on the page
 /// at (left + kTextureBorder + (x - sourceLeft) * scale, and so on), pixel centres being whole numbers.
@@ -57,9 +57,9 @@ TextureLayout singlePage(const Mesh& mesh);
 /// throws a text naming the entry where it has not, where a view is no picture's number, and where a
 /// triangle joins vertices of different pictures. Rectangles are packed highest first by the bottom-left
 /// skyline rule; one that no longer fits closes the page. A group too large for a page is shrunk. Throws too
-/// when a page is narrower than kSmallestPage or there are more than kMostPages. Takes about 50 bytes a
+/// when a page is narrower than kSmallestPage or there are more than kMaxPages. Takes about 50 bytes a
 /// triangle.
 TextureLayout layOutPages(const Mesh& mesh, std::span<const PictureView> pictures,
                           const TextureSettings& settings);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

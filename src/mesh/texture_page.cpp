@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 namespace {
 
@@ -72,4 +72,4 @@ void copyGroups(const TextureLayout& layout, int number, std::span<const Picture
         if (group.page == number) copyGroup(group, pictures[static_cast<std::size_t>(group.picture)], page);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

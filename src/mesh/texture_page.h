@@ -8,7 +8,7 @@
 #include "mesh/mesh.h"
 #include "mesh/texture_layout.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// A square page of 8-bit red, green, blue triples, rows top to bottom.
 struct TexturePage
@@ -32,4 +32,4 @@ bool copyPicture(const PictureView& picture, TexturePage& page);
 void copyGroups(const TextureLayout& layout, int number, std::span<const PictureView> pictures,
                 TexturePage& page);
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

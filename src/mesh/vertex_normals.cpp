@@ -16,16 +16,16 @@
 
 #ifndef SCANSTEPS_VERTEX_NORMALS_LIMITS
 #define SCANSTEPS_VERTEX_NORMALS_LIMITS
-namespace scansteps {
+namespace scansteps::mesh {
 // Lengths whose square a float holds with all its digits.
 constexpr float kShortest = 1e-18F, kLongest = 1.8e19F;
-}  // namespace scansteps
+}  // namespace scansteps::mesh
 #endif
 
 // One vector of four lanes is a point, a normal or a colour; the fourth lane holds whatever follows in
 // memory.
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::mesh {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -234,11 +234,11 @@ bool StlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t f
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::mesh
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::mesh {
 
 HWY_EXPORT(VertexNormals);
 HWY_EXPORT(StlEntries);
@@ -320,5 +320,5 @@ bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t f
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::mesh
 #endif

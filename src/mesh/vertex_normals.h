@@ -8,7 +8,7 @@
 
 #include "mesh/mesh.h"
 
-namespace scansteps {
+namespace scansteps::mesh {
 
 /// x, y, z and an unused fourth value, so that a normal is one vector register.
 struct alignas(16) Normal
@@ -41,4 +41,4 @@ bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t f
                 char* out);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::mesh

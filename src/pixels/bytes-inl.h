@@ -1,5 +1,5 @@
 // Operations on bytes that Highway 1.0.3 does not offer: dot products of pairs, packing of two vectors and
-// its order. Included once for every instruction set, inside scansteps::HWY_NAMESPACE.
+// its order. Included once for every instruction set, inside scansteps::pixels::HWY_NAMESPACE.
 #if defined(SCANSTEPS_BYTES_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef SCANSTEPS_BYTES_INL_H_
 #undef SCANSTEPS_BYTES_INL_H_
@@ -13,7 +13,7 @@
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -124,6 +124,6 @@ inline void LoadAlternateBlocks(hn::Full512<std::uint16_t> d, const std::uint16_
 #endif
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 HWY_AFTER_NAMESPACE();
 #endif

@@ -6,9 +6,9 @@
 #include "scansteps/handles.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
-SCANSTEPS_STEP(CpuCombine)
+SCANSTEPS_FACTORY(c2ima, CpuCombine)
 
 namespace {
 
@@ -68,4 +68,4 @@ void CpuCombine::takeFrame(int handle)
     handles::swap(history_.handle(0), handle);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

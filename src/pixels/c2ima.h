@@ -8,7 +8,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class CpuCombine final : public CPUBase
 {
@@ -26,4 +26,4 @@ class CpuCombine final : public CPUBase
     std::vector<std::span<const std::uint16_t>> frames_;  // what the slots hold
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -2,12 +2,12 @@
 // with "VideoFormat", from YUYV16. The next steps are told of offset frames: "VideoFormat" ends here.
 #include <vector>
 
+#include "core/step_factory.h"
 #include "pixels/colour_channel.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"
-#include "core/step_factory.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class Cpu3f final : public ConversionStep
 {
@@ -23,7 +23,7 @@ class Cpu3f final : public ConversionStep
     std::vector<std::uint8_t> rgb_;
 };
 
-SCANSTEPS_STEP(Cpu3f)
+SCANSTEPS_FACTORY(c3f, Cpu3f)
 
 void Cpu3f::init(varitype& params)
 {
@@ -60,4 +60,4 @@ void Cpu3f::process(varitype& params)
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -1,10 +1,10 @@
 // Step c3t1: the length of the colour vector of 8-bit RGB as offset 16-bit samples.
-#include "pixels/conversion_step.h"
-#include "pixels/colour_length.h"
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "pixels/colour_length.h"
+#include "pixels/conversion_step.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class CpuRGB2u16 final : public ConversionStep
 {
@@ -14,7 +14,7 @@ class CpuRGB2u16 final : public ConversionStep
     void process(varitype& params) override;
 };
 
-SCANSTEPS_STEP(CpuRGB2u16)
+SCANSTEPS_FACTORY(c3t1, CpuRGB2u16)
 
 void CpuRGB2u16::init(varitype& params)
 {
@@ -35,8 +35,8 @@ void CpuRGB2u16::process(varitype& params)
     print::field(std::int64_t{view.dim(0)}, " view0->getX()\n");
     print::field(std::int64_t{view.dim(1)}, " view0->getY()\n");
     print::field(dataX_, " W\n");
-    rgbToOffset16(frame.input<std::uint8_t>(), frame.output<std::uint16_t>());
+    colourLength(frame.input<std::uint8_t>(), frame.output<std::uint16_t>());
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -1,10 +1,10 @@
 // Step cdown1: 16-bit frames reduced by an integer factor.
+#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/reduce16.h"
-#include "core/step_factory.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class CpuDown1 final : public ConversionStep
 {
@@ -18,7 +18,7 @@ class CpuDown1 final : public ConversionStep
     bool isVideo_ = false;
 };
 
-SCANSTEPS_STEP(CpuDown1)
+SCANSTEPS_FACTORY(cdown1, CpuDown1)
 
 void CpuDown1::init(varitype& params)
 {
@@ -47,4 +47,4 @@ void CpuDown1::process(varitype& params)
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -1,9 +1,9 @@
 // Step cf2u: 32-bit float frames to offset 16-bit frames.
+#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/offset16.h"
-#include "core/step_factory.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class CpuFloat2Short final : public ConversionStep
 {
@@ -13,7 +13,7 @@ class CpuFloat2Short final : public ConversionStep
     void process(varitype& params) override;
 };
 
-SCANSTEPS_STEP(CpuFloat2Short)
+SCANSTEPS_FACTORY(cf2u, CpuFloat2Short)
 
 void CpuFloat2Short::init(varitype& params)
 {
@@ -32,4 +32,4 @@ void CpuFloat2Short::process(varitype& params)
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

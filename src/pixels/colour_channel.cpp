@@ -11,7 +11,7 @@
 
 #ifndef SCANSTEPS_COLOUR_CHANNEL_KERNELS
 #define SCANSTEPS_COLOUR_CHANNEL_KERNELS
-namespace scansteps {
+namespace scansteps::pixels {
 
 // What is done with a run of pixels. Each returns how many are done; the rest is the caller's.
 struct ChannelKernels
@@ -22,11 +22,11 @@ struct ChannelKernels
     std::size_t (*lowBytes)(const std::uint16_t* src, std::uint16_t* dst, std::size_t count);
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 #endif
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -117,11 +117,11 @@ ChannelKernels ChannelRows()
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::pixels {
 
 HWY_EXPORT(ChannelRows);
 
@@ -177,5 +177,5 @@ void lumaOfYuyv(std::span<const std::uint16_t> src, std::span<std::uint16_t> dst
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 #endif

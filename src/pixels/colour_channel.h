@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 enum class Channel
 {
@@ -30,4 +30,4 @@ void channelOfRgb(std::span<const std::uint8_t> src, std::span<std::uint16_t> ds
 void lumaOfYuyv(std::span<const std::uint16_t> src, std::span<std::uint16_t> dst);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

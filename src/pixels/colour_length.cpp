@@ -15,7 +15,7 @@
 #include "pixels/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -152,7 +152,7 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
         for (; bits != 0; bits &= bits - 1) {
             const std::size_t lane = std::size_t(std::countr_zero(bits));
             const std::size_t pixel = first + lane / step * step + pixelOf[lane % step];
-            dst[pixel] = scalar::lengthOf(src + 3 * pixel);
+            dst[pixel] = scalar::colourLength(src + 3 * pixel);
         }
     };
 
@@ -182,28 +182,28 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::pixels {
 
 HWY_EXPORT(RgbToOffset16);
 
-void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst)
+void colourLength(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst)
 {
     const std::size_t count = std::min(src.size() / 3, dst.size());
     const std::size_t done = HWY_DYNAMIC_DISPATCH(RgbToOffset16)(src.data(), dst.data(), count);
-    scalar::rgbToOffset16(src.subspan(3 * done), dst.subspan(done));
+    scalar::colourLength(src.subspan(3 * done), dst.subspan(done));
 }
 
 namespace scalar {
 
-void rgbToOffset16(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst)
+void colourLength(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst)
 {
-    for (std::size_t i = 0; i < std::min(src.size() / 3, dst.size()); ++i) dst[i] = lengthOf(&src[3 * i]);
+    for (std::size_t i = 0; i < std::min(src.size() / 3, dst.size()); ++i) dst[i] = colourLength(&src[3 * i]);
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 #endif

@@ -4,7 +4,7 @@
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class ConversionStep : public CPUBase
 {
@@ -21,4 +21,4 @@ class ConversionStep : public CPUBase
     TextureSet in_, out_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -1,9 +1,9 @@
 // Step crgb: YUYV16 frames to 8-bit RGB.
+#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"
-#include "core/step_factory.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class CpuRGB final : public ConversionStep
 {
@@ -13,7 +13,7 @@ class CpuRGB final : public ConversionStep
     void process(varitype& params) override;
 };
 
-SCANSTEPS_STEP(CpuRGB)
+SCANSTEPS_FACTORY(crgb, CpuRGB)
 
 void CpuRGB::init(varitype& params)
 {
@@ -34,4 +34,4 @@ void CpuRGB::process(varitype& params)
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

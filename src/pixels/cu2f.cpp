@@ -1,9 +1,9 @@
 // Step cu2f: offset 16-bit frames to 32-bit float frames.
+#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/offset16.h"
-#include "core/step_factory.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class CpuShort2Float final : public ConversionStep
 {
@@ -13,7 +13,7 @@ class CpuShort2Float final : public ConversionStep
     void process(varitype& params) override;
 };
 
-SCANSTEPS_STEP(CpuShort2Float)
+SCANSTEPS_FACTORY(cu2f, CpuShort2Float)
 
 void CpuShort2Float::init(varitype& params)
 {
@@ -32,4 +32,4 @@ void CpuShort2Float::process(varitype& params)
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -1,9 +1,9 @@
 // Step cyuv: 8-bit RGB frames to YUYV16.
+#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"
-#include "core/step_factory.h"
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 class CpuYUV final : public ConversionStep
 {
@@ -13,7 +13,7 @@ class CpuYUV final : public ConversionStep
     void process(varitype& params) override;
 };
 
-SCANSTEPS_STEP(CpuYUV)
+SCANSTEPS_FACTORY(cyuv, CpuYUV)
 
 void CpuYUV::init(varitype& params)
 {
@@ -34,4 +34,4 @@ void CpuYUV::process(varitype& params)
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

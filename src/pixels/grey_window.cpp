@@ -12,7 +12,7 @@
 #include "pixels/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -100,11 +100,11 @@ std::size_t GreyWindow(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::pixels {
 
 HWY_EXPORT(GreyWindow);
 
@@ -133,5 +133,5 @@ void greyWindow(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst,
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 #endif

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 /// Grey RGB triples (R = G = B) of offset 16-bit samples s: scale = 1 / window (1 where window is 0) and
 /// v = (s - 32768 - level) * scale in single precision; then (v + 0.5) * 255 in double precision, truncated
@@ -19,4 +19,4 @@ void greyWindow(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst,
                 std::int32_t level);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -13,7 +13,7 @@
 #include "pixels/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -85,11 +85,11 @@ void Offset16ToFloat(const std::uint16_t* HWY_RESTRICT src, float* HWY_RESTRICT 
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::pixels {
 
 HWY_EXPORT(FloatToOffset16);
 HWY_EXPORT(Offset16ToFloat);
@@ -122,5 +122,5 @@ void offset16ToFloat(std::span<const std::uint16_t> src, std::span<float> dst)
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 #endif

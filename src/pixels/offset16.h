@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 /// Offset 16-bit samples of a float plane: trunc(min(v, 32767) + 32768), or 1 where v < -32767; the sum is
 /// taken in double precision, so that truncation is toward minus infinity for negative v. NaN counts as
@@ -19,4 +19,4 @@ void floatToOffset16(std::span<const float> src, std::span<std::uint16_t> dst);
 void offset16ToFloat(std::span<const std::uint16_t> src, std::span<float> dst);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -11,7 +11,7 @@
 #include "pixels/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -108,11 +108,11 @@ std::size_t HalveYuyv16(const std::uint16_t* upper, const std::uint16_t* lower, 
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::pixels {
 
 HWY_EXPORT(HalveOffset16);
 HWY_EXPORT(HalveYuyv16);
@@ -216,5 +216,5 @@ void reduceYuyv16(std::span<const std::uint16_t> src, std::span<std::uint16_t> d
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 #endif

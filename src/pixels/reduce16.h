@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 /// Offset 16-bit frame: the sum of (sample - 32768) over a factor x factor block, divided by the number of
 /// samples with truncation toward zero, plus 32768. `src` holds width x height samples, `dst` (width /
@@ -29,4 +29,4 @@ void reduceYuyv16(std::span<const std::uint16_t> src, std::span<std::uint16_t> d
                   std::size_t height, int factor);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

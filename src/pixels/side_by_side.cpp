@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 void sideBySide(std::span<const std::span<const std::uint16_t>> frames, std::size_t width, std::size_t height,
                 std::span<std::uint16_t> out)
@@ -12,4 +12,4 @@ void sideBySide(std::span<const std::span<const std::uint16_t>> frames, std::siz
         for (const auto frame : frames) to = std::copy_n(frame.data() + y * width, width, to);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

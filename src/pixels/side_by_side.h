@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 /// Every row of `out` becomes row y of frames[0], frames[1], and so on. Each frame holds width x height
 /// samples, `out` frames.size() x width x height. Never throws.
 void sideBySide(std::span<const std::span<const std::uint16_t>> frames, std::size_t width, std::size_t height,
                 std::span<std::uint16_t> out);
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -13,7 +13,7 @@
 #include "pixels/bytes-inl.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -138,11 +138,11 @@ std::size_t RgbToYuyv(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_R
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace scansteps {
+namespace scansteps::pixels {
 
 HWY_EXPORT(YuyvToRgb);
 HWY_EXPORT(RgbToYuyv);
@@ -237,5 +237,5 @@ void rgbToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, 
 }
 
 }  // namespace scalar
-}  // namespace scansteps
+}  // namespace scansteps::pixels
 #endif

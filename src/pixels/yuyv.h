@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <span>
 
-namespace scansteps {
+namespace scansteps::pixels {
 
 /// YUYV16 to RGB: R = L + 1.596 (V - 128), G = L + 0.391 (128 - U) + 0.813 (128 - V), B = L + 2.018 (U - 128)
 /// with L = 1.164 (Y - 16), in double precision, narrowed to single, limited to 0..255, truncated (ITU-R
@@ -32,4 +32,4 @@ void rgbToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, 
                std::size_t height);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::pixels

@@ -1,8 +1,7 @@
 // The exported functions: create_<kind>, getTypeIn<kind>, getTypeOut<kind> for every kind of the table, and
 // set_handles. Nothing else leaves the library.
-#include <memory>
+#include "plugin/factories.h"
 
-#include "core/step_factory.h"
 #include "scansteps/handles.h"
 #include "scansteps/steps.h"
 
@@ -12,38 +11,31 @@
 #define SCANSTEPS_EXPORT extern "C" __attribute__((visibility("default")))
 #endif
 
-namespace scansteps {
-
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
-    class className;                                                               \
-    template <>                                                                    \
-    std::unique_ptr<cChain> makeStep<className>();
+// Every step file defines one of these with SCANSTEPS_FACTORY.
+#define SCANSTEPS_STEP(kind, ...) extern "C" scansteps::cChain* scansteps_make_##kind();
 #include "core/steps.def"
-#undef SCANSTEPS_KIND
 
 namespace {
 
-template <class Step>
-cChain* create(const char* typeIn, const char* typeOut)
+scansteps::cChain* withTypes(scansteps::cChain* made, const char* typeIn, const char* typeOut)
 {
-    std::unique_ptr<cChain> step = makeStep<Step>();
+    std::unique_ptr<scansteps::cChain> step(made);
     step->typeIn = typeIn;
     step->typeOut = typeOut;
     return step.release();
 }
 
 }  // namespace
-}  // namespace scansteps
 
 SCANSTEPS_EXPORT void set_handles(scansteps::HandleTable* table)
 {
     scansteps::installHandles(table);
 }
 
-#define SCANSTEPS_KIND(kind, className, role, in, out, flow, summary, ...) \
+#define SCANSTEPS_STEP(kind, className, role, in, out, flow, summary, ...) \
     SCANSTEPS_EXPORT scansteps::cChain* create_##kind()                    \
     {                                                                      \
-        return scansteps::create<scansteps::className>(in, out);           \
+        return withTypes(scansteps_make_##kind(), in, out);                \
     }                                                                      \
     SCANSTEPS_EXPORT const char* getTypeIn##kind()                         \
     {                                                                      \
@@ -54,4 +46,15 @@ SCANSTEPS_EXPORT void set_handles(scansteps::HandleTable* table)
         return out;                                                        \
     }
 #include "core/steps.def"
-#undef SCANSTEPS_KIND
+
+namespace scansteps::plugin {
+
+std::unique_ptr<cChain> createStep(std::string_view kind)
+{
+#define SCANSTEPS_STEP(name, ...) \
+    if (kind == #name) return std::unique_ptr<cChain>(create_##name());
+#include "core/steps.def"
+    return nullptr;
+}
+
+}  // namespace scansteps::plugin

@@ -1,16 +1,16 @@
 #include "recording/cdump.h"
 
 #include "core/frame_in_record.h"
+#include "core/incoming_frame.h"
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
-#include "core/incoming_frame.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
-SCANSTEPS_STEP(CPUDump)
+SCANSTEPS_FACTORY(cdump, CPUDump)
 
 void CPUDump::init(varitype& params)
 {
@@ -55,4 +55,4 @@ void CPUDump::close()
     if (file) file->close();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

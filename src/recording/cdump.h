@@ -6,7 +6,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/stream.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
 class CPUDump final : public CPUBase
 {
@@ -23,4 +23,4 @@ class CPUDump final : public CPUBase
     std::unique_ptr<BIOfs> file_;  // from init to flush
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

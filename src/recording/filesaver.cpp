@@ -7,9 +7,9 @@
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
-SCANSTEPS_STEP(FileSaver)
+SCANSTEPS_FACTORY(filesaver, FileSaver)
 
 namespace {
 
@@ -92,4 +92,4 @@ void FileSaver::begin()
     hasBegun_ = true;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

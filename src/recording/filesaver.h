@@ -6,7 +6,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/stream.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
 class FileSaver final : public CPUBase
 {
@@ -27,4 +27,4 @@ class FileSaver final : public CPUBase
     bool canBegin_ = false;  // all steps were initialised, and there are frames to come
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

@@ -1,14 +1,13 @@
-// Steps read and reads: play a recording. The frame of a record is moved into a buffer of the step, without
-// a copy of its pixels.
+// Base of the steps read and reads, which play a recording. The frame of a record is moved into a buffer of
+// the step, without a copy of its pixels.
 #pragma once
 
 #include "recording/recording.h"
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
-/// What both players do.
 class RecordingPlayer : public CPUBase
 {
   public:
@@ -28,26 +27,4 @@ class RecordingPlayer : public CPUBase
     TextureSet out_;
 };
 
-/// Prints the file name and skips records without "eventType".
-class FileReader final : public RecordingPlayer
-{
-  public:
-    const char* getName() override { return "FileReader"; }
-    void init(varitype& params) override;
-
-  private:
-    varitype nextEvent(Array* spare) override;
-};
-
-/// Strict: one record an event, and each has to be one.
-class FileReaderS final : public RecordingPlayer
-{
-  public:
-    const char* getName() override { return "FileReaderS"; }
-    void init(varitype& params) override;
-
-  private:
-    varitype nextEvent(Array* spare) override;
-};
-
-}  // namespace scansteps
+}  // namespace scansteps::recording

@@ -1,74 +1,20 @@
-#include "recording/player_step.h"
-
-#include <utility>
-
-#include "core/frame_in_record.h"
+// Step read: plays a recording; prints its name and skips records without "eventType".
 #include "core/print.h"
 #include "core/step_factory.h"
-#include "scansteps/frame.h"
+#include "recording/player_step.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
-SCANSTEPS_STEP(FileReader)
-SCANSTEPS_STEP(FileReaderS)
-
-namespace {
-
-// Entries of `from` win; structs are merged key by key.
-void merge(varitype& into, const varitype& from)
+class FileReader final : public RecordingPlayer
 {
-    for (const auto& [name, value] : from.as<Struct>()) {
-        const bool bothStructs = value.kind() == Kind::Struct && value.hasPayload() && into.has(name) &&
-                                 into[name].kind() == Kind::Struct && into[name].hasPayload();
-        if (bothStructs) {
-            varitype nested = into[name];
-            merge(nested, value);
-        } else
-            into.set(name, value);
-    }
-}
+  public:
+    const char* getName() override { return "FileReader"; }
+    void init(varitype& params) override;
 
-}  // namespace
-
-void RecordingPlayer::start(const std::string& path, varitype& params)
-{
-    recording_.open(path);
-    if (!recording_.isOpen()) recording_.refuse("read error");
-    varitype working = copyRecord(params);
-    merge(working, recording_.next());
-    working.set("eventType", event::kInit);
-    createFrameBuffer(*this, working, out_);
-    forward(*this, working);
-}
-
-void RecordingPlayer::process(varitype& params)
-{
-    StepTimer timer(*this);
-    // The frame before has had its time: the next one is read into its memory.
-    varitype record = nextEvent(out_.count() != 0 ? &out_.pixels() : nullptr);
-    const int recorded = eventType(record);
-    if (recorded == event::kFlush) {
-        params.set("eventType", event::kFlush);  // tells the host that the recording has ended
-        return;
-    }
-    if (recorded == event::kProcess) {
-        moveFrame(record);
-        timer.stop();
-    }
-    forward(*this, record);
-}
-
-// "data" becomes the array under the step's handle.
-void RecordingPlayer::moveFrame(varitype& record)
-{
-    varitype data = record["data"];
-    Array& frame = data.getv<Array>();
-    checkEmbeddedFrame(*this, frame);
-    out_.pixels() = std::move(frame);
-    record.remove("data");
-    record.set("handle", out_.handle());
-}
+  private:
+    varitype nextEvent(Array* spare) override;
+};
 
 void FileReader::init(varitype& params)
 {
@@ -85,14 +31,6 @@ varitype FileReader::nextEvent(Array* spare)
     }
 }
 
-void FileReaderS::init(varitype& params)
-{
-    start(Settings(*this, params).text("load.name"), params);
-}
+SCANSTEPS_FACTORY(read, FileReader)
 
-varitype FileReaderS::nextEvent(Array* spare)
-{
-    return recording_.next(spare);
-}
-
-}  // namespace scansteps
+}  // namespace scansteps::recording

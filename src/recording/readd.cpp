@@ -5,7 +5,7 @@
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
 class FileRead final : public CPUBase
 {
@@ -33,6 +33,6 @@ class FileRead final : public CPUBase
     Recording recording_;
 };
 
-SCANSTEPS_STEP(FileRead)
+SCANSTEPS_FACTORY(readd, FileRead)
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

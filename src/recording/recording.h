@@ -9,7 +9,7 @@
 #include "scansteps/host_services.h"
 #include "scansteps/stream.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
 class Recording
 {
@@ -48,4 +48,4 @@ class Recording
     std::unique_ptr<BIOfs> file_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

@@ -7,9 +7,9 @@
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
-SCANSTEPS_STEP(CPUSender)
+SCANSTEPS_FACTORY(sender, CPUSender)
 
 void CPUSender::dispatch(varitype& params)
 {
@@ -80,4 +80,4 @@ void CPUSender::send(Write write)
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

@@ -7,7 +7,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/socket.h"
 
-namespace scansteps {
+namespace scansteps::recording {
 
 class CPUSender final : public CPUBase
 {
@@ -29,4 +29,4 @@ class CPUSender final : public CPUBase
     std::unique_ptr<Sender> sender_;
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::recording

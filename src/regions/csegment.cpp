@@ -2,16 +2,16 @@
 #include <algorithm>
 #include <vector>
 
+#include "core/print.h"
+#include "core/step_factory.h"
 #include "grey/grey_from_frame.h"
 #include "grey/sample_coding.h"
 #include "regions/mser.h"
 #include "regions/region_labels.h"
-#include "core/print.h"
-#include "core/step_factory.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::regions {
 
 class CpuSegment final : public CPUBase
 {
@@ -23,13 +23,13 @@ class CpuSegment final : public CPUBase
   private:
     int width_ = 0, height_ = 0;
     bool labels_ = false, bright_ = false;
-    Frame16 meaning_ = Frame16::Offset;
+    grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet in_;
-    GreyImage grey_;
+    grey::GreyImage grey_;
     std::vector<Region> regions_;
 };
 
-SCANSTEPS_STEP(CpuSegment)
+SCANSTEPS_FACTORY(csegment, CpuSegment)
 
 namespace {
 
@@ -64,7 +64,7 @@ void CpuSegment::init(varitype& params)
     height_ = settings.integer("dataY");
     labels_ = settings.integer("segment.labels") != 0;
     bright_ = settings.integer("segment.bright") != 0;
-    meaning_ = frameMeaning(settings);
+    coding_ = grey::sampleCoding(settings);
     in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
     forward(*this, params);
 }
@@ -73,7 +73,7 @@ void CpuSegment::process(varitype& params)
 {
     FrameScope frame(*this, params, in_, FrameCheck::Samples16);
     const auto samples = frame.input<std::uint16_t>();
-    frame16ToBytes(samples, width_, height_, meaning_, grey_);
+    grey::greyFromFrame(samples, width_, height_, coding_, grey_);
     if (bright_)
         for (std::uint8_t& v : grey_.samples) v = std::uint8_t(255 - v);
     regions_.clear();
@@ -87,4 +87,4 @@ void CpuSegment::process(varitype& params)
     frame.forward();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::regions

@@ -9,7 +9,7 @@
 #include "hwy/cache_control.h"
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::regions {
 namespace {
 
 constexpr int kSentinelLevel = 256;
@@ -401,4 +401,4 @@ void MSER::save(std::vector<Region>& regions)
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::regions

@@ -9,7 +9,7 @@
 #include <span>
 #include <vector>
 
-namespace scansteps {
+namespace scansteps::regions {
 
 /// One node of the component tree: a connected set of pixels that are all at or below `level_` and cannot
 /// grow without passing that level.
@@ -94,4 +94,4 @@ class MSER
     std::vector<std::uint32_t> boundary_;  // a stack for every level, each as long as the level has pixels
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::regions

@@ -5,9 +5,9 @@
 
 #include "scansteps/error.h"
 
-namespace scansteps {
+namespace scansteps::regions {
 
-void labelStableRegions(GreyView image, std::span<const Region> regions, bool eight,
+void labelStableRegions(grey::GreyView image, std::span<const Region> regions, bool eight,
                         std::span<std::uint16_t> labels)
 {
     const std::size_t pixels = std::size_t(image.width) * std::size_t(image.height);
@@ -37,4 +37,4 @@ void labelStableRegions(GreyView image, std::span<const Region> regions, bool ei
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::regions

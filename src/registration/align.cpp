@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace scansteps {
+namespace scansteps::registration {
 namespace {
 
 constexpr int kCell = 8;
@@ -21,7 +21,7 @@ struct Sample
 };
 
 // Bilinear value and its central differences one pixel to each side. The place must be two pixels inside.
-Sample sampleAt(GreyView image, double x, double y)
+Sample sampleAt(grey::GreyView image, double x, double y)
 {
     const int ix = int(x);
     const int iy = int(y);
@@ -52,8 +52,8 @@ struct Seen
 class Aligner
 {
   public:
-    Aligner(GreyView first, GreyView second, std::span<const SupportPoint> support, MotionModel model,
-            Scratch scratch)
+    Aligner(grey::GreyView first, grey::GreyView second, std::span<const SupportPoint> support,
+            MotionModel model, Scratch scratch)
         : first_(first),
           second_(second),
           support_(support),
@@ -197,7 +197,7 @@ class Aligner
         return scale * cornerDeviation(left, motion, model_, units_, first_.width, first_.height);
     }
 
-    GreyView first_, second_;
+    grey::GreyView first_, second_;
     std::span<const SupportPoint> support_;
     MotionModel model_;
     FrameUnits units_;
@@ -207,7 +207,7 @@ class Aligner
 
 }  // namespace
 
-void steepestPixels(GreyView image, std::vector<SupportPoint>& points, float least)
+void steepestPixels(grey::GreyView image, std::vector<SupportPoint>& points, float least)
 {
     points.clear();
     const int limit = int(4 * least * least);  // of the squared differences two pixels apart
@@ -229,10 +229,10 @@ void steepestPixels(GreyView image, std::vector<SupportPoint>& points, float lea
         }
 }
 
-Alignment alignMotion(GreyView first, GreyView second, std::span<const SupportPoint> support,
+Alignment alignMotion(grey::GreyView first, grey::GreyView second, std::span<const SupportPoint> support,
                       MotionModel model, const Eigen::Matrix3d& start, int steps, Scratch scratch)
 {
     return Aligner(first, second, support, model, scratch).run(start, steps);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

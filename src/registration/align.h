@@ -6,11 +6,11 @@
 #include <span>
 #include <vector>
 
+#include "core/scratch_arena.h"
 #include "grey/grey_image.h"
 #include "registration/motion.h"
-#include "core/scratch_arena.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 
 struct SupportPoint
 {
@@ -21,7 +21,7 @@ struct SupportPoint
 /// the steepest gradient, if that is at least `least` grey levels a pixel. Cells in row order; a rim of two
 /// cells is left out.
 /// They replace what `points` held.
-void steepestPixels(GreyView image, std::vector<SupportPoint>& points, float least = 4);
+void steepestPixels(grey::GreyView image, std::vector<SupportPoint>& points, float least = 4);
 
 struct Alignment
 {
@@ -35,7 +35,7 @@ struct Alignment
 /// offset and robust weights (S. Baker and I. Matthews, "Lucas-Kanade 20 Years On", IJCV 2004; the forward
 /// compositional form). Finds the way from within about two pixels, so coarse levels come first. Both images
 /// should be smoothed a little.
-Alignment alignMotion(GreyView first, GreyView second, std::span<const SupportPoint> support,
+Alignment alignMotion(grey::GreyView first, grey::GreyView second, std::span<const SupportPoint> support,
                       MotionModel model, const Eigen::Matrix3d& start, int steps = 8, Scratch scratch = {});
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

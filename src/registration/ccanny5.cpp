@@ -1,31 +1,12 @@
-// Steps ccanny5old, ccanny5 and ccanny7: they differ in the model of the motion and in what they report.
+// Step ccanny5: edges at a scale chosen from the width, and the similarity between successive frames.
 #include <cmath>
 #include <cstdio>
 
-#include "registration/motion_canny.h"
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "registration/motion_canny_step.h"
 
-namespace scansteps {
-
-class CpuCanny5 final : public MotionCanny
-{
-  public:
-    CpuCanny5() : MotionCanny(MotionModel::rigid) {}
-    const char* getName() override { return "CpuCanny5"; }
-
-  private:
-    // Number of the frame, shift of the first pixel, matches, turn and expected error of the corners,
-    // inliers.
-    void report(const Registration& motion, varitype&) const override
-    {
-        char text[200];
-        std::snprintf(text, sizeof text, "cnt %03d %3.3f,%3.3f  %03d  %3.3f,%3.3f %03d\n", frameNumber(),
-                      motion.motion(0, 2), motion.motion(1, 2), int(motion.matches.size()),
-                      turnOf(motion.motion), motion.inliers > 0 ? motion.deviation : 0.0, motion.inliers);
-        print::text(text);
-    }
-};
+namespace scansteps::registration {
 
 class CpuCanny6 final : public MotionCanny
 {
@@ -53,25 +34,6 @@ class CpuCanny6 final : public MotionCanny
     }
 };
 
-class CpuCanny7 final : public MotionCanny
-{
-  public:
-    CpuCanny7() : MotionCanny(MotionModel::affine) {}
-    const char* getName() override { return "CpuCanny7"; }
+SCANSTEPS_FACTORY(ccanny5, CpuCanny6)
 
-  private:
-    // Turn in degrees, scale.
-    void report(const Registration& motion, varitype&) const override
-    {
-        char text[100];
-        std::snprintf(text, sizeof text, "unic\ncnt %3.3fd %3.3f\n", turnOf(motion.motion),
-                      scaleOf(motion.motion));
-        print::text(text);
-    }
-};
-
-SCANSTEPS_STEP(CpuCanny5)
-SCANSTEPS_STEP(CpuCanny6)
-SCANSTEPS_STEP(CpuCanny7)
-
-}  // namespace scansteps
+}  // namespace scansteps::registration

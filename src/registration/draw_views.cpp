@@ -2,17 +2,18 @@
 
 #include <array>
 
-namespace scansteps {
+namespace scansteps::registration {
 
-void drawPlace(std::span<std::uint16_t> frame, int width, int height, const ViewPlace& place, Frame16 meaning)
+void drawPlace(std::span<std::uint16_t> frame, int width, int height, const ViewPose& place,
+               grey::SampleCoding coding)
 {
-    const std::uint16_t ink = inkOf(meaning);
+    const std::uint16_t ink = grey::inkOf(coding);
     const auto faint = std::uint16_t(ink - 127);
     for (const bool inliers : {false, true})
         for (const ViewMatch& m : place.matches)
             if (m.inlier == inliers)
-                drawLine(frame, width, height, double(m.x1), double(m.y1), double(m.x2), double(m.y2),
-                         inliers ? ink : faint);
+                grey::drawLine(frame, width, height, double(m.x1), double(m.y1), double(m.x2), double(m.y2),
+                               inliers ? ink : faint);
     if (place.reference == 0) return;
     const double right = width - 1;
     const double bottom = height - 1;
@@ -20,8 +21,8 @@ void drawPlace(std::span<std::uint16_t> frame, int width, int height, const View
     for (std::size_t i = 0; i + 1 < outline.size(); ++i) {
         const Eigen::Vector2d a = moved(place.fromReference, outline[i]);
         const Eigen::Vector2d b = moved(place.fromReference, outline[i + 1]);
-        drawLine(frame, width, height, a.x(), a.y(), b.x(), b.y(), ink);
+        grey::drawLine(frame, width, height, a.x(), a.y(), b.x(), b.y(), ink);
     }
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace scansteps {
+namespace scansteps::registration {
 namespace {
 
 constexpr int kCell = 8;
@@ -22,7 +22,7 @@ struct Cell
 class Cells
 {
   public:
-    Cells(GreyView image, float least)
+    Cells(grey::GreyView image, float least)
         : image_(image),
           least_(int(4 * least * least)),
           across_((image.width + kCell - 1) / kCell),
@@ -54,14 +54,14 @@ class Cells
     }
 
   private:
-    GreyView image_;
+    grey::GreyView image_;
     int least_, across_;
     std::vector<Cell> cells_;
 };
 
 // Visits every pixel or so of a segment, if it is not far longer than the image is wide.
 template <class Visit>
-void walkSegment(Vertex a, Vertex b, int width, int height, Visit visit)
+void walkSegment(edges::Vertex a, edges::Vertex b, int width, int height, Visit visit)
 {
     const float length = std::max(std::abs(b.x - a.x), std::abs(b.y - a.y));
     if (!(length < 4 * float(width + height))) return;
@@ -73,7 +73,7 @@ void walkSegment(Vertex a, Vertex b, int width, int height, Visit visit)
 }
 
 template <class Visit>
-void forEachSegment(const Polylines& lines, Visit visit)
+void forEachSegment(const edges::Polylines& lines, Visit visit)
 {
     for (std::size_t k = 0; k < lines.size(); ++k) {
         const auto [items, closed] = lines[k];
@@ -84,24 +84,24 @@ void forEachSegment(const Polylines& lines, Visit visit)
 
 }  // namespace
 
-std::vector<SupportPoint> pointsOnEdges(const Polylines& lines, GreyView image, float least)
+std::vector<SupportPoint> pointsOnEdges(const edges::Polylines& lines, grey::GreyView image, float least)
 {
     if (image.width <= 2 * kRim || image.height <= 2 * kRim) return {};
     Cells cells(image, least);
-    forEachSegment(lines, [&](Vertex a, Vertex b) {
+    forEachSegment(lines, [&](edges::Vertex a, edges::Vertex b) {
         walkSegment(a, b, image.width, image.height, [&](float x, float y) { cells.add(x, y); });
     });
     return cells.points();
 }
 
-void drawRidges(const Polylines& lines, int width, int height, GreyImage& out, float radius)
+void drawRidges(const edges::Polylines& lines, int width, int height, grey::GreyImage& out, float radius)
 {
     out.reshape(std::max(width, 0), std::max(height, 0));
     std::ranges::fill(out.samples, std::uint8_t{0});
     const auto inside = [&](float x, float y) {
         return x > -radius && y > -radius && x < float(width) + radius && y < float(height) + radius;
     };
-    forEachSegment(lines, [&](Vertex a, Vertex b) {
+    forEachSegment(lines, [&](edges::Vertex a, edges::Vertex b) {
         walkSegment(a, b, width, height, [&](float x, float y) {
             if (!inside(x, y)) return;
             const int left = std::max(int(std::ceil(x - radius)), 0);
@@ -109,7 +109,7 @@ void drawRidges(const Polylines& lines, int width, int height, GreyImage& out, f
             const int bottom = std::min(int(std::floor(y + radius)), height - 1);
             for (int v = std::max(int(std::ceil(y - radius)), 0); v <= bottom; ++v)
                 for (int u = left; u <= right; ++u) {
-                    const float d = distanceToSegment({float(u), float(v)}, a, b);
+                    const float d = edges::distanceToSegment({float(u), float(v)}, a, b);
                     const auto value = std::uint8_t(std::max(255 * (1 - d / radius), 0.0F));
                     std::uint8_t& sample = out.row(v)[u];
                     sample = std::max(sample, value);
@@ -118,15 +118,15 @@ void drawRidges(const Polylines& lines, int width, int height, GreyImage& out, f
     });
 }
 
-const Polylines& EdgeFinder::edgesOf(GreyView image)
+const edges::Polylines& EdgeFinder::edgesOf(grey::GreyView image)
 {
     lines_.clear();
     if (image.width <= 0 || image.height <= 0) return lines_;
     plane_.resize(std::uint32_t(image.width), std::uint32_t(image.height));
     for (int y = 0; y < image.height; ++y) std::copy_n(image.row(y), image.width, plane_.row(std::size_t(y)));
-    subpixelEdges(plane_, kLow, kHigh, 3, planes_, edges_, positions_, &memory_);
-    tracePolylines(edges_, tracer_, lines_, positions_, kPolylineTolerance, &memory_);
+    edges::subpixelEdges(plane_, kLow, kHigh, 3, planes_, edges_, positions_, &memory_);
+    edges::tracePolylines(edges_, tracer_, lines_, positions_, edges::kPolylineTolerance, &memory_);
     return lines_;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-namespace scansteps {
+namespace scansteps::registration {
 
-std::size_t DescriptorIndex::keyOf(const CornerDescriptor& bits, std::size_t table)
+std::size_t DescriptorIndex::keyOf(const corners::CornerDescriptor& bits, std::size_t table)
 {
     const std::size_t at = table * kKeyBits;
     const std::size_t word = at / 64;
@@ -15,14 +15,14 @@ std::size_t DescriptorIndex::keyOf(const CornerDescriptor& bits, std::size_t tab
     return key & (kKeys - 1);
 }
 
-void DescriptorIndex::assign(std::span<const CornerFeature> features)
+void DescriptorIndex::assign(std::span<const corners::CornerFeature> features)
 {
     // A counting sort by table and key. While entries are put in, begin_[k + 1] is where the next one of key
     // k goes, so that it ends up where key k + 1 begins.
     features_ = features;
     begin_.assign(kTables * kKeys + 2, 0);
     entries_.resize(kTables * features.size());
-    for (const CornerFeature& f : features)
+    for (const corners::CornerFeature& f : features)
         for (std::size_t t = 0; t < kTables; ++t) ++begin_[t * kKeys + keyOf(f.bits, t) + 2];
     for (std::size_t i = 1; i < begin_.size(); ++i) begin_[i] += begin_[i - 1];
     for (std::uint32_t i = 0; i < features.size(); ++i)
@@ -30,7 +30,7 @@ void DescriptorIndex::assign(std::span<const CornerFeature> features)
             entries_[begin_[t * kKeys + keyOf(features[i].bits, t) + 1]++] = i;
 }
 
-DescriptorIndex::Found DescriptorIndex::nearest(const CornerDescriptor& bits, Visits& visits) const
+DescriptorIndex::Found DescriptorIndex::nearest(const corners::CornerDescriptor& bits, Visits& visits) const
 {
     Found best;
     if (begin_.empty()) return best;
@@ -41,7 +41,7 @@ DescriptorIndex::Found DescriptorIndex::nearest(const CornerDescriptor& bits, Vi
             const std::uint32_t i = entries_[e];
             if (visits.last[i] == visits.query) continue;
             visits.last[i] = visits.query;
-            const int distance = hammingDistance(bits, features_[i].bits);
+            const int distance = corners::hammingDistance(bits, features_[i].bits);
             if (distance < best.distance || (distance == best.distance && i < best.index))
                 best = {i, distance};
         }
@@ -63,4 +63,4 @@ void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, 
     std::ranges::sort(matches, {}, [](const Match& m) { return std::pair(m.distance, m.first); });
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
-#include "corners/corners.h"
 #include "core/scratch_arena.h"
+#include "corners/corners.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 
 struct Match
 {
@@ -26,10 +26,10 @@ class DescriptorIndex
 {
   public:
     DescriptorIndex() = default;
-    explicit DescriptorIndex(std::span<const CornerFeature> features) { assign(features); }
+    explicit DescriptorIndex(std::span<const corners::CornerFeature> features) { assign(features); }
     /// `features` must outlive the index, which keeps its memory.
-    void assign(std::span<const CornerFeature> features);
-    std::span<const CornerFeature> features() const { return features_; }
+    void assign(std::span<const corners::CornerFeature> features);
+    std::span<const corners::CornerFeature> features() const { return features_; }
 
     /// Which features a query has looked at already. One for each index and thread.
     struct Visits
@@ -45,16 +45,16 @@ class DescriptorIndex
         int distance = 1000;
     };
     /// The nearest feature that shares a piece, the first of equals; distance 1000 when there is none.
-    Found nearest(const CornerDescriptor& bits, Visits& visits) const;
+    Found nearest(const corners::CornerDescriptor& bits, Visits& visits) const;
 
   private:
     static constexpr std::size_t kTables = 21;
     static constexpr std::size_t kKeyBits = 12;
     static constexpr std::size_t kKeys = std::size_t{1} << kKeyBits;
 
-    static std::size_t keyOf(const CornerDescriptor& bits, std::size_t table);
+    static std::size_t keyOf(const corners::CornerDescriptor& bits, std::size_t table);
 
-    std::span<const CornerFeature> features_;
+    std::span<const corners::CornerFeature> features_;
     std::vector<std::uint32_t> begin_;  // of each key of each table in `entries_`, and the end of the last
     std::vector<std::uint32_t> entries_;
 };
@@ -64,4 +64,4 @@ class DescriptorIndex
 void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance,
                    std::vector<Match>& matches, Scratch scratch = {});
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -7,7 +7,7 @@
 #include <complex>
 #include <random>
 
-namespace scansteps {
+namespace scansteps::registration {
 namespace {
 
 using Normal = Eigen::Matrix<double, 8, 8>;
@@ -242,4 +242,4 @@ MotionEstimate estimateMotion(std::span<const PointPair> pairs, MotionModel mode
     return Estimator(pairs, model, width, height, seed, scratch).run();
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -8,7 +8,7 @@
 
 #include "core/scratch_arena.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 
 /// The value is the number of parameters.
 enum class MotionModel
@@ -75,4 +75,4 @@ MotionEstimate estimateMotion(std::span<const PointPair> pairs, MotionModel mode
 double cornerDeviation(const Eigen::Matrix<double, 8, 8>& normal, const Eigen::Matrix3d& motion,
                        MotionModel model, const FrameUnits& units, int width, int height);
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

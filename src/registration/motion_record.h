@@ -9,7 +9,7 @@
 #include "scansteps/error.h"
 #include "scansteps/record.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 
 inline Array matrixArray(const Eigen::Matrix3d& matrix)
 {
@@ -37,4 +37,4 @@ inline std::optional<Eigen::Matrix3d> motionOf(const varitype& record)
     return Eigen::Matrix3d(motion / motion(2, 2));
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -4,15 +4,15 @@
 #include <cmath>
 #include <utility>
 
-#include "registration/edge_support.h"
 #include "grey/grey_filters.h"
+#include "registration/edge_support.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 namespace {
 
 constexpr int kLeastInliers = 10;
 constexpr int kSteps = 8;  // of each alignment, at most
-constexpr double kMostDeviation = 1.5;
+constexpr double kMaxDeviation = 1.5;
 constexpr double kLeastOfPhotographs = 0.6;
 constexpr double kLeastOfEdges = 0.25;  // of drawn edges: others are found in every view
 
@@ -22,8 +22,8 @@ std::pmr::vector<PointPair> pairsOf(const std::vector<Match>& matches, const Pre
     std::pmr::vector<PointPair> pairs(scratch);
     pairs.reserve(matches.size());
     for (const Match& m : matches) {
-        const CornerFeature& a = first.features[m.first];
-        const CornerFeature& b = second.features[m.second];
+        const corners::CornerFeature& a = first.features[m.first];
+        const corners::CornerFeature& b = second.features[m.second];
         pairs.push_back(
             {double(a.x), double(a.y), double(b.x), double(b.y), double(std::max(a.size, b.size))});
     }
@@ -48,7 +48,7 @@ Eigen::Matrix3d doubled(const Eigen::Matrix3d& motion)
 }
 
 // Edges as steps draw them, black and white, that are not the same pixels in every view.
-double leastCorrelationOf(GreyView image)
+double leastCorrelationOf(grey::GreyView image)
 {
     for (int y = 0; y < image.height; ++y) {
         const std::span row(image.row(y), std::size_t(image.width));
@@ -67,55 +67,56 @@ int countAgreeing(const std::vector<Match>& matches, const PreparedView& first, 
 
 }  // namespace
 
-CornerSettings registrationCorners()
+corners::CornerSettings registrationCorners()
 {
-    CornerSettings settings;
+    corners::CornerSettings settings;
     settings.fast = false;
     return settings;
 }
 
-void prepareView(CornerDetector& detector, GreyView image, const CornerSettings& settings, PreparedView& view)
+void prepareView(corners::CornerDetector& detector, grey::GreyView image,
+                 const corners::CornerSettings& settings, PreparedView& view)
 {
     view.features = detector.detect(image, settings);
     view.index.assign(view.features);
     detector.smoothLevel(0, view.full);
     detector.smoothLevel(2, view.half);
     steepestPixels(view.full.view(), view.support);
-    view.leastCorrelation = leastCorrelationOf(image);
+    view.minCorrelation = leastCorrelationOf(image);
 }
 
-void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedView& view)
+void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> features, PreparedView& view)
 {
     view.features = std::move(features);
     view.index.assign(view.features);
-    GreyImage small;
-    if (image.width > 0 && image.height > 0) binomial5(image, view.full);
+    grey::GreyImage small;
+    if (image.width > 0 && image.height > 0) grey::binomial5(image, view.full);
     if (image.width > 1 && image.height > 1) {
-        halve(image, small);
-        binomial5(small.view(), view.half);
+        grey::halve(image, small);
+        grey::binomial5(small.view(), view.half);
     }
     steepestPixels(view.full.view(), view.support);
-    view.leastCorrelation = leastCorrelationOf(image);
+    view.minCorrelation = leastCorrelationOf(image);
 }
 
-void compareEdges(const Polylines& lines, PreparedView& view)
+void compareEdges(const edges::Polylines& lines, PreparedView& view)
 {
-    GreyImage ridges, small;
+    grey::GreyImage ridges, small;
     drawRidges(lines, view.full.width, view.full.height, ridges);
     if (ridges.width > 1 && ridges.height > 1) {
-        binomial5(ridges.view(), view.full);
-        halve(ridges.view(), small);
-        binomial5(small.view(), view.half);
+        grey::binomial5(ridges.view(), view.full);
+        grey::halve(ridges.view(), small);
+        grey::binomial5(small.view(), view.half);
     }
     steepestPixels(view.full.view(), view.support);
-    view.leastCorrelation = kLeastOfEdges;
+    view.minCorrelation = kLeastOfEdges;
 }
 
 bool agrees(const Match& match, const PreparedView& first, const PreparedView& second,
             const Eigen::Matrix3d& motion)
 {
-    const CornerFeature& a = first.features[match.first];
-    const CornerFeature& b = second.features[match.second];
+    const corners::CornerFeature& a = first.features[match.first];
+    const corners::CornerFeature& b = second.features[match.second];
     const Eigen::Vector2d at = moved(motion, {double(a.x), double(a.y)});
     return (at - Eigen::Vector2d(double(b.x), double(b.y))).norm() < 2 * double(std::max(a.size, b.size));
 }
@@ -144,8 +145,8 @@ void registerViews(const PreparedView& first, const PreparedView& second, Motion
                                          halved(rough.motion), kSteps, scratch);
     const Alignment fine = alignMotion(first.full.view(), second.full.view(), first.support, model,
                                        doubled(atHalf.motion), kSteps, scratch);
-    if (fine.correlation < std::min(first.leastCorrelation, second.leastCorrelation) ||
-        fine.deviation > kMostDeviation)
+    if (fine.correlation < std::min(first.minCorrelation, second.minCorrelation) ||
+        fine.deviation > kMaxDeviation)
         return;
     const Eigen::Matrix3d motion = fine.motion / fine.motion(2, 2);
     const int inliers = countAgreeing(result.matches, first, second, motion);
@@ -156,4 +157,4 @@ void registerViews(const PreparedView& first, const PreparedView& second, Motion
     result.deviation = fine.deviation;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -5,13 +5,13 @@
 #include <span>
 #include <vector>
 
-#include "registration/align.h"
 #include "corners/corners.h"
+#include "edges/polyline.h"
+#include "registration/align.h"
 #include "registration/match.h"
 #include "registration/motion.h"
-#include "edges/polyline.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 
 /// What is kept of a view: its features, their hash tables, and its smoothed grey values at two sizes.
 struct PreparedView
@@ -20,11 +20,11 @@ struct PreparedView
     PreparedView(PreparedView&&) = default;
     PreparedView& operator=(PreparedView&&) = default;
 
-    std::vector<CornerFeature> features;
+    std::vector<corners::CornerFeature> features;
     DescriptorIndex index;  ///< over `features`
-    GreyImage full, half;
+    grey::GreyImage full, half;
     std::vector<SupportPoint> support;  ///< edge pixels of `full`
-    double leastCorrelation = 0.6;      ///< of the grey values there, in a registration that is trusted
+    double minCorrelation = 0.6;        ///< of the grey values there, in a registration that is trusted
 };
 
 struct Registration
@@ -37,13 +37,13 @@ struct Registration
 };
 
 /// Settings for `prepareView`; the defaults are good for photographs of 0.1 to 1 megapixel.
-CornerSettings registrationCorners();
+corners::CornerSettings registrationCorners();
 
 /// Detects and keeps. The steepest pixels are the support.
-void prepareView(CornerDetector& detector, GreyView image, const CornerSettings& settings,
-                 PreparedView& view);
+void prepareView(corners::CornerDetector& detector, grey::GreyView image,
+                 const corners::CornerSettings& settings, PreparedView& view);
 /// The same with features that were found before.
-void prepareView(GreyView image, std::vector<CornerFeature> features, PreparedView& view);
+void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> features, PreparedView& view);
 
 /// Registers `second` against `first`, views of the same size; keeps the memory of `result`. Not trusted, and
 /// therefore the identity with 0 inliers, is a motion that fewer than 10 matches support, whose corners are
@@ -60,10 +60,10 @@ inline Registration registerViews(const PreparedView& first, const PreparedView&
 }
 
 /// Puts polylines in the place of the view's grey values: they are what is compared from now on.
-void compareEdges(const Polylines& lines, PreparedView& view);
+void compareEdges(const edges::Polylines& lines, PreparedView& view);
 
 /// True when `motion` sends the feature of the first view close to that of the second.
 bool agrees(const Match& match, const PreparedView& first, const PreparedView& second,
             const Eigen::Matrix3d& motion);
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-namespace scansteps {
+namespace scansteps::registration {
 namespace {
 
 Eigen::Matrix3d normalised(const Eigen::Matrix3d& motion)
@@ -17,8 +17,8 @@ std::vector<ViewMatch> matchesOf(const Registration& motion, const PreparedView&
 {
     std::vector<ViewMatch> result;
     for (const Match& m : motion.matches) {
-        const CornerFeature& a = before.features[m.first];
-        const CornerFeature& b = view.features[m.second];
+        const corners::CornerFeature& a = before.features[m.first];
+        const corners::CornerFeature& b = view.features[m.second];
         const bool inlier = motion.inliers > 0 && agrees(m, before, view, motion.motion);
         result.push_back({a.x, a.y, b.x, b.y, m.distance, inlier});
     }
@@ -28,7 +28,7 @@ std::vector<ViewMatch> matchesOf(const Registration& motion, const PreparedView&
 }  // namespace
 
 void ViewSequence::attach(const Held& to, const Registration& motion, const PreparedView& view,
-                          ViewPlace& place) const
+                          ViewPose& place) const
 {
     place.reference = to.number;
     place.first = to.first;
@@ -37,9 +37,9 @@ void ViewSequence::attach(const Held& to, const Registration& motion, const Prep
     place.matches = matchesOf(motion, to.view, view);
 }
 
-ViewPlace ViewSequence::add(PreparedView view, const std::optional<Eigen::Matrix3d>& initial)
+ViewPose ViewSequence::add(PreparedView view, const std::optional<Eigen::Matrix3d>& initial)
 {
-    ViewPlace place;
+    ViewPose place;
     place.number = place.first = ++count_;
     double deviation = 0;
     int inliers = 0;
@@ -75,4 +75,4 @@ ViewPlace ViewSequence::add(PreparedView view, const std::optional<Eigen::Matrix
     return place;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

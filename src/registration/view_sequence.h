@@ -11,7 +11,7 @@
 
 #include "registration/register_views.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 
 /// A pair of features that look alike, in a view and in an earlier one.
 struct ViewMatch
@@ -23,7 +23,7 @@ struct ViewMatch
 };
 
 /// Where a view lies. Views are numbered from 1.
-struct ViewPlace
+struct ViewPose
 {
     int number = 0;
     Eigen::Matrix3d transform = Eigen::Matrix3d::Identity();  ///< pixel of the view before to this one
@@ -48,8 +48,8 @@ class ViewSequence
     {
     }
 
-    /// `initial`, if there is one, is an estimate of ViewPlace::transform.
-    ViewPlace add(PreparedView view, const std::optional<Eigen::Matrix3d>& initial = std::nullopt);
+    /// `initial`, if there is one, is an estimate of ViewPose::transform.
+    ViewPose add(PreparedView view, const std::optional<Eigen::Matrix3d>& initial = std::nullopt);
 
   private:
     struct Held
@@ -61,14 +61,14 @@ class ViewSequence
         double deviation = 0;  // expected error of toFirst, pixels at the corners
     };
 
-    void attach(const Held& to, const Registration& motion, const PreparedView& view, ViewPlace& place) const;
+    void attach(const Held& to, const Registration& motion, const PreparedView& view, ViewPose& place) const;
 
     MotionModel model_;
     std::size_t most_;
     int count_ = 0;
     std::deque<Held> held_;  // oldest first
     Registration motion_;
-    std::unique_ptr<WorkMemory> memory_ = std::make_unique<WorkMemory>();
+    std::unique_ptr<ScratchArena> memory_ = std::make_unique<ScratchArena>();
 };
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -9,11 +9,11 @@
 #include <numeric>
 #include <thread>
 
-#include "pixels/yuyv.h"
-#include "jpeg/decoder.h"
 #include "capture/test_pattern.h"
 #include "images/image_file.h"
+#include "jpeg/decoder.h"
 #include "jpeg/pack_yuyv16.h"
+#include "pixels/yuyv.h"
 #include "support/chain.h"
 #include "support/images.h"
 #include "support/resources.h"
@@ -22,6 +22,11 @@
 
 namespace scansteps {
 namespace {
+
+using namespace capture;
+using namespace images;
+using namespace jpeg;
+using namespace pixels;
 
 using test::Chain;
 using test::printed;

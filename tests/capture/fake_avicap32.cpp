@@ -1,6 +1,6 @@
 // A capture service without a camera: answers every message that a client of the real one sends, refuses on
 // demand, and delivers frames from a thread of its own. Bytes 0 to 3 of a frame are its running number.
-#include "avicap32_double.h"
+#include "fake_avicap32.h"
 
 #include <windows.h>
 // vfw.h needs windows.h first

@@ -1,7 +1,7 @@
 // Stands in for Video4Linux devices where there are none: preloaded, it answers for /dev/video*. /dev/video0
 // is a node without frames, /dev/video2 "Shim Camera", /dev/video3 "Shim Second Camera". A device is a timer
 // descriptor, so that a real poll() paces the frames. Bytes 0 to 3 of a frame are its running number.
-#include "v4l2_shim.h"
+#include "fake_v4l2.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -10,6 +10,8 @@
 namespace scansteps {
 namespace {
 
+using namespace images;
+
 using test::runProgram;
 
 #ifdef _WIN32

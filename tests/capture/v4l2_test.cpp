@@ -14,8 +14,8 @@
 #include <cstring>
 #include <string>
 
-#include "capture/fake_v4l2.h"
 #include "capture/capture.h"
+#include "capture/fake_v4l2.h"
 #include "scansteps/cameras.h"
 #include "support/chain.h"
 #include "support/images.h"
@@ -26,6 +26,8 @@
 namespace scansteps {
 namespace {
 
+using namespace capture;
+
 using test::Chain;
 using test::printed;
 using test::thrownText;
@@ -35,7 +37,7 @@ using test::thrownText;
 [[gnu::constructor]] void startWithStandIn(int, char** arguments)
 {
     if (dlsym(RTLD_DEFAULT, "v4l2Shim") != nullptr || getenv("LD_PRELOAD") != nullptr) return;
-    std::string first = SCANSTEPS_BIN_DIR "/libv4l2_shim.so";
+    std::string first = SCANSTEPS_BIN_DIR "/libfake_v4l2.so";
 #ifdef __SANITIZE_THREAD__
     // Its runtime has to be ready before the first call that the stand-in takes.
     Dl_info runtime{};

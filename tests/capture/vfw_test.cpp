@@ -10,8 +10,8 @@
 #include <cstring>
 #include <thread>
 
-#include "capture/fake_avicap32.h"
 #include "capture/capture.h"
+#include "capture/fake_avicap32.h"
 #include "scansteps/cameras.h"
 #include "support/chain.h"
 #include "support/images.h"
@@ -19,6 +19,8 @@
 
 namespace scansteps {
 namespace {
+
+using namespace capture;
 
 using test::Chain;
 using test::printed;

@@ -14,12 +14,12 @@ using test::thrownText;
 
 TEST(Chain, everyKindCreatesItsClassWithTheTypesOfTheTable)
 {
-    EXPECT_EQ(kinds().size(), 42U);
-    for (const KindInfo& kind : kinds()) {
+    EXPECT_EQ(stepTable().size(), 42U);
+    for (const StepInfo& kind : stepTable()) {
         SCOPED_TRACE(kind.kind);
         std::unique_ptr<cChain> step;
         printed([&] {
-            step = test::createStep(kind.kind);
+            step = plugin::createStep(kind.kind);
             EXPECT_STREQ(step->getName(), std::string_view(kind.kind) == "test" ? "cChain" : kind.className);
             EXPECT_EQ(step->typeIn, kind.typeIn);
             EXPECT_EQ(step->typeOut, kind.typeOut);
@@ -27,9 +27,9 @@ TEST(Chain, everyKindCreatesItsClassWithTheTypesOfTheTable)
             step.reset();
         });
     }
-    EXPECT_STREQ(findKind("ccanny5")->className, "CpuCanny6");
-    EXPECT_STREQ(findKind("ccanny5old")->className, "CpuCanny5");
-    EXPECT_STREQ(findKind("cu2f")->typeIn, "CPU::f_1x32");
+    EXPECT_STREQ(findStep("ccanny5")->className, "CpuCanny6");
+    EXPECT_STREQ(findStep("ccanny5old")->className, "CpuCanny5");
+    EXPECT_STREQ(findStep("cu2f")->typeIn, "CPU::f_1x32");
 }
 
 TEST(Chain, timingLineAtFlush)

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <functional>
 
-#include "../../fuzz/any_chain_input.h"
-#include "../../fuzz/record_reader_input.h"
+#include "../../fuzz/core/record_reader_input.h"
+#include "../../fuzz/plugin/any_chain_input.h"
 #include "support/temp_dir.h"
 
 namespace scansteps {
@@ -14,7 +14,7 @@ namespace {
 int replay(const char* folder, const std::function<void(const std::uint8_t*, std::size_t)>& feed)
 {
     int count = 0;
-    const auto corpus = std::filesystem::path(SCANSTEPS_SOURCE_DIR) / "fuzz/corpus" / folder;
+    const auto corpus = std::filesystem::path(SCANSTEPS_SOURCE_DIR) / "fuzz" / folder;
     for (const auto& entry : std::filesystem::directory_iterator(corpus)) {
         SCOPED_TRACE(entry.path());
         const std::string bytes = test::readFile(entry.path());
@@ -26,7 +26,7 @@ int replay(const char* folder, const std::function<void(const std::uint8_t*, std
 
 TEST(FuzzCorpus, RecordReader)
 {
-    EXPECT_GE(replay("record_reader", &fuzzing::readRecords), 20);
+    EXPECT_GE(replay("core/record_reader_corpus", &fuzzing::readRecords), 20);
 }
 
 TEST(FuzzCorpus, AnyChain)
@@ -34,7 +34,7 @@ TEST(FuzzCorpus, AnyChain)
     const fuzzing::Scratch scratch;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const int count = replay("any_chain", [&](const std::uint8_t* data, std::size_t size) {
+    const int count = replay("plugin/any_chain_corpus", [&](const std::uint8_t* data, std::size_t size) {
         fuzzing::AnyChain(data, size, scratch).run();
     });
     testing::internal::GetCapturedStdout();

@@ -60,7 +60,7 @@ class TableTest : public testing::Test
     }
 
     // Settings as few as the kind can do with.
-    Struct least(const KindInfo& kind)
+    Struct least(const StepInfo& kind)
     {
         Struct settings;
         for (const SettingInfo& setting : kind.settings)
@@ -71,7 +71,7 @@ class TableTest : public testing::Test
     }
 
     // What the step raises: as a rule at initialise, but mfilt reads its number with every frame.
-    std::string raised(const KindInfo& kind, const Struct& settings, int* eventType = nullptr)
+    std::string raised(const StepInfo& kind, const Struct& settings, int* eventType = nullptr)
     {
         std::string text;
         test::printed([&] {
@@ -86,7 +86,7 @@ class TableTest : public testing::Test
         return text;
     }
 
-    std::string raisedWith(const KindInfo& kind, const SettingInfo& setting,
+    std::string raisedWith(const StepInfo& kind, const SettingInfo& setting,
                            const std::optional<varitype>& value)
     {
         Struct settings = least(kind);
@@ -94,7 +94,7 @@ class TableTest : public testing::Test
         return raised(kind, settings);
     }
 
-    void checkKindOfValue(const KindInfo& kind, const SettingInfo& setting, bool runs)
+    void checkKindOfValue(const StepInfo& kind, const SettingInfo& setting, bool runs)
     {
         const std::string path = setting.path;
         const varitype other = setting.kind == Kind::String ? varitype(7) : varitype("text");
@@ -107,7 +107,7 @@ class TableTest : public testing::Test
         EXPECT_EQ(raised(kind, noFamily), "MustBe nsa ");
     }
 
-    void checkMissing(const KindInfo& kind, const SettingInfo& setting, bool runs)
+    void checkMissing(const StepInfo& kind, const SettingInfo& setting, bool runs)
     {
         const std::string path = setting.path;
         if (setting.required) {
@@ -124,7 +124,7 @@ class TableTest : public testing::Test
         }
     }
 
-    void checkRange(const KindInfo& kind, const SettingInfo& setting, bool runs)
+    void checkRange(const StepInfo& kind, const SettingInfo& setting, bool runs)
     {
         const auto isInt = [](double v) { return v >= INT32_MIN && v <= INT32_MAX; };
         for (const auto& [limit, away] : {std::pair{setting.min, -1.0}, std::pair{setting.max, 1.0}}) {
@@ -147,7 +147,7 @@ class TableTest : public testing::Test
 
 TEST_F(TableTest, StepsReadEverySettingAsTheTableSays)
 {
-    for (const KindInfo& kind : kinds()) {
+    for (const StepInfo& kind : stepTable()) {
         const bool runs = std::string_view(kind.kind) != "ccap";  // which needs a camera
         for (const SettingInfo& setting : kind.settings) {
             SCOPED_TRACE(std::string(kind.kind) + " " + setting.path);

@@ -12,6 +12,8 @@
 namespace scansteps {
 namespace {
 
+using namespace corners;
+
 using test::Chain;
 using test::geometryOf;
 using test::printed;

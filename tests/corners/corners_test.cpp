@@ -13,6 +13,9 @@
 namespace scansteps {
 namespace {
 
+using namespace corners;
+using namespace grey;
+
 GreyImage randomImage(int width, int height, unsigned seed)
 {
     std::mt19937 random(seed);
@@ -29,9 +32,9 @@ TEST(GreyFilters, vectorEqualsScalar)
     for (const auto& [width, height] : kSizes) {
         const GreyImage image = randomImage(width, height, 3);
         GreyImage expected[3], out[3];
-        scalar::binomial5(image.view(), expected[0]);
-        scalar::halve(image.view(), expected[1]);
-        scalar::twoThirds(image.view(), expected[2]);
+        grey::scalar::binomial5(image.view(), expected[0]);
+        grey::scalar::halve(image.view(), expected[1]);
+        grey::scalar::twoThirds(image.view(), expected[2]);
         test::forEachTarget([&, width = width] {
             binomial5(image.view(), out[0]);
             halve(image.view(), out[1]);
@@ -72,9 +75,9 @@ TEST(CornerResponse, vectorEqualsScalar)
                 const ResponseSettings settings{kind, window == 5 ? 3 : 1, window};
                 std::vector<float> expected(image.samples.size());
                 std::vector<float> out(image.samples.size());
-                scalar::cornerResponse(image.view(), settings, expected);
+                corners::scalar::cornerResponse(image.view(), settings, expected);
                 std::vector<Peak> expectedPeaks, peaks;
-                scalar::findPeaks(expected, width, height, 2, 10, expectedPeaks);
+                corners::scalar::findPeaks(expected, width, height, 2, 10, expectedPeaks);
                 test::forEachTarget([&, width = width, height = height] {
                     cornerResponse(image.view(), settings, out);
                     EXPECT_EQ(out, expected) << width << " " << window;
@@ -168,7 +171,7 @@ TEST(Corners, bucketsAndOrder)
     settings.bucketing = false;
     EXPECT_GT(detector.detect(view, settings).size(), found.size());
     settings.threshold = 0;  // as much as there is; still bounded
-    EXPECT_LE(detector.detect(view, settings).size(), kMostFeatures);
+    EXPECT_LE(detector.detect(view, settings).size(), kMaxFeatures);
     settings.bucketing = true;
     settings.threshold = 40;
     const auto again = detector.detect(view, settings);

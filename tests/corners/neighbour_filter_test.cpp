@@ -13,7 +13,9 @@
 namespace scansteps {
 namespace {
 
-TEST(LikeNeighbours, equalsASearchOverAllPairs)
+using namespace corners;
+
+TEST(NeighbourFilter, equalsASearchOverAllPairs)
 {
     std::mt19937_64 random(4);
     std::vector<CornerFeature> features(700);
@@ -22,8 +24,8 @@ TEST(LikeNeighbours, equalsASearchOverAllPairs)
         f.y = float(random() % 4800) / 10 - 20;
         for (auto& word : f.bits) word = random() & random() & random();
     }
-    for (const LikeNeighbours& s : {LikeNeighbours{}, LikeNeighbours{7.5F, 120, 1},
-                                    LikeNeighbours{1000, 90, 5}, LikeNeighbours{20, 100, 0}}) {
+    for (const NeighbourFilter& s : {NeighbourFilter{}, NeighbourFilter{7.5F, 120, 1},
+                                     NeighbourFilter{1000, 90, 5}, NeighbourFilter{20, 100, 0}}) {
         std::vector<std::uint32_t> expected;
         for (std::uint32_t i = 0; i < features.size(); ++i) {
             int like = 0;

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <set>
 
-#include "edges/mcanny.h"
+#include "edges/canny.h"
 #include "support/chain.h"
 
 namespace scansteps {
 namespace {
+
+using namespace edges;
 
 using test::Chain;
 using test::printed;

@@ -10,8 +10,8 @@
 #include <set>
 #include <string>
 
+#include "edges/canny.h"
 #include "edges/edge_regions.h"
-#include "edges/mcanny.h"
 #include "edges/subpixel_edges.h"
 #include "support/chain.h"
 #include "support/frames16.h"
@@ -20,6 +20,8 @@
 
 namespace scansteps {
 namespace {
+
+using namespace edges;
 
 EdgeBits edgesOf(const std::vector<std::string>& rows)
 {
@@ -47,10 +49,10 @@ TEST(Polylines, chainsEndAtEndsAndJunctions)
         {{"#....", ".....", "...#."}, {}, 0},                              // single pixels
         {{"##"}, {2}, 0},
     };
-    ChainTracer tracer;  // sees images of many sizes, as it does nowhere else
+    PathTracer tracer;  // sees images of many sizes, as it does nowhere else
     for (const auto& c : cases) {
         std::vector<std::size_t> open, closed;
-        const PixelChains& chains = tracer.trace(edgesOf(c.rows));
+        const PixelPaths& chains = tracer.trace(edgesOf(c.rows));
         for (std::size_t i = 0; i < chains.size(); ++i)
             (chains[i].closed ? closed : open).push_back(chains[i].items.size());
         std::ranges::sort(open);
@@ -65,7 +67,7 @@ TEST(Polylines, chainsEndAtEndsAndJunctions)
 TEST(Polylines, everyLinkOnce)
 {
     std::mt19937 random(9);
-    ChainTracer tracer;
+    PathTracer tracer;
     for (int round = 0; round < 300; ++round) {
         const int width = round % 3 == 0 ? 60 + int(random() % 10) : 1 + int(random() % 20);
         const int height = 1 + int(random() % 20);
@@ -84,7 +86,7 @@ TEST(Polylines, everyLinkOnce)
                         (dx * dy == 0 || (!at(x + dx, y) && !at(x, y + dy))))
                         links.insert({y * width + x, (y + dy) * width + x + dx});
         std::map<std::pair<int, int>, int> found;
-        const PixelChains& chains = tracer.trace(edgesOf(rows));
+        const PixelPaths& chains = tracer.trace(edgesOf(rows));
         for (std::size_t k = 0; k < chains.size(); ++k) {
             const auto [items, closed] = chains[k];
             for (std::size_t i = closed ? 0 : 1; i < items.size(); ++i)
@@ -140,7 +142,7 @@ TEST(EdgeRegions, gapsAreFilledAndInsidesFound)
     std::vector<EnclosedRegion> regions;
     enclosedRegions(edges, regions);
     EXPECT_EQ(regions.size(), 1U);
-    ChainTracer tracer;
+    PathTracer tracer;
     EXPECT_GE(fillGaps(edges, 4, tracer), 2);
     enclosedRegions(edges, regions);
     ASSERT_EQ(regions.size(), 2U);
@@ -252,8 +254,8 @@ TEST(SubpixelEdges, everyTargetAsThePlainForm)
                         for (float& v : image.samples(y))
                             v = hostile && random() % 9 == 0 ? odd[random() % 7] : float(random() % 3 * 40);
                     Subpixel expected, got;
-                    scalar::subpixelEdges(image, low, 3 * low, aperture, expected.planes, expected.edges,
-                                          expected.positions);
+                    edges::scalar::subpixelEdges(image, low, 3 * low, aperture, expected.planes,
+                                                 expected.edges, expected.positions);
                     test::forEachTarget([&] {
                         subpixelEdges(image, low, 3 * low, aperture, got.planes, got.edges, got.positions);
                         const auto a = got.found(), b = expected.found();

@@ -6,10 +6,10 @@
 #include <limits>
 #include <random>
 
-#include "grey/grey_from_frame.h"
 #include "edges/gradient_frame.h"
 #include "edges/gradient_length.h"
 #include "grey/grey_filters.h"
+#include "grey/grey_from_frame.h"
 #include "grey/local_deviation.h"
 #include "regions/mser.h"
 #include "support/chain.h"
@@ -19,6 +19,10 @@
 
 namespace scansteps {
 namespace {
+
+using namespace edges;
+using namespace grey;
+using namespace regions;
 
 using test::Chain;
 using test::geometryOf;
@@ -32,7 +36,7 @@ TEST(LocalDeviation, equalsItsDefinition)
             std::vector<std::uint16_t> frame(std::size_t(width * height));
             for (auto& v : frame) v = std::uint16_t(random() % 7 ? 32768 + random() % 200 : random());
             std::vector<std::uint16_t> out = frame;
-            localDeviation(out, width, height, Frame16::Offset, size, 1.5F);
+            localDeviation(out, width, height, SampleCoding::Offset16, size, 1.5F);
             const int half = (size | 1) / 2;
             for (int y = 0; y < height; ++y)
                 for (int x = 0; x < width; ++x) {
@@ -51,7 +55,7 @@ TEST(LocalDeviation, equalsItsDefinition)
                 }
         }
     std::vector<std::uint16_t> few(3);
-    EXPECT_THROW(localDeviation(few, 2, 2, Frame16::Offset, 3, 1), const char*);
+    EXPECT_THROW(localDeviation(few, 2, 2, SampleCoding::Offset16, 3, 1), const char*);
 }
 
 TEST(BoxMean, vectorEqualsScalar)
@@ -61,7 +65,7 @@ TEST(BoxMean, vectorEqualsScalar)
         GreyImage image, expected;
         image.reshape(width, 11);
         for (auto& v : image.samples) v = std::uint8_t(random() % 3 ? random() : 255);
-        scalar::boxMean(image.view(), 3, expected);
+        grey::scalar::boxMean(image.view(), 3, expected);
         test::forEachTarget([&] {
             GreyImage out;
             boxMean(image.view(), 3, out);
@@ -74,15 +78,15 @@ TEST(LocalDeviation, vectorEqualsScalar)
 {
     std::mt19937 random(6);
     for (const auto& [width, height] : {std::pair{1, 1}, {5, 2}, {77, 9}, {640, 12}})
-        for (const Frame16 meaning : {Frame16::Offset, Frame16::Video})
+        for (const SampleCoding coding : {SampleCoding::Offset16, SampleCoding::Yuyv16})
             for (const float gain : {1.0F, 300.0F, -2.0F, std::numeric_limits<float>::quiet_NaN()}) {
                 std::vector<std::uint16_t> frame(std::size_t(width * height));
                 for (auto& v : frame) v = std::uint16_t(random());
                 std::vector<std::uint16_t> expected = frame;
-                scalar::localDeviation(expected, width, height, meaning, 5, gain);
+                grey::scalar::localDeviation(expected, width, height, coding, 5, gain);
                 test::forEachTarget([&, width = width, height = height] {
                     std::vector<std::uint16_t> out = frame;
-                    localDeviation(out, width, height, meaning, 5, gain);
+                    localDeviation(out, width, height, coding, 5, gain);
                     EXPECT_EQ(out, expected) << width << " " << gain;
                 });
             }
@@ -101,7 +105,7 @@ TEST(GradientLength, vectorEqualsScalar)
     for (const float most : {500.0F, kInfinity})
         for (const std::size_t count : {std::size_t{0}, std::size_t{7}, dx.size()}) {
             std::vector<float> expected(count), out(count);
-            scalar::gradientLengths({dx.data(), count}, {dy.data(), count}, 0.7F, most, expected);
+            edges::scalar::gradientLengths({dx.data(), count}, {dy.data(), count}, 0.7F, most, expected);
             test::forEachTarget([&] {
                 gradientLengths({dx.data(), count}, {dy.data(), count}, 0.7F, most, out);
                 EXPECT_EQ(out, expected) << most;
@@ -116,15 +120,15 @@ TEST(GradientFrame, aRampHasTheSameSlopeForEveryAperture)
         for (std::size_t i = 0; i < frame.size(); ++i)
             frame[i] = std::uint16_t(32768 + 3 * (i % 40) + 4 * (i / 40));
         FloatPlane dx, dy;
-        gradientFrame16(frame, 40, 30, Frame16::Offset, 1, aperture, dx, dy);
+        gradientFrame16(frame, 40, 30, SampleCoding::Offset16, 1, aperture, dx, dy);
         EXPECT_NEAR(frame[15 * 40 + 20], 32768 + 8 * 5, 1) << aperture;
     }
     std::vector<std::uint16_t> extreme(100, 0);
     std::fill_n(extreme.begin(), 50, std::uint16_t{65535});
     FloatPlane dx, dy;
-    gradientFrame16(extreme, 10, 10, Frame16::Offset, 0, 3, dx, dy);
+    gradientFrame16(extreme, 10, 10, SampleCoding::Offset16, 0, 3, dx, dy);
     EXPECT_EQ(extreme[55], 65535);
-    EXPECT_THROW(gradientFrame16(extreme, 10, 10, Frame16::Offset, 0, 4, dx, dy), const char*);
+    EXPECT_THROW(gradientFrame16(extreme, 10, 10, SampleCoding::Offset16, 0, 4, dx, dy), const char*);
 }
 
 // Large frames are done in bands, whose seams must not show.
@@ -137,16 +141,17 @@ TEST(GradientFrame, bandsGiveWhatTheWholeFrameGives)
     FloatPlane dx, dy;
     for (const auto& [lowPasses, aperture] : {std::pair{0, 3}, {0, 7}, {3, 5}, {60, 3}}) {
         FloatPlane image, alongX, alongY;
-        frame16ToPlane(frame, image, kWidth, kHeight, Frame16::Offset);
+        frame16ToPlane(frame, image, kWidth, kHeight, SampleCoding::Offset16);
         for (int k = 0; k < lowPasses; ++k) lowPass(image, 3);
         Sobel(image, alongX, 1, 0, aperture);
         Sobel(image, alongY, 0, 1, aperture);
         const float factor = aperture == 3 ? 1 : aperture == 5 ? 8.0F / 128 : 8.0F / 2048;
         for (std::size_t y = 0; y < kHeight; ++y)
-            scalar::gradientLengths(alongX.samples(y), alongY.samples(y), factor, 32767, alongY.samples(y));
+            edges::scalar::gradientLengths(alongX.samples(y), alongY.samples(y), factor, 32767,
+                                           alongY.samples(y));
         std::vector<std::uint16_t> expected(frame.size()), out = frame;
-        scalar::edgesToFrame16(alongY, expected);
-        gradientFrame16(out, kWidth, kHeight, Frame16::Offset, lowPasses, aperture, dx, dy);
+        edges::scalar::edgesToFrame16(alongY, expected);
+        gradientFrame16(out, kWidth, kHeight, SampleCoding::Offset16, lowPasses, aperture, dx, dy);
         EXPECT_TRUE(out == expected) << lowPasses << " low passes, aperture " << aperture;
     }
 }
@@ -155,13 +160,14 @@ TEST(FrameBytes, samplesAreLimitedOrStretched)
 {
     const std::vector<std::uint16_t> frame{0, 32768, 32768 + 100, 32768 + 255, 32768 + 300, 65535};
     GreyImage out;
-    frame16ToBytes(frame, 6, 1, Frame16::Offset, out);
+    greyFromFrame(frame, 6, 1, SampleCoding::Offset16, out);
     EXPECT_EQ(out.samples, (std::vector<std::uint8_t>{0, 0, 100, 255, 255, 255}));
-    frame16ToBytes(frame, 3, 2, Frame16::Video, out);
+    greyFromFrame(frame, 3, 2, SampleCoding::Yuyv16, out);
     EXPECT_EQ(out.samples, (std::vector<std::uint8_t>{0, 0, 100, 255, 44, 255}));
-    frame16Stretched(std::vector<std::uint16_t>{32868, 32868, 33068, 32968}, 2, 2, Frame16::Offset, out);
+    stretchedGreyFromFrame(std::vector<std::uint16_t>{32868, 32868, 33068, 32968}, 2, 2,
+                           SampleCoding::Offset16, out);
     EXPECT_EQ(out.samples, (std::vector<std::uint8_t>{0, 0, 255, 128}));
-    EXPECT_THROW(frame16ToBytes(frame, 7, 1, Frame16::Offset, out), const char*);
+    EXPECT_THROW(greyFromFrame(frame, 7, 1, SampleCoding::Offset16, out), const char*);
 }
 
 TEST(FilterSteps, onAPhotograph)
@@ -181,9 +187,9 @@ TEST(FilterSteps, onAPhotograph)
                                             frame.elements<std::uint16_t>().end());
         FloatPlane dx, dy;
         if (std::string(kind) == "cedge")
-            gradientFrame16(expected, 640, 480, Frame16::Video, 0, 3, dx, dy);
+            gradientFrame16(expected, 640, 480, SampleCoding::Yuyv16, 0, 3, dx, dy);
         else
-            localDeviation(expected, 640, 480, Frame16::Video, 7, 1);
+            localDeviation(expected, 640, 480, SampleCoding::Yuyv16, 7, 1);
         EXPECT_TRUE(std::ranges::equal(chain.arrived.at(0).frame->elements<std::uint16_t>(), expected));
     }
 }

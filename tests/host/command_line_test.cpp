@@ -153,7 +153,7 @@ TEST(CommandLine, filesAreCheckedBeforeARun)
 TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
 {
     const Json list = Json::parse(runProgram("steps --json").out);
-    ASSERT_EQ(list.size(), kinds().size());
+    ASSERT_EQ(list.size(), stepTable().size());
     const Json canny = Json::parse(runProgram("steps ccanny --json").out);
     EXPECT_EQ(canny["class"], "CpuCanny");
     EXPECT_EQ(canny["typeIn"], "CPU::ANY");

@@ -22,7 +22,7 @@ TEST(Exports, symbolTableOfTheLibraryIsTheTableOfKinds)
     std::set<std::string> exported, expected = {"set_handles"};
     std::istringstream symbols(test::readFile(list));
     for (std::string address, type, name; symbols >> address >> type >> name;) exported.insert(name);
-    for (const KindInfo& kind : kinds())
+    for (const StepInfo& kind : stepTable())
         for (const char* prefix : {"create_", "getTypeIn", "getTypeOut"})
             expected.insert(prefix + std::string(kind.kind));
     EXPECT_EQ(expected.size(), 127U);

@@ -17,6 +17,8 @@
 namespace scansteps {
 namespace {
 
+using namespace images;
+
 using test::pathOf;
 using test::runProgram;
 using test::TempDir;

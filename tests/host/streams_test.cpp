@@ -33,6 +33,8 @@
 namespace scansteps {
 namespace {
 
+using namespace images;
+
 using test::readFile;
 using test::runCommand;
 using test::runProgram;

@@ -17,6 +17,9 @@
 namespace scansteps {
 namespace {
 
+using namespace images;
+using namespace jpeg;
+
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
@@ -39,7 +42,7 @@ std::vector<std::uint16_t> expectedSamples(const std::string& path)
     const std::string file = test::readFile(path);
     const test::JpegPlanes planes = test::decodeJpegRaw({file.begin(), file.end()});
     std::vector<std::uint16_t> samples(planes[0].size());
-    scalar::packYuyv16(planes[0], planes[1], planes[2], samples, 640, 480);
+    jpeg::scalar::packYuyv16(planes[0], planes[1], planes[2], samples, 640, 480);
     return samples;
 }
 

@@ -7,15 +7,18 @@
 #include <string>
 #include <vector>
 
+#include "images/image_file.h"
 #include "pixels/grey_window.h"
 #include "pixels/yuyv.h"
-#include "images/image_file.h"
 #include "support/chain.h"
 #include "support/images.h"
 #include "support/temp_dir.h"
 
 namespace scansteps {
 namespace {
+
+using namespace images;
+using namespace pixels;
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
@@ -142,7 +145,7 @@ TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
         EXPECT_THAT(chain.arrived.back().frame->elements<std::uint16_t>(), ElementsAreArray(samples)) << name;
     }
     std::vector<std::uint8_t> grey(3 * 6 * 41);
-    scalar::greyWindow(std::span(samples).first(6 * 41), grey, 256, 128);
+    pixels::scalar::greyWindow(std::span(samples).first(6 * 41), grey, 256, 128);
     EXPECT_EQ(written("tall.ppm"), grey);
 
     // The last pixel of an odd width has a colour of the row below, wherever the pieces end.
@@ -151,7 +154,7 @@ TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
     init("odd.ppm", 5, 41, {{"dataFormat", "CPU::u_1x16"}, {"VideoFormat", "YUYV16"}});
     processSamples(5, 41, samples);
     std::vector<std::uint8_t> colour(3 * samples.size());
-    scalar::yuyvToRgb(samples, colour, 5, 41);
+    pixels::scalar::yuyvToRgb(samples, colour, 5, 41);
     EXPECT_EQ(written("odd.ppm"), colour);
 }
 

@@ -22,6 +22,8 @@
 namespace scansteps {
 namespace {
 
+using namespace images;
+
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 
@@ -216,7 +218,7 @@ TEST(LoadImage, fuzzCorpus)
 {
     int count = 0;
     for (const auto& entry :
-         std::filesystem::directory_iterator(SCANSTEPS_SOURCE_DIR "/fuzz/corpus/image_file")) {
+         std::filesystem::directory_iterator(SCANSTEPS_SOURCE_DIR "/fuzz/images/image_file_corpus")) {
         SCOPED_TRACE(entry.path());
         const Loaded loaded = load(entry.path().string());
         if (loaded.image) {

@@ -18,6 +18,8 @@
 namespace scansteps {
 namespace {
 
+using namespace jpeg;
+
 using test::encodeJpeg;
 using test::JpegPlanes;
 using Bytes = std::vector<std::uint8_t>;
@@ -354,7 +356,7 @@ TEST(BaselineJpeg, fuzzCorpus)
 {
     int files = 0;
     for (const auto& entry :
-         std::filesystem::directory_iterator(SCANSTEPS_SOURCE_DIR "/fuzz/corpus/baseline_jpeg")) {
+         std::filesystem::directory_iterator(SCANSTEPS_SOURCE_DIR "/fuzz/jpeg/decoder_corpus")) {
         std::ifstream stream(entry.path(), std::ios::binary);
         const Bytes file(std::istreambuf_iterator<char>(stream), {});
         test::forEachTarget([&] {
@@ -391,7 +393,7 @@ TEST(InverseDct, vectorEqualsScalarOnEveryKindOfBlock)
     Bytes expected(coefficients.size());
     for (const bool unit : {false, true}) {
         if (unit) quant.fill(1);
-        scalar::inverseDct(coefficients, quant, expected);
+        jpeg::scalar::inverseDct(coefficients, quant, expected);
         test::forEachTarget([&] {
             Bytes samples(coefficients.size());
             inverseDct(coefficients, quant, samples);

@@ -10,6 +10,8 @@
 namespace scansteps {
 namespace {
 
+using namespace jpeg;
+
 TEST(PackYuyv16, documentedPlaces)
 {
     const std::vector<std::uint8_t> luma = {1, 2, 3, 4, 5, 6, 7, 8, 9};  // 3 by 3
@@ -18,7 +20,7 @@ TEST(PackYuyv16, documentedPlaces)
     const std::vector<std::uint16_t> expected = {0x1001, 0x5002, 0x2003, 0x1004, 0x5005,
                                                  0x2006, 0x3007, 0x7008, 0x4009};
     std::vector<std::uint16_t> out(9);
-    scalar::packYuyv16(luma, even, odd, out, 3, 3);
+    jpeg::scalar::packYuyv16(luma, even, odd, out, 3, 3);
     EXPECT_EQ(out, expected);
     EXPECT_THROW(packYuyv16(luma, {even.data(), 3}, odd, out, 3, 3), const char*);
     EXPECT_THROW(packYuyv16(luma, even, odd, {out.data(), 8}, 3, 3), const char*);
@@ -34,7 +36,7 @@ TEST(PackYuyv16, vectorEqualsScalar)
             for (auto* plane : {&luma, &even, &odd})
                 for (auto& byte : *plane) byte = std::uint8_t(random());
             std::vector<std::uint16_t> expected(luma.size());
-            scalar::packYuyv16(luma, even, odd, expected, width, height);
+            jpeg::scalar::packYuyv16(luma, even, odd, expected, width, height);
             test::forEachTarget([&] {
                 std::vector<std::uint16_t> out(luma.size());
                 packYuyv16(luma, even, odd, out, width, height);

@@ -10,13 +10,16 @@
 #include <map>
 #include <string>
 
-#include "mesh/models.h"
 #include "images/image_file.h"
+#include "mesh/models.h"
 #include "support/chain.h"
 #include "support/temp_dir.h"
 
 namespace scansteps {
 namespace {
+
+using namespace images;
+using namespace mesh;
 
 using test::printed;
 using test::thrownText;

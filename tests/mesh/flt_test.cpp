@@ -11,6 +11,8 @@
 namespace scansteps {
 namespace {
 
+using namespace mesh;
+
 /// Walks the records of a file; fields are read at their offsets, big-endian.
 class Records
 {

@@ -8,6 +8,8 @@
 
 namespace scansteps::test {
 
+using namespace mesh;
+
 /// A mesh with its storage.
 struct Model
 {

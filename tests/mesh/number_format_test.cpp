@@ -17,6 +17,8 @@
 namespace scansteps {
 namespace {
 
+using namespace mesh;
+
 template <typename Put, typename Value>
 std::string textOf(Put put, Value value)
 {

@@ -8,15 +8,18 @@
 #include <sstream>
 #include <string>
 
+#include "images/image_file.h"
 #include "mesh/flt_writer.h"
 #include "mesh/models.h"
 #include "mesh/obj_writer.h"
 #include "mesh/texture_page.h"
-#include "images/image_file.h"
 #include "support/temp_dir.h"
 
 namespace scansteps {
 namespace {
+
+using namespace images;
+using namespace mesh;
 
 using test::Model;
 using test::Plain;

@@ -21,6 +21,8 @@
 namespace scansteps {
 namespace {
 
+using namespace mesh;
+
 using test::Model;
 using testing::HasSubstr;
 
@@ -110,9 +112,9 @@ TEST(StlWriter, vectorEqualsScalarOnEveryTarget)
     const Model model = test::bumpyGrid(37, 23);
     const Mesh mesh = model.mesh();
     std::vector<Normal> expected(mesh.vertexCount());
-    scalar::vertexNormals(mesh, expected);
+    mesh::scalar::vertexNormals(mesh, expected);
     std::string bytes(mesh.triangleCount() * kStlEntrySize, '\0');
-    ASSERT_TRUE(scalar::stlEntries(mesh, expected, 0, mesh.triangleCount(), bytes.data()));
+    ASSERT_TRUE(mesh::scalar::stlEntries(mesh, expected, 0, mesh.triangleCount(), bytes.data()));
     test::forEachTarget([&] {
         std::vector<Normal> normals(mesh.vertexCount());
         vertexNormals(mesh, normals);
@@ -134,7 +136,7 @@ TEST(StlWriter, tinyAndHugeMeshes)
     for (const float scale : {1e-17F, 1e-10F, 1.0F, 1e10F, 1e18F}) {
         Model model = test::bumpyGrid(5, 4);
         std::vector<Normal> expected(model.mesh().vertexCount()), normals(expected.size());
-        scalar::vertexNormals(model.mesh(), expected);
+        mesh::scalar::vertexNormals(model.mesh(), expected);
         for (float& v : model.vertices) v *= scale;
         vertexNormals(model.mesh(), normals);
         for (std::size_t i = 0; i < normals.size(); ++i)

@@ -15,6 +15,8 @@
 namespace scansteps {
 namespace {
 
+using namespace pixels;
+
 TEST(ColourChannel, knownPixels)
 {
     const std::vector<std::uint8_t> rgb{255, 0, 0, 10, 20, 30, 255, 255, 255};
@@ -50,8 +52,8 @@ TEST(ColourChannel, vectorEqualsScalar)
             for (const auto& w : weights) {
                 const std::span<const std::uint8_t> pixels(rgb.data(), 3 * count);
                 std::vector<std::uint16_t> expected(count), luma(count);
-                scalar::channelOfRgb(pixels, expected, channel, w);
-                scalar::lumaOfYuyv({yuyv.data(), count}, luma);
+                pixels::scalar::channelOfRgb(pixels, expected, channel, w);
+                pixels::scalar::lumaOfYuyv({yuyv.data(), count}, luma);
                 test::forEachTarget([&] {
                     std::vector<std::uint16_t> out(count);
                     channelOfRgb(pixels, out, channel, w);
@@ -71,7 +73,7 @@ TEST(ColourChannel, everyLuma)
             for (const int b : {0, 1, 85, 128, 254, 255})
                 for (const int v : {r, g, b}) rgb.push_back(std::uint8_t(v));
     std::vector<std::uint16_t> expected(rgb.size() / 3), out(expected.size());
-    scalar::channelOfRgb(rgb, expected, Channel::luma);
+    pixels::scalar::channelOfRgb(rgb, expected, Channel::luma);
     channelOfRgb(rgb, out, Channel::luma);
     EXPECT_EQ(out, expected);
 }

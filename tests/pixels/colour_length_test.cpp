@@ -9,11 +9,13 @@
 namespace scansteps {
 namespace {
 
+using namespace pixels;
+
 TEST(RgbMagnitude, documentedValues)
 {
     const std::vector<std::uint8_t> in = {0, 0, 0, 255, 255, 255, 255, 0, 0, 0, 3, 4};
     std::vector<std::uint16_t> out(4);
-    rgbToOffset16(in, out);
+    colourLength(in, out);
     EXPECT_EQ(out[0], 32768);
     EXPECT_EQ(out[1], 33209);
     EXPECT_EQ(out[2], 33023);
@@ -30,9 +32,9 @@ TEST(RgbMagnitude, exactForAllByteTriples)
             in[3 * k + 1] = static_cast<std::uint8_t>(k >> 8);
             in[3 * k + 2] = static_cast<std::uint8_t>(b);
         }
-        scalar::rgbToOffset16(in, expected);
+        pixels::scalar::colourLength(in, expected);
         test::forEachTarget([&] {
-            rgbToOffset16(in, out);
+            colourLength(in, out);
             ASSERT_EQ(out, expected);
         });
     }
@@ -50,9 +52,9 @@ TEST(RgbMagnitude, everyLengthOfColoursAndOfRed)
         for (std::size_t count = 0; count < 150; ++count) {
             const std::vector<std::uint8_t> in(source.begin(), source.begin() + 3 * count);
             std::vector<std::uint16_t> expected(count), out(count);
-            scalar::rgbToOffset16(in, expected);
+            pixels::scalar::colourLength(in, expected);
             test::forEachTarget([&] {
-                rgbToOffset16(in, out);
+                colourLength(in, out);
                 ASSERT_EQ(out, expected);
             });
         }

@@ -12,6 +12,8 @@
 namespace scansteps {
 namespace {
 
+using namespace pixels;
+
 // All samples under windows of every kind; multiples of 255 and 510 put many results next to whole numbers.
 TEST(GreyWindow, vectorEqualsScalarForAllSamples)
 {
@@ -30,7 +32,7 @@ TEST(GreyWindow, vectorEqualsScalarForAllSamples)
         settings.emplace_back(int(random() % 70000) - 2000, int(random() % 70000) - 35000);
     std::vector<std::uint8_t> expected(3 * in.size()), out(3 * in.size());
     for (const auto& [window, level] : settings) {
-        scalar::greyWindow(in, expected, window, level);
+        pixels::scalar::greyWindow(in, expected, window, level);
         test::forEachTarget([&, w = window, l = level] {
             greyWindow(in, out, w, l);
             ASSERT_EQ(out, expected) << w << " " << l;

@@ -12,6 +12,8 @@
 namespace scansteps {
 namespace {
 
+using namespace pixels;
+
 TEST(Offset16, documentedValues)
 {
     const float nan = std::numeric_limits<float>::quiet_NaN();
@@ -19,7 +21,7 @@ TEST(Offset16, documentedValues)
     const std::vector<float> in = {-40000, -32767, -32767.5F, -0.5F, 0, 1.5F, 32767, 40000, nan, inf, -inf};
     const std::vector<std::uint16_t> expected = {1, 1, 1, 32767, 32768, 32769, 65535, 65535, 65535, 65535, 1};
     std::vector<std::uint16_t> out(in.size());
-    scalar::floatToOffset16(in, out);
+    pixels::scalar::floatToOffset16(in, out);
     EXPECT_EQ(out, expected);
 }
 
@@ -31,7 +33,7 @@ TEST(Offset16, vectorEqualsScalarOnEveryKindOfFloat)
     for (std::uint64_t bits = 0; bits <= 0xFFFFFFFFU; bits += 9973)
         in.push_back(std::bit_cast<float>(std::uint32_t(bits)));
     std::vector<std::uint16_t> expected(in.size());
-    scalar::floatToOffset16(in, expected);
+    pixels::scalar::floatToOffset16(in, expected);
     test::forEachTarget([&] {
         std::vector<std::uint16_t> out(in.size());
         floatToOffset16(in, out);

@@ -10,6 +10,8 @@
 namespace scansteps {
 namespace {
 
+using namespace pixels;
+
 TEST(Reduce16, offsetMeansAreTruncatedTowardZero)
 {
     const std::vector<std::uint16_t> in = {32768, 32769, 32768, 32767, 0, 0, 65535, 65535,
@@ -39,12 +41,12 @@ TEST(Reduce16, vectorEqualsScalarInEveryShape)
             for (const int factor : {1, 2, 3, 5, 300}) {
                 const std::size_t f = static_cast<std::size_t>(factor);
                 std::vector<std::uint16_t> expected((width / f) * (height / f)), out(expected.size());
-                scalar::reduceOffset16(in, expected, width, height, factor);
+                pixels::scalar::reduceOffset16(in, expected, width, height, factor);
                 test::forEachTarget([&] {
                     reduceOffset16(in, out, width, height, factor);
                     ASSERT_EQ(out, expected) << width << " x " << height << " by " << factor;
                 });
-                scalar::reduceYuyv16(in, expected, width, height, factor);
+                pixels::scalar::reduceYuyv16(in, expected, width, height, factor);
                 test::forEachTarget([&] {
                     reduceYuyv16(in, out, width, height, factor);
                     ASSERT_EQ(out, expected) << width << " x " << height << " by " << factor;

@@ -11,6 +11,8 @@
 namespace scansteps {
 namespace {
 
+using namespace pixels;
+
 TEST(Yuyv, documentedValues)
 {
     const std::vector<std::uint16_t> yuyv = {0x8010, 0x80EB};  // black, white
@@ -32,7 +34,7 @@ TEST(Yuyv, toRgbIsExactForAllByteTriples)
             in[2 * k] = static_cast<std::uint16_t>(k);
             in[2 * k + 1] = static_cast<std::uint16_t>(((k + 128) & 0xFF) | v << 8);
         }
-        scalar::yuyvToRgb(in, expected, 2, in.size() / 2);
+        pixels::scalar::yuyvToRgb(in, expected, 2, in.size() / 2);
         test::forEachTarget([&] {
             yuyvToRgb(in, out, 2, in.size() / 2);
             ASSERT_EQ(out, expected);
@@ -51,7 +53,7 @@ TEST(Yuyv, fromRgbIsExactForAllByteTriples)
             in[3 * k + 1] = static_cast<std::uint8_t>(k / 2 >> 8);
             in[3 * k + 2] = static_cast<std::uint8_t>(b);
         }
-        scalar::rgbToYuyv(in, expected, 1 << 17, 1);
+        pixels::scalar::rgbToYuyv(in, expected, 1 << 17, 1);
         test::forEachTarget([&] {
             rgbToYuyv(in, out, 1 << 17, 1);
             ASSERT_EQ(out, expected);
@@ -70,8 +72,8 @@ TEST(Yuyv, everyWidth)
                 yuyvBack(width * height);
             for (auto& sample : yuyv) sample = static_cast<std::uint16_t>(random());
             std::vector<std::uint8_t> rgb(3 * width * height), rgbOut(3 * width * height);
-            scalar::yuyvToRgb(yuyv, rgb, width, height);
-            scalar::rgbToYuyv(rgb, yuyvBack, width, height);
+            pixels::scalar::yuyvToRgb(yuyv, rgb, width, height);
+            pixels::scalar::rgbToYuyv(rgb, yuyvBack, width, height);
             test::forEachTarget([&] {
                 yuyvToRgb(yuyv, rgbOut, width, height);
                 ASSERT_EQ(rgbOut, rgb) << width << " x " << height;

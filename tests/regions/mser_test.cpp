@@ -16,6 +16,8 @@
 namespace scansteps {
 namespace {
 
+using namespace regions;
+
 struct Settings
 {
     int delta;

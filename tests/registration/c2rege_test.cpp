@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "registration/edge_support.h"
 #include "edges/polyline_record.h"
 #include "registration/draw_views.h"
+#include "registration/edge_support.h"
 #include "registration/view_sequence.h"
 #include "support/chain.h"
 #include "support/frames16.h"
@@ -11,6 +11,11 @@
 
 namespace scansteps {
 namespace {
+
+using namespace corners;
+using namespace edges;
+using namespace grey;
+using namespace registration;
 
 using test::Chain;
 using test::cornerError;
@@ -68,7 +73,7 @@ TEST(ViewSequence, wayToTheFirstViewThroughWhatIsHeld)
         ViewSequence sequence(MotionModel::homography, most);
         for (int i = 0; i < 7; ++i) {
             SCOPED_TRACE(i);
-            const ViewPlace place = sequence.add(prepared(*views[i]));
+            const ViewPose place = sequence.add(prepared(*views[i]));
             EXPECT_EQ(place.number, i + 1);
             if (most == 1 && i == 4) {  // what came before the empty view is forgotten
                 EXPECT_EQ(place.first, 5);
@@ -220,7 +225,7 @@ TEST(RegE, drawsOnRequestOnly)
         const test::Arrived untouched = run(0), drawn = run(1);
         EXPECT_TRUE(std::ranges::equal(untouched.frame->elements<std::uint16_t>(), before));
         const auto after = drawn.frame->elements<std::uint16_t>();
-        const std::uint16_t ink = inkOf(video ? Frame16::Video : Frame16::Offset);
+        const std::uint16_t ink = inkOf(video ? SampleCoding::Yuyv16 : SampleCoding::Offset16);
         std::size_t changed = 0;
         for (std::size_t i = 0; i < after.size(); ++i) {
             if (after[i] == before[i]) continue;

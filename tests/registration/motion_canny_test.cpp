@@ -1,4 +1,4 @@
-#include "registration/motion_canny.h"
+#include "registration/motion_canny_step.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +11,8 @@
 
 namespace scansteps {
 namespace {
+
+using namespace registration;
 
 using test::Chain;
 using test::geometryOf;

@@ -10,6 +10,9 @@
 namespace scansteps {
 namespace {
 
+using namespace corners;
+using namespace registration;
+
 CornerFeature randomFeature(std::mt19937_64& random)
 {
     CornerFeature f{};

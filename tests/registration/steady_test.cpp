@@ -18,6 +18,9 @@
 namespace scansteps {
 namespace {
 
+using namespace edges;
+using namespace grey;
+
 TEST(Steady, detectorTakesNoMemoryAfterTheFirstFrame)
 {
     constexpr std::size_t kWidth = 1300, kHeight = 90;
@@ -26,7 +29,7 @@ TEST(Steady, detectorTakesNoMemoryAfterTheFirstFrame)
     for (auto& sample : busy) sample = static_cast<std::uint16_t>(random());
     CannyWorkspace work;
     const auto detect = [&](int lowPasses) {
-        cannyFrame16(frame, kWidth, kHeight, Frame16::Video, lowPasses, 50, 100, 3, work);
+        cannyFrame16(frame, kWidth, kHeight, SampleCoding::Yuyv16, lowPasses, 50, 100, 3, work);
     };
     frame = quiet;
     EXPECT_GT(test::allocationsOf([&] { detect(1); }), 0);
@@ -35,7 +38,7 @@ TEST(Steady, detectorTakesNoMemoryAfterTheFirstFrame)
         EXPECT_EQ(test::allocationsOf([&] { detect(lowPasses); }), 0) << lowPasses;
     }
     FloatPlane plane, edges;
-    frame16ToPlane(busy, plane, kWidth, kHeight, Frame16::Video);
+    frame16ToPlane(busy, plane, kWidth, kHeight, SampleCoding::Yuyv16);
     Canny(plane, edges, 50, 100, 3, work);
     EXPECT_EQ(test::allocationsOf([&] { Canny(plane, edges, 50, 100, 3, work); }), 0);
 }

@@ -5,35 +5,19 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "plugin/factories.h"
 #include "scansteps/chain.h"
 #include "scansteps/handles.h"
 #include "scansteps/host_services.h"
 #include "scansteps/texture.h"
 
-extern "C" {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) \
-    scansteps::cChain* create_##kind();
-#include "core/steps.def"
-#undef SCANSTEPS_KIND
-void set_handles(scansteps::HandleTable* table);
-}
+extern "C" void set_handles(scansteps::HandleTable* table);
 
 namespace scansteps::test {
-
-inline std::unique_ptr<cChain> createStep(const std::string& kind)
-{
-    static const std::map<std::string, cChain* (*)()> factories = {
-#define SCANSTEPS_KIND(kind, className, role, typeIn, typeOut, flow, summary, ...) {#kind, create_##kind},
-#include "core/steps.def"
-#undef SCANSTEPS_KIND
-    };
-    return std::unique_ptr<cChain>(factories.at(kind)());
-}
 
 /// What arrived at the end of a chain.
 struct Arrived
@@ -64,7 +48,7 @@ class Chain
         services_.interrupted = [](void* chain) { return static_cast<Chain*>(chain)->isInterrupted; };
         installHostServices(table_, &services_);
         set_handles(&table_);
-        for (const auto& kind : kinds) steps_.push_back(createStep(kind));
+        for (const auto& kind : kinds) steps_.push_back(plugin::createStep(kind));
         for (std::size_t i = 0; i < steps_.size(); ++i)
             steps_[i]->setNext(i + 1 < steps_.size() ? steps_[i + 1].get() : static_cast<cChain*>(&end_));
     }

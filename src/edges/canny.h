@@ -8,10 +8,10 @@
 #include <span>
 #include <vector>
 
-#include "edges/float_plane.h"
 #include "core/scratch_arena.h"
+#include "edges/float_plane.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 /// The two kernels of a derivative of order dx along x and dy along y, never normalised: binomial
 /// coefficients for order 0, their differences above. An axis with an order above 0 uses 3 taps when ksize
@@ -64,4 +64,4 @@ void lowPass(FloatPlane& plane, int size);
 void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int aperture);
 }  // namespace scalar
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

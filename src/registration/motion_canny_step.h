@@ -12,7 +12,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/texture.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 
 class MotionCanny : public CPUBase
 {
@@ -36,17 +36,17 @@ class MotionCanny : public CPUBase
 
     MotionModel model_;
     int width_ = 0, height_ = 0, level_ = 0, frames_ = 0;
-    Frame16 meaning_ = Frame16::Offset;
+    grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet in_, spare_;  // the second is kept for hosts that count on two handles a step
-    GreyImage grey_;
-    CornerDetector detector_;
+    grey::GreyImage grey_;
+    corners::CornerDetector detector_;
     PreparedView view_, before_;
-    FloatPlane plane_;
-    CannyWorkspace work_;
-    WorkMemory memory_;
+    edges::FloatPlane plane_;
+    edges::CannyWorkspace work_;
+    ScratchArena memory_;
     Registration motion_;
-    std::optional<MSER> detectRegions_;
-    std::vector<Region> regions_;
+    std::optional<regions::MSER> detectRegions_;
+    std::vector<regions::Region> regions_;
 };
 
 /// Mean scale of a motion, and its turn in degrees, counter-clockwise as one sees the image (its y runs
@@ -54,4 +54,4 @@ class MotionCanny : public CPUBase
 double scaleOf(const Eigen::Matrix3d& motion);
 double turnOf(const Eigen::Matrix3d& motion);
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -1,5 +1,5 @@
 // Filters and detector: documented values, and the vector code against the plain code, bit for bit.
-#include "edges/mcanny.h"
+#include "edges/canny.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,6 +17,9 @@
 
 namespace scansteps {
 namespace {
+
+using namespace edges;
+using namespace grey;
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -177,7 +180,7 @@ TEST(Filters, vectorEqualsScalar)
         for (std::size_t k = 0; k < kernels.size(); ++k) {
             const auto &kx = kernels[k], &ky = kernels[random() % kernels.size()];
             FloatPlane expected;
-            scalar::sepFilter(src, expected, kx, ky);
+            edges::scalar::sepFilter(src, expected, kx, ky);
             test::forEachTarget([&] {
                 FloatPlane out = copyOf(src);
                 sepFilter(out, out, kx, ky);  // in place, the harder case
@@ -186,7 +189,7 @@ TEST(Filters, vectorEqualsScalar)
         }
         for (const int size : {1, 2, 3, 4, 5, 6, 7, 9, 40}) {
             FloatPlane expected = copyOf(src);
-            scalar::lowPass(expected, size);
+            edges::scalar::lowPass(expected, size);
             test::forEachTarget([&] {
                 FloatPlane out = copyOf(src);
                 lowPass(out, size);
@@ -237,7 +240,7 @@ void compareDetectors(const FloatPlane& plane, const std::vector<Setting>& setti
         for (const Setting& s : settings) {
             const double scale = aperture == 3 ? 1 : aperture == 5 ? 12 : 160;
             FloatPlane expected;
-            scalar::Canny(plane, expected, s.low * scale, s.high * scale, aperture);
+            edges::scalar::Canny(plane, expected, s.low * scale, s.high * scale, aperture);
             test::forEachTarget([&] {
                 FloatPlane out;
                 Canny(plane, out, s.low * scale, s.high * scale, aperture, work);
@@ -349,25 +352,25 @@ TEST(CannyFrame16, equalsItsPartsAndTheScalarChain)
             for (const int aperture : {3, 7}) {
                 const double scale = aperture == 3 ? 1 : 160;
                 const auto run = [&, width = width, height = height](const std::vector<std::uint16_t>& in,
-                                                                     Frame16 meaning, double low,
+                                                                     SampleCoding coding, double low,
                                                                      double high) {
                     auto expected = in;
-                    scalar::cannyFrame16(expected, width, height, meaning, passes, low, high, aperture);
+                    edges::scalar::cannyFrame16(expected, width, height, coding, passes, low, high, aperture);
                     test::forEachTarget([&] {
                         auto out = in;
-                        cannyFrame16(out, width, height, meaning, passes, low, high, aperture, work);
+                        cannyFrame16(out, width, height, coding, passes, low, high, aperture, work);
                         ASSERT_EQ(out, expected) << width << " x " << height << ", " << passes << " passes";
                     });
                 };
-                run(video, Frame16::Video, 60 * scale, 30 * scale);
-                run(offset, Frame16::Offset, 400 * scale, 900 * scale);
-                run(wild, Frame16::Offset, 4000, 90000);
+                run(video, SampleCoding::Yuyv16, 60 * scale, 30 * scale);
+                run(offset, SampleCoding::Offset16, 400 * scale, 900 * scale);
+                run(wild, SampleCoding::Offset16, 4000, 90000);
             }
         }
     }
     std::vector<std::uint16_t> small(11);
-    EXPECT_THROW(cannyFrame16(small, 4, 3, Frame16::Video, 0, 1, 2, 3, work), const char*);
-    EXPECT_EQ(textOf([&] { cannyFrame16(small, 3, 3, Frame16::Video, 0, 1, 2, 4, work); }),
+    EXPECT_THROW(cannyFrame16(small, 4, 3, SampleCoding::Yuyv16, 0, 1, 2, 3, work), const char*);
+    EXPECT_EQ(textOf([&] { cannyFrame16(small, 3, 3, SampleCoding::Yuyv16, 0, 1, 2, 4, work); }),
               "aperture_size wrong");
 }
 
@@ -377,9 +380,9 @@ TEST(CannyFrame16, conversions)
     for (unsigned k = 0; k < 65536; ++k) samples[k] = static_cast<std::uint16_t>(k);
     test::forEachTarget([&] {
         FloatPlane plane;
-        frame16ToPlane(samples, plane, 241, 271, Frame16::Offset);
+        frame16ToPlane(samples, plane, 241, 271, SampleCoding::Offset16);
         for (int k = 0; k < 241 * 271; ++k) ASSERT_EQ(plane.row(k / 241)[k % 241], float(k - 32768));
-        frame16ToPlane(samples, plane, 241, 271, Frame16::Video);
+        frame16ToPlane(samples, plane, 241, 271, SampleCoding::Yuyv16);
         for (int k = 0; k < 241 * 271; ++k) ASSERT_EQ(plane.row(k / 241)[k % 241], float(k & 255));
         std::vector<std::uint16_t> back(241 * 271);
         for (std::size_t y = 0; y < 271; ++y)

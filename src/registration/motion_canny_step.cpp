@@ -1,4 +1,4 @@
-#include "registration/motion_canny.h"
+#include "registration/motion_canny_step.h"
 
 #include <algorithm>
 #include <bit>
@@ -6,14 +6,14 @@
 #include <numbers>
 #include <utility>
 
-#include "grey/sample_coding.h"
-#include "registration/motion_record.h"
-#include "regions/mser.h"
 #include "core/print.h"
+#include "grey/sample_coding.h"
+#include "regions/mser.h"
+#include "registration/motion_record.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
 
-namespace scansteps {
+namespace scansteps::registration {
 namespace {
 
 // Gradient thresholds behind the smoothing, in the units of the 3 x 3 Sobel kernels.
@@ -28,7 +28,7 @@ void MotionCanny::init(varitype& params)
     width_ = settings.integer("dataX");
     height_ = settings.integer("dataY");
     const bool debug = settings.integer("canny5.debug") != 0;
-    meaning_ = frameMeaning(settings);
+    coding_ = grey::sampleCoding(settings);
     level_ = std::clamp(int(std::bit_width(unsigned(std::max(width_, 1)))) - 1 - 8, 0, 4);
     announce();
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
@@ -38,7 +38,7 @@ void MotionCanny::init(varitype& params)
     before_ = PreparedView{};
     detectRegions_.reset();
     if (const auto area = std::int64_t{width_} * height_; debug && area > 8 && area <= INT32_MAX)
-        detectRegions_.emplace(1, MSER::fractionOf(4, int(area)), 0.6, 0.7, 0.33, true);
+        detectRegions_.emplace(1, regions::MSER::fractionOf(4, int(area)), 0.6, 0.7, 0.33, true);
     forward(*this, params);
 }
 
@@ -46,7 +46,7 @@ void MotionCanny::process(varitype& params)
 {
     FrameScope frame(*this, params, in_, FrameCheck::Samples16);
     const auto samples = frame.input<std::uint16_t>();
-    frame16ToBytes(samples, width_, height_, meaning_, grey_);
+    grey::greyFromFrame(samples, width_, height_, coding_, grey_);
     prepareView(detector_, grey_.view(), registrationCorners(), view_);
     if (frames_++ > 0)
         registerViews(before_, view_, model_, motion_, &memory_);
@@ -69,10 +69,10 @@ void MotionCanny::process(varitype& params)
 void MotionCanny::drawEdges(std::span<std::uint16_t> frame)
 {
     if (width_ == 0 || height_ == 0) return;
-    frame16ToPlane(frame, plane_, std::size_t(width_), std::size_t(height_), meaning_);
+    edges::frame16ToPlane(frame, plane_, std::size_t(width_), std::size_t(height_), coding_);
     const int size = (1 << level_) | 1;
-    for (int pass = 0; pass < 2 && size > 1; ++pass) lowPass(plane_, size, &memory_);
-    edgesToFrame16(detectFiltered16(plane_, kLow, kHigh, 3, work_), frame);
+    for (int pass = 0; pass < 2 && size > 1; ++pass) edges::lowPass(plane_, size, &memory_);
+    edges::edgesToFrame16(edges::detectFiltered16(plane_, kLow, kHigh, 3, work_), frame);
 }
 
 double scaleOf(const Eigen::Matrix3d& motion)
@@ -85,4 +85,4 @@ double turnOf(const Eigen::Matrix3d& motion)
     return std::atan2(motion(0, 1) - motion(1, 0), motion(0, 0) + motion(1, 1)) * 180 / std::numbers::pi;
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::registration

@@ -1,9 +1,9 @@
 // The detector on float planes.
-#include "edges/mcanny.h"
+#include "edges/canny.h"
 
 #include "edges/canny_detector.h"
 
-namespace scansteps {
+namespace scansteps::edges {
 
 CannyWorkspace::CannyWorkspace() : buffers_(std::make_unique<Buffers>()) {}
 CannyWorkspace::CannyWorkspace(CannyWorkspace&&) noexcept = default;
@@ -30,4 +30,4 @@ void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int 
     Canny(src, dst, low, high, aperture, work);
 }
 
-}  // namespace scansteps
+}  // namespace scansteps::edges

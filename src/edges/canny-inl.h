@@ -12,7 +12,7 @@
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace scansteps {
+namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -104,6 +104,6 @@ HWY_INLINE auto Box(At at)
 }
 
 }  // namespace HWY_NAMESPACE
-}  // namespace scansteps
+}  // namespace scansteps::edges
 HWY_AFTER_NAMESPACE();
 #endif

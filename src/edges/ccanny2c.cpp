@@ -1,0 +1,37 @@
+// Step ccanny2c: edges with sub-pixel positions, traced into polylines.
+#include <vector>
+
+#include "core/step_factory.h"
+#include "edges/subpixel_edges.h"
+#include "edges/tracing_canny_step.h"
+
+namespace scansteps::edges {
+
+class CpuCanny2c final : public TracingCanny
+{
+  public:
+    const char* getName() override { return "CpuCanny2c"; }
+
+  private:
+    EdgeBits& findEdges(std::span<const std::uint16_t> frame) override
+    {
+        frame16ToPlane(frame, plane_, in_.width(), in_.height(), settings_.coding);
+        for (int i = 0; i < settings_.lowPasses; ++i) lowPass(plane_, 3, &memory_);
+        subpixelEdges(plane_, double{settings_.low}, double{settings_.high}, settings_.order, planes_, edges_,
+                      positions_, &memory_);
+        return edges_;
+    }
+    void describe(EdgeBits& edges, varitype& record) override
+    {
+        tracePolylinesInto(record, edges, positions_);
+    }
+
+    FloatPlane plane_;
+    SubpixelPlanes planes_;
+    EdgeBits edges_;
+    std::vector<Vertex> positions_;
+};
+
+SCANSTEPS_FACTORY(ccanny2c, CpuCanny2c)
+
+}  // namespace scansteps::edges

@@ -1,0 +1,67 @@
+#include "recording/player_step.h"
+
+#include <utility>
+
+#include "core/frame_in_record.h"
+#include "scansteps/frame.h"
+
+namespace scansteps::recording {
+
+namespace {
+
+// Entries of `from` win; structs are merged key by key.
+void merge(varitype& into, const varitype& from)
+{
+    for (const auto& [name, value] : from.as<Struct>()) {
+        const bool bothStructs = value.kind() == Kind::Struct && value.hasPayload() && into.has(name) &&
+                                 into[name].kind() == Kind::Struct && into[name].hasPayload();
+        if (bothStructs) {
+            varitype nested = into[name];
+            merge(nested, value);
+        } else
+            into.set(name, value);
+    }
+}
+
+}  // namespace
+
+void RecordingPlayer::start(const std::string& path, varitype& params)
+{
+    recording_.open(path);
+    if (!recording_.isOpen()) recording_.refuse("read error");
+    varitype working = copyRecord(params);
+    merge(working, recording_.next());
+    working.set("eventType", event::kInit);
+    createFrameBuffer(*this, working, out_);
+    forward(*this, working);
+}
+
+void RecordingPlayer::process(varitype& params)
+{
+    StepTimer timer(*this);
+    // The frame before has had its time: the next one is read into its memory.
+    varitype record = nextEvent(out_.count() != 0 ? &out_.pixels() : nullptr);
+    const int recorded = eventType(record);
+    if (recorded == event::kFlush) {
+        params.set("eventType", event::kFlush);  // tells the host that the recording has ended
+        return;
+    }
+    if (recorded == event::kProcess) {
+        moveFrame(record);
+        timer.stop();
+    }
+    forward(*this, record);
+}
+
+// "data" becomes the array under the step's handle.
+void RecordingPlayer::moveFrame(varitype& record)
+{
+    varitype data = record["data"];
+    Array& frame = data.getv<Array>();
+    checkEmbeddedFrame(*this, frame);
+    out_.pixels() = std::move(frame);
+    record.remove("data");
+    record.set("handle", out_.handle());
+}
+
+}  // namespace scansteps::recording

@@ -1,0 +1,30 @@
+// Step reads: plays a recording strictly: one record an event, and each has to be one.
+#include "core/step_factory.h"
+#include "recording/player_step.h"
+#include "scansteps/settings.h"
+
+namespace scansteps::recording {
+
+class FileReaderS final : public RecordingPlayer
+{
+  public:
+    const char* getName() override { return "FileReaderS"; }
+    void init(varitype& params) override;
+
+  private:
+    varitype nextEvent(Array* spare) override;
+};
+
+void FileReaderS::init(varitype& params)
+{
+    start(Settings(*this, params).text("load.name"), params);
+}
+
+varitype FileReaderS::nextEvent(Array* spare)
+{
+    return recording_.next(spare);
+}
+
+SCANSTEPS_FACTORY(reads, FileReaderS)
+
+}  // namespace scansteps::recording

@@ -1,0 +1,96 @@
+// Base of the steps c2rege and c2rege5: how a view lies to earlier ones, by its features and edges.
+#pragma once
+
+#include <utility>
+
+#include "core/print.h"
+#include "corners/feature_record.h"
+#include "grey/grey_from_frame.h"
+#include "grey/sample_coding.h"
+#include "registration/draw_views.h"
+#include "registration/motion_record.h"
+#include "registration/view_sequence.h"
+#include "scansteps/frame.h"
+#include "scansteps/settings.h"
+
+namespace scansteps::registration {
+
+// One row a match: x, y in the earlier view, x, y in this one, bits that differ, 1 for an inlier.
+inline Array matchArray(const std::vector<ViewMatch>& matches)
+{
+    Array array(Kind::Float, 6, std::uint32_t(matches.size()));
+    float* to = array.elements<float>().data();
+    for (const ViewMatch& m : matches)
+        for (const float v : {m.x1, m.y1, m.x2, m.y2, float(m.distance), m.inlier ? 1.0F : 0.0F}) *to++ = v;
+    return array;
+}
+
+class RegisteringStep : public CPUBase
+{
+  public:
+    void process(varitype& params) override
+    {
+        FrameScope frame(*this, params, in_, FrameCheck::Samples16);
+        const auto samples = frame.input<std::uint16_t>();
+        const ViewPose place = sequence_.add(prepared(samples, frame.record()), motionOf(frame.record()));
+        print::field(std::int64_t(place.matches.size()), " matches.size()\n");
+        print::field(place.inliers, " inliers\n");
+        report(place, frame.record());
+        if (!draw_) return frame.forwardUnchanged();
+        drawPlace(samples, width_, height_, place, coding_);
+        frame.forward();
+    }
+
+  protected:
+    void start(const Settings& settings, varitype& params, bool draw, ViewSequence sequence)
+    {
+        width_ = settings.integer("dataX");
+        height_ = settings.integer("dataY");
+        coding_ = grey::sampleCoding(settings);
+        draw_ = draw;
+        sequence_ = std::move(sequence);
+        in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
+        forward(*this, params);
+    }
+
+    /// Chooses the points of the view at which grey values are compared.
+    virtual void support(const varitype&, PreparedView&) {}
+
+  private:
+    PreparedView prepared(std::span<const std::uint16_t> samples, const varitype& record)
+    {
+        grey::greyFromFrame(samples, width_, height_, coding_, grey_);
+        PreparedView view;
+        if (corners::holdsFeatures(record)) {
+            std::vector<corners::CornerFeature> features = corners::featuresOf(record);
+            if (features.size() > corners::kMaxFeatures) features.resize(corners::kMaxFeatures);
+            prepareView(grey_.view(), std::move(features), view);
+        } else {
+            prepareView(detector_, grey_.view(), registrationCorners(), view);
+        }
+        support(record, view);
+        return view;
+    }
+
+    // Entries of an earlier registration give way.
+    static void report(const ViewPose& place, varitype& record)
+    {
+        record.set("transform", matrixArray(place.transform));
+        record.set("inliers", place.inliers);
+        record.set("matches", matchArray(place.matches));
+        record.set("view", place.number);
+        record.set("reference", place.reference);
+        record.set("first", place.first);
+        record.set("toFirst", matrixArray(place.toFirst));
+    }
+
+    int width_ = 0, height_ = 0;
+    bool draw_ = false;
+    grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
+    TextureSet in_;
+    grey::GreyImage grey_;
+    corners::CornerDetector detector_;
+    ViewSequence sequence_;
+};
+
+}  // namespace scansteps::registration
