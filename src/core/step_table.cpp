@@ -1,4 +1,4 @@
-// The table of kinds, from kinds.def. It is part of the core, so that hosts have it without the step library.
+// The table of steps, from the steps.def of every module. It is part of the core, so that hosts have it without the step library.
 #include "scansteps/steps.h"
 
 #include <algorithm>

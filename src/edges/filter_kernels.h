@@ -1,4 +1,4 @@
-// What the plain and the vector form of the detector share; private to mcanny.
+// What the plain and the vector form of the detector share; private to the module.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Separable filters of 3, 5 and 7 taps whose two directions run in one walk over the rows. Private to mcanny.
+// Separable filters of 3, 5 and 7 taps whose two directions run in one walk over the rows. Private to the module.
 #pragma once
 
 #include "core/scratch_arena.h"
