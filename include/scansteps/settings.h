@@ -15,6 +15,13 @@ namespace scansteps {
 /// before the last is no struct.
 std::optional<varitype> findPath(const varitype& params, std::string_view path);
 
+/// Size of the frames to come, in pixels.
+struct FrameSize
+{
+    int width = 0;
+    int height = 0;
+};
+
 /// Reads settings. An absent optional key gives its default; an absent required one is "[%s] not found"; a
 /// value of another kind is "varitype::getv() type error!"; one outside an enforced range is a text that
 /// names it.
@@ -25,6 +32,8 @@ class Settings
     /// Settings of the step's class.
     Settings(cChain& step, const varitype& params);
 
+    /// "dataX" and "dataY".
+    FrameSize frameSize() const;
     int integer(std::string_view path) const;
     float real(std::string_view path) const;
     std::string text(std::string_view path) const;

@@ -13,8 +13,9 @@ class CPUCap final : public CaptureStep
     {
         const Settings settings(*this, params);
         CaptureRequest request;
-        request.width = settings.integer("dataX");
-        request.height = settings.integer("dataY");
+        const FrameSize size = settings.frameSize();
+        request.width = size.width;
+        request.height = size.height;
         begin(params, request, {});
     }
 };

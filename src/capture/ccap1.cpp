@@ -21,8 +21,9 @@ void CPUCap1::init(varitype& params)
 {
     const Settings settings(*this, params);
     CaptureRequest request;
-    request.width = settings.integer("dataX");
-    request.height = settings.integer("dataY");
+    const FrameSize size = settings.frameSize();
+    request.width = size.width;
+    request.height = size.height;
     request.jpeg = settings.integer("capture.jpeg") != 0;
     request.device = settings.text("capture.dev_name");
     const Limits limits{settings.integer("capture.count_max"), settings.integer("capture.timeout_ms")};

@@ -57,6 +57,12 @@ void Settings::checkRange(const SettingInfo& setting, double value) const
               setting.kind == Kind::Int ? 10 : 6, value, setting.min, setting.max);
 }
 
+FrameSize Settings::frameSize() const
+{
+    const int width = integer("dataX");  // the first one to be reported when both are missing
+    return {width, integer("dataY")};
+}
+
 int Settings::integer(std::string_view path) const
 {
     const SettingInfo& setting = info(path);

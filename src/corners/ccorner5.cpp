@@ -53,8 +53,7 @@ void runBoth(Work work)
 void CpuCorners5::init(varitype& params)
 {
     const Settings settings(*this, params);
-    width_ = settings.integer("dataX");
-    height_ = settings.integer("dataY");
+    frameSize_ = settings.frameSize();
     coding_ = grey::sampleCoding(settings);
     settings_ = CornerSettings{};
     settings_.bucketing = settings.integer("corner.bucket") == 0;
@@ -70,10 +69,10 @@ void CpuCorners5::init(varitype& params)
     video_ = settings.integer("corner.video");
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
     pending_.clear();
-    frames_.create(width_, height_, 2, code);
+    frames_.create(frameSize_.width, frameSize_.height, 2, code);
     for (Worker& worker : workers_) {
         worker = Worker{};
-        worker.mser = makeMser(std::int64_t{width_} * height_);
+        worker.mser = makeMser(std::int64_t{frameSize_.width} * frameSize_.height);
     }
     forward(*this, params);
 }
@@ -147,7 +146,7 @@ void CpuCorners5::processPending()
 void CpuCorners5::work(Worker& worker, std::span<const std::uint16_t> frame) const
 {
     const auto toBytes = video_ != 0 ? grey::greyFromFrame : grey::stretchedGreyFromFrame;
-    toBytes(frame, width_, height_, coding_, worker.grey);
+    toBytes(frame, frameSize_.width, frameSize_.height, coding_, worker.grey);
     const std::vector<CornerFeature>& found = worker.detector.detect(worker.grey.view(), settings_);
     worker.features.clear();
     worker.indices.clear();
@@ -165,8 +164,9 @@ void CpuCorners5::findRegions(Worker& worker, std::span<const std::uint16_t> fra
     worker.found.clear();
     if (!worker.mser) return;
     const bool isClamped = video_ != 0;
-    if (!isClamped) grey::greyFromFrame(frame, width_, height_, coding_, worker.clamped);
-    (*worker.mser)((isClamped ? worker.grey : worker.clamped).samples, width_, height_, worker.found);
+    if (!isClamped) grey::greyFromFrame(frame, frameSize_.width, frameSize_.height, coding_, worker.clamped);
+    (*worker.mser)((isClamped ? worker.grey : worker.clamped).samples, frameSize_.width, frameSize_.height,
+                   worker.found);
 }
 
 void CpuCorners5::report(const Worker& worker, varitype& record) const

@@ -10,6 +10,7 @@
 #include "grey/grey_from_frame.h"
 #include "regions/mser.h"
 #include "scansteps/chain.h"
+#include "scansteps/settings.h"
 #include "scansteps/texture.h"
 
 namespace scansteps::corners {
@@ -42,7 +43,7 @@ class CpuCorners5 final : public CPUBase
     void findRegions(Worker& worker, std::span<const std::uint16_t> frame) const;
     void report(const Worker& worker, varitype& record) const;
 
-    int width_ = 0, height_ = 0;
+    FrameSize frameSize_;
     CornerSettings settings_;
     int mode_ = 0, video_ = 1, cpuBase_ = 0;  // mode and base are kept, without effect
     grey::SampleCoding coding_ = grey::SampleCoding::Offset16;

@@ -17,8 +17,7 @@ class cpuNeigFilter final : public CPUBase
     void init(varitype& params) override
     {
         const Settings settings(*this, params);
-        settings.integer("dataX");
-        settings.integer("dataY");
+        settings.frameSize();
         settings_ = {settings.real("neig.radius"), settings.integer("neig.distance"),
                      settings.integer("neig.count")};
         forward(*this, params);

@@ -10,7 +10,7 @@ namespace scansteps::edges {
 
 struct CannySettings
 {
-    int width = 0, height = 0;
+    FrameSize frameSize;
     int lowPasses = 0;
     int order = 3;
     float high = 900.0F, low = 400.0F;
@@ -19,8 +19,7 @@ struct CannySettings
     static CannySettings read(const Settings& settings)
     {
         CannySettings result;
-        result.width = settings.integer("dataX");
-        result.height = settings.integer("dataY");
+        result.frameSize = settings.frameSize();
         result.lowPasses = settings.integer("OCV.lp0");
         result.order = settings.integer("OCV.order");
         result.high = settings.real("OCV.trh");

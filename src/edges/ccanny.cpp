@@ -11,8 +11,8 @@ void CpuCanny::init(varitype& params)
 {
     settings_ = CannySettings::read(Settings(*this, params));
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
-    in_.create(settings_.width, settings_.height, 1, code);
-    spare_.create(settings_.width, settings_.height, 1, code);
+    in_.create(settings_.frameSize.width, settings_.frameSize.height, 1, code);
+    spare_.create(settings_.frameSize.width, settings_.frameSize.height, 1, code);
     forward(*this, params);
 }
 

@@ -18,7 +18,8 @@ class CpuEdge final : public grey::FilterStep
     }
     void filter(std::span<std::uint16_t> frame) override
     {
-        gradientFrame16(frame, width_, height_, coding_, lowPasses_, aperture_, dx_, dy_, &memory_);
+        gradientFrame16(frame, frameSize_.width, frameSize_.height, coding_, lowPasses_, aperture_, dx_, dy_,
+                        &memory_);
     }
 
     int lowPasses_ = 0, aperture_ = 3;

@@ -21,8 +21,8 @@ class TracingCanny : public CPUBase
         settings_ = CannySettings::read(settings);
         clear_ = settings.integer("OCV.clear");
         const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
-        in_.create(settings_.width, settings_.height, 1, code);
-        spare_.create(settings_.width, settings_.height, 1, code);
+        in_.create(settings_.frameSize.width, settings_.frameSize.height, 1, code);
+        spare_.create(settings_.frameSize.width, settings_.frameSize.height, 1, code);
         forward(*this, params);
     }
 

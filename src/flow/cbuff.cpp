@@ -14,12 +14,12 @@ SCANSTEPS_FACTORY(cbuff, CPUDBuff)
 void CPUDBuff::init(varitype& params)
 {
     const Settings settings(*this, params);
-    const int width = settings.integer("dataX"), height = settings.integer("dataY");
-    const int size = settings.integer("Buff.Size");
+    const FrameSize size = settings.frameSize();
+    const int count = settings.integer("Buff.Size");
     const std::uint32_t format = formatOrMismatch(*this, params, format::kF1x32);
     records_.clear();
     released_ = 0;
-    slots_.create(width, height, static_cast<std::uint32_t>(size), format);
+    slots_.create(size.width, size.height, static_cast<std::uint32_t>(count), format);
     print::twice("CPUDBuff::init OK");
     forward(*this, params);
 }

@@ -13,9 +13,8 @@ class CpuD2H final : public CPUBase
 
     void init(varitype& params) override
     {
-        const Settings settings(*this, params);
-        const int width = settings.integer("dataX"), height = settings.integer("dataY");
-        out_.create(width, height, 1, formatOrMismatch(*this, params, format::kF1x32));
+        const FrameSize size = Settings(*this, params).frameSize();
+        out_.create(size.width, size.height, 1, formatOrMismatch(*this, params, format::kF1x32));
         forward(*this, params);
     }
 

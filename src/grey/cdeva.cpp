@@ -18,7 +18,7 @@ class CpuDev1 final : public FilterStep
     }
     void filter(std::span<std::uint16_t> frame) override
     {
-        localDeviation(frame, width_, height_, coding_, size_, gain_, &memory_);
+        localDeviation(frame, frameSize_.width, frameSize_.height, coding_, size_, gain_, &memory_);
     }
 
     int size_ = 7;

@@ -14,11 +14,10 @@ class FilterStep : public CPUBase
     void init(varitype& params) override
     {
         const Settings settings(*this, params);
-        width_ = settings.integer("dataX");
-        height_ = settings.integer("dataY");
+        frameSize_ = settings.frameSize();
         coding_ = sampleCoding(settings);
         read(settings);
-        in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
+        in_.create(frameSize_.width, frameSize_.height, 1, formatOrMismatch(*this, params, format::kF1x32));
         params.remove("VideoFormat");
         forward(*this, params);
     }
@@ -35,7 +34,7 @@ class FilterStep : public CPUBase
     virtual void filter(std::span<std::uint16_t> frame) = 0;
 
     ScratchArena memory_;
-    int width_ = 0, height_ = 0;
+    FrameSize frameSize_;
     SampleCoding coding_ = SampleCoding::Offset16;
 
   private:

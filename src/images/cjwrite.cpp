@@ -24,16 +24,15 @@ void Cjwrite::init(varitype& params)
     quality_ = settings.integer("cjwrite.quality");
     isVideo_ = settings.has("VideoFormat");
     settings.text("dataFormat");
-    width_ = settings.integer("dataX");
-    height_ = settings.integer("dataY");
+    frameSize_ = settings.frameSize();
     window_ = settings.integer("viewer.window");
     level_ = settings.integer("viewer.level");
     format_ = settings.has("dataFormat") ? formatOrMismatch(*this, params, format::kF1x32) : format::kU1x8;
-    checkFrameSize(width_, height_);
-    const FrameShape shape =
-        chainFrameShape(format_, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
-    frame_.create(width_, height_, format_, shape);
-    spare_.create(width_, height_, format_, shape);
+    checkFrameSize(frameSize_.width, frameSize_.height);
+    const FrameShape shape = chainFrameShape(format_, static_cast<std::uint32_t>(frameSize_.width),
+                                             static_cast<std::uint32_t>(frameSize_.height));
+    frame_.create(frameSize_.width, frameSize_.height, format_, shape);
+    spare_.create(frameSize_.width, frameSize_.height, format_, shape);
     forward(*this, params);
 }
 
@@ -86,20 +85,20 @@ class Cjwrite::SampleRows final : public CopiedRows
 {
   public:
     SampleRows(Cjwrite& step, const Array& from, Array& to)
-        : CopiedRows(from, to, 2 * static_cast<std::size_t>(step.width_)), step_(step)
+        : CopiedRows(from, to, 2 * static_cast<std::size_t>(step.frameSize_.width)), step_(step)
     {
-        step.rgb_.resize(3 * static_cast<std::size_t>(step.width_) * (kRowsAtOnce + 1));
+        step.rgb_.resize(3 * static_cast<std::size_t>(step.frameSize_.width) * (kRowsAtOnce + 1));
     }
 
   private:
     // The last pixel of an odd width takes a colour from the row below.
     int more(int next) const override
     {
-        return step_.isVideo_ && step_.width_ % 2 != 0 && next < step_.height_ ? 1 : 0;
+        return step_.isVideo_ && step_.frameSize_.width % 2 != 0 && next < step_.frameSize_.height ? 1 : 0;
     }
     const std::uint8_t* picture(const std::byte* rows, int count) override
     {
-        const std::size_t width = static_cast<std::size_t>(step_.width_),
+        const std::size_t width = static_cast<std::size_t>(step_.frameSize_.width),
                           height = static_cast<std::size_t>(count);
         const std::span samples(reinterpret_cast<const std::uint16_t*>(rows), width * height);
         const std::span rgb = std::span(step_.rgb_).first(3 * samples.size());
@@ -119,12 +118,13 @@ void Cjwrite::process(varitype& params)
     Array& frame = pixelsOf(params["handle"].as<std::int32_t>());
     if (format_ == format::kU1x8) {
         checkFrame(*this, frame,
-                   chainFrameShape(format_, static_cast<std::uint32_t>(width_),
-                                   static_cast<std::uint32_t>(height_)));
-        CopiedRows rows(frame, frame_.pixels(), 3 * static_cast<std::size_t>(width_));
+                   chainFrameShape(format_, static_cast<std::uint32_t>(frameSize_.width),
+                                   static_cast<std::uint32_t>(frameSize_.height)));
+        CopiedRows rows(frame, frame_.pixels(), 3 * static_cast<std::size_t>(frameSize_.width));
         write(rows);
     } else {
-        samples16(*this, frame, static_cast<std::uint32_t>(width_), static_cast<std::uint32_t>(height_));
+        samples16(*this, frame, static_cast<std::uint32_t>(frameSize_.width),
+                  static_cast<std::uint32_t>(frameSize_.height));
         SampleRows rows(*this, frame, frame_.pixels());
         print::labelled(fileName_, " filename.c_str()\n");
         write(rows);
@@ -140,7 +140,7 @@ void Cjwrite::process(varitype& params)
 template <class Rows>
 void Cjwrite::write(Rows& rows)
 {
-    const std::string reason = writeImage(fileName_, quality_, width_, height_, rows);
+    const std::string reason = writeImage(fileName_, quality_, frameSize_.width, frameSize_.height, rows);
     if (!reason.empty()) notifyHost(Trouble::PictureNotWritten, getName(), fileName_.c_str(), reason.c_str());
     rows.finish();
 }

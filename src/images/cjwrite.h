@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "scansteps/chain.h"
+#include "scansteps/settings.h"
 #include "scansteps/texture.h"
 
 namespace scansteps::images {
@@ -26,7 +27,7 @@ class Cjwrite final : public CPUBase
     int quality_ = 75;
     bool isVideo_ = false;
     std::uint32_t format_ = format::kU1x8;
-    int width_ = 0, height_ = 0;
+    FrameSize frameSize_;
     int window_ = 256, level_ = 128;
     TextureSet frame_;
     TextureSet spare_;               // holds its handle, nothing is done with it

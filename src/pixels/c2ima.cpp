@@ -24,18 +24,17 @@ bool isOf16BitSamples(std::uint32_t code)
 void CpuCombine::init(varitype& params)
 {
     const Settings settings(*this, params);
-    width_ = settings.integer("dataX");
-    height_ = settings.integer("dataY");
+    frameSize_ = settings.frameSize();
     factor_ = settings.integer("combine.factor");
     std::uint32_t code = formatOrMismatch(*this, params, format::kU1x16);
     if (!isOf16BitSamples(code)) {
         reportMismatch(*this, params);
         code = format::kU1x16;
     }
-    out_.create(std::int64_t{width_} * factor_, height_, 1, code);
-    history_.create(width_, height_, static_cast<std::uint32_t>(factor_), code);
+    out_.create(std::int64_t{frameSize_.width} * factor_, frameSize_.height, 1, code);
+    history_.create(frameSize_.width, frameSize_.height, static_cast<std::uint32_t>(factor_), code);
     varitype wide = copyRecord(params);
-    wide.set("dataX", width_ * factor_);
+    wide.set("dataX", frameSize_.width * factor_);
     forward(*this, wide);
 }
 
@@ -45,7 +44,8 @@ void CpuCombine::process(varitype& params)
     varitype record = copyRecord(params);
     takeFrame(record["handle"].as<std::int32_t>());
 
-    const auto width = static_cast<std::uint32_t>(width_), height = static_cast<std::uint32_t>(height_);
+    const auto width = static_cast<std::uint32_t>(frameSize_.width),
+               height = static_cast<std::uint32_t>(frameSize_.height);
     frames_.clear();
     for (std::uint32_t k = 0; k < history_.count(); ++k)
         frames_.push_back(samples16(*this, history_.pixels(k), width, height));
@@ -60,8 +60,8 @@ void CpuCombine::process(varitype& params)
 // The slots' buffers move up by one, and the oldest goes back under the incoming handle.
 void CpuCombine::takeFrame(int handle)
 {
-    samples16(*this, pixelsOf(handle), static_cast<std::uint32_t>(width_),
-              static_cast<std::uint32_t>(height_));
+    samples16(*this, pixelsOf(handle), static_cast<std::uint32_t>(frameSize_.width),
+              static_cast<std::uint32_t>(frameSize_.height));
     for (int k = factor_ - 2; k >= 0; --k)
         handles::swap(history_.handle(static_cast<std::size_t>(k) + 1),
                       history_.handle(static_cast<std::size_t>(k)));

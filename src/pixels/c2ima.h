@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "scansteps/chain.h"
+#include "scansteps/settings.h"
 #include "scansteps/texture.h"
 
 namespace scansteps::pixels {
@@ -20,7 +21,8 @@ class CpuCombine final : public CPUBase
   private:
     void takeFrame(int handle);
 
-    int width_ = 0, height_ = 0, factor_ = 0;
+    FrameSize frameSize_;
+    int factor_ = 0;
     TextureSet history_;  // slot k holds the frame k events older than the newest
     TextureSet out_;
     std::vector<std::span<const std::uint16_t>> frames_;  // what the slots hold

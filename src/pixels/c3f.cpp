@@ -28,17 +28,17 @@ SCANSTEPS_FACTORY(c3f, Cpu3f)
 void Cpu3f::init(varitype& params)
 {
     const Settings settings(*this, params);
-    readSize(settings);
+    frameSize_ = settings.frameSize();
     channel_ = Channel(settings.integer("color.channel"));
     weights_ = {settings.real("color.red"), settings.real("color.green"), settings.real("color.blue")};
     isVideo_ = settings.has("VideoFormat");
     const std::uint32_t code = isVideo_ ? format::kU1x16 : format::kU1x8;
     formatOrMismatch(*this, params, code, code);
     if (isVideo_)
-        in_.create(dataX_, dataY_, 1, format::kU1x16);
+        in_.create(frameSize_.width, frameSize_.height, 1, format::kU1x16);
     else
-        in_.create(rgbRow(), dataY_, 1, format::kU1x8);
-    out_.create(dataX_, dataY_, 1, format::kU1x16);
+        in_.create(rgbRow(), frameSize_.height, 1, format::kU1x8);
+    out_.create(frameSize_.width, frameSize_.height, 1, format::kU1x16);
     params.set("dataFormat", "CPU::u_1x16");
     params.remove("VideoFormat");
     forward(*this, params);

@@ -19,12 +19,12 @@ SCANSTEPS_FACTORY(c3t1, CpuRGB2u16)
 void CpuRGB2u16::init(varitype& params)
 {
     const Settings settings(*this, params);
-    readSize(settings);
+    frameSize_ = settings.frameSize();
     print::line("CpuRGB2u16::in::" + settings.text("dataFormat"));
     params.set("dataFormat", "CPU::u_1x16");
     print::line("CpuRGB2u16::out::CPU::u_1x16");
-    in_.create(rgbRow(), dataY_, 1, format::kU1x8);
-    out_.create(dataX_, dataY_, 1, format::kU1x16);
+    in_.create(rgbRow(), frameSize_.height, 1, format::kU1x8);
+    out_.create(frameSize_.width, frameSize_.height, 1, format::kU1x16);
     forward(*this, params);
 }
 
@@ -34,7 +34,7 @@ void CpuRGB2u16::process(varitype& params)
     const Array& view = in_.pixels();
     print::field(std::int64_t{view.dim(0)}, " view0->getX()\n");
     print::field(std::int64_t{view.dim(1)}, " view0->getY()\n");
-    print::field(dataX_, " W\n");
+    print::field(frameSize_.width, " W\n");
     colourLength(frame.input<std::uint8_t>(), frame.output<std::uint16_t>());
     frame.forward();
 }

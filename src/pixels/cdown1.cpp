@@ -23,16 +23,16 @@ SCANSTEPS_FACTORY(cdown1, CpuDown1)
 void CpuDown1::init(varitype& params)
 {
     const Settings settings(*this, params);
-    readSize(settings);
+    frameSize_ = settings.frameSize();
     factor_ = settings.integer("down1.factor");
     isVideo_ = settings.has("VideoFormat");
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
-    in_.create(dataX_, dataY_, 1, code);
-    out_.create(dataX_ / factor_, dataY_ / factor_, 1, code);
+    in_.create(frameSize_.width, frameSize_.height, 1, code);
+    out_.create(frameSize_.width / factor_, frameSize_.height / factor_, 1, code);
     // The next steps see the reduced size; the record of the host keeps the full one.
     varitype reduced = copyRecord(params);
-    reduced.set("dataX", dataX_ / factor_);
-    reduced.set("dataY", dataY_ / factor_);
+    reduced.set("dataX", frameSize_.width / factor_);
+    reduced.set("dataY", frameSize_.height / factor_);
     forward(*this, reduced);
 }
 

@@ -17,10 +17,10 @@ SCANSTEPS_FACTORY(cf2u, CpuFloat2Short)
 
 void CpuFloat2Short::init(varitype& params)
 {
-    readSize(Settings(*this, params));
+    frameSize_ = Settings(*this, params).frameSize();
     formatOrMismatch(*this, params, format::kF1x32, format::kF1x32);
-    in_.create(dataX_, dataY_, 1, format::kF1x32);
-    out_.create(dataX_, dataY_, 1, format::kU1x16);
+    in_.create(frameSize_.width, frameSize_.height, 1, format::kF1x32);
+    out_.create(frameSize_.width, frameSize_.height, 1, format::kU1x16);
     params.set("dataFormat", "CPU::u_1x16");
     forward(*this, params);
 }

@@ -9,15 +9,10 @@ namespace scansteps::pixels {
 class ConversionStep : public CPUBase
 {
   protected:
-    void readSize(const Settings& settings)
-    {
-        dataX_ = settings.integer("dataX");
-        dataY_ = settings.integer("dataY");
-    }
     /// Bytes in a row of 8-bit RGB.
-    std::int64_t rgbRow() const { return 3 * std::int64_t{dataX_}; }
+    std::int64_t rgbRow() const { return 3 * std::int64_t{frameSize_.width}; }
 
-    int dataX_ = 0, dataY_ = 0;
+    FrameSize frameSize_;
     TextureSet in_, out_;
 };
 

@@ -18,12 +18,12 @@ SCANSTEPS_FACTORY(crgb, CpuRGB)
 void CpuRGB::init(varitype& params)
 {
     const Settings settings(*this, params);
-    readSize(settings);
+    frameSize_ = settings.frameSize();
     settings.text("dataFormat");
     params.remove("VideoFormat");
     if (params.has("dataFormat")) params.set("dataFormat", "CPU::u_1x8");
-    in_.create(dataX_, dataY_, 1, format::kU1x16);
-    out_.create(rgbRow(), dataY_, 1, format::kU1x8);
+    in_.create(frameSize_.width, frameSize_.height, 1, format::kU1x16);
+    out_.create(rgbRow(), frameSize_.height, 1, format::kU1x8);
     forward(*this, params);
 }
 

@@ -17,10 +17,10 @@ SCANSTEPS_FACTORY(cu2f, CpuShort2Float)
 
 void CpuShort2Float::init(varitype& params)
 {
-    readSize(Settings(*this, params));
+    frameSize_ = Settings(*this, params).frameSize();
     formatOrMismatch(*this, params, format::kU1x16, format::kU1x16);
-    in_.create(dataX_, dataY_, 1, format::kU1x16);
-    out_.create(dataX_, dataY_, 1, format::kF1x32);
+    in_.create(frameSize_.width, frameSize_.height, 1, format::kU1x16);
+    out_.create(frameSize_.width, frameSize_.height, 1, format::kF1x32);
     params.set("dataFormat", "CPU::f_1x32");
     forward(*this, params);
 }

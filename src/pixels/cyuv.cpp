@@ -18,12 +18,12 @@ SCANSTEPS_FACTORY(cyuv, CpuYUV)
 void CpuYUV::init(varitype& params)
 {
     const Settings settings(*this, params);
-    readSize(settings);
+    frameSize_ = settings.frameSize();
     settings.text("dataFormat");
     params.set("VideoFormat", "YUYV16");
     if (params.has("dataFormat")) params.set("dataFormat", "CPU::u_1x16");
-    in_.create(rgbRow(), dataY_, 1, format::kU1x8);
-    out_.create(dataX_, dataY_, 1, format::kU1x16);
+    in_.create(rgbRow(), frameSize_.height, 1, format::kU1x8);
+    out_.create(frameSize_.width, frameSize_.height, 1, format::kU1x16);
     forward(*this, params);
 }
 

@@ -15,8 +15,7 @@ SCANSTEPS_FACTORY(cdump, CPUDump)
 void CPUDump::init(varitype& params)
 {
     const Settings settings(*this, params);
-    const int width = settings.integer("dataX");
-    settings.integer("dataY");
+    const int width = settings.frameSize().width;
     row_ = settings.integer("dump.row");
     const int views = settings.integer("numberOfViews");
     close();

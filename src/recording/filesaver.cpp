@@ -46,8 +46,7 @@ void FileSaver::init(varitype& params)
 {
     const Settings settings(*this, params);
     const std::string path = settings.text("save.name");
-    settings.integer("dataX");
-    settings.integer("dataY");
+    settings.frameSize();
     // Before the new file is opened, which may have the same name.
     if (const auto before = std::move(file_); before && hasBegun_) before->close();
     file_ = std::make_unique<BIOfs>(path, BIOfs::Mode::Stage);

@@ -31,8 +31,7 @@ void CPUSender::init(varitype& params)
     const Settings settings(*this, params);
     const std::string host = settings.text("sender.host");
     const int port = settings.integer("sender.port");
-    settings.integer("dataX");
-    settings.integer("dataY");
+    settings.frameSize();
     const varitype sent = copyRecord(params);  // as it came, whatever the format is found to be
     formatOrMismatch(*this, params, format::kF1x32);
     sender_.reset();  // the receiver may serve one connection at a time

@@ -21,7 +21,7 @@ class CpuSegment final : public CPUBase
     void process(varitype& params) override;
 
   private:
-    int width_ = 0, height_ = 0;
+    FrameSize frameSize_;
     bool labels_ = false, bright_ = false;
     grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet in_;
@@ -60,12 +60,11 @@ Array tableOf(const std::vector<Region>& regions, bool bright)
 void CpuSegment::init(varitype& params)
 {
     const Settings settings(*this, params);
-    width_ = settings.integer("dataX");
-    height_ = settings.integer("dataY");
+    frameSize_ = settings.frameSize();
     labels_ = settings.integer("segment.labels") != 0;
     bright_ = settings.integer("segment.bright") != 0;
     coding_ = grey::sampleCoding(settings);
-    in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
+    in_.create(frameSize_.width, frameSize_.height, 1, formatOrMismatch(*this, params, format::kF1x32));
     forward(*this, params);
 }
 
@@ -73,13 +72,13 @@ void CpuSegment::process(varitype& params)
 {
     FrameScope frame(*this, params, in_, FrameCheck::Samples16);
     const auto samples = frame.input<std::uint16_t>();
-    grey::greyFromFrame(samples, width_, height_, coding_, grey_);
+    grey::greyFromFrame(samples, frameSize_.width, frameSize_.height, coding_, grey_);
     if (bright_)
         for (std::uint8_t& v : grey_.samples) v = std::uint8_t(255 - v);
     regions_.clear();
     // a fifth of an image below 46 pixels is less than the least region
-    if (const int area = width_ * height_; area > 5 * kLeastPixels)
-        detectorFor(area)(grey_.samples, width_, height_, regions_);
+    if (const int area = frameSize_.width * frameSize_.height; area > 5 * kLeastPixels)
+        detectorFor(area)(grey_.samples, frameSize_.width, frameSize_.height, regions_);
     print::field(std::int64_t(regions_.size()), " segments.size()\n");
     frame.record().insert("regions", tableOf(regions_, bright_));
     if (!labels_) return frame.forwardUnchanged();

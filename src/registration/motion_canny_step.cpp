@@ -25,19 +25,19 @@ constexpr double kHigh = 160;
 void MotionCanny::init(varitype& params)
 {
     const Settings settings(*this, params);
-    width_ = settings.integer("dataX");
-    height_ = settings.integer("dataY");
+    frameSize_ = settings.frameSize();
     const bool debug = settings.integer("canny5.debug") != 0;
     coding_ = grey::sampleCoding(settings);
-    level_ = std::clamp(int(std::bit_width(unsigned(std::max(width_, 1)))) - 1 - 8, 0, 4);
+    level_ = std::clamp(int(std::bit_width(unsigned(std::max(frameSize_.width, 1)))) - 1 - 8, 0, 4);
     announce();
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
-    in_.create(width_, height_, 1, code);
-    spare_.create(width_, height_, 1, code);
+    in_.create(frameSize_.width, frameSize_.height, 1, code);
+    spare_.create(frameSize_.width, frameSize_.height, 1, code);
     frames_ = 0;
     before_ = PreparedView{};
     detectRegions_.reset();
-    if (const auto area = std::int64_t{width_} * height_; debug && area > 8 && area <= INT32_MAX)
+    if (const auto area = std::int64_t{frameSize_.width} * frameSize_.height;
+        debug && area > 8 && area <= INT32_MAX)
         detectRegions_.emplace(1, regions::MSER::fractionOf(4, int(area)), 0.6, 0.7, 0.33, true);
     forward(*this, params);
 }
@@ -46,7 +46,7 @@ void MotionCanny::process(varitype& params)
 {
     FrameScope frame(*this, params, in_, FrameCheck::Samples16);
     const auto samples = frame.input<std::uint16_t>();
-    grey::greyFromFrame(samples, width_, height_, coding_, grey_);
+    grey::greyFromFrame(samples, frameSize_.width, frameSize_.height, coding_, grey_);
     prepareView(detector_, grey_.view(), registrationCorners(), view_);
     if (frames_++ > 0)
         registerViews(before_, view_, model_, motion_, &memory_);
@@ -58,7 +58,7 @@ void MotionCanny::process(varitype& params)
     report(motion_, frame.record());
     if (detectRegions_) {
         regions_.clear();
-        (*detectRegions_)(grey_.samples, width_, height_, regions_);
+        (*detectRegions_)(grey_.samples, frameSize_.width, frameSize_.height, regions_);
         print::field(std::int64_t(regions_.size()), " regions.size()\n");
     }
     drawEdges(samples);
@@ -68,8 +68,9 @@ void MotionCanny::process(varitype& params)
 // Two passes of a box as wide as the scale, then thin edges at full size.
 void MotionCanny::drawEdges(std::span<std::uint16_t> frame)
 {
-    if (width_ == 0 || height_ == 0) return;
-    edges::frame16ToPlane(frame, plane_, std::size_t(width_), std::size_t(height_), coding_);
+    if (frameSize_.width == 0 || frameSize_.height == 0) return;
+    edges::frame16ToPlane(frame, plane_, std::size_t(frameSize_.width), std::size_t(frameSize_.height),
+                          coding_);
     const int size = (1 << level_) | 1;
     for (int pass = 0; pass < 2 && size > 1; ++pass) edges::lowPass(plane_, size, &memory_);
     edges::edgesToFrame16(edges::detectFiltered16(plane_, kLow, kHigh, 3, work_), frame);

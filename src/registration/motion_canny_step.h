@@ -10,6 +10,7 @@
 #include "regions/mser.h"
 #include "registration/register_views.h"
 #include "scansteps/chain.h"
+#include "scansteps/settings.h"
 #include "scansteps/texture.h"
 
 namespace scansteps::registration {
@@ -25,7 +26,7 @@ class MotionCanny : public CPUBase
 
     /// Scale level: the whole part of log2(width), less 8, limited to 0 ... 4.
     int level() const { return level_; }
-    int width() const { return width_; }
+    int width() const { return frameSize_.width; }
     int frameNumber() const { return frames_; }
     /// What the step prints when it is initialised, and for a frame; may add to the record.
     virtual void announce() const {}
@@ -35,7 +36,8 @@ class MotionCanny : public CPUBase
     void drawEdges(std::span<std::uint16_t> frame);
 
     MotionModel model_;
-    int width_ = 0, height_ = 0, level_ = 0, frames_ = 0;
+    FrameSize frameSize_;
+    int level_ = 0, frames_ = 0;
     grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet in_, spare_;  // the second is kept for hosts that count on two handles a step
     grey::GreyImage grey_;

@@ -37,19 +37,18 @@ class RegisteringStep : public CPUBase
         print::field(place.inliers, " inliers\n");
         report(place, frame.record());
         if (!draw_) return frame.forwardUnchanged();
-        drawPlace(samples, width_, height_, place, coding_);
+        drawPlace(samples, frameSize_.width, frameSize_.height, place, coding_);
         frame.forward();
     }
 
   protected:
     void start(const Settings& settings, varitype& params, bool draw, ViewSequence sequence)
     {
-        width_ = settings.integer("dataX");
-        height_ = settings.integer("dataY");
+        frameSize_ = settings.frameSize();
         coding_ = grey::sampleCoding(settings);
         draw_ = draw;
         sequence_ = std::move(sequence);
-        in_.create(width_, height_, 1, formatOrMismatch(*this, params, format::kF1x32));
+        in_.create(frameSize_.width, frameSize_.height, 1, formatOrMismatch(*this, params, format::kF1x32));
         forward(*this, params);
     }
 
@@ -59,7 +58,7 @@ class RegisteringStep : public CPUBase
   private:
     PreparedView prepared(std::span<const std::uint16_t> samples, const varitype& record)
     {
-        grey::greyFromFrame(samples, width_, height_, coding_, grey_);
+        grey::greyFromFrame(samples, frameSize_.width, frameSize_.height, coding_, grey_);
         PreparedView view;
         if (corners::holdsFeatures(record)) {
             std::vector<corners::CornerFeature> features = corners::featuresOf(record);
@@ -84,7 +83,7 @@ class RegisteringStep : public CPUBase
         record.set("toFirst", matrixArray(place.toFirst));
     }
 
-    int width_ = 0, height_ = 0;
+    FrameSize frameSize_;
     bool draw_ = false;
     grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet in_;
