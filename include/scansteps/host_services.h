@@ -32,13 +32,14 @@ struct HostServices
     std::intptr_t wake = -1;
 };
 
-/// Key of the services among the table's shared values.
+/// Key of the services among the table's shared values. installHandles() inserts it with 0; it must not be
+/// erased while the table is installed.
 inline constexpr int kHostServicesKey = 0x73637376;
 
 /// Host's side: offers `services`, or with null takes the offer back.
 void installHostServices(HandleTable& table, const HostServices* services);
 
-/// Step's side: the services of the installed table, or null.
+/// Step's side: the services of the installed table, or null. May be called on any thread.
 const HostServices* hostServices();
 /// Whether the host wants the run to end: waits give up, the flush goes on.
 bool hostInterrupted();

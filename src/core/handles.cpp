@@ -1,14 +1,17 @@
 #include "scansteps/handles.h"
 
+#include <atomic>
 #include <utility>
 
 #include "scansteps/error.h"
+#include "scansteps/host_services.h"
 
 namespace scansteps {
 
 namespace {
 
 HandleTable* installed = nullptr;
+std::uint64_t* servicesValue = nullptr;  // in the installed table's `values`
 
 HandleTable& table()
 {
@@ -33,7 +36,17 @@ void fillFreeHandles(HandleTable& table)
 
 void installHandles(HandleTable* table)
 {
+    servicesValue = table != nullptr ? &table->values[kHostServicesKey] : nullptr;
     installed = table;
+}
+
+// Does not search the map: other threads call this while a step may insert a value. Map values never move.
+const HostServices* hostServices()
+{
+    if (servicesValue == nullptr) return nullptr;
+    const std::uint64_t value = std::atomic_ref(*servicesValue).load(std::memory_order_acquire);
+    const auto* services = reinterpret_cast<const HostServices*>(static_cast<std::uintptr_t>(value));
+    return services != nullptr && services->size >= sizeof(HostServices) ? services : nullptr;
 }
 
 HandleTable* installedHandles()

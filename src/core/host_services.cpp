@@ -1,23 +1,13 @@
 #include "scansteps/host_services.h"
 
+#include <atomic>
+
 namespace scansteps {
 
 void installHostServices(HandleTable& table, const HostServices* services)
 {
-    if (services == nullptr)
-        table.values.erase(kHostServicesKey);
-    else
-        table.values[kHostServicesKey] = reinterpret_cast<std::uintptr_t>(services);
-}
-
-const HostServices* hostServices()
-{
-    const HandleTable* table = installedHandles();
-    if (table == nullptr) return nullptr;
-    const auto found = table->values.find(kHostServicesKey);
-    if (found == table->values.end()) return nullptr;
-    const auto* services = reinterpret_cast<const HostServices*>(static_cast<std::uintptr_t>(found->second));
-    return services != nullptr && services->size >= sizeof(HostServices) ? services : nullptr;
+    const std::uint64_t value = reinterpret_cast<std::uintptr_t>(services);
+    std::atomic_ref(table.values[kHostServicesKey]).store(value, std::memory_order_release);
 }
 
 void notifyHost(Trouble trouble, const char* step, const char* file, const char* reason)
