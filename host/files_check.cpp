@@ -87,9 +87,13 @@ class FilesCheck
   private:
     void checkStep(std::size_t i, SettingRole role);
     void checkInput(std::size_t i, const SettingInfo& setting, const std::string& name);
+    void checkFirst(std::size_t i, const std::string& name);
+    void checkShownPictures(std::size_t i);
     void checkOutput(std::size_t i, const SettingInfo& setting, const std::string& name);
     void checkTwice(std::size_t i, const std::string& name);
     void checkSeries(std::size_t i, std::string name, bool counted);
+    void checkCompanions(std::size_t i, const std::string& name);
+    bool checkWrite(std::size_t i, const std::string& name);
     int integer(std::size_t i, const char* path) const;
     void warn(std::size_t i, const std::string& text, int code = kEnded)
     {
@@ -102,6 +106,8 @@ class FilesCheck
     Paths paths_;
     Inputs inputs_;
     std::map<std::string, std::size_t> writers_;
+    std::int64_t overwritten_ = 0;  // by the setting that is checked now
+    std::string firstOverwritten_;
     std::int64_t frames_ = kUnknown;   // of the run, as far as they are known
     std::int64_t passing_ = kUnknown;  // that reach the step
 };
@@ -117,6 +123,7 @@ int FilesCheck::integer(std::size_t i, const char* path) const
 void FilesCheck::checkStep(std::size_t i, SettingRole role)
 {
     const StepInfo& kind = *pipeline_.steps[i].kind;
+    if (role == SettingRole::Input) checkShownPictures(i);
     for (const SettingInfo& setting : kind.settings) {
         if (setting.role != role) continue;
         const auto value = effectiveValue(pipeline_, i, setting.path);
@@ -131,7 +138,7 @@ void FilesCheck::checkStep(std::size_t i, SettingRole role)
     if (std::string_view(kind.kind) == "clast") passing_ = 0;
 }
 
-void FilesCheck::checkInput(std::size_t i, const SettingInfo& setting, const std::string& name)
+void FilesCheck::checkFirst(std::size_t i, const std::string& name)
 {
     std::error_code error;
     if (!fs::exists(pathFromUtf8(name), error)) {
@@ -140,7 +147,35 @@ void FilesCheck::checkInput(std::size_t i, const SettingInfo& setting, const std
              mode_.strict ? kFileFailed : kEnded);
     }
     inputs_.add(pathFromUtf8(name));
+}
+
+// The pictures of a camera "file:NAME0000.jpg@RATE".
+void FilesCheck::checkShownPictures(std::size_t i)
+{
+    if (findSetting(*pipeline_.steps[i].kind, "capture.dev_name") == nullptr) return;
+    const auto value = effectiveValue(pipeline_, i, "capture.dev_name");
+    std::string name = value && value->kind() == Kind::String ? value->as<std::string>() : "";
+    if (!name.starts_with("file:")) return;
+    name.erase(0, 5);
+    const std::size_t rate = name.rfind('@');
+    if (rate != std::string::npos &&
+        (name.substr(rate) == "@max" ||
+         name.find_first_not_of("0123456789.e+-", rate + 1) == std::string::npos))
+        name.resize(rate);
+    checkFirst(i, name);
+    std::error_code error;
+    for (std::int64_t k = 0; k < kMostNames && fs::exists(pathFromUtf8(name), error); ++k) {
+        const bool wrapped = advanceName(name, 1);
+        inputs_.add(pathFromUtf8(name));  // the one that is missing would be shown once it had been written
+        if (wrapped) break;
+    }
+}
+
+void FilesCheck::checkInput(std::size_t i, const SettingInfo& setting, const std::string& name)
+{
+    checkFirst(i, name);
     if (!setting.counted) return;
+    std::error_code error;
     // The names that are there, and the next one: it would be read once it had been written.
     const int step = integer(i, "load.incr"), count = integer(i, "load.count");
     std::int64_t most = pipeline_.frames > 0 ? frames_ : kMostNames;
@@ -186,32 +221,78 @@ void FilesCheck::checkOutput(std::size_t i, const SettingInfo& setting, const st
     checkTwice(i, name);
     const fs::path folder = pathFromUtf8(name).parent_path();
     std::error_code error;
-    if (!folder.empty() && !fs::is_directory(folder, error))
+    if (!folder.empty() && !fs::is_directory(folder, error)) {
         warn(i, fmt::format("cannot write {}: there is no folder {}", name, utf8FromPath(folder)));
-    else
-        checkSeries(i, name, setting.counted);
+        return;
+    }
+    overwritten_ = 0;
+    checkSeries(i, name, setting.counted);
+    if (holdsOneOf(".obj", setting.endings)) checkCompanions(i, name);
+    if (overwritten_ == 1)
+        warn(i, fmt::format("overwrites {}", firstOverwritten_));
+    else if (overwritten_ > 1)
+        warn(i, fmt::format("overwrites {} files, the first: {}", overwritten_, firstOverwritten_));
+}
+
+// The files beside a model: always `certain`; pages `base`_1.jpg, `base`_2.jpg ... where one does not
+// suffice.
+struct Companions
+{
+    std::string base;
+    std::vector<std::string> certain;
+};
+
+Companions companionsOf(const std::string& name)
+{
+    for (const char* ending : {".obj", ".OBJ", ".flt", ".FLT"}) {
+        const std::size_t at = name.rfind(ending);
+        if (at == std::string::npos) continue;
+        const std::string base = name.substr(0, at);
+        if (ending[1] == 'f' || ending[1] == 'F') return {base, {base + ".jpg"}};
+        return {base, {base + ".mtl", base + ".jpg"}};
+    }
+    return {};
+}
+
+void FilesCheck::checkCompanions(std::size_t i, const std::string& name)
+{
+    const Companions companions = companionsOf(name);
+    for (const std::string& companion : companions.certain)
+        if (!checkWrite(i, companion)) return;
+    constexpr int kPages = 100;
+    for (int page = 1; page < kPages && !companions.certain.empty(); ++page) {
+        const std::string companion = fmt::format("{}_{}.jpg", companions.base, page);
+        if (!inputs_.contain(pathFromUtf8(companion))) continue;
+        warn(i, fmt::format("may write {}, which the run reads, as a page of texture", companion));
+        return;
+    }
+}
+
+// Notes a file that will be overwritten; false, with a finding, when it is one that the run reads.
+bool FilesCheck::checkWrite(std::size_t i, const std::string& name)
+{
+    const fs::path path = pathFromUtf8(name);
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    const bool isFile = fs::is_regular_file(status);
+    if ((isFile || !fs::exists(status)) && inputs_.contain(path)) {
+        warn(i,
+             fmt::format("would write {}, which the run reads{}", name,
+                         mode_.force ? "" : " (--force lets it)"),
+             mode_.force ? kEnded : kUsage);
+        return false;
+    }
+    if (isFile && overwritten_++ == 0) firstOverwritten_ = name;
+    return true;
 }
 
 void FilesCheck::checkSeries(std::size_t i, std::string name, bool counted)
 {
     const std::int64_t most = counted ? passing_ : 1;
     const auto folderOf = [](const std::string& text) { return pathFromUtf8(text).parent_path(); };
-    std::int64_t overwritten = 0;
-    std::string first;
     bool wrapped = false, movedOn = false;
-    for (std::int64_t k = 0; k < most; ++k) {
-        const fs::path path = pathFromUtf8(name);
-        std::error_code error;
-        const fs::file_status status = fs::status(path, error);
-        const bool isFile = fs::is_regular_file(status);
-        if ((isFile || !fs::exists(status)) && inputs_.contain(path)) {
-            warn(i,
-                 fmt::format("would write {}, which the run reads{}", name,
-                             mode_.force ? "" : " (--force lets it)"),
-                 mode_.force ? kEnded : kUsage);
-            return;
-        }
-        if (isFile && overwritten++ == 0) first = name;
+    for (std::int64_t k = 0; k < most && !wrapped; ++k) {
+        if (!checkWrite(i, name)) return;
         if (k + 1 == most) break;
         const std::string before = name;
         wrapped = incrementName(name);
@@ -219,17 +300,11 @@ void FilesCheck::checkSeries(std::size_t i, std::string name, bool counted)
             warn(i, name == before ? fmt::format("writes every picture to {}, whose name has no digits", name)
                                    : fmt::format("counts on to {} after {}: earlier pictures are overwritten",
                                                  name, before));
-            break;
-        }
-        if (!movedOn && folderOf(name) != folderOf(before)) {
+        } else if (!movedOn && folderOf(name) != folderOf(before)) {
             warn(i, fmt::format("counts on to {} after {}, in another folder", name, before));
             movedOn = true;
         }
     }
-    if (overwritten == 1)
-        warn(i, fmt::format("overwrites {}", first));
-    else if (overwritten > 1)
-        warn(i, fmt::format("overwrites {} files, the first: {}", overwritten, first));
 }
 
 }  // namespace

@@ -148,6 +148,11 @@ TEST(CommandLine, filesAreCheckedBeforeARun)
         EXPECT_EQ(result.exitCode, exitCode) << output << result.out;
         EXPECT_NE(result.out.find(text), std::string::npos) << output << "\n" << result.out;
     }
+    const std::string first = folder / "img0";
+    for (const std::string& pipeline :
+         {"cjread load.name=" + first + ".jpg ! cply name=" + first + ".obj",
+          "ccap1 capture.dev_name=file:" + first + ".jpg@max ! cjwrite name=" + folder / "img3.jpg"})
+        EXPECT_EQ(runProgram("check \"" + pipeline + "\"").exitCode, 2) << pipeline;
 }
 
 TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
