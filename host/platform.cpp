@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 #include <system_error>
 
@@ -84,11 +85,26 @@ const char* nullDevice()
     return "NUL";
 }
 
+namespace {
+
+// The system's text for an error of its own interface, without the line break at its end.
+std::string systemText(DWORD code)
+{
+    wchar_t text[512];
+    DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                                  0, text, DWORD(std::size(text)), nullptr);
+    while (length > 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.')) --length;
+    if (length == 0) return "error " + std::to_string(code);
+    return utf8FromPath(std::filesystem::path(std::wstring(text, length)));
+}
+
+}  // namespace
+
 std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
 {
     HMODULE library = LoadLibraryW(path.c_str());
     if (library == nullptr) {
-        error = "error " + std::to_string(GetLastError());
+        error = systemText(GetLastError());
         return nullptr;
     }
     return std::unique_ptr<SharedLibrary>(new SharedLibrary(reinterpret_cast<void*>(library), path));
