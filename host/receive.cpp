@@ -19,6 +19,7 @@
 #include "platform.h"
 #include "receive_store.h"
 #include "scansteps/chain.h"
+#include "scansteps/host_services.h"
 #include "scansteps/socket.h"
 
 namespace scansteps::host {
@@ -110,6 +111,26 @@ class Incoming : public BIO
     const char* ending_ = nullptr;
 };
 
+// The waits of the program's own files and sockets end on interrupts, as those of steps do in a run.
+class InterruptibleWaits
+{
+  public:
+    InterruptibleWaits()
+    {
+        services_.interrupted = [](void*) { return interrupted(); };
+        services_.wake = interruptWake();
+        installHostServices(table_, &services_);
+        installHandles(&table_);
+    }
+    ~InterruptibleWaits() { installHandles(nullptr); }
+    InterruptibleWaits(const InterruptibleWaits&) = delete;
+    InterruptibleWaits& operator=(const InterruptibleWaits&) = delete;
+
+  private:
+    HandleTable table_;
+    HostServices services_;
+};
+
 bool isEvent(const varitype& record, int type)
 {
     return record.has("eventType") && record["eventType"].kind() == Kind::Int &&
@@ -136,7 +157,11 @@ class Recorder
             if (number_ == 0) number_ = store_.reserve();
             file_ = store_.create(number_);
         }
-        if (file_) named([&] { writeRecord(*file_, record); });
+        if (file_)
+            named([&] {
+                writeRecord(*file_, record);
+                if (records_ == 0) file_->commit();
+            });
         ++records_;
     }
     void close()
@@ -156,6 +181,7 @@ class Recorder
         try {
             work();
         } catch (const char* text) {
+            if (records_ == 0) ReceiveStore::removeEmpty(*file_);
             throw FileError{fmt::format("{}: {}: {}", file_->path(), text, file_->reason())};
         }
     }
@@ -281,6 +307,7 @@ int receive(const ReceiveOptions& options)
 {
     if (options.bind.empty()) throw UsageError{"--bind needs an address; 0.0.0.0 is all of this machine"};
     catchInterrupts();
+    const InterruptibleWaits waits;
     return Receiver(options).serve();
 }
 

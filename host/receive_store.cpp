@@ -75,7 +75,7 @@ std::unique_ptr<BIOfs> ReceiveStore::create(std::uint64_t& number)
         const std::string name = nameOf(number);
         const bool exists = std::filesystem::exists(pathFromUtf8(name));
         const bool mayReplace = number == 1 && (options_.force || (exists && !isFile(name)));
-        auto file = std::make_unique<BIOfs>(name, mayReplace ? BIOfs::Mode::Write : BIOfs::Mode::Create);
+        auto file = std::make_unique<BIOfs>(name, mayReplace ? BIOfs::Mode::Stage : BIOfs::Mode::Create);
         if (file->isOpen()) {
             ++files_;
             return file;
@@ -84,6 +84,14 @@ std::unique_ptr<BIOfs> ReceiveStore::create(std::uint64_t& number)
             throw FileError{fmt::format("cannot write {}: {}", name, file->reason())};
         number = reserveLocked();
     }
+}
+
+void ReceiveStore::removeEmpty(const BIOfs& file)
+{
+    const auto path = pathFromUtf8(file.path());
+    std::error_code error;
+    if (std::filesystem::is_regular_file(path, error) && std::filesystem::file_size(path, error) == 0)
+        std::filesystem::remove(path, error);
 }
 
 void ReceiveStore::charge(std::uint64_t bytes)

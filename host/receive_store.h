@@ -27,8 +27,11 @@ class ReceiveStore
     void release(std::uint64_t number);
 
     /// A new recording and, in `number`, the one it has got: another one when the name was taken meanwhile.
-    /// Null when nothing is recorded. Throws a text for a limit that is reached and FileError.
+    /// Null when nothing is recorded. Throws a text for a limit that is reached and FileError. A file that is
+    /// to be replaced stays as it is until commit().
     std::unique_ptr<BIOfs> create(std::uint64_t& number);
+    /// After the first write has failed: an empty file is no recording.
+    static void removeEmpty(const BIOfs& file);
     /// Throws a text when that many bytes more than before are not to be stored.
     void charge(std::uint64_t bytes);
 

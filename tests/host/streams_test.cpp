@@ -20,6 +20,7 @@
 #include "support/sanitized.h"
 
 #ifndef _WIN32
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -434,6 +435,33 @@ TEST(Receive, ServesSeveralClientsWithinItsLimits)
     EXPECT_EQ(readFile(dir / "run-3.rec").size(), recordSize(record));
     EXPECT_EQ(readFile(dir / "run-2.rec"), "old");
     receiver.interrupt();
+}
+
+TEST(Receive, EndsWhileAPipeHasNoReaderAndLeavesNoEmptyRecording)
+{
+    const TempDir dir;
+    const std::string pipe = dir / "pipe", full = dir / "full.rec";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const auto send = [](const ReceiveProgram& receiver) {
+        USock socket("127.0.0.1", std::uint16_t(receiver.port()));
+        writeRecord(socket, test::everyKind());
+    };
+    ReceiveProgram waiting("--out \"" + pipe + "\"");
+    send(waiting);
+    EXPECT_TRUE(waiting.waitFor("connected"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    waiting.interrupt();
+    EXPECT_EQ(waiting.end(), 130);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit limited{10, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    ReceiveProgram receiver("--once --out \"" + full + "\"");
+    setrlimit(RLIMIT_FSIZE, &before);
+    send(receiver);
+    EXPECT_TRUE(receiver.waitFor("left without a record: " + full + ": write error: File too large"));
+    EXPECT_FALSE(std::filesystem::exists(full));
+    EXPECT_EQ(receiver.end(), 5);
 }
 #endif
 
