@@ -1,5 +1,5 @@
-// What a chain costs besides the work of its steps: dispatch, the copy of a record of 20 entries and its way
-// to the next step. Each step here takes the frame and does nothing with it.
+// Overhead of a chain: dispatch, copying a record of 20 entries and forwarding it. The steps take the frame
+// and do nothing with it.
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -12,7 +12,7 @@
 namespace scansteps {
 namespace {
 
-// All that a working step does around its computation, without one.
+// A step with everything but a computation.
 class Nothing final : public CPUBase
 {
   public:

@@ -1,4 +1,4 @@
-// Small records: entries encoded and decoded a second, for a record of 20 entries as events have them.
+// Entries encoded and decoded per second, for a record of 20 entries that are typical of events.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -8,7 +8,7 @@
 namespace scansteps {
 namespace {
 
-// Takes everything and keeps nothing.
+// Discards all output.
 class Null : public BIO
 {
   public:
@@ -16,7 +16,7 @@ class Null : public BIO
     void read(void*, std::size_t) override {}
 };
 
-// The same bytes again and again.
+// Repeats the same bytes.
 class Again : public BIO
 {
   public:

@@ -1,4 +1,4 @@
-// CPU time of the corner detector on photographs of 640 × 480, and of its stages.
+// Time of the corner detector and of its stages on photographs of 640 × 480.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -27,7 +27,7 @@ const Frame& frame(const char* name = "img0000.jpg")
     return f;
 }
 
-// Two frames, as the step takes them.
+// A pair of frames, like the input of the step.
 void detectPair(benchmark::State& state)
 {
     const test::Image second = test::examplePhoto("img0006.jpg");

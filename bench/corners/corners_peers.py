@@ -2,8 +2,7 @@
 """Corner responses of scikit-image and VIGRA and scikit-image's ORB on the photograph of corners_corners_bench.
 
 Debian packages: python3-skimage, python3-vigra, python3-numpy. Prints processor time in milliseconds, median of
-five calls, least first; run it with one thread and pinned, right before or after the benchmark:
-    OMP_NUM_THREADS=1 taskset -c 1 /usr/bin/python3 bench/corners/corners_peers.py
+five calls, fastest first. scripts/bench.sh runs it pinned and with one thread, right after the benchmark.
 """
 import os
 import statistics
@@ -14,7 +13,7 @@ import vigra
 from skimage import feature, io
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-rgb = io.imread(os.path.join(HERE, "..", "examples", "images", "img0000.jpg"))
+rgb = io.imread(os.path.join(HERE, "..", "..", "examples", "images", "img0000.jpg"))
 grey = np.rint(rgb @ np.array([0.299, 0.587, 0.114])).astype(np.float32)
 as_vigra = vigra.taggedView(grey, "yx")
 

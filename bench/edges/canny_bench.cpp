@@ -1,5 +1,5 @@
-// Speed of filters and edge detector on photographs, against memcpy of the same traffic and, where built with
-// peers, against libvips' detector (8-bit image, no hysteresis, thinned gradient only).
+// Speed of filters and edge detector on photographs, compared with memcpy of the same amount of data and, if
+// built with peers, with libvips' detector (8-bit image, thinned gradient without thresholds or hysteresis).
 #include <algorithm>
 #include <vector>
 
@@ -43,7 +43,7 @@ struct Photo
     bench::Samples<std::uint16_t> frame;
 };
 
-// Counter "growth" of a kernel that works on a photo: `work(photo)`.
+// Sets the counter "growth" of a kernel that is called as `work(photo)`.
 template <class Work>
 void growth(benchmark::State& state, const char* name, Photo& photo, Work work)
 {
@@ -91,7 +91,7 @@ class Vips
         vips_concurrency_set(1);
         vips_cache_set_max(0);
     }
-    // A sigma this small turns the smoothing before the gradient off, the fastest way to call it.
+    // A sigma this small disables smoothing, which makes the call as fast as possible.
     void operator()() const
     {
         VipsImage* in = vips_image_new_from_memory(p_.bytes.data(), p_.pixels, int(p_.width), int(p_.height),
@@ -111,7 +111,7 @@ class Vips
 };
 #endif
 
-// The share of edge pixels stands beside the speed: thinning and hysteresis depend on it.
+// Also reports the share of edge pixels, on which the speed of thinning and hysteresis depends.
 template <class Work>
 void detector(benchmark::State& state, const char* name, Photo& p, double edges, Work work)
 {
@@ -147,7 +147,7 @@ BENCHMARK_CAPTURE(CannyPlane, coffee_5_720_1800, "photo_coffee.jpg", 5, 720, 180
 BENCHMARK_CAPTURE(CannyPlane, coffee_7_9600_24000, "photo_coffee.jpg", 7, 9600, 24000)
     ->Apply(bench::frameSizes);
 
-// The frame is replaced by its edges, so every call needs it fresh; the copy is part of what is measured.
+// The frame is replaced by its edges, so every call starts with a copy, which is included in the measurement.
 void CannyFrame16(benchmark::State& state, const char* photo, int lowPasses, double low, double high)
 {
     Photo p(photo, state);

@@ -1,6 +1,6 @@
-// Growth of the kernels of the features that have no peer: the time of a pixel in one frame of 7680 × 4320
-// over that in as many frames of 640 × 480 as have its pixels (`bench/ratio.h`). The photograph fills all of
-// them.
+// Growth of the kernels without a peer: time per pixel of one frame of 7680 × 4320 over that of as many
+// frames of 640 × 480 as have its pixels (see support/ratio.h). All frames are filled with copies of a
+// photograph.
 #include <array>
 
 #include "corners/corner_response.h"
@@ -22,7 +22,7 @@ using namespace scansteps::pixels;
 
 constexpr std::size_t kWidth = 7680, kHeight = 4320;
 
-// The large frame, and parts of its memory taken for small ones.
+// The large frame, or a part of its memory used as a small one.
 struct Part
 {
     int width, height;
@@ -72,7 +72,7 @@ class Frames
     bench::Samples<float> response_;
 };
 
-// What a kernel keeps from frame to frame, one for each size.
+// State that kernels keep between frames, one object per frame size.
 struct Kept
 {
     GreyImage image;

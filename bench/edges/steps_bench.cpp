@@ -1,5 +1,5 @@
-// Processor time of a frame of 1920 × 1088 in the steps that find edges, lines, regions and motions. The
-// frames are a photograph that is shifted a little from one to the next.
+// Processor time per frame of 1920 × 1088 for the steps that find edges, lines, regions and motions.
+// Successive frames are slightly shifted copies of a photograph.
 #include <fcntl.h>
 #include <unistd.h>
 

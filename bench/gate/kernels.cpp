@@ -1,5 +1,5 @@
 // Six kernels, each run once under callgrind, which counts their instructions; scripts/bench_gate.sh compares
-// the counts with the kept ones. The instruction set is fixed, so that every machine counts alike.
+// the counts with the stored ones. The instruction set is fixed, so that counts do not depend on the machine.
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -23,7 +23,7 @@ using namespace scansteps::grey;
 using namespace scansteps::jpeg;
 using namespace scansteps::pixels;
 
-/// Counts one call after one that finds its memory and its code path.
+/// Counts one call, after a warm-up call that allocates memory and selects the code path.
 template <class Work>
 void count(const char* name, Work work)
 {
@@ -83,7 +83,7 @@ void countKernels()
 int main()
 {
     if ((hwy::SupportedTargets() & HWY_AVX2) == 0) {
-        std::fputs("this processor has no AVX2, for which the instructions were counted\n", stderr);
+        std::fputs("this processor lacks AVX2, for which the stored instruction counts hold\n", stderr);
         return 2;
     }
     hwy::SetSupportedTargetsForTest(HWY_AVX2);

@@ -1,5 +1,5 @@
-// Speed of the steps that make planes (colour channel, gradient, deviation) on a photograph of 640 × 480. The
-// kernels with a plain twin are held against it: counter "times_plain".
+// Speed of the kernels that compute planes (colour channel, gradient, deviation) on a photograph of 640 ×
+// 480. The counter "times_plain" is the speed relative to the scalar version, if there is one.
 #include "../../tests/support/images.h"
 #include "edges/gradient_frame.h"
 #include "edges/subpixel_edges.h"

@@ -1,5 +1,5 @@
-// The demo pipeline, JPEG files to edge pictures: how much of its time the JPEG library and the edge detector
-// take when they are called alone, with the same frames and in turns with the whole.
+// The demo pipeline, from JPEG files to edge pictures: which share of its time the JPEG library and the edge
+// detector take when they are called alone, with the same frames and alternating with the pipeline.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -38,7 +38,7 @@ namespace {
 
 constexpr int kFrames = 8, kQuality = 90, kLow = 60, kHigh = 160;
 
-// What steps print goes nowhere while this lives.
+// Discards standard output during its lifetime.
 class Silence
 {
   public:
@@ -65,7 +65,7 @@ double seconds()
     return double(std::clock()) / CLOCKS_PER_SEC;
 }
 
-/// A folder in memory with photographs of a camera's size.
+/// A folder in memory with photographs of camera size.
 class Photos
 {
   public:
@@ -77,7 +77,7 @@ class Photos
         folder_ /= "scansteps_bench_pipeline";
         std::filesystem::create_directories(folder_);
         const char* names[] = {"coffee", "chelsea", "rocket", "astronaut"};
-        // One more than frames: the reader decodes the next file while it delivers one.
+        // One file more than frames, because the reader decodes the next file before it delivers a frame.
         for (int i = 0; i <= kFrames; ++i) {
             const test::Image photo = test::examplePhoto(std::string("photo_") + names[i % 4] + ".jpg");
             const auto bytes = test::encodeJpeg(bench::scaled(photo, width, height), {.quality = kQuality});
@@ -129,7 +129,7 @@ class Pipeline
     Pipeline(const Pipeline&) = delete;
     Pipeline& operator=(const Pipeline&) = delete;
 
-    /// Processor time of all frames.
+    /// Processes all frames; returns the processor time.
     double run()
     {
         const double start = seconds();
@@ -152,7 +152,7 @@ struct Parts
     double jpeg = 0, canny = 0;
 };
 
-/// The same frames without steps: only what decodes, detects and encodes is timed.
+/// Processes the same frames without steps; only decoding, detection and encoding are timed.
 Parts runParts(const Photos& photos, CannyWorkspace& work)
 {
     Parts parts;

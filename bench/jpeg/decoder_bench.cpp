@@ -1,7 +1,6 @@
-// The baseline JPEG decoder to three planes against TurboJPEG's accurate decoding to planes, on photographs
-// of examples/images scaled to camera sizes. "ratio" is the peer's time divided by ours, both measured in
-// turns in the same run; 1.25 means a quarter more frames. Without SCANSTEPS_BENCH_PEERS only our own speed
-// is given.
+// The baseline JPEG decoder to three planes, compared with TurboJPEG's accurate decoding to planes, on
+// photographs of examples/images scaled to camera sizes. "ratio" is the peer's time divided by ours, both
+// alternating in the same run. Without SCANSTEPS_BENCH_PEERS only our speed is measured.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -22,7 +21,7 @@ namespace {
 
 using scansteps::test::Image;
 
-/// Processor time of the process in seconds: other load on the machine disturbs it less than the clock.
+/// Processor time of the process in seconds, which depends less on the load of the machine than elapsed time.
 double now()
 {
     return double(std::clock()) / CLOCKS_PER_SEC;

@@ -1,6 +1,5 @@
-// Packing of planes to YUYV16 against memcpy of as many bytes as it writes, by turns in the same run: "ratio"
-// is memcpy's time divided by ours. The frames are warm in the cache as far as they fit, as behind the
-// decoder.
+// Packing of planes to YUYV16, compared with memcpy of the bytes written, alternating in the same run:
+// "ratio" is memcpy's time divided by ours. Frames are in cache as far as they fit, as after decoding.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Writing a mesh of half a million vertices and a million triangles to memory-backed storage, beside a bare
-// write of as many bytes and, with SCANSTEPS_BENCH_PEERS, a general model library.
+// Writing a mesh of half a million vertices and a million triangles to a file in memory, compared with a
+// plain write of as many bytes and, with SCANSTEPS_BENCH_PEERS, a general model library.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -92,7 +92,7 @@ void run(benchmark::State& state, const char* name, Write write)
     const std::string path = target(name);
     for (auto _ : state) {
         state.PauseTiming();
-        std::filesystem::remove(path);  // every file is a new one
+        std::filesystem::remove(path);  // every iteration creates a new file
         state.ResumeTiming();
         AtomicFile file(path);
         write(file, mesh);
@@ -109,7 +109,7 @@ void stl(benchmark::State& state)
 {
     run(state, "a.stl", [](AtomicFile& file, const Mesh& mesh) { writeStl(file, mesh); });
 }
-/// How many times as fast as a bare write of its bytes an STL file comes about, the two taking turns.
+/// Speed of writing an STL file relative to a plain write of its bytes, alternating.
 void stlOfBareWrite(benchmark::State& state)
 {
     const Mesh mesh = model().mesh();
@@ -152,7 +152,7 @@ void flt(benchmark::State& state)
 }
 
 #if defined(SCANSTEPS_PEER_ASSIMP)
-/// The mesh as the peer holds it, with texture coordinates, which its OBJ then has too.
+/// The mesh in the peer's form, with texture coordinates, so that its OBJ has them too.
 std::unique_ptr<aiScene> assimpScene()
 {
     const Mesh mesh = model().mesh();

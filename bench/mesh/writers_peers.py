@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Writes the mesh of mesh_writers_bench with meshio and VTK, and prints triangles a second of each.
+"""Writes the mesh of mesh_writers_bench with meshio and VTK, and prints the triangles per second of each.
 
-usage: export_model_peers.py [EXPORT_MODEL_BENCH]
+usage: writers_peers.py [PROGRAM]     PROGRAM: path of mesh_writers_bench
 
-With the program of the benchmark its writers take turns with these, and the last lines give its speed as a
-multiple of the fastest peer's. Debian packages: python3-meshio, python3-vtk9, python3-numpy. The time is the
-processor time of the writing call alone, best of three, to memory-backed storage.
+With PROGRAM, its writers alternate with these, and the last lines give its speed as a multiple of the fastest
+peer's. Debian packages: python3-meshio, python3-vtk9, python3-numpy. The time is the processor time of the
+writing call only, best of three, to a file in memory.
 """
 import json
 import os
@@ -35,7 +35,7 @@ peer_seconds, our_seconds = {}, {}
 
 
 def measure_ours(extension):
-    """The best of the runs so far, processor time of one file."""
+    """Updates the best processor time of our writer for one file."""
     if len(sys.argv) > 1:
         out = subprocess.run([sys.argv[1], f"--benchmark_filter=^{extension}$", "--benchmark_min_time=0.3",
                               "--benchmark_format=json"], capture_output=True, check=True).stdout
@@ -84,9 +84,9 @@ def with_vtk(points, triangles, colours):
     rgb.SetName("RGB")
     data.GetCellData().SetScalars(rgb)
 
-    def write(kind, setup=lambda w: None):
+    def write(class_name, setup=lambda w: None):
         def go(path):
-            writer = getattr(vtk, kind)()
+            writer = getattr(vtk, class_name)()
             writer.SetInputData(data)
             writer.SetFileName(path)
             setup(writer)
@@ -107,7 +107,7 @@ for peer in (with_meshio, with_vtk):
     try:
         peer(*model)
     except ImportError as missing:
-        print(f"left out: {missing}")
-for kind, seconds in our_seconds.items():
-    print(f"ours {kind:27} {seconds * 1e3:9.1f} ms {2 * COLUMNS * ROWS / seconds / 1e6:8.2f} M triangles/s "
-          f"{peer_seconds[kind] / seconds:8.2f} times the fastest peer")
+        print(f"skipped: {missing}")
+for extension, seconds in our_seconds.items():
+    print(f"ours {extension:27} {seconds * 1e3:9.1f} ms {2 * COLUMNS * ROWS / seconds / 1e6:8.2f} M triangles/s "
+          f"{peer_seconds[extension] / seconds:8.2f} times the fastest peer")

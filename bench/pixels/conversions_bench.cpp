@@ -1,6 +1,6 @@
-// Speed of the pixel conversions on a photograph, larger frames being reflected copies of it, against memcpy
-// of the same traffic and, where built with peers, against libyuv called line by line, the line between its
-// two calls staying in cache.
+// Speed of the pixel conversions on a photograph (larger frames consist of reflected copies), compared with
+// memcpy of the same amount of data and, if built with peers, with libyuv, called line by line so that the
+// line between its two calls stays in cache.
 #include <cstdint>
 #include <vector>
 
@@ -20,7 +20,7 @@ namespace {
 using namespace scansteps;
 using namespace scansteps::pixels;
 
-// What a kernel works on: a frame, or a part of one that is taken for a frame.
+// Input of a kernel: a frame, or a part of one that is used as a frame.
 struct View
 {
     std::size_t width, height;
@@ -130,7 +130,7 @@ void ReduceYuyv16(benchmark::State& state)
 BENCHMARK(ReduceYuyv16)->Apply(bench::frameSizes);
 
 #ifdef SCANSTEPS_PEER_LIBYUV
-// libyuv's "RGB24" is blue first; the other order ("RAW") is slower there.
+// libyuv's "RGB24" is in BGR order; its RGB order ("RAW") is slower.
 void YuyvToRgb_libyuv(benchmark::State& state)
 {
     Frame f(state);

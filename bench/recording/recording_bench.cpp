@@ -1,6 +1,6 @@
-// Recording and replay of 640 x 480 frames of 16-bit samples, against plain loops of the system's calls over
-// the same bytes at the same place, by turns in one run. 128 frames a turn; the file is created anew each
-// time.
+// Recording and replay of 640 × 480 frames of 16-bit samples, compared with plain loops of system calls for
+// the same bytes in the same folder, alternating in one run. 128 frames per turn; every turn creates a new
+// file.
 #include <fcntl.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -58,7 +58,7 @@ void recordRun(FileSaver& saver, const std::string& path, int handle)
     for (int i = 0; i < kFrames; ++i) saver.dispatch(process);
 }
 
-// Bytes of the records of one frame before its pixels.
+// The bytes of one frame's records before its pixels.
 std::vector<std::byte> headerOfFrame()
 {
     BIOmem bytes;

@@ -1,6 +1,6 @@
-// Frames over TCP on loopback against a plain send/recv loop of the same sizes, and the steps that move
-// frames in memory against memcpy of as many bytes, each by turns in one run. Processor time of both ends
-// counts; run it on one core.
+// Frames over TCP on loopback, compared with a plain send/recv loop of the same sizes, and the steps that
+// move frames in memory, compared with memcpy of as many bytes; alternating in one run. Measures the
+// processor time of both ends, so it must run on one core.
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -10,9 +10,7 @@
 #include <functional>
 #include <thread>
 
-#include "core/step_factory.h"
-#include "flow/cbuff.h"
-#include "pixels/c2ima.h"
+#include "plugin/factories.h"
 #include "scansteps/handles.h"
 #include "scansteps/socket.h"
 #include "scansteps/texture.h"
@@ -21,13 +19,10 @@
 namespace scansteps {
 namespace {
 
-using namespace flow;
-using namespace pixels;
-
 constexpr int kFrames = 16;
 constexpr std::size_t kFrameBytes = 640 * 480 * 2;
 
-// A thread that receives `kFrames` records a turn, by `receive`, until it returns false.
+// A thread that calls `receive` until it returns false, `kFrames` times per turn.
 class Peer
 {
   public:
@@ -75,7 +70,7 @@ bool receiveAll(int socket, std::byte* bytes, std::size_t size)
     return true;
 }
 
-// Two ends of a plain connection.
+// Both ends of a plain connection.
 struct PlainPair
 {
     PlainPair()
@@ -140,29 +135,29 @@ void overTcp(benchmark::State& state)
 }
 BENCHMARK(overTcp)->Iterations(61)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
-// Process events of a step, with a frame that the host gets back, against memcpy of `bytes` at a time to one
-// of `places` in turn.
-template <class Step>
-void inMemory(benchmark::State& state, Struct settings, std::size_t bytes, std::size_t places)
+// Process events of a step with a frame of the host, compared with memcpy of `bytes` bytes to one of `places`
+// buffers in turn.
+void inMemory(benchmark::State& state, const char* name, Struct settings, std::size_t bytes,
+              std::size_t places)
 {
     HandleTable table;
     fillFreeHandles(table);
     installHandles(&table);
     {
         const auto own = createTexture(format::kU1x16, 640, 480);
-        Step step;
+        const auto step = plugin::createStep(name);
         settings.set("eventType", 1001);
         settings.set("dataX", 640);
         settings.set("dataY", 480);
         settings.set("dataFormat", "CPU::u_1x16");
         varitype init(settings);
-        step.dispatch(init);
+        step->dispatch(init);
         varitype process = Struct{{"eventType", 1002}, {"handle", int(own->handle)}};
         const std::vector<std::byte> from(bytes, std::byte{1});
         std::vector<std::vector<std::byte>> to(places, from);
         std::size_t turn = 0;
         bench::compare(
-            state, 640.0 * 480.0, "of_memcpy", [&] { step.dispatch(process); },
+            state, 640.0 * 480.0, "of_memcpy", [&] { step->dispatch(process); },
             [&] {
                 auto& place = to[turn++ % places];
                 std::memcpy(place.data(), from.data(), bytes);
@@ -175,15 +170,14 @@ void inMemory(benchmark::State& state, Struct settings, std::size_t bytes, std::
 void combine(benchmark::State& state)
 {
     const int factor = int(state.range(0));
-    inMemory<CpuCombine>(state, {{"combine", Struct{{"factor", factor}}}}, std::size_t(factor) * kFrameBytes,
-                         1);
+    inMemory(state, "c2ima", {{"combine", Struct{{"factor", factor}}}}, std::size_t(factor) * kFrameBytes, 1);
 }
 BENCHMARK(combine)->Arg(2)->Arg(4)->Arg(8)->Iterations(41)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 void buffer(benchmark::State& state)
 {
     const int size = int(state.range(0));
-    inMemory<CPUDBuff>(state, {{"Buff", Struct{{"Size", size}}}}, kFrameBytes, std::size_t(size));
+    inMemory(state, "cbuff", {{"Buff", Struct{{"Size", size}}}}, kFrameBytes, std::size_t(size));
 }
 BENCHMARK(buffer)->Arg(1)->Arg(4)->Iterations(41)->UseManualTime()->Unit(benchmark::kMicrosecond);
 

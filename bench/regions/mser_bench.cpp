@@ -1,5 +1,5 @@
-// Speed of the region detector on photographs, with the settings of the corner detector. The larger images
-// are the same photograph in reflected copies, so the content for each pixel stays the same.
+// Speed of the region detector on photographs, with the settings of the corner detector. Larger images
+// consist of reflected copies of the photograph, so that the amount of detail per pixel stays the same.
 #include <benchmark/benchmark.h>
 
 #include "regions/mser.h"
@@ -33,7 +33,7 @@ void regions(benchmark::State& state, const char* name)
         benchmark::Counter(1e-6 * area * double(state.iterations()), benchmark::Counter::kIsRate);
 }
 
-// Counter "growth" alone, from 640 x 480 to 7680 x 4320.
+// Only the counter "growth", from 640 × 480 to 7680 × 4320.
 void growth(benchmark::State& state, const char* name)
 {
     const auto worker = [&](int width, int height) {

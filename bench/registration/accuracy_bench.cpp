@@ -1,6 +1,6 @@
-// Accuracy of the registration on warped photographs with known truth, and repeatability of the features
-// (columns "corners" and "blobs": the two responses; the first task only measures blobs). Prints a table for
-// the example photographs, or for those named on the command line:
+// Accuracy of the registration on warped photographs with known ground truth, and repeatability of the
+// features (columns "corners" and "blobs" for the two responses; only the first task measures blobs). Prints
+// a table for the example photographs, or for those named on the command line:
 //     registration_accuracy_bench [--pairs N] [--seed N] [picture.jpg ...]
 #include <fmt/format.h>
 
@@ -31,8 +31,8 @@ GreyView viewOf(const std::vector<std::uint8_t>& grey)
     return {grey.data(), test::kWarpWidth, test::kWarpHeight, test::kWarpWidth};
 }
 
-// Share of the 300 strongest features of one view, among those that both views can see, that one of the 300
-// strongest of the other lies within two pixels of.
+// Share of the 300 strongest features of one view, of those visible in both views, that have one of the 300
+// strongest features of the other view within two pixels.
 double repeatability(const std::vector<CornerFeature>& a, const std::vector<CornerFeature>& b,
                      const Eigen::Matrix3d& truth)
 {
@@ -56,12 +56,12 @@ double repeatability(const std::vector<CornerFeature>& a, const std::vector<Corn
     return from.empty() ? 0 : double(again) / double(from.size());
 }
 
-// What the grey values are compared at, or instead of them.
+// The points at which grey values are compared, or the drawing compared instead.
 enum class Support
 {
     Steepest,  // the steepest pixels, as c2rege and the ccanny5 group do
     Edges,     // points on edges, as c2rege5 does
-    Drawn      // drawn edges, as c2rege5 does behind a step that leaves polylines and draws them
+    Drawn      // drawn edges, as c2rege5 does after a step that produces polylines and draws them
 };
 
 struct Task
@@ -70,7 +70,7 @@ struct Task
     MotionModel model;
     test::WarpRange range;
     Support support = Support::Steepest;
-    bool blobs = false;  // measures the other response as well
+    bool blobs = false;  // also measure the other response
 };
 
 void chooseSupport(Support support, PreparedView& view)

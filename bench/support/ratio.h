@@ -1,6 +1,5 @@
-// Ratios measured in one run: a kernel and what it is compared with take turns in blocks of some
-// milliseconds, and the median over the turns counts, so that a change of clock or a busy neighbour meets
-// both.
+// Speed ratios measured in one run: a kernel and its reference alternate in blocks of a few milliseconds, and
+// the median is reported, so that changes of clock rate and load affect both.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -27,7 +26,7 @@ inline double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
-// Processor time, so that being set aside by the system doesn't count.
+// Processor time per call, which excludes time when the process is not scheduled.
 template <class Work>
 double secondsPerCall(Work& work, int calls)
 {
@@ -39,7 +38,7 @@ double secondsPerCall(Work& work, int calls)
     return double(std::clock() - start) / CLOCKS_PER_SEC / calls;
 }
 
-/// Calls that fill about 4 ms.
+/// Number of calls that take about 4 ms.
 template <class Work>
 int callsInBlock(Work& work)
 {
@@ -47,9 +46,9 @@ int callsInBlock(Work& work)
     return int(std::clamp(0.004 / std::max(secondsPerCall(work, 4), 1e-6), 1.0, 100000.0));
 }
 
-/// Whether the core is all ours now: independent additions run about as fast as they ever did here. Who else
-/// runs on its other hardware thread, a neighbour on a shared machine for one, takes half of its units, which
-/// slows down a kernel but hardly a memcpy.
+/// Whether the core's other hardware thread seems to be idle: independent additions run about as fast as the
+/// fastest so far. A load there, for example a neighbour on a shared machine, takes half of the execution
+/// units, which slows down kernels but hardly memcpy.
 inline bool coreIsWhole()
 {
     const auto additions = [] {
@@ -69,8 +68,8 @@ inline bool coreIsWhole()
     return now < best + best / 4;
 }
 
-/// Calls `turn` until the core was whole before and after it; takes what comes once a minute was lost so in
-/// this program.
+/// Repeats `turn` until coreIsWhole() holds before and after it; stops checking once the program has spent a
+/// minute on discarded turns.
 template <class Turn>
 void undisturbed(Turn turn)
 {
@@ -85,18 +84,18 @@ void undisturbed(Turn turn)
     }
 }
 
-/// Runs `work` against `yardstick`; reports "MPix/s" of the work and, as `label`, how many times as fast it
-/// is.
-template <class Work, class Yardstick>
-void compare(benchmark::State& state, double pixels, const std::string& label, Work work, Yardstick yardstick)
+/// Compares `work` with `reference`; reports "MPix/s" of `work` and, as the counter `label`, its speed
+/// relative to the reference.
+template <class Work, class Reference>
+void compare(benchmark::State& state, double pixels, const std::string& label, Work work, Reference reference)
 {
-    const int workCalls = callsInBlock(work), yardstickCalls = callsInBlock(yardstick);
+    const int workCalls = callsInBlock(work), referenceCalls = callsInBlock(reference);
     std::vector<double> times, ratios;
     for (auto _ : state) {
         double time = 0, other = 0;
         undisturbed([&] {
             time = secondsPerCall(work, workCalls);
-            other = secondsPerCall(yardstick, yardstickCalls);
+            other = secondsPerCall(reference, referenceCalls);
         });
         ratios.push_back(other / time);
         times.push_back(time);
@@ -106,7 +105,7 @@ void compare(benchmark::State& state, double pixels, const std::string& label, W
     state.counters[label] = median(ratios);
 }
 
-/// Samples in memory as a chain's frames have it: from malloc, in large pages where the system has them.
+/// Samples in memory allocated like a chain's frames: with malloc, in large pages if the system has them.
 template <class T>
 class Samples
 {
@@ -122,7 +121,7 @@ class Samples
     Array array_;
 };
 
-/// memcpy that moves as much as a kernel with this traffic: (bytes read + bytes written) / 2.
+/// A memcpy with the same traffic as a kernel: copies (bytes read + bytes written) / 2.
 class Copy
 {
   public:
@@ -141,14 +140,14 @@ class Copy
     Samples<std::uint8_t> from_, to_;
 };
 
-/// Against memcpy: counter "of_memcpy".
+/// Compares with memcpy: counter "of_memcpy".
 template <class Work>
 void compareWithCopy(benchmark::State& state, double pixels, double bytesPerPixel, Work work)
 {
     compare(state, pixels, "of_memcpy", std::move(work), Copy(std::size_t(pixels * bytesPerPixel)));
 }
 
-/// The sizes that every kernel is measured at; the last is for growth.
+/// The frame sizes for all kernels; the last one is for growth.
 inline void frameSizes(benchmark::internal::Benchmark* b)
 {
     b->Args({640, 480})->Args({1920, 1080})->Args({3840, 2160})->Args({7680, 4320});
@@ -157,9 +156,9 @@ inline void frameSizes(benchmark::internal::Benchmark* b)
 
 constexpr std::size_t kSmallWidth = 640, kSmallHeight = 480;
 
-/// Only at the largest size: counter "growth", the time of one frame over that of as many frames of 640 x 480
-/// as have its pixels, by turns. Those lie one behind the other in as much memory, so neither is in a cache
-/// when its turn comes: what is left is what a kernel itself loses on a large frame.
+/// At the largest size only: counter "growth", the time of one frame over that of as many frames of 640 × 480
+/// as have its pixels, alternating. The small frames are contiguous and occupy as much memory, so that
+/// neither is in cache when its turn comes; the ratio is what the kernel itself loses on a large frame.
 template <class Whole, class Small>
 void compareWithSmallFrames(benchmark::State& state, std::size_t pixels, Whole whole, Small small,
                             int turns = 9)

@@ -1,4 +1,4 @@
-// Photographs of camera size for benchmarks, from the smaller ones of examples/images.
+// Photographs of camera size for benchmarks, made from the smaller ones of examples/images.
 #pragma once
 
 #include <algorithm>
@@ -11,8 +11,8 @@ namespace scansteps::bench {
 
 using test::Image;
 
-/// Middle part of the picture with the wanted proportions, scaled with cubic interpolation (Catmull and Rom),
-/// which keeps the detail that a photograph of this size would have better than a linear one.
+/// Crops the picture to the proportions of the new size and scales it with cubic interpolation (Catmull-Rom),
+/// which gives more realistic detail than linear interpolation.
 inline Image scaled(const Image& from, int width, int height)
 {
     const double step = std::min(double(from.width) / width, double(from.height) / height);
@@ -45,8 +45,8 @@ inline Image scaled(const Image& from, int width, int height)
     return to;
 }
 
-/// The picture beside and below reflected copies of itself, as many as the size takes: a larger frame with
-/// the same content about a pixel.
+/// Fills a larger frame with reflected copies of the picture, so that the amount of detail per pixel stays
+/// the same.
 inline Image reflected(const Image& from, int width, int height)
 {
     const auto fold = [](int v, int n) { return v / n % 2 != 0 ? n - 1 - v % n : v % n; };

@@ -1,0 +1,2 @@
+"""Report section of corners_bench.cpp."""
+TITLE = "Corner detector"

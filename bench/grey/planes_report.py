@@ -1,0 +1,2 @@
+"""Report section of planes_bench.cpp."""
+TITLE = "Planes of features"

@@ -1,0 +1,2 @@
+"""Report section of mser_bench.cpp."""
+TITLE = "Stable regions"
