@@ -1,3 +1,4 @@
+// Opens a camera or test device, and connects it with its queue and converter.
 #include "capture/capture.h"
 
 #include "core/print.h"
@@ -36,7 +37,7 @@ std::string Capture::next(std::span<std::uint16_t> yuyv, int timeoutMs)
 #if !defined(__linux__) && !defined(_WIN32)
 std::unique_ptr<CaptureDevice> openCamera(const CaptureRequest&)
 {
-    fail("no camera interface on this system; the devices \"test:...\" and \"file:...\" are there");
+    fail("no camera interface on this system; only the devices \"test:...\" and \"file:...\" exist");
 }
 #endif
 

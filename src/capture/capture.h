@@ -1,5 +1,6 @@
-// Live capture: what the capture steps see of a camera, and what a platform has to bring. A device pushes
-// frames into the queue from its own thread; the step takes the newest one, paced by the camera.
+// Live capture: the interface of the capture steps to a camera, and the interface that each platform
+// implements. A device pushes frames into the queue from its own thread; the step takes the newest one, paced
+// by the camera.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,7 @@
 
 namespace scansteps::capture {
 
-/// What a step asks for; the device's own choice wins.
+/// The settings requested by a step; the device may choose others.
 struct CaptureRequest
 {
     int width = 0;
@@ -21,19 +22,19 @@ struct CaptureRequest
     std::string device;  ///< part of a name, a path, "test:...", "file:..."; empty is the first camera
 };
 
-/// A camera that is set up. Destroying it ends its frames: when the destructor has returned, the queue is not
-/// touched any more.
+/// A configured camera. Destroying it stops the frames: after the destructor returns, the queue is no longer
+/// accessed.
 class CaptureDevice
 {
   public:
     virtual ~CaptureDevice() = default;
-    /// What it will deliver.
+    /// The format of its frames.
     virtual CaptureFormat format() const = 0;
-    /// Frames begin to arrive in the queue.
+    /// Starts pushing frames into the queue.
     virtual void start(FrameQueue& queue) = 0;
 };
 
-/// Opens and sets up a device of this system's camera interface; throws what failed.
+/// Opens and configures a camera through the system's interface. Throws the reason of a failure.
 std::unique_ptr<CaptureDevice> openCamera(const CaptureRequest& request);
 /// Opens a test device: `request.device` begins with "test:" or "file:".
 std::unique_ptr<CaptureDevice> openTestDevice(const CaptureRequest& request);
@@ -43,19 +44,20 @@ bool isTestDevice(const std::string& device);
 class Capture
 {
   public:
-    /// Opens the device and starts it; throws what failed.
+    /// Opens and starts the device. Throws the reason of a failure.
     explicit Capture(const CaptureRequest& request);
     Capture(const Capture&) = delete;
     Capture& operator=(const Capture&) = delete;
 
     const CaptureFormat& format() const { return format_; }
-    /// Waits as FrameQueue::take() does and writes the frame as width × height YUYV16 samples. Returns what
-    /// FrameConverter::convert() does.
+    /// Waits like FrameQueue::take() and writes the frame as width × height YUYV16 samples. Returns the
+    /// result of FrameConverter::convert().
     std::string next(std::span<std::uint16_t> yuyv, int timeoutMs);
     const FrameQueue& queue() const { return queue_; }
 
   private:
-    /// Destroyed before the device, whose thread ends when its queue is closed.
+    /// Declared after the device and so destroyed before it: the device's thread ends when the queue is
+    /// closed.
     struct QueueCloser
     {
         FrameQueue& queue;

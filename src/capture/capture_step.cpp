@@ -1,3 +1,4 @@
+// Opening and closing of the camera, and delivery of its frames.
 #include "capture/capture_step.h"
 
 #include "core/frame_in_record.h"
@@ -10,7 +11,7 @@ namespace scansteps::capture {
 
 void CaptureStep::begin(varitype& params, const CaptureRequest& request, const Limits& limits)
 {
-    capture_.reset();  // a camera can be open once only
+    capture_.reset();  // a camera can be open only once
     limits_ = limits;
     delivered_ = 0;
     capture_ = std::make_unique<Capture>(request);

@@ -1,5 +1,5 @@
-// What the capture steps share: a camera that runs from initialise to flush, and one frame of it for every
-// process event. How the camera is asked for is the derived step's.
+// Base of the capture steps: runs a camera from initialise to flush and delivers one frame for every process
+// event. Derived steps choose the camera and its settings.
 #pragma once
 
 #include <memory>
@@ -14,18 +14,18 @@ namespace scansteps::capture {
 class CaptureStep : public CPUBase
 {
   public:
-    /// Delivers the newest frame; writes 1003 into the record once the limit of frames is reached.
+    /// Delivers the newest frame, or writes 1003 into the record once the frame limit is reached.
     void process(varitype& params) override;
-    /// Closes the camera, then does what every step does.
+    /// Closes the camera, then forwards the event.
     void flush(varitype& params) override;
 
   protected:
     struct Limits
     {
-        int frames = 0;     ///< 0: no limit
+        int frames = 0;     ///< maximum number of frames, 0: no limit
         int timeoutMs = 0;  ///< longest wait for a frame, 0: no limit
     };
-    /// Opens the camera, makes the output buffer in the size that the camera chose, describes it in the
+    /// Opens the camera, creates the output buffer in the size chosen by the camera, describes it in the
     /// record and forwards the record.
     void begin(varitype& params, const CaptureRequest& request, const Limits& limits);
 

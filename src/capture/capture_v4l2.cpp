@@ -43,7 +43,7 @@ class Descriptor
     int file_;
 };
 
-/// ioctl() that is repeated when a signal interrupts it; 0 or the error number.
+/// Calls ioctl(), repeatedly while signals interrupt it. Returns 0 or the error number.
 template <class Argument>
 int request(int file, unsigned long code, Argument* argument)
 {
@@ -57,7 +57,7 @@ std::string reason(int error)
     return std::generic_category().message(error);
 }
 
-/// A driver's buffer in our address space.
+/// A driver's buffer mapped into memory.
 class Mapping
 {
   public:
@@ -126,7 +126,7 @@ V4l2Device::~V4l2Device()
 {
     if (!thread_.joinable()) return;
     const std::uint64_t one = 1;
-    // An eventfd takes 8 bytes or is already signalled.
+    // The write can fail only if the eventfd is already signalled.
     [[maybe_unused]] const auto written = ::write(stop_.get(), &one, sizeof one);
     thread_.join();
     int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -149,7 +149,7 @@ void V4l2Device::chooseFormat(const CaptureRequest& wanted)
     pixels.field = V4L2_FIELD_ANY;
     if (const int error = request(file_.get(), VIDIOC_S_FMT, &format))
         failWith("the format is refused", error);
-    // The driver puts its own choice into the structure.
+    // The driver has stored its own choice in the structure.
     const bool jpeg = pixels.pixelformat == V4L2_PIX_FMT_MJPEG || pixels.pixelformat == V4L2_PIX_FMT_JPEG;
     if (!jpeg && pixels.pixelformat != V4L2_PIX_FMT_YUYV)
         failf("camera %s: delivers neither YUYV nor MJPG frames", path_.c_str());
@@ -159,7 +159,7 @@ void V4l2Device::chooseFormat(const CaptureRequest& wanted)
     pitch_ = jpeg ? 0 : pixels.bytesperline;
 }
 
-// Many drivers have one rate only: whatever they answer is taken.
+// Many drivers support a single rate, so any answer is accepted.
 void V4l2Device::askForRate() const
 {
     v4l2_streamparm parameters{};
@@ -214,12 +214,12 @@ void V4l2Device::run(FrameQueue& queue)
         else if ((waits[0].revents & POLLIN) != 0)
             error = deliverFrame(queue);
         else if (waits[0].revents != 0)
-            error = ENODEV;  // unplugged, or its streaming was ended from outside
+            error = ENODEV;  // unplugged, or streaming was stopped externally
         if (error != 0) return queue.fail("camera %s: no more frames (%s)", path_.c_str(), ::strerror(error));
     }
 }
 
-/// 0 or the error number.
+/// Returns 0 or the error number.
 int V4l2Device::deliverFrame(FrameQueue& queue)
 {
     v4l2_buffer buffer = plainBuffer();
@@ -227,13 +227,13 @@ int V4l2Device::deliverFrame(FrameQueue& queue)
     if (error == EAGAIN) return 0;
     if (error != 0) return error;
     if (buffer.index >= buffers_.size()) return EINVAL;
-    // A frame that the driver calls damaged counts as one that came too short.
+    // A frame that the driver marks as damaged is counted as too short.
     const bool damaged = (buffer.flags & V4L2_BUF_FLAG_ERROR) != 0;
     queue.push(buffers_[buffer.index].bytes(damaged ? 0 : buffer.bytesused), pitch_);
     return request(file_.get(), VIDIOC_QBUF, &buffer);
 }
 
-/// Path of the camera that the text means: a part of a name, or a path, also one through a link.
+/// Path of the camera given by part of its name or by a path, which may be a symbolic link.
 std::string choose(const std::string& wanted)
 {
     if (wanted.starts_with('/') && ::access(wanted.c_str(), F_OK) == 0) return wanted;

@@ -1,9 +1,9 @@
-// Cameras on Windows: the Video for Windows capture service, driven by messages to a capture window that is
-// never shown. The service calls back on a thread of its own for every frame.
+// Cameras on Windows: the Video for Windows capture service, controlled by messages to a hidden capture
+// window. The service calls back on a thread of its own for every frame.
 #ifdef _WIN32
 
 #include <windows.h>
-// vfw.h needs windows.h first
+// vfw.h requires windows.h
 #include <vfw.h>
 
 #include <algorithm>
@@ -30,8 +30,8 @@ constexpr DWORD fourCharacters(const char (&code)[5])
 constexpr DWORD kYuy2 = fourCharacters("YUY2");
 constexpr DWORD kMjpg = fourCharacters("MJPG");
 
-/// What is asked of the driver: 60 frames a second, on a thread of the service, without sound, ended by
-/// nobody but us.
+/// Requests 60 frames per second on a thread of the service, without sound, not stopped by keys or mouse
+/// buttons.
 void askForStream(CAPTUREPARMS& parameters)
 {
     parameters.dwRequestMicroSecPerFrame = 16666;
@@ -115,7 +115,8 @@ class VfwDevice final : public CaptureDevice
     bool connected_ = false;
     CaptureFormat format_;
     FrameQueue* queue_ = nullptr;
-    // Held by every callback and while a window forgets its device: a late call of the service finds nothing.
+    // Held by every callback and while the device is detached from its window, so that late callbacks do not
+    // use a destroyed device.
     static inline std::mutex callbacks_;
 };
 
@@ -153,7 +154,7 @@ void VfwDevice::chooseFormat(const CaptureRequest& wanted)
 {
     const auto size = static_cast<std::size_t>(SendMessageA(window_, WM_CAP_GET_VIDEOFORMAT, 0, 0));
     if (size == 0) fail("bisize Could not set video stream callback");
-    // A format may be followed by a colour table, and a driver may say less than its header has.
+    // A colour table may follow the format, and a driver may report a size smaller than the header.
     std::vector<BITMAPINFOHEADER> format(size / sizeof(BITMAPINFOHEADER) + 1);
     BITMAPINFOHEADER& header = format[0];
     if (!send(WM_CAP_GET_VIDEOFORMAT, size, format.data()))
@@ -171,7 +172,7 @@ void VfwDevice::chooseFormat(const CaptureRequest& wanted)
         print::line("Could not set WM_CAP_SET_VIDEOFORMAT ");
     if (!send(WM_CAP_GET_VIDEOFORMAT, size, format.data()))
         fail("bisize Could not get WM_CAP_GET_VIDEOFORMAT ");
-    // A negative height stands for rows from top to bottom, as these formats have them anyway.
+    // A negative height means rows from top to bottom, which these formats always have.
     format_ = {header.biWidth, header.biHeight < 0 ? -header.biHeight : header.biHeight, wanted.jpeg};
     if (header.biCompression == kMjpg || header.biCompression == kYuy2)
         format_.jpeg = header.biCompression == kMjpg;
@@ -222,7 +223,7 @@ void VfwDevice::close()
     window_ = nullptr;
 }
 
-/// Number of the driver whose name contains the text.
+/// Index of the driver whose name contains the text.
 int choose(const std::string& wanted)
 {
     if (wanted.empty()) return 0;

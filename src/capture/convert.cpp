@@ -1,3 +1,4 @@
+// Conversion of camera frames: copying, or JPEG decoding and packing.
 #include "capture/convert.h"
 
 #include <algorithm>

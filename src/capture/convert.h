@@ -1,4 +1,4 @@
-// Frames of a camera to YUYV16 samples, whatever they come as.
+// Converts camera frames of every supported format to YUYV16 samples.
 #pragma once
 
 #include <cstddef>
@@ -12,20 +12,20 @@
 namespace scansteps::capture {
 
 /// Writes camera frames as width × height YUYV16 samples. Uncompressed frames are copied; motion-JPEG frames
-/// go through the library's own decoder, and what it says is printed. A compressed frame that cannot be
-/// decoded shows the picture before it (grey before the first), a damaged one as far as it came.
+/// are decoded by the library's own decoder, whose messages are printed. For a frame that cannot be decoded
+/// the previous picture is repeated (grey before the first), for a damaged one the part after the damage.
 class FrameConverter
 {
   public:
     void open(const CaptureFormat& format);
-    /// `yuyv` holds width × height samples. Returns why the frame is incomplete, nothing when it is whole.
+    /// `yuyv` holds width × height samples. Returns why the frame is incomplete; empty for a complete frame.
     std::string convert(std::span<const std::byte> frame, std::span<std::uint16_t> yuyv);
 
   private:
     std::string decode(std::span<const std::uint8_t> file);
 
     CaptureFormat format_;
-    std::vector<std::uint8_t> luma_, cb_, cr_;  ///< the last picture, its chroma halved both ways
+    std::vector<std::uint8_t> luma_, cb_, cr_;  ///< the last picture, 4:2:0
 };
 
 }  // namespace scansteps::capture

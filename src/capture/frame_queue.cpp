@@ -1,3 +1,4 @@
+// The synchronised frame queue, with buffers that are reused.
 #include "capture/frame_queue.h"
 
 #include <algorithm>
@@ -47,8 +48,8 @@ FrameQueue::Frame FrameQueue::emptyFrame()
             return frame;
         }
     }
-    // Not zeroed: every byte that is delivered was copied in before.
-    return {std::unique_ptr<std::byte[]>(new std::byte[format_.mostBytes()]), 0};
+    // Uninitialised: only copied bytes are ever delivered.
+    return {std::unique_ptr<std::byte[]>(new std::byte[format_.maxBytes()]), 0};
 }
 
 void FrameQueue::dropOldest()
@@ -62,7 +63,7 @@ FrameQueue::Frame FrameQueue::copyOf(std::span<const std::byte> source, std::siz
 {
     Frame frame = emptyFrame();
     if (pitch == 0) {
-        frame.size = std::min(source.size(), format_.mostBytes());
+        frame.size = std::min(source.size(), format_.maxBytes());
         std::memcpy(frame.bytes.get(), source.data(), frame.size);
         return frame;
     }
@@ -77,14 +78,14 @@ void FrameQueue::push(std::span<const std::byte> source, std::size_t pitch) noex
 try {
     const std::size_t row = 2 * static_cast<std::size_t>(format_.width);
     if (format_.jpeg || pitch <= row) pitch = 0;
-    const std::size_t least =
+    const std::size_t minSize =
         pitch == 0 ? format_.minBytes() : pitch * static_cast<std::size_t>(format_.height - 1) + row;
     std::size_t waiting = 0;
-    if (source.size() < least) {
+    if (source.size() < minSize) {
         const std::lock_guard guard(lock_);
         ++short_;
     } else {
-        // Copied before the lock is taken: it is held for the queue operation only.
+        // Copied without the lock, which is held only for the queue operation.
         Frame frame = copyOf(source, pitch);
         const std::lock_guard guard(lock_);
         frames_.push_back(std::move(frame));
@@ -131,7 +132,8 @@ std::span<const std::byte> FrameQueue::take(int timeoutMs)
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     std::unique_lock guard(lock_);
     if (taken_.bytes) spare_.push_back(std::exchange(taken_, {}));
-    // The first call finds the queue empty and waits for a second frame, so that it has one to deliver.
+    // If the queue is empty, as for the first call, the loop runs again: take a frame, then wait for the
+    // next.
     while (!taken_.bytes) {
         while (frames_.size() > 1) dropOldest();
         if (!frames_.empty()) {
@@ -146,7 +148,7 @@ std::span<const std::byte> FrameQueue::take(int timeoutMs)
             if (hostInterrupted()) scansteps::fail("interrupted");
             const auto now = Clock::now();
             if (timeoutMs > 0 && now >= deadline) scansteps::fail("capture timeout");
-            // In slices, as the host has no way to signal the condition.
+            // Wait in slices, because the host cannot signal the condition variable.
             const auto slice = now + std::chrono::milliseconds(waits::kSliceMs);
             arrived_.wait_until(guard, timeoutMs > 0 ? std::min(slice, deadline) : slice);
         }

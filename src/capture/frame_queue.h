@@ -1,5 +1,5 @@
-// The queue between a capture device's thread and the chain's thread: an unbounded camera on one side, a
-// consumer that wants the newest frame only on the other.
+// The queue between a capture device's thread, which pushes every frame, and the chain's thread, which takes
+// only the newest one.
 #pragma once
 
 #include <chrono>
@@ -14,56 +14,55 @@
 
 namespace scansteps::capture {
 
-/// What a capture device delivers.
+/// The format of a capture device's frames.
 struct CaptureFormat
 {
     int width = 0;      ///< pixels
     int height = 0;     ///< rows
-    bool jpeg = false;  ///< frames are motion JPEG, else two bytes a pixel: Y0 U Y1 V
+    bool jpeg = false;  ///< motion JPEG; otherwise two bytes per pixel: Y0 U Y1 V
 
     std::size_t pixels() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(height); }
-    /// A frame with fewer bytes is damaged.
+    /// Frames with fewer bytes are damaged.
     std::size_t minBytes() const { return jpeg ? 4 : 2 * pixels(); }
-    /// Room that a frame gets: twice an uncompressed one.
-    std::size_t mostBytes() const { return 4 * pixels(); }
+    /// Size of a frame buffer: twice that of an uncompressed frame.
+    std::size_t maxBytes() const { return 4 * pixels(); }
 };
 
-/// Frames in the order of their arrival, under one lock, with a "frame ready" signal that stays until the
-/// consumer resets it. Of frames that nobody has taken the last three are kept, as only the newest is ever
-/// delivered.
+/// Frames in order of arrival, protected by one lock, with a "frame ready" flag that stays set until the
+/// consumer resets it. At most three waiting frames are kept, because only the newest is ever delivered.
 class FrameQueue
 {
   public:
     using Clock = std::chrono::steady_clock;
 
-    /// Forgets everything and prepares for frames of that format.
+    /// Resets the queue for frames of that format.
     void open(const CaptureFormat& format);
-    /// Ends the waits of the device's thread.
+    /// Ends all waits of the device's thread.
     void close();
 
-    // The device's thread.
+    // Called by the device's thread.
 
-    /// Copies a frame in. `pitch` is the distance of rows in bytes, 0 for rows without padding. A frame that
-    /// is shorter than its format needs is dropped and counted; of a longer one mostBytes() are kept. Prints
-    /// "i" when three or more frames are waiting then. Never throws: without memory the frames end.
+    /// Appends a copy of a frame. `pitch` is the distance of rows in bytes, 0 for contiguous rows. Frames
+    /// shorter than minBytes() are dropped and counted, longer ones truncated to maxBytes(). Prints "i" if
+    /// three or more frames are waiting afterwards. Never throws: running out of memory ends the frames.
     void push(std::span<const std::byte> frame, std::size_t pitch = 0) noexcept;
-    /// No frame will come any more, for this reason, as printf() makes it.
+    /// Ends the frames with this reason, formatted as by printf().
     void fail(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
-    /// Waits until the consumer has taken everything; false when the queue was closed.
+    /// Waits until the consumer has taken all frames; returns false if the queue was closed.
     bool waitUntilTaken();
-    /// False when the queue was closed before that time.
+    /// Returns false if the queue was closed before that time.
     bool sleepUntil(Clock::time_point time);
 
-    // The chain's thread.
+    // Called by the chain's thread.
 
-    /// The newest frame, after the one behind it has arrived: the caller is paced by the device. Valid until
-    /// the next call. Waits for ever when `timeoutMs` is 0, else throws "capture timeout" after that long.
-    /// Throws the device's reason when no frame will come any more, and "interrupted" with the host.
+    /// Takes the newest frame, then waits for the next to arrive, so that the device paces the caller. Valid
+    /// until the next call. Throws "capture timeout" after `timeoutMs` (0: no limit), the device's reason
+    /// when no more frames will arrive, and "interrupted" when the host is interrupted.
     std::span<const std::byte> take(int timeoutMs);
 
-    /// Frames dropped as too short.
+    /// Number of frames dropped as too short.
     std::uint64_t shortFrames() const;
-    /// Frames that were replaced by newer ones before anybody took them.
+    /// Number of frames replaced by newer ones before they were taken.
     std::uint64_t skippedFrames() const;
 
   private:

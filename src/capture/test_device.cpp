@@ -1,6 +1,6 @@
-// Cameras for people without one, for demonstrations and for tests: "test:PATTERN" draws, "file:NAME0000.jpg"
-// shows numbered pictures over and over. Both may end in "@RATE", frames a second (60 without it), or in
-// "@max": as fast as the frames are taken, without losing any.
+// Simulated cameras for demonstrations and tests: "test:PATTERN" draws a pattern, "file:NAME0000.jpg" repeats
+// numbered pictures. Both may end in "@RATE", frames per second (default 60), or in "@max": as fast as frames
+// are taken, without dropping any.
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
@@ -19,13 +19,13 @@ namespace scansteps::capture {
 
 namespace {
 
-/// Where a test device has its frames from. Opened on the chain's thread, asked on the device's.
+/// Source of a test device's frames. Opened on the chain's thread, used on the device's.
 class FrameSource
 {
   public:
     virtual ~FrameSource() = default;
     virtual CaptureFormat format() const = 0;
-    /// Frame `number`, counted from 0, valid until the next call. Throws std::runtime_error.
+    /// Frame `number`, from 0, valid until the next call. Throws std::runtime_error.
     virtual std::span<const std::byte> frame(std::uint64_t number) = 0;
 };
 
@@ -46,7 +46,7 @@ class PatternSource final : public FrameSource
     PatternImage pattern_;
 };
 
-// No picture of the sizes that the decoder takes needs more.
+// Enough for any picture of a size that the decoder supports.
 constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1} << 28;
 
 class FileSource final : public FrameSource
@@ -70,7 +70,7 @@ class FileSource final : public FrameSource
     }
 
   private:
-    // What is wrong with the file, or nothing.
+    // Returns the problem with the file, empty if there is none.
     std::string load(const std::string& name)
     {
         CaptureFormat format;
@@ -79,7 +79,7 @@ class FileSource final : public FrameSource
         return reason.empty() ? reason : "capture: " + name + " cannot be shown: " + reason;
     }
 
-    // The first picture decides on the size; one of another size is no frame of this camera.
+    // The first picture sets the size; pictures of other sizes are rejected.
     bool accept(const CaptureFormat& format)
     {
         if (format_.width == 0) format_ = format;
@@ -122,7 +122,7 @@ class FileSource final : public FrameSource
 class TestDevice final : public CaptureDevice
 {
   public:
-    /// `rate` is in frames a second, 0 for as fast as they are taken.
+    /// `rate` is in frames per second; 0: as fast as frames are taken.
     TestDevice(std::unique_ptr<FrameSource> source, double rate) : source_(std::move(source)), rate_(rate) {}
     CaptureFormat format() const override { return source_->format(); }
     void start(FrameQueue& queue) override
@@ -157,7 +157,7 @@ class TestDevice final : public CaptureDevice
     std::jthread thread_;
 };
 
-/// Takes "@RATE" off the end of a device text.
+/// Removes "@RATE" from the end of a device name and returns the rate, 0 for "max".
 double takeRate(std::string& device)
 {
     const std::size_t at = device.rfind('@');
@@ -167,7 +167,7 @@ double takeRate(std::string& device)
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), rate);
     const bool number = error == std::errc() && end == text.data() + text.size();
     if (text != "max" && !(number && rate >= 0.01 && rate <= 1e5)) {
-        // A file name may hold an @ of its own.
+        // The @ may be part of the file name.
         if (device.starts_with("file:")) return 60;
         failf("capture: rate \"%s\" is neither max nor 0.01 to 100000 frames a second", text.c_str());
     }

@@ -1,3 +1,4 @@
+// Drawing of the test patterns.
 #include "capture/test_pattern.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// The pictures of the test camera, as YUYV16 samples.
+// Test patterns of the simulated camera, as YUYV16 samples.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ enum class TestPattern
 {
     Bars,      ///< eight colour bars of 75 % (ITU-R BT.471), white at the left
     Gradient,  ///< luma 16 to 235 from left to right, colour from top to bottom
-    Moving,    ///< a bright square that bounces over the gradient, two pixels a frame each way
+    Moving,    ///< a bright square bouncing over the gradient, two pixels per frame in each direction
 };
 
 std::optional<TestPattern> testPattern(std::string_view name);
@@ -21,7 +21,7 @@ std::optional<TestPattern> testPattern(std::string_view name);
 class PatternImage
 {
   public:
-    /// `width` is even.
+    /// `width` must be even.
     PatternImage(TestPattern pattern, int width, int height);
     int width() const { return width_; }
     int height() const { return height_; }
@@ -34,7 +34,7 @@ class PatternImage
     std::vector<std::uint16_t> background_, picture_;
 };
 
-/// Place of something that goes to and fro between 0 and `room`, one a step.
+/// Position of an object that moves back and forth between 0 and `room`, by one per step.
 int bounce(std::uint64_t step, int room);
 
 }  // namespace scansteps::capture

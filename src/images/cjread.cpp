@@ -1,11 +1,20 @@
-#include "images/cjread.h"
-
+// Step cjread: 8-bit RGB frames from numbered JPEG and PPM files.
 #include <utility>
 
 #include "core/step_factory.h"
 #include "images/image_file.h"
+#include "images/image_source.h"
 
 namespace scansteps::images {
+
+class Cjread final : public ImageSource
+{
+  public:
+    const char* getName() override { return "Cjread"; }
+
+  private:
+    std::optional<HeldImage> load(const std::string& path, Array&& memory, ImageTrouble& trouble) override;
+};
 
 SCANSTEPS_FACTORY(cjread, Cjread)
 

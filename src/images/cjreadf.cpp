@@ -1,10 +1,13 @@
-#include "images/cjreadf.h"
-
+// Step cjreadf: YUYV16 frames from numbered baseline JPEG files, decoded by the library itself.
 #include <algorithm>
+#include <array>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "images/image_source.h"
 #include "images/input_file.h"
 #include "images/parse_error.h"
 #include "jpeg/decoder.h"
@@ -12,11 +15,31 @@
 
 namespace scansteps::images {
 
+/// Each frame is delivered twice: under "handle", as usual, and in the record as "data", for `d2h` and for
+/// receivers of records.
+class CjreadF final : public ImageSource
+{
+  public:
+    const char* getName() override { return "CjreadF"; }
+
+  private:
+    std::optional<HeldImage> load(const std::string& path, Array&& memory, ImageTrouble& trouble) override;
+    void describe(varitype& record) override;
+    void deliver(Array& image, Array& frame, varitype& record) override;
+
+    /// Luma, Cb and Cr, in `planes_`.
+    using Planes = std::array<std::span<std::uint8_t>, 3>;
+    Planes decode(jpeg::BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
+                  ImageTrouble& trouble);
+
+    std::vector<std::uint8_t> planes_;
+};
+
 SCANSTEPS_FACTORY(cjreadf, CjreadF)
 
 namespace {
 
-/// No baseline JPEG image of the sizes that the decoder takes needs more.
+/// Enough for any baseline JPEG image of a size that the decoder supports.
 constexpr std::uint64_t kMaxFileSize = std::uint64_t{1} << 28U;
 
 std::optional<std::vector<std::uint8_t>> readFile(const std::string& path, ImageTrouble& trouble)
@@ -32,7 +55,7 @@ std::optional<std::vector<std::uint8_t>> readFile(const std::string& path, Image
 
 }  // namespace
 
-// Samples carry Cb in even columns and Cr in odd ones, and the second chroma plane is that of even columns.
+// The plane for even columns, which carry Cb, comes last in `planes_`.
 CjreadF::Planes CjreadF::decode(jpeg::BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
                                 ImageTrouble& trouble)
 {
@@ -45,7 +68,7 @@ CjreadF::Planes CjreadF::decode(jpeg::BaselineJpegDecoder& decoder, std::size_t 
     if (const int result = decoder.decode(); result != 0) {
         trouble.reason = printParseError(decoder.getErrorString());
         print::field(result, " result\n");
-        // Once more over grey, so that what is missing does not show the picture before.
+        // Decode again over grey, so that missing parts do not show the previous picture.
         std::ranges::fill(planes_, std::uint8_t{128});
         decoder.decode();
     }
@@ -77,8 +100,7 @@ void CjreadF::describe(varitype& record)
     record.set("VideoFormat", "YUYV16");
 }
 
-// The record takes over the image and the output buffer gets a copy: one copy of the pixels, as with one
-// form.
+// The record takes over the image and the output buffer gets a copy: delivering both costs a single copy.
 void CjreadF::deliver(Array& image, Array& frame, varitype& record)
 {
     frame = image;

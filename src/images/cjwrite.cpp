@@ -1,19 +1,46 @@
-#include "images/cjwrite.h"
-
+// Step cjwrite: writes each frame as the next numbered JPEG or PPM file and passes it on.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "images/image_file.h"
 #include "pixels/grey_window.h"
 #include "pixels/yuyv.h"
+#include "scansteps/chain.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/numbered_name.h"
 #include "scansteps/settings.h"
+#include "scansteps/texture.h"
 
 namespace scansteps::images {
+
+class Cjwrite final : public CPUBase
+{
+  public:
+    const char* getName() override { return "Cjwrite"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  private:
+    class SampleRows;
+    template <class Rows>
+    void write(Rows& rows);
+
+    std::string fileName_;
+    int quality_ = 75;
+    bool isVideo_ = false;
+    std::uint32_t format_ = format::kU1x8;
+    FrameSize frameSize_;
+    int window_ = 256, level_ = 128;
+    TextureSet frame_;
+    TextureSet spare_;               // unused, but its handle stays allocated
+    std::vector<std::uint8_t> rgb_;  // the requested rows of 16-bit frames as RGB
+};
 
 SCANSTEPS_FACTORY(cjwrite, Cjwrite)
 
@@ -38,8 +65,7 @@ void Cjwrite::init(varitype& params)
 
 namespace {
 
-/// Copies a frame from top to bottom as its rows are asked for, and makes a picture of them while they are in
-/// the cache.
+/// Copies a frame from top to bottom as its rows are requested, and converts them while they are in cache.
 class CopiedRows : public RowSource
 {
   public:
@@ -53,11 +79,11 @@ class CopiedRows : public RowSource
         copyUpTo(rowBytes_ * static_cast<std::size_t>(first + count + more(first + count)));
         return picture(begin, count + more(first + count));
     }
-    /// What nobody asked for.
+    /// Copies the rows that were not requested.
     void finish() { copyUpTo(to_.byteSize()); }
 
   protected:
-    /// Rows behind those asked for, `next` being the first of them, that their picture depends on.
+    /// Number of rows from `next` on, after the requested ones, that are needed to convert those.
     virtual int more(int /*next*/) const { return 0; }
     virtual const std::uint8_t* picture(const std::byte* rows, int)
     {
@@ -80,7 +106,8 @@ class CopiedRows : public RowSource
 
 }  // namespace
 
-// 16-bit samples, whatever the format calls them: colour of video frames, else grey through the window.
+// Frames of 16-bit samples, regardless of the format's name: colour for video frames, otherwise windowed
+// grey.
 class Cjwrite::SampleRows final : public CopiedRows
 {
   public:
@@ -91,7 +118,7 @@ class Cjwrite::SampleRows final : public CopiedRows
     }
 
   private:
-    // The last pixel of an odd width takes a colour from the row below.
+    // With an odd width the last pixel takes its V from the row below.
     int more(int next) const override
     {
         return step_.isVideo_ && step_.frameSize_.width % 2 != 0 && next < step_.frameSize_.height ? 1 : 0;

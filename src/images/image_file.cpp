@@ -1,3 +1,4 @@
+// Loading and writing of image files: chooses the format; ppm_file and jpeg_file do the work.
 #include "images/image_file.h"
 
 #include <algorithm>
@@ -11,8 +12,8 @@
 namespace scansteps::images {
 namespace {
 
-// No picture that fits a frame needs more.
-constexpr std::uint64_t kMostJpegBytes = std::uint64_t{1} << 30U;
+// Enough for any picture that fits a frame.
+constexpr std::uint64_t kMaxJpegFileBytes = std::uint64_t{1} << 30U;
 
 std::optional<RgbImage> readImage(InputFile& file, Array memory, std::string& reason)
 {
@@ -20,11 +21,11 @@ std::optional<RgbImage> readImage(InputFile& file, Array memory, std::string& re
     if (first == 'P')
         if (const auto magic = readPpmMagic(file)) return readPpm(file, *magic, std::move(memory), reason);
     if (first >= 0 && first != 'P') file.unget();
-    std::vector<std::uint8_t> bytes = file.readRest(kMostJpegBytes);
+    std::vector<std::uint8_t> bytes = file.readRest(kMaxJpegFileBytes);
     if (first == 'P') bytes.insert(bytes.begin(), 'P');
     if (file.error() != 0) return std::nullopt;
-    const std::uint64_t most = std::max(kJpegBytesAlways, bytes.size() * kJpegBytesPerFileByte);
-    return readJpeg(bytes, most, std::move(memory), reason);
+    const std::uint64_t maxBytes = std::max(kJpegBytesAlways, bytes.size() * kJpegBytesPerFileByte);
+    return readJpeg(bytes, maxBytes, std::move(memory), reason);
 }
 
 bool holdsAnyOf(const std::string& name, std::initializer_list<const char*> texts)

@@ -1,5 +1,5 @@
-// Still images in files: one loader (binary PPM and PGM, or JPEG, told apart by content) and one writer
-// (JPEG or PPM, told apart by the name). Files are hostile input: no size is believed before it was checked.
+// Still images in files: one loader (binary PPM and PGM, or JPEG, chosen by content) and one writer (JPEG or
+// PPM, chosen by file name). Files are untrusted input: every size is checked before it is used.
 #pragma once
 
 #include <cstddef>
@@ -15,19 +15,19 @@
 
 namespace scansteps::images {
 
-/// An 8-bit RGB image: `height` rows top to bottom × `width` columns × 3 bytes R, G, B, without padding.
+/// An 8-bit RGB image: `height` rows from top to bottom × `width` columns × 3 bytes R, G, B, without padding.
 struct RgbImage
 {
     int width = 0;   ///< at least 1
     int height = 0;  ///< at least 1
-    Array pixels;    ///< as a frame has them: 3 x width unsigned chars a row
+    Array pixels;    ///< in the layout of a frame: 3 x width unsigned chars per row
 
     std::size_t size() const
     {
         return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
     }
     std::span<const std::uint8_t> bytes() const { return pixels.elements<std::uint8_t>(); }
-    /// Room for the pixels, in `memory` where that has just their size; returns it.
+    /// Allocates `pixels`, reusing `memory` if it has exactly the right size; returns their address.
     std::uint8_t* takeRoom(Array&& memory)
     {
         pixels = std::move(memory);
@@ -37,45 +37,42 @@ struct RgbImage
     }
 };
 
-/// Pixels of a JPEG file are decoded only up to this many bytes, or this many a byte of the file where that
-/// is more: 16 megapixels from any file, and beyond that the most that Huffman coding can express (an 8×8
-/// grey block in one bit of a progressive file). A larger claim in the header is refused before memory is
-/// taken.
+/// Limits of the decoded size of a JPEG file, of which the larger one holds: a constant (16 megapixels), and
+/// a multiple of the file size, the maximum that Huffman coding can express (an 8×8 grey block in one bit of
+/// a progressive file). Headers that claim more are rejected before memory is allocated.
 inline constexpr std::uint64_t kJpegBytesAlways = std::uint64_t{48} << 20U;
 inline constexpr std::uint64_t kJpegBytesPerFileByte = std::uint64_t{64} * 8 * 3;
 
-/// What was wrong with a file.
+/// A problem with a file.
 struct ImageTrouble
 {
-    std::string reason;    ///< of a failure, or of missing parts of an image that was loaded; else empty
-    bool missing = false;  ///< there is no such file
+    std::string reason;    ///< why loading failed or the loaded image is incomplete; otherwise empty
+    bool missing = false;  ///< the file does not exist
 };
 
-/// Loads a file or what comes through a pipe. One that begins with "P" and a number is read as PPM or PGM
-/// with one byte a sample ("P6" three samples a pixel, any other number one), its samples scaled by 255 /
-/// maxval, truncated; everything else is decoded as JPEG (ITU-T T.81) of up to 1 GiB, a damaged one as far as
-/// it goes, one in four inks as they look on white paper. Nothing is returned for a file that cannot be
-/// opened
-/// ("image file not found") or read, has sizes or a maxval below 1, is shorter than its header says, claims
-/// more than the limits above, or is broken. The reason is printed on standard error, and left in `trouble`.
-/// Never throws for a bad file; std::bad_alloc where memory is really short. `memory` of an image of the same
-/// size is used again.
+/// Loads an image from a file or pipe. Data that begins with "P" and a number is read as PPM or PGM with one
+/// byte per sample ("P6" has three samples per pixel, any other number one), samples scaled by 255 / maxval,
+/// truncated. Everything else is decoded as JPEG (ITU-T T.81) of up to 1 GiB: damaged files up to the damage,
+/// CMYK as printed on white paper. Returns nothing for a file that cannot be opened ("image file not found")
+/// or read, has dimensions or a maxval below 1, is shorter than its header says, exceeds the limits above, or
+/// cannot be decoded; the reason is printed on standard error and stored in `trouble`. Never throws for a bad
+/// file, only std::bad_alloc. `memory` of an image of the same size is reused.
 std::optional<RgbImage> loadImage(const std::string& path, Array memory = {},
                                   ImageTrouble* trouble = nullptr);
 
-/// Rows of an RGB picture for a writer that takes some at a time, so that they are made while they stay in a
-/// cache.
+/// Provides the rows of an RGB picture to a writer a few at a time, so that they can be computed while they
+/// stay in cache.
 class RowSource
 {
   public:
     virtual ~RowSource() = default;
-    /// Rows first ... first + count - 1 without gaps, from the top on; valid until the next call.
+    /// Rows first ... first + count - 1, contiguous; valid until the next call. Rows are requested in order.
     virtual const std::uint8_t* rows(int first, int count) = 0;
 };
-/// Rows that are asked for at once, except at the end.
+/// Number of rows per request, except for the last one.
 inline constexpr int kRowsAtOnce = 16;
 
-/// A picture that is there, RGB or grey, which becomes RGB with equal samples. `pixels` holds all of it.
+/// A complete picture in memory, RGB or grey; grey samples are repeated as R, G and B.
 class PictureRows final : public RowSource
 {
   public:
@@ -85,17 +82,17 @@ class PictureRows final : public RowSource
   private:
     std::span<const std::uint8_t> pixels_;
     std::size_t width_;
-    std::vector<std::uint8_t> spread_;  // rows of a grey picture as RGB
+    std::vector<std::uint8_t> spread_;  // requested rows of a grey picture as RGB
 };
 
-/// Writes a file whose kind is told by the first of these texts that its name holds anywhere: ".jpg",
-/// ".jpeg", ".JPG", ".JPEG" (JPEG of `quality` 0 to 100, baseline) or ".ppm", ".PPM" (binary PPM, RGB only).
-/// The file appears complete or, when anything fails, not at all. Returns nothing when it was written, else
-/// the reason, printed on standard error where opening ("can't open NAME") or writing ("can't write NAME:
-/// ...") failed. `source` is not asked where no file can be.
+/// Writes an image file in the format given by the first of these texts found anywhere in its name: ".jpg",
+/// ".jpeg", ".JPG", ".JPEG" (baseline JPEG of `quality` 0 to 100) or ".ppm", ".PPM" (binary PPM, RGB only).
+/// The file appears complete or, on failure, not at all. Returns an empty string on success, otherwise the
+/// reason, printed on standard error if opening ("can't open NAME") or writing ("can't write NAME: ...")
+/// failed. `source` is not used if the file cannot be opened.
 std::string writeImage(const std::string& path, int quality, int width, int height, RowSource& source);
-/// The same for pixels that are there: rows top to bottom of 3 bytes a pixel, or of 1 byte where `isRgb` is
-/// false, which becomes grey, in JPEG files only. False when nothing was written, also for too few pixels.
+/// The same for pixels in memory: rows from top to bottom with 3 bytes per pixel or, unless `isRgb`, 1 byte
+/// of grey (JPEG files only). Returns false when nothing was written, also when there are too few pixels.
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
                 std::span<const std::uint8_t> pixels);
 

@@ -1,3 +1,4 @@
+// The walk through numbered image files, and delivery of their frames.
 #include "images/image_source.h"
 
 #include <utility>
@@ -31,7 +32,7 @@ void ImageSource::init(varitype& params)
     one_ = settings.has("load.one");
     delivered_ = 0;
 
-    // The frames have the size of the first file and are what this step makes, whatever the record says.
+    // Size and format come from the first file and this step; values in the record are overwritten.
     const int width = held_ ? held_->width : 0;
     const int height = held_ ? held_->height : 0;
     varitype record = copyRecord(params);
@@ -62,7 +63,7 @@ void ImageSource::process(varitype& params)
     varitype record = copyRecord(params);
     record.set("handle", out_.handle());
     record.set("filename", deliveredName);
-    // A later file may have another size: the frame says so, and the steps that cannot take it complain.
+    // A later file may have another size; steps that cannot handle it report an error.
     deliver(image, out_.pixels(), record);
     spare_ = std::move(image);
     timer.stop();
@@ -80,7 +81,7 @@ void ImageSource::loadNext()
             print::labelled(loadedName_, " filename.c_str()\n");
         }
     }
-    // A count of N lets N + 1 frames through: it is compared after the frame was counted.
+    // A count of N delivers N + 1 frames, because the comparison follows the increment.
     const bool ended = wrapped || (count_ != 0 && count_ < delivered_);
     if (ended) held_.reset();
     if (ended || (trouble_.missing && incr_ != 0)) trouble_ = {};
@@ -89,7 +90,7 @@ void ImageSource::loadNext()
 void ImageSource::report(Trouble trouble, const std::string& file)
 {
     if (trouble_.reason.empty()) return;
-    // A wait for a pipe that the host itself has ended is no trouble.
+    // Interrupting a wait for a pipe is the host's decision and not reported.
     if (!hostInterrupted()) notifyHost(trouble, getName(), file.c_str(), trouble_.reason.c_str());
     trouble_ = {};
 }

@@ -1,5 +1,5 @@
-// What the steps that read numbered image files share: the walk through the names, the end of the stream and
-// the delivery of frames. How a file is decoded is the derived step's.
+// Base of the steps that read numbered image files: iterates over file names, detects the end of the stream
+// and delivers frames. Derived steps decode the files.
 #pragma once
 
 #include <cstdint>
@@ -13,18 +13,18 @@
 
 namespace scansteps::images {
 
-/// A decoded file that waits for its process event.
+/// A decoded file waiting for its process event.
 struct HeldImage
 {
     int width = 0;
     int height = 0;
-    Array pixels;  ///< the frame that it becomes, rows top to bottom
+    Array pixels;  ///< in the layout of the frame, rows from top to bottom
 };
 
-/// Source step over numbered files. Initialise loads the first file, whose size becomes "dataX" and "dataY";
-/// every process event delivers the file that is held and loads the next one, and writes 1003 into the record
-/// when there is none. A file that cannot be loaded ends the stream; the host is told of it unless the series
-/// just ended, that is, unless the next number does not exist.
+/// Source step for numbered files. Initialise loads the first file, whose size becomes "dataX" and "dataY";
+/// each process event delivers the held file and loads the next one, or writes 1003 into the record when no
+/// file is held. A file that cannot be loaded ends the stream; the host is notified unless the series simply
+/// ended, that is, unless a file with the next number does not exist.
 class ImageSource : public CPUBase
 {
   public:
@@ -32,25 +32,25 @@ class ImageSource : public CPUBase
     void process(varitype& params) override;
 
   protected:
-    /// Decodes a file; nothing, with the reason printed, when that fails. `trouble` is filled as loadImage()
-    /// does. `memory` is that of an earlier frame, to be used again.
+    /// Decodes a file. On failure, prints the reason and returns nothing. Sets `trouble` like loadImage().
+    /// `memory` belonged to an earlier frame and can be reused.
     virtual std::optional<HeldImage> load(const std::string& path, Array&& memory, ImageTrouble& trouble) = 0;
-    /// Adds what else the step says about its frames to the initialise record.
+    /// Adds step-specific entries about the frames to the initialise record.
     virtual void describe(varitype& record);
-    /// Puts the image into the output buffer and, where the step does so, into the record of the frame. What
-    /// is left in `image` is memory for a later one.
+    /// Moves the image into the output buffer and optionally adds it to the frame's record. The memory left
+    /// in `image` is reused for a later one.
     virtual void deliver(Array& image, Array& frame, varitype& record);
 
   private:
     void loadNext();
-    /// Tells the host, once, what was wrong with the file that was loaded last.
+    /// Notifies the host, once, of the problem with the file loaded last.
     void report(Trouble trouble, const std::string& file);
 
     std::string currentName_, loadedName_;
     int incr_ = 1, count_ = 0, delivered_ = 0;
     bool one_ = false;
     std::optional<HeldImage> held_;
-    ImageTrouble trouble_;  // of the file loaded last, as far as it matters
+    ImageTrouble trouble_;  // unreported problem with the file loaded last
     Array spare_;           // memory of an earlier frame
     TextureSet out_;
 };

@@ -1,3 +1,4 @@
+// Buffered reading of files and pipes.
 #include "images/input_file.h"
 
 #include <algorithm>
@@ -64,27 +65,27 @@ std::optional<std::uint64_t> InputFile::remaining() const
     return *size - std::min(*size, transferred_) + (end_ - at_);
 }
 
-std::vector<std::uint8_t> InputFile::readUpTo(std::uint64_t most)
+std::vector<std::uint8_t> InputFile::readUpTo(std::uint64_t maxBytes)
 {
     std::vector<std::uint8_t> bytes;
-    // One byte more than is expected: the end is met without more memory.
-    std::uint64_t room = std::min(most, remaining().value_or(1 << 16) + 1);
+    // One byte more than expected, so that the end is detected without growing the buffer.
+    std::uint64_t room = std::min(maxBytes, remaining().value_or(1 << 16) + 1);
     std::size_t used = 0;
-    for (;; room = std::min(most, 2 * room)) {
+    for (;; room = std::min(maxBytes, 2 * room)) {
         bytes.resize(room);
         used += read(std::span(bytes).subspan(used));
-        if (used < room || room == most) break;
+        if (used < room || room == maxBytes) break;
     }
     bytes.resize(used);
     return bytes;
 }
 
-std::vector<std::uint8_t> InputFile::readRest(std::uint64_t most)
+std::vector<std::uint8_t> InputFile::readRest(std::uint64_t maxBytes)
 {
     std::vector<std::uint8_t> bytes;
-    const bool isLong = remaining().value_or(0) > most;
-    if (!isLong) bytes = readUpTo(most + 1);
-    if (isLong || bytes.size() > most) error_ = EFBIG;
+    const bool isLong = remaining().value_or(0) > maxBytes;
+    if (!isLong) bytes = readUpTo(maxBytes + 1);
+    if (isLong || bytes.size() > maxBytes) error_ = EFBIG;
     return bytes;
 }
 

@@ -1,5 +1,5 @@
-// Files and pipes read from front to end: transfers that were interrupted or cut short are continued, and
-// nothing is taken for the end of a file that is an error.
+// Sequential reading of files and pipes. Interrupted and short reads are continued, and errors are kept apart
+// from the end of the file.
 #pragma once
 
 #include <array>
@@ -22,25 +22,25 @@ class InputFile
     InputFile& operator=(const InputFile&) = delete;
 
     bool isOpen() const { return file_ >= 0; }
-    /// Number of the system's error that kept the file from being opened or read to its end, 0 for none.
+    /// The errno value of a failed open or read, 0 if there was none.
     int error() const { return error_; }
-    /// Its text, empty for none.
+    /// The text of error(), empty if there was none.
     std::string reason() const;
-    /// Whether there is no such file.
+    /// Whether the file does not exist.
     bool missing() const;
 
-    /// The next byte, or -1 where there is none.
+    /// The next byte, or -1 at the end or after an error.
     int get();
-    /// Steps back over the byte that get() returned last.
+    /// Puts back the byte that get() returned last.
     void unget() { --at_; }
-    /// Bytes read, fewer than `to` holds only at the end of the file or after an error.
+    /// Returns the number of bytes read: fewer than `to` holds only at the end of the file or after an error.
     std::size_t read(std::span<std::uint8_t> to);
-    /// Bytes to the end of a regular file; nothing where that cannot be known.
+    /// Bytes left in a regular file; nothing for pipes and the like.
     std::optional<std::uint64_t> remaining() const;
-    /// At most that many bytes; memory is taken as they arrive.
-    std::vector<std::uint8_t> readUpTo(std::uint64_t most);
-    /// Everything to the end. More than `most` bytes are an error, "file too large".
-    std::vector<std::uint8_t> readRest(std::uint64_t most);
+    /// Reads at most `maxBytes` bytes; memory grows as they arrive.
+    std::vector<std::uint8_t> readUpTo(std::uint64_t maxBytes);
+    /// Reads to the end. More than `maxBytes` bytes are an error, "file too large".
+    std::vector<std::uint8_t> readRest(std::uint64_t maxBytes);
 
   private:
     std::size_t transfer(std::span<std::uint8_t> to);
@@ -49,7 +49,7 @@ class InputFile
     int error_ = 0;
     std::uint64_t transferred_ = 0;
     std::array<std::uint8_t, 4096> buffer_;
-    std::size_t at_ = 0, end_ = 0;  // what of the buffer is still to be read
+    std::size_t at_ = 0, end_ = 0;  // unread part of the buffer
 };
 
 }  // namespace scansteps::images

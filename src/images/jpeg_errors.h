@@ -1,26 +1,25 @@
-// Errors of the system's JPEG library: the fatal ones leave its C code by a jump, the text of each is kept.
-// Every function that calls setjmp holds only plain values between the call and the library's code, and none
-// that it changes there, so that a jump back skips no destructor and finds every value as it was. What has a
-// destructor lives in the caller.
+// Error handling for the system's JPEG library: fatal errors leave its C code by longjmp; messages are kept.
+// Between setjmp and the library's code, functions hold only trivial values that they do not modify, so that
+// the jump skips no destructor and all values stay defined. Objects with destructors live in the caller.
 #pragma once
 
 #include <array>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
-// these need the ones above first
+// requires the headers above
 #include <jpeglib.h>
-// this needs jpeglib.h
+// requires jpeglib.h
 #include <jerror.h>
 
 namespace scansteps::images {
 
 struct JpegErrors
 {
-    jpeg_error_mgr base{};  // first, the library hands out its address
+    jpeg_error_mgr base{};  // first member: the library passes its address to callbacks
     std::jmp_buf escape{};
-    std::array<char, JMSG_LENGTH_MAX> fatal{};   ///< why the library gave up, else empty
-    std::array<char, JMSG_LENGTH_MAX> damage{};  ///< the first sign of damaged or missing data, else empty
+    std::array<char, JMSG_LENGTH_MAX> fatal{};   ///< the fatal error, otherwise empty
+    std::array<char, JMSG_LENGTH_MAX> damage{};  ///< the first warning of damaged or missing data
 
     jpeg_error_mgr* install()
     {
@@ -41,7 +40,7 @@ struct JpegErrors
   private:
     static JpegErrors& of(j_common_ptr jpeg) { return *reinterpret_cast<JpegErrors*>(jpeg->err); }
 
-    // The other warnings are about headers and concern no pixel.
+    // Other warnings concern headers and affect no pixel.
     static bool meansDamage(int code)
     {
         return code == JWRN_ARITH_BAD_CODE || code == JWRN_EXTRANEOUS_DATA || code == JWRN_HIT_MARKER ||

@@ -1,3 +1,4 @@
+// Encoding of JPEG files; jpeg_reader.cpp decodes them.
 #include "images/jpeg_file.h"
 
 #include <algorithm>
@@ -9,11 +10,11 @@
 namespace scansteps::images {
 namespace {
 
-/// Lets the library write into the blocks of a file. What the file throws waits here while the library's C
-/// code is left by a jump.
+/// Makes the library write directly into the file's buffer. Exceptions thrown by the file are stored here
+/// until the library's C code has been left by longjmp.
 struct Destination
 {
-    jpeg_destination_mgr base{};  // first, the library hands out its address
+    jpeg_destination_mgr base{};  // first member: the library passes its address to callbacks
     AtomicFile& file;
     std::exception_ptr failure;
 
@@ -22,7 +23,7 @@ struct Destination
         base.init_destination = [](j_compress_ptr jpeg) { of(jpeg).offerRoom(jpeg); };
         base.empty_output_buffer = [](j_compress_ptr jpeg) -> boolean {
             Destination& self = of(jpeg);
-            self.file.advance(self.begin_ + kRoom);  // the whole room is full then, whatever the pointer says
+            self.file.advance(self.begin_ + kRoom);  // the buffer is full, even if free_in_buffer is not 0
             self.offerRoom(jpeg);
             return TRUE;
         };
@@ -63,12 +64,12 @@ struct Encoder
     ~Encoder() { jpeg_destroy_compress(&jpeg); }
 };
 
-// Passes rows on until the library has them all.
+// Passes all `count` rows to the library.
 void putRows(jpeg_compress_struct& jpeg, const std::uint8_t* pixels, int count)
 {
     std::array<JSAMPROW, kRowsAtOnce> rows{};
     const auto end = static_cast<JDIMENSION>(count);
-    // The library takes rows that it only reads as pointers to bytes that could change.
+    // The library takes non-const pointers although it only reads the rows.
     for (JDIMENSION i = 0; i < end; ++i)
         rows[i] = const_cast<JSAMPROW>(pixels) + std::size_t{jpeg.image_width} * 3 * i;
     for (JDIMENSION put = 0; put < end;) put += jpeg_write_scanlines(&jpeg, rows.data() + put, end - put);

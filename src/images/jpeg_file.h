@@ -1,5 +1,5 @@
-// JPEG files through the system's JPEG library, behind image_file.h: its fatal errors, which jump out of the
-// library's C code, end here as a failed call. The model export writes its texture pages with it too.
+// JPEG files through the system's JPEG library, used by image_file and by the model export for texture pages.
+// The library's fatal errors become return values here.
 #pragma once
 
 #include <cstdint>
@@ -12,14 +12,14 @@
 
 namespace scansteps::images {
 
-/// Decodes a JPEG file to RGB; `reason` then tells what is missing of it, if anything is. Refuses, with the
-/// reason, an image of more than `maxBytes` bytes of pixels before memory is taken for it, and one with more
-/// scans than photographs ever have.
+/// Decodes a JPEG file to RGB; `reason` names the first missing or damaged data, if any. Rejects, with the
+/// reason, images of more than `maxBytes` bytes of pixels before memory is allocated, and images with an
+/// excessive number of scans.
 std::optional<RgbImage> readJpeg(std::span<const std::uint8_t> file, std::uint64_t maxBytes, Array memory,
                                  std::string& reason);
 
-/// Encodes rows of RGB pixels as baseline JPEG. Returns the library's message after a fatal error, else
-/// nothing; throws what `file` and `source` throw.
+/// Encodes rows of RGB pixels as baseline JPEG. Returns the library's message after a fatal error, otherwise
+/// an empty string. Exceptions from `file` and `source` propagate.
 std::string writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source);
 
 }  // namespace scansteps::images

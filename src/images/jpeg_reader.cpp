@@ -1,4 +1,4 @@
-// Decoding of JPEG files; jpeg_file.h tells what is taken.
+// Decoding of JPEG files (readJpeg of jpeg_file.h).
 #include <algorithm>
 #include <array>
 #include <vector>
@@ -9,7 +9,7 @@
 namespace scansteps::images {
 namespace {
 
-// Real progressive files have about ten scans. Each scan visits the whole picture, however few its bytes are.
+// Real progressive files have about ten scans. Each scan visits the whole picture, however short it is.
 constexpr int kMaxScans = 100;
 
 struct Decoder
@@ -43,7 +43,7 @@ bool readHeader(Decoder& decoder, std::span<const std::uint8_t> file)
     return true;
 }
 
-// `maxWork` bounds what the library itself takes, the coefficients of a progressive image above all.
+// `maxWork` limits the library's own memory, mainly the coefficients of a progressive image.
 bool startDecoding(Decoder& decoder, long maxWork)
 {
     auto& jpeg = decoder.jpeg;
@@ -52,13 +52,13 @@ bool startDecoding(Decoder& decoder, long maxWork)
     jpeg.progress = &decoder.progress;
     jpeg.mem->max_memory_to_use = maxWork;
     const bool isPrint = jpeg.jpeg_color_space == JCS_CMYK || jpeg.jpeg_color_space == JCS_YCCK;
-    jpeg.out_color_space = isPrint ? JCS_CMYK : JCS_RGB;  // the library makes no RGB of four inks
+    jpeg.out_color_space = isPrint ? JCS_CMYK : JCS_RGB;  // the library cannot convert CMYK to RGB
     jpeg_start_decompress(&jpeg);
     return true;
 }
 
-// Inks over white paper, without the profile of a press. Files with an Adobe marker hold what each ink leaves
-// of the light, others how much of it there is.
+// Converts CMYK to RGB without a colour profile. Files with an Adobe marker store inverted values (reflected
+// light instead of ink).
 void inksToRgb(const std::uint8_t* cmyk, std::uint8_t* rgb, std::size_t width, bool isAdobe)
 {
     const unsigned flip = isAdobe ? 0 : 255;
@@ -69,7 +69,7 @@ void inksToRgb(const std::uint8_t* cmyk, std::uint8_t* rgb, std::size_t width, b
     }
 }
 
-// `inks` is room for a row of a picture in four inks, null for others.
+// `inks` is a buffer for one row of CMYK, null for other images.
 bool readRows(Decoder& decoder, std::uint8_t* pixels, std::uint8_t* inks)
 {
     auto& jpeg = decoder.jpeg;
@@ -106,11 +106,11 @@ std::optional<RgbImage> readJpeg(std::span<const std::uint8_t> file, std::uint64
         static_cast<int>(decoder.jpeg.image_width), static_cast<int>(decoder.jpeg.image_height), {}};
     if (image.size() > maxBytes) {
         reason = "JPEG file: " + std::to_string(image.width) + " x " + std::to_string(image.height) +
-                 " pixels are more than so short a file can hold";
+                 " pixels exceed the limit for a file of this length";
         return std::nullopt;
     }
-    // Coefficients take at most 2 bytes a sample and 4 colours, padded to whole blocks and with slack for
-    // tables.
+    // Coefficients take at most 2 bytes per sample in 4 colours, padded to whole blocks; 64 MiB are left for
+    // padding and tables.
     const auto maxWork = std::min<std::uint64_t>(image.size() * 4 + (std::uint64_t{64} << 20U), 0x7fffffff);
     if (!startDecoding(decoder, static_cast<long>(maxWork))) return failed();
     image.width = static_cast<int>(decoder.jpeg.output_width);

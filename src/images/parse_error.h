@@ -1,4 +1,4 @@
-// What the steps print of a JPEG image that the baseline decoder refused or decoded only in part.
+// Output of the steps for JPEG images that the baseline decoder rejected or decoded only in part.
 #pragma once
 
 #include <string>

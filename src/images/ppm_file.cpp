@@ -1,3 +1,4 @@
+// Reading of binary PPM and PGM files.
 #include "images/ppm_file.h"
 
 #include <algorithm>
@@ -18,8 +19,8 @@ bool isDigit(int c)
     return c >= '0' && c <= '9';
 }
 
-// Blanks and a number of at most nine characters, which an int always holds; what follows stays. Where there
-// is no number, only blanks and a sign are gone.
+// Reads blanks and a number of at most nine characters, which always fits an int. If there is no number, only
+// blanks and a sign have been consumed.
 std::optional<int> readNumber(InputFile& file)
 {
     int c = file.get();
@@ -45,7 +46,7 @@ struct Header
     std::array<int, 3> numbers{};  // width, height, largest sample value
     std::size_t matched = 0;
 
-    /// Goes on with the first number that is missing.
+    /// Continues with the first missing number.
     bool read(InputFile& file)
     {
         while (matched < numbers.size()) {
@@ -57,7 +58,7 @@ struct Header
     }
 };
 
-// Comments stand between the numbers. Gives up after 10000 characters.
+// Skips comments between the numbers. Gives up after 10000 characters.
 bool readPastComments(InputFile& file, Header& header)
 {
     constexpr int kMaxCharacters = 10000;
@@ -80,7 +81,7 @@ bool readPastComments(InputFile& file, Header& header)
     return false;
 }
 
-// sample × 255 / maxval for every byte. Above maxval the result does not fit a byte and keeps its low bits.
+// sample × 255 / maxval for every byte. For samples above maxval only the low 8 bits are kept.
 std::array<std::uint8_t, 256> scaleTable(int maxval)
 {
     std::array<std::uint8_t, 256> table{};
@@ -89,8 +90,8 @@ std::array<std::uint8_t, 256> scaleTable(int maxval)
     return table;
 }
 
-/// Reads the samples into the last third (grey) or all (colour) of the room for `image`, which is taken only
-/// when they are known to be there.
+/// Reads the samples into the last third (grey) or all (colour) of the pixels of `image`, which are allocated
+/// only once all samples are known to exist.
 bool readSamples(InputFile& file, std::uint64_t count, RgbImage& image, Array&& memory)
 {
     const auto available = file.remaining();
@@ -123,7 +124,7 @@ std::optional<RgbImage> readPpm(InputFile& file, int magic, Array memory, std::s
     Header header;
     if (!header.read(file) && !readPastComments(file, header))
         return refuse("a number of its header is missing");
-    file.get();  // one blank or line end stands before the samples
+    file.get();  // a single blank or line feed precedes the samples
     const auto [width, height, maxval] = header.numbers;
     print::field(width, " *W\n");
     print::field(height, " *H\n");
@@ -140,7 +141,7 @@ std::optional<RgbImage> readPpm(InputFile& file, int magic, Array memory, std::s
     std::uint8_t* const pixels = image.pixels.elements<std::uint8_t>().data();
     std::uint8_t* const samples = pixels + (image.size() - sampleCount);
     const auto scale = scaleTable(maxval);
-    // Spreading grey samples from the last third on never overtakes the reading.
+    // In-place expansion of grey samples: writing never overtakes reading, which started at the last third.
     if (!isRgb)
         for (std::size_t i = 0; i < pixelCount; ++i) std::fill_n(pixels + 3 * i, 3, scale[samples[i]]);
     else if (maxval != 255)

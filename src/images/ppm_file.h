@@ -1,4 +1,4 @@
-// Binary PPM and PGM files, behind image_file.h.
+// Binary PPM and PGM files; used by image_file.
 #pragma once
 
 #include <optional>
@@ -9,10 +9,10 @@
 
 namespace scansteps::images {
 
-/// The number that stands after the "P" of a PPM file.
+/// The number after the "P" of a PPM file.
 std::optional<int> readPpmMagic(InputFile& file);
 
-/// Reads what follows the magic number. Nothing, with the reason, for a file that cannot be taken.
+/// Reads the rest of the file after the magic number. On failure, sets `reason` and returns nothing.
 std::optional<RgbImage> readPpm(InputFile& file, int magic, Array memory, std::string& reason);
 
 }  // namespace scansteps::images

@@ -1,12 +1,11 @@
-// Reads the entropy-coded bytes of a scan as bits, for inclusion into each target's code. The bytes go
-// through a small buffer in which stuffed zeros are gone, so that eight of them can be taken without a look
-// at any.
+// Bit reader for the entropy-coded bytes of a scan; included once per instruction set. Stuffed zero bytes are
+// removed in a small buffer first, so that eight bytes can be loaded at a time without checking any.
 
-#if defined(SCANSTEPS_IO_BASELINE_JPEG_BITS_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef SCANSTEPS_IO_BASELINE_JPEG_BITS_INL_H_
-#undef SCANSTEPS_IO_BASELINE_JPEG_BITS_INL_H_
+#if defined(SCANSTEPS_JPEG_BITS_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef SCANSTEPS_JPEG_BITS_INL_H_
+#undef SCANSTEPS_JPEG_BITS_INL_H_
 #else
-#define SCANSTEPS_IO_BASELINE_JPEG_BITS_INL_H_
+#define SCANSTEPS_JPEG_BITS_INL_H_
 #endif
 
 #include <cstddef>
@@ -20,16 +19,16 @@ namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-/// The next bits, first one on top. `count` of them are valid; below lie bits of the byte at `next`, which
-/// the next refill puts there once more.
+/// The next bits, the first one in the top bit. `count` of them are valid; below them are bits of the byte at
+/// `next`, which the next refill ORs in again.
 struct BitReader
 {
     std::uint64_t bits = 0;
     unsigned count = 0;
     const std::uint8_t* next = nullptr;
-    const std::uint8_t* limit = nullptr;  ///< behind it a block cannot be started without a look at the feed
+    const std::uint8_t* limit = nullptr;  ///< beyond it EntropyFeed::check() must precede a block
 
-    /// At least 56 valid bits.
+    /// Afterwards at least 56 bits are valid.
     HWY_INLINE void refill()
     {
         std::uint64_t word;
@@ -52,7 +51,7 @@ class EntropyFeed
   public:
     EntropyFeed(const std::uint8_t* data, std::size_t size) : source_(data), sourceEnd_(data + size) {}
 
-    /// Starts an interval at the current place.
+    /// Starts an interval at the current position.
     void start(BitReader& reader)
     {
         end_ = buffer_;
@@ -62,22 +61,22 @@ class EntropyFeed
         fill(reader);
     }
 
-    /// To be called in front of a block when reader.next is beyond reader.limit. Afterwards at least
-    /// kBlockBytes bytes can be read. False when the interval has no bits left.
+    /// Must be called before a block when reader.next is beyond reader.limit. Afterwards at least kBlockBytes
+    /// bytes can be read. Returns false when the interval has no bits left.
     HWY_NOINLINE bool check(BitReader& reader)
     {
         if (!ended_) fill(reader);
         return reader.next <= reader.limit || !overrun(reader);
     }
 
-    /// Whether more bits were taken than the interval has.
+    /// Whether more bits were consumed than the interval has.
     bool overrun(const BitReader& reader) const
     {
         return ended_ && (reader.next - buffer_) * 8 - std::ptrdiff_t(reader.count) > (end_ - buffer_) * 8;
     }
 
-    /// Goes behind the next restart marker, which must have the number `expected`, and starts the interval
-    /// there. False when another marker or the end of the data comes first.
+    /// Skips to after the next restart marker, which must have the number `expected`, and starts the interval
+    /// there. Returns false when another marker or the end of the data comes first.
     bool restart(BitReader& reader, unsigned expected)
     {
         for (; sourceEnd_ - source_ >= 2; ++source_) {
@@ -91,8 +90,8 @@ class EntropyFeed
     }
 
   private:
-    // A block takes at most 65 codes (the last one too many) of 16 bits with 15 bits of value each, 252
-    // bytes, and the reader looks up to 16 bytes ahead. Behind the end of an interval lie that many zeros.
+    // A block takes at most 65 codes (the last one in excess) of 16 bits with 15 bits of value each, 252
+    // bytes, and the reader loads up to 16 bytes ahead. An interval is followed by at least as many zeros.
     static constexpr std::ptrdiff_t kBlockBytes = 288;
     static constexpr std::ptrdiff_t kPadding = kBlockBytes + 24;
     static constexpr std::ptrdiff_t kChunk = 4096;
@@ -108,7 +107,7 @@ class EntropyFeed
         reader.limit = ended_ ? end_ : end_ - kBlockBytes;
     }
 
-    // Copies vectors without 0xFF as they are. What is written beyond the last byte is overwritten later.
+    // Copies vectors up to the first 0xFF. Bytes stored beyond `end_` are overwritten later.
     void unstuff()
     {
         const hn::ScalableTag<std::uint8_t> d;
@@ -135,8 +134,8 @@ class EntropyFeed
         }
     }
 
-    /// At a 0xFF: copies it if it is data, that is, if a zero follows (after more 0xFF, at times); otherwise
-    /// the interval ends here, in front of the marker.
+    /// At a 0xFF: copies it if it is data, that is, followed by a zero (possibly after more 0xFF bytes);
+    /// otherwise the interval ends here, before the marker.
     bool unstuffOne()
     {
         const std::uint8_t* at = source_;

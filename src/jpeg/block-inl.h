@@ -1,10 +1,10 @@
-// Huffman-decodes one block of a scan, for inclusion into each target's code.
+// Huffman decoding of one block of a scan; included once per instruction set.
 
-#if defined(SCANSTEPS_IO_BASELINE_JPEG_BLOCK_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef SCANSTEPS_IO_BASELINE_JPEG_BLOCK_INL_H_
-#undef SCANSTEPS_IO_BASELINE_JPEG_BLOCK_INL_H_
+#if defined(SCANSTEPS_JPEG_BLOCK_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef SCANSTEPS_JPEG_BLOCK_INL_H_
+#undef SCANSTEPS_JPEG_BLOCK_INL_H_
 #else
-#define SCANSTEPS_IO_BASELINE_JPEG_BLOCK_INL_H_
+#define SCANSTEPS_JPEG_BLOCK_INL_H_
 #endif
 
 #include <cstddef>
@@ -17,8 +17,8 @@ HWY_BEFORE_NAMESPACE();
 namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 
-/// Places for coefficient indices 0 to 63 and, all the same as 63, for those that a damaged block or an end
-/// of block can reach.
+/// Number of entries of `place` below: coefficient indices 0 to 63, and the larger ones that a damaged block
+/// or an end of block can produce, which all map to the position of 63.
 constexpr std::size_t kPlaces = 256;
 
 HWY_INLINE void AddDifference(std::uint16_t& prediction, std::uint64_t bits, unsigned size)
@@ -37,7 +37,7 @@ HWY_NOINLINE bool DecodeLongDc(BitReader& reader, const DcTable& table, std::uin
     return true;
 }
 
-/// Leaves at least 32 bits.
+/// Decodes the DC coefficient; at least 32 valid bits remain.
 HWY_INLINE bool DecodeDc(BitReader& reader, const DcTable& table, std::uint16_t& prediction)
 {
     reader.refill();
@@ -54,8 +54,8 @@ HWY_INLINE bool DecodeDc(BitReader& reader, const DcTable& table, std::uint16_t&
     return found;
 }
 
-/// A coefficient or end of block whose code the look-up table does not hold. Returns the index behind it,
-/// with kEndOfBlock added at an end of block, or 0 for a wrong code.
+/// Decodes a coefficient or end of block whose code is not in the look-up table. Returns the next index, plus
+/// kEndOfBlock at an end of block, or 0 for an invalid code.
 HWY_NOINLINE int DecodeLongAc(BitReader& reader, const AcTable& table, int k,
                               std::int16_t* HWY_RESTRICT block, const std::uint16_t* HWY_RESTRICT place)
 {
@@ -72,23 +72,23 @@ HWY_NOINLINE int DecodeLongAc(BitReader& reader, const AcTable& table, int k,
     return k;
 }
 
-/// Index of the last coefficient of a block that ended at k (see DecodeLongAc), or a negative number when it
-/// is too long.
+/// Index of the last coefficient of a block that ended at k (see DecodeLongAc), or a negative number if the
+/// block has too many coefficients.
 HWY_INLINE int LastIndex(int k)
 {
     if (k == 64) return 63;
     return k < int(AcTable::kEndOfBlock) + 64 ? k - int(AcTable::kEndOfBlock) - 1 : -1;
 }
 
-/// The one or two coefficients of `entry` with which the block ends. Returns the index of the last one, or
-/// -1.
+/// Stores the last one or two coefficients of the block, given by `entry`. Returns the index of the last one,
+/// or -1.
 HWY_INLINE int FinishBlock(BitReader& reader, std::uint64_t entry, int k, std::int16_t* HWY_RESTRICT block,
                            const std::uint16_t* HWY_RESTRICT place)
 {
     const int k1 = k + AcTable::step1(entry);
     const int k2 = k1 + AcTable::step2(entry);
     block[place[k1 - 1]] = AcTable::value1(entry);
-    if (HWY_UNLIKELY(k1 == 64 && k2 > 64)) {  // what seemed to be the second belongs to the next block
+    if (HWY_UNLIKELY(k1 == 64 && k2 > 64)) {  // the second code already belongs to the next block
         reader.skip(AcTable::length1(entry));
         return 63;
     }
@@ -106,14 +106,14 @@ enum class Step
     kEnd
 };
 
-/// One look-up of AC coefficients. At kEnd, k is the index of the block's last coefficient, or negative when
-/// the bits are no block; until then it is the next index. Takes at most 26 bits, or refills (kRefilled).
+/// One look-up of AC coefficients. At kEnd, k is the index of the block's last coefficient, or negative if
+/// the bits are invalid; otherwise it is the next index. Consumes at most 26 bits, or refills (kRefilled).
 HWY_INLINE Step AcStep(BitReader& reader, const AcTable& table, int& k, std::int16_t* HWY_RESTRICT block,
                        const std::uint16_t* HWY_RESTRICT place)
 {
     const std::uint64_t entry = table.fast[reader.bits >> (64 - AcTable::kBits)];
     if (HWY_UNLIKELY(entry == 0)) {
-        BitReader copy = reader;  // so that the address of `reader` goes nowhere and it can be in registers
+        BitReader copy = reader;  // the address of `reader` must not escape, so that it stays in registers
         k = DecodeLongAc(copy, table, k, block, place);
         reader = copy;
         reader.refill();
@@ -127,7 +127,7 @@ HWY_INLINE Step AcStep(BitReader& reader, const AcTable& table, int& k, std::int
         k = FinishBlock(reader, entry, k, block, place);
         return Step::kEnd;
     }
-    // The first of two is written, then the last: where there is only one, to the same place.
+    // Store the first of two, then the last; a single coefficient is stored twice at the same position.
     block[place[k1 - 1]] = AcTable::value1(entry);
     block[place[k2 - 1]] =
         std::int16_t(extendMagnitude(reader.bits << AcTable::before(entry), AcTable::size(entry)));
@@ -137,14 +137,14 @@ HWY_INLINE Step AcStep(BitReader& reader, const AcTable& table, int& k, std::int
 }
 
 /// Decodes one block into `block` (all zero before), coefficient k at place[k]. Returns the index of the last
-/// coefficient, or a negative number when the bits are no block. EntropyFeed must have said that a block can
-/// be read.
+/// coefficient, or a negative number if the bits are invalid. EntropyFeed::check() must have succeeded where
+/// it is required.
 HWY_INLINE int DecodeBlock(BitReader& reader, const DcTable& dc, const AcTable& ac, std::uint16_t& prediction,
                            std::int16_t* HWY_RESTRICT block, const std::uint16_t* HWY_RESTRICT place)
 {
     if (HWY_UNLIKELY(!DecodeDc(reader, dc, prediction))) return -1;
     block[place[0]] = std::int16_t(prediction);
-    // Behind the at most 24 bits of the DC coefficient and in a refill there is enough for one and two steps.
+    // After the DC coefficient (at most 24 bits) enough bits remain for one step, after a refill for two.
     int k = 1;
     Step step = AcStep(reader, ac, k, block, place);
     while (step != Step::kEnd) {

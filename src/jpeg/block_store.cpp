@@ -1,3 +1,4 @@
+// Clipping and averaging of blocks on their way into a plane.
 #include "jpeg/block_store.h"
 
 #include <algorithm>
@@ -6,7 +7,7 @@ namespace scansteps::jpeg {
 
 namespace {
 
-/// Repeats the last of `inside` samples once, so that an odd size can be averaged in pairs.
+/// Averages two rows of `inside` samples; if their number is odd, the last sample is repeated.
 void averageRow(const std::uint8_t* upper, const std::uint8_t* lower, int inside, int step, std::uint8_t* dst)
 {
     if (step == 1) {

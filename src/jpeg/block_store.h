@@ -1,4 +1,4 @@
-// Stores decoded blocks that do not go into their plane as they are: cut off at its edge, or averaged.
+// Stores decoded blocks that are clipped at the edge of their plane or averaged.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 
 namespace scansteps::jpeg {
 
-/// Eight rows of `columns` samples (a multiple of 8), the first at (x, y) of the component; what lies outside
-/// of the component is left out. Averages round halves up and count only samples inside of the component.
+/// Stores eight rows of `columns` samples (a multiple of 8), the first at (x, y) of the component, and drops
+/// samples outside the component. Averages round half up and include only samples inside the component.
 void storeJpegSamples(const JpegScanComponent& component, const std::uint8_t* samples, int columns, int x,
                       int y);
 

@@ -1,4 +1,4 @@
-// The error text of the baseline JPEG decoder: callers print it, the decoder itself never does.
+// The error text of the baseline JPEG decoder, which never prints itself; its callers do.
 #pragma once
 
 #include <array>
@@ -9,11 +9,12 @@
 
 namespace scansteps::jpeg {
 
-/// A 256-byte buffer with the last message.
+/// A 256-byte buffer for the last message.
 class JpegErrorText
 {
   public:
-    /// Formats a message (cut to 255 bytes) and returns false, so that a check can `return error.set(...)`.
+    /// Formats a message (truncated to 255 bytes). Always returns false, so that a check can
+    /// `return error.set(...)`.
     SCANSTEPS_PRINTF(2, 3)
     bool set(const char* format, ...)
     {

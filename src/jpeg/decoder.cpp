@@ -1,3 +1,4 @@
+// Connects header parsing and scan decoding, and derives the plane sizes.
 #include "jpeg/decoder.h"
 
 #include "jpeg/huffman.h"
@@ -13,7 +14,7 @@ constexpr int divideUp(int value, int by)
     return (value + by - 1) / by;
 }
 
-/// Samples of a component as the file holds them.
+/// Size of a component in the file, in samples.
 JpegPlaneSize nativeSize(const JpegHeader& header, std::size_t index)
 {
     const JpegComponent& luma = header.components[0];
@@ -22,7 +23,7 @@ JpegPlaneSize nativeSize(const JpegHeader& header, std::size_t index)
             divideUp(header.height * component.vertical, luma.vertical)};
 }
 
-/// How many samples of the file become one of the plane, each way.
+/// Number of samples in the file that are averaged to one of the plane, in each direction.
 JpegPlaneSize averaging(const JpegHeader& header, std::size_t index, JpegLayout layout)
 {
     if (index == 0 || layout == JpegLayout::kNative) return {1, 1};

@@ -1,5 +1,5 @@
-// The library's own decoder of baseline JPEG images held in memory, for frames that must end up as separate
-// luma and chroma planes. Camera frames need no more than this subset of JPEG; all else is refused.
+// The library's own decoder of baseline JPEG images in memory, for frames that are needed as separate luma
+// and chroma planes. It supports the subset of JPEG that camera frames use and rejects everything else.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@
 
 namespace scansteps::jpeg {
 
-/// Size of a decoded plane in samples; its rows follow each other without padding.
+/// Size of a decoded plane in samples; rows are contiguous.
 struct JpegPlaneSize
 {
     int width = 0;
@@ -22,25 +22,25 @@ struct JpegPlaneSize
     bool operator==(const JpegPlaneSize&) const = default;
 };
 
-/// How the chroma planes are delivered.
+/// Resolution of the chroma planes.
 enum class JpegLayout
 {
-    kYuv420,  ///< half the width and height of the image, rounded up; finer chroma is averaged
-    kNative,  ///< as the file samples them
+    kYuv420,  ///< half the width and height of the image, rounded up; higher resolutions are averaged
+    kNative,  ///< as in the file
 };
 
-/// Decodes one 8-bit sequential Huffman-coded YCbCr image (ITU-T T.81) per object: one interleaved scan,
-/// luma sampled 1×1, 2×1, 1×2 or 2×2, chroma 1×1. Width and height are 1 to 4096 and a multiple of 16 in each
-/// direction in which luma is sampled twice; in the others any size does. Missing Huffman tables are the
-/// standard ones, as motion-JPEG frames leave them out.
+/// Decodes one 8-bit sequential Huffman-coded YCbCr image (ITU-T T.81) per object: one interleaved scan, luma
+/// sampling factors 1×1, 2×1, 1×2 or 2×2, chroma 1×1. Width and height are 1 to 4096, and multiples of 16 in
+/// each direction with luma sampling factor 2. Missing Huffman tables default to the standard ones, which
+/// motion-JPEG frames omit.
 ///
-/// Nothing is printed and nothing thrown but std::bad_alloc: a function that returns non-zero has left its
-/// reason in getErrorString(). No input makes it touch memory outside the buffer and the planes; beside them
-/// it needs about 70 KB.
+/// Prints nothing and throws only std::bad_alloc: when a function returns non-zero, getErrorString() has the
+/// reason. For no input is memory outside the buffer and the planes accessed. Uses about 70 KB besides them.
 class BaselineJpegDecoder
 {
   public:
-    /// Reads all markers up to the start of the scan. 0, or -1 on error. The buffer must live until decode().
+    /// Reads all markers up to the start of the scan. Returns 0, or -1 on error. The buffer must outlive
+    /// decode().
     int parseHeader(std::span<const std::uint8_t> file);
 
     /// Size of the parsed image in pixels.
@@ -49,11 +49,11 @@ class BaselineJpegDecoder
     /// Size of plane `index` (0 luma, 1 Cb, 2 Cr) in `layout`.
     JpegPlaneSize planeSize(int index, JpegLayout layout) const;
 
-    /// Where decode() puts luma, Cb and Cr: each at least planeSize().samples() long.
+    /// Sets the planes for luma, Cb and Cr, each at least planeSize().samples() long.
     void setComponents(const std::array<std::span<std::uint8_t>, 3>& planes) { planes_ = planes; }
 
-    /// Decodes the scan into the planes. 0, or -1 on error; the planes then hold what came before the damage.
-    /// Samples are those of the accurate integer inverse DCT of libjpeg, bit for bit.
+    /// Decodes the scan into the planes. Returns 0, or -1 on error; the planes then hold everything before
+    /// the damage. Samples equal those of the accurate integer inverse DCT of libjpeg bit for bit.
     int decode(JpegLayout layout = JpegLayout::kYuv420);
 
     /// The last error message, empty before the first.

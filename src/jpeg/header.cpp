@@ -1,3 +1,4 @@
+// Parsing and validation of the markers before the scan.
 #include "jpeg/header.h"
 
 #include <algorithm>
@@ -24,7 +25,7 @@ constexpr int kMaxQuantTables = 4;
 constexpr int kMaxHuffmanTables = 4;
 constexpr int kMaxHuffmanBytes = 256;
 
-/// One marker segment after another. Each parse function gets the bytes behind the segment's length.
+/// Parses the marker segments in order. Each parse function gets the bytes after the segment's length.
 class HeaderParser
 {
   public:
@@ -55,7 +56,7 @@ class HeaderParser
     JpegHeader& header_;
     JpegErrorText& error_;
     bool frameSeen_ = false;
-    bool untransformed_ = false;  ///< an Adobe segment says that the components are not YCbCr
+    bool untransformed_ = false;  ///< an Adobe segment declares that the components are not YCbCr
 };
 
 bool HeaderParser::parse()
@@ -66,7 +67,7 @@ bool HeaderParser::parse()
         int marker = 0;
         if (!nextMarker(marker)) return truncated();
         if (marker == 0xD9) return truncated();
-        if (marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8)) continue;  // these stand alone
+        if (marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8)) continue;  // markers without a segment
         Segment segment;
         if (!nextSegment(segment)) return false;
         if (!parseSegment(marker, segment)) return false;
@@ -113,7 +114,7 @@ bool HeaderParser::parseSegment(int marker, Segment segment)
         case 0xEE:
             return parseAdobe(segment);
         case 0xC0:  // baseline
-        case 0xC1:  // extended sequential: the same as baseline when samples have 8 bits
+        case 0xC1:  // extended sequential: identical to baseline for 8-bit samples
             return parseFrame(segment);
         case 0xDA:
             return parseScan(segment);
@@ -123,7 +124,7 @@ bool HeaderParser::parseSegment(int marker, Segment segment)
     if (marker >= 0xC0 && marker <= 0xCF && marker != 0xC8 && marker != 0xCC)
         return error_.set("Only baseline images are supported (got SOF%d)\n", marker - 0xC0);
     if (marker == 0xCC) return error_.set("Arithmetic coding is not supported\n");
-    return true;  // APPn, COM and the like
+    return true;  // APPn, COM and others
 }
 
 bool HeaderParser::parseQuantTables(Segment segment)
@@ -226,8 +227,7 @@ bool HeaderParser::checkSampling()
             "Vertical sampling factor for Y should be greater than vertical sampling factor for Cb or Cr\n");
     if (y.horizontal > 2 || y.vertical > 2)
         return error_.set("Sampling %dx%d for Y is not supported\n", y.horizontal, y.vertical);
-    // An MCU covers 16 samples where luma has two blocks, and only there a whole number of MCUs asks for
-    // this.
+    // With luma sampling factor 2 an MCU covers 16 samples, and only whole MCUs are supported then.
     if (y.horizontal == 2 && header_.width % 16 != 0)
         return error_.set("Width need to be a multiple of 16 (current Width is %d)\n", header_.width);
     if (y.vertical == 2 && header_.height % 16 != 0)
@@ -235,8 +235,8 @@ bool HeaderParser::checkSampling()
     return true;
 }
 
-// The spectral selection and approximation bytes have one legal value in a sequential image; some cameras
-// write others, which mean nothing.
+// The spectral selection and approximation bytes are not checked: sequential images allow only one value, but
+// some cameras write others.
 bool HeaderParser::parseScan(Segment segment)
 {
     if (!frameSeen_) return error_.set("SOS marker before SOF marker\n");

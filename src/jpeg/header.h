@@ -1,4 +1,4 @@
-// The markers of a baseline JPEG stream in front of its scan: what they say, and what is refused.
+// The markers of a baseline JPEG stream before its scan: their contents and their validation.
 #pragma once
 
 #include <array>
@@ -10,15 +10,15 @@
 
 namespace scansteps::jpeg {
 
-/// A Huffman table as a DHT segment describes it: how many codes there are of each length 1 to 16, and the
-/// symbols in the order of their codes.
+/// A Huffman table as in a DHT segment: the number of codes of each length 1 to 16, and the symbols in code
+/// order.
 struct HuffmanSpec
 {
     std::array<std::uint8_t, 16> counts{};
     std::array<std::uint8_t, 256> symbols{};
 };
 
-/// One component: identifier, sampling factors and table numbers.
+/// A component: identifier, sampling factors and table numbers.
 struct JpegComponent
 {
     int id = 0;
@@ -29,7 +29,7 @@ struct JpegComponent
     int acTable = 0;
 };
 
-/// Everything the scan needs. Parsing fills it in; a fresh one holds the standard Huffman tables.
+/// Everything needed to decode the scan. Initially holds the standard Huffman tables.
 struct JpegHeader
 {
     JpegHeader();
@@ -37,7 +37,7 @@ struct JpegHeader
     int width = 0;
     int height = 0;
     std::array<JpegComponent, 3> components;              ///< Y, Cb, Cr
-    std::array<std::array<std::uint8_t, 64>, 4> quant{};  ///< natural (row by row) order
+    std::array<std::array<std::uint8_t, 64>, 4> quant{};  ///< natural (row-major) order
     std::array<bool, 4> quantDefined{};
     std::array<HuffmanSpec, 2> dc;
     std::array<HuffmanSpec, 2> ac;
@@ -48,8 +48,8 @@ struct JpegHeader
 /// Position in an 8×8 block (row × 8 + column) of the coefficients in zig-zag order.
 extern const std::array<std::uint8_t, 64> kJpegNaturalOrder;
 
-/// Reads the markers of `file` up to and with the start of scan. False with a message in `error` when
-/// something is missing, damaged or outside of what BaselineJpegDecoder takes.
+/// Reads the markers of `file` up to and including the start of scan. Returns false, with a message in
+/// `error`, when something is missing, damaged or not supported by BaselineJpegDecoder.
 bool parseJpegHeader(std::span<const std::uint8_t> file, JpegHeader& header, JpegErrorText& error);
 
 }  // namespace scansteps::jpeg

@@ -1,3 +1,4 @@
+// Construction of the Huffman look-up tables, and the standard tables.
 #include "jpeg/huffman.h"
 
 #include <algorithm>
@@ -106,7 +107,7 @@ DcTable::DcTable(const HuffmanSpec& spec) : codes(spec)
 
 namespace {
 
-/// Entry of a single coefficient or an end of block.
+/// Entry for a single coefficient or an end of block.
 constexpr std::uint64_t singleEntry(unsigned length, unsigned symbol)
 {
     const unsigned run = symbol >> 4U;
@@ -116,7 +117,8 @@ constexpr std::uint64_t singleEntry(unsigned length, unsigned symbol)
            std::uint64_t(size) << 56U;
 }
 
-/// What an index holds: `first` alone, or with what follows it when the index has the code of that.
+/// Entry for an index: its first coefficient, combined with the second one if the index contains all of the
+/// first and the code of the second.
 std::uint64_t pairEntry(std::span<const std::uint64_t> singles, std::size_t index)
 {
     const std::uint64_t first = singles[index];

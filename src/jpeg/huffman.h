@@ -1,5 +1,5 @@
-// Huffman tables of the baseline JPEG decoder: the standard ones, checks, and the look-up tables that turn
-// the next bits of a scan into coefficients in one step.
+// Huffman tables of the baseline JPEG decoder: the standard tables, validation, and look-up tables that
+// decode coefficients from the next bits of a scan in one step.
 #pragma once
 
 #include <array>
@@ -13,18 +13,19 @@ namespace scansteps::jpeg {
 HuffmanSpec standardDcTable(int index);
 HuffmanSpec standardAcTable(int index);
 
-/// Whether the code lengths can belong to a prefix code, that is, do not run out of codes.
+/// Whether a prefix code with these code lengths exists.
 bool isPrefixCode(const HuffmanSpec& spec);
 
-/// Whether all symbols are sizes of a DC difference (0 to 15).
+/// Whether all symbols are valid sizes of a DC difference (0 to 15).
 bool hasDcSizes(const HuffmanSpec& spec);
 
-/// Codes of any length, by comparison with the end of each length's range.
+/// Decodes codes of any length by comparison with the end of each length's range.
 struct LongCodes
 {
     explicit LongCodes(const HuffmanSpec& spec);
 
-    /// Length of the code at the top of the 16 bits `next`, its symbol in `symbol`; 0 when there is none.
+    /// Length of the code at the top of the 16 bits `next`, or 0 if there is none. Stores its symbol in
+    /// `symbol`.
     int find(unsigned next, unsigned& symbol) const
     {
         for (unsigned length = 1; length <= 16; ++length) {
@@ -41,9 +42,8 @@ struct LongCodes
     std::array<std::uint8_t, 256> symbols_;
 };
 
-/// DC differences. An entry describes the next bits; 0 stands for a code too long for the table, or a wrong
-/// one:
-///   bits 0-7   length of code and difference together
+/// DC differences. Layout of an entry; 0 marks a code that is too long for the table or invalid:
+///   bits 0-7   total length of code and difference
 ///   bits 8-15  length of the code
 ///   bits 16-23 length of the difference
 struct DcTable
@@ -60,15 +60,15 @@ struct DcTable
     LongCodes codes;
 };
 
-/// AC coefficients, one or two at once. Two come from an entry where the index holds all of the first and the
-/// code of the second. The value of the last is not in the entry but taken from the bits, so that large
-/// values need no other path. An entry; 0 stands for a code too long for the table, or a wrong one:
-///   bits 0-7   length of everything, the last value with it
-///   bits 8-15  step from the next index to the one behind the first coefficient: run + 1, or kEndOfBlock
+/// AC coefficients, one or two at once. An entry holds two if its index contains all of the first and the
+/// code of the second. The last value is not stored but read from the bits, so that large values need no
+/// special case. Layout of an entry; 0 marks a code that is too long for the table or invalid:
+///   bits 0-7   total length, including the last value
+///   bits 8-15  index step over the first coefficient: run + 1, or kEndOfBlock
 ///   bits 16-31 value of the first of two coefficients
-///   bits 32-39 step over the second coefficient, 0 when there is none
+///   bits 32-39 index step over the second coefficient, 0 if there is none
 ///   bits 40-47 length of the first of two coefficients
-///   bits 48-55 length of everything in front of the last value
+///   bits 48-55 total length before the last value
 ///   bits 56-63 size of the last value in bits, 0 for a value of 0
 struct AcTable
 {
@@ -89,10 +89,10 @@ struct AcTable
     LongCodes codes;
 };
 
-/// The value whose `size` (0 to 15) magnitude bits are the uppermost ones of `bits` (T.81 F.2.2.1, EXTEND).
+/// The value whose `size` (0 to 15) magnitude bits are the top bits of `bits` (T.81 F.2.2.1, EXTEND).
 constexpr int extendMagnitude(std::uint64_t bits, unsigned size)
 {
-    const auto negative = ~std::uint64_t(std::int64_t(bits) >> 63);  // the uppermost bit is 0
+    const auto negative = ~std::uint64_t(std::int64_t(bits) >> 63);  // all ones if the top bit is 0
     const std::uint64_t magnitude = (bits >> 1U) >> (~size & 63U);
     return int(magnitude) - int(negative & ~(~std::uint64_t{0} << size));
 }

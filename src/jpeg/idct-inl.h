@@ -1,11 +1,11 @@
-// The vectorised inverse DCT, for inclusion into each target's code: as many blocks at once as a vector has
-// 128-bit parts, each part working on a block of its own.
+// The vectorised inverse DCT; included once per instruction set. Each 128-bit part of a vector works on a
+// block of its own.
 
-#if defined(SCANSTEPS_IO_BASELINE_JPEG_IDCT_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef SCANSTEPS_IO_BASELINE_JPEG_IDCT_INL_H_
-#undef SCANSTEPS_IO_BASELINE_JPEG_IDCT_INL_H_
+#if defined(SCANSTEPS_JPEG_IDCT_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef SCANSTEPS_JPEG_IDCT_INL_H_
+#undef SCANSTEPS_JPEG_IDCT_INL_H_
 #else
-#define SCANSTEPS_IO_BASELINE_JPEG_IDCT_INL_H_
+#define SCANSTEPS_JPEG_IDCT_INL_H_
 #endif
 
 #include <algorithm>
@@ -26,7 +26,7 @@ using DU8 = hn::Repartition<std::uint8_t, D16>;
 using V16 = hn::Vec<D16>;
 using V32 = hn::Vec<D32>;
 
-/// Blocks in a vector: a group.
+/// Number of blocks per vector. These blocks form a group.
 HWY_INLINE constexpr std::size_t GroupBlocks()
 {
     return hn::MaxLanes(D16()) / 8;
@@ -48,7 +48,7 @@ HWY_INLINE V32 MulPairs(V16 pairs, int lo, int hi)
 
 /// The eight-point transform of each pair of lanes in (0,4) (2,6) (1,3) (5,7); `round` is added before the
 /// outputs are shifted. The factors are sums of the 13-bit constants of the reference algorithm, so that no
-/// sum of the algorithm can leave 32 bits, whatever the input.
+/// intermediate sum overflows 32 bits for any input.
 template <int kShift>
 HWY_INLINE void EightPoint(V16 p04, V16 p26, V16 p13, V16 p57, int round, V32 (&out)[8])
 {
@@ -89,7 +89,7 @@ HWY_INLINE void Pass(const V16 (&lower)[4], const V16 (&upper)[4], int round, V1
     for (int i = 0; i < 8; ++i) out[i] = hn::ReorderDemote2To(D16(), a[i], b[i]);
 }
 
-/// Rows of four 32-bit lanes become columns, within each 128-bit part.
+/// Transposes 4×4 matrices of 32-bit lanes within each 128-bit part.
 HWY_INLINE void Transpose4(const V16* HWY_RESTRICT rows, V16 (&columns)[4])
 {
     const D16 d;
@@ -109,7 +109,7 @@ HWY_INLINE void Transpose4(const V16* HWY_RESTRICT rows, V16 (&columns)[4])
     columns[3] = hn::BitCast(d, hn::InterleaveUpper(d64, c, e));
 }
 
-/// Columns of 16-bit samples become rows of bytes; row r of all blocks goes to dst + r * stride.
+/// Converts columns of 16-bit samples to rows of bytes; row r of all blocks is stored at dst + r * stride.
 HWY_INLINE void StoreColumns(V16 (&columns)[8], std::uint8_t* HWY_RESTRICT dst, std::size_t stride)
 {
     const D16 d;
@@ -118,7 +118,7 @@ HWY_INLINE void StoreColumns(V16 (&columns)[8], std::uint8_t* HWY_RESTRICT dst, 
     const hn::Half<DU8> half;
     const V16 zero = hn::Zero(d);
     const V16 top = hn::Set(d, 255);
-    V16 pair[4];  // two columns' bytes side by side
+    V16 pair[4];  // bytes of two columns, interleaved
     for (int i = 0; i < 4; ++i) {
         const V16 even = hn::Min(hn::Max(columns[2 * i], zero), top);
         const V16 odd = hn::Min(hn::Max(columns[2 * i + 1], zero), top);
@@ -147,8 +147,9 @@ HWY_INLINE void StoreColumns(V16 (&columns)[8], std::uint8_t* HWY_RESTRICT dst, 
     hn::StoreU(hn::UpperHalf(half, rows57), half, dst + 7 * stride);
 }
 
-/// One group: coefficients in paired order, position p of block b at (p / 8 * GroupBlocks() + b) * 8 + p % 8,
-/// which are zeroed for the next use; `quant` in paired order. Writes 8 rows of 8 * GroupBlocks() samples.
+/// Transforms one group. Coefficients and `quant` are in paired order, position p of block b at
+/// (p / 8 * GroupBlocks() + b) * 8 + p % 8; coefficients are zeroed for the next use. Writes 8 rows of
+/// 8 * GroupBlocks() samples.
 HWY_INLINE void InverseDctGroup(std::int16_t* HWY_RESTRICT coefficients,
                                 const std::int16_t* HWY_RESTRICT quant, std::uint8_t* HWY_RESTRICT dst,
                                 std::size_t stride)
@@ -173,7 +174,7 @@ HWY_INLINE void InverseDctGroup(std::int16_t* HWY_RESTRICT coefficients,
     StoreColumns(columns, dst, stride);
 }
 
-/// The same for a group in which all coefficients but the first are zero: blocks of one value.
+/// The same for a group with DC coefficients only: each block has a single value.
 HWY_INLINE void FillGroup(std::int16_t* HWY_RESTRICT coefficients, const std::int16_t* HWY_RESTRICT quant,
                           std::uint8_t* HWY_RESTRICT dst, std::size_t stride)
 {

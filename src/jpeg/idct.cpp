@@ -1,3 +1,4 @@
+// Dispatch of the vectorised inverse DCT, and its scalar version.
 #include "jpeg/idct.h"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpeg/idct.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
-// keep the target loop in front of the code that it repeats
+// foreach_target.h must precede the code that it repeats
 #include "jpeg/idct-inl.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -55,20 +56,20 @@ namespace scalar {
 
 namespace {
 
-/// The eight-point transform of eight values `step` apart, in place, rounded and shifted.
+/// The eight-point transform of eight values at distance `step`, in place, rounded and shifted.
 void eightPoint(int* v, std::size_t step, int round, int shift)
 {
     const int in0 = v[0], in1 = v[step], in2 = v[2 * step], in3 = v[3 * step];
     const int in4 = v[4 * step], in5 = v[5 * step], in6 = v[6 * step], in7 = v[7 * step];
 
-    const int z = (in2 + in6) * 4433;  // 0.541196100 in 13 bits, and so on
+    const int z = (in2 + in6) * 4433;  // 0.541196100 as a 13-bit fraction; the other constants likewise
     const int even2 = z - in6 * 15137;
     const int even3 = z + in2 * 6270;
     const int sum = (in0 + in4) * 8192 + round;
     const int difference = (in0 - in4) * 8192 + round;
     const int e[4] = {sum + even3, difference + even2, difference - even2, sum - even3};
 
-    // Odd part: each output as one sum, with the factors of the reference algorithm added up.
+    // Odd part: each output as a single sum; factors are sums of those of the reference algorithm.
     const int o[4] = {in1 * 11363 + in3 * 9633 + in5 * 6437 + in7 * 2260,
                       in1 * 9633 - in3 * 2259 - in5 * 11362 - in7 * 6436,
                       in1 * 6437 - in3 * 11362 + in5 * 2261 + in7 * 9633,

@@ -1,3 +1,4 @@
+// Vectorised and scalar packing of planes to YUYV16.
 #include "jpeg/pack_yuyv16.h"
 
 #include <algorithm>
@@ -7,7 +8,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpeg/pack_yuyv16.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
-// keep the target loop in front of the code that it repeats
+// foreach_target.h must precede the code that it repeats
 #include "hwy/highway.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -15,7 +16,7 @@ namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-/// One row. The chroma bytes of two columns are put together first, and these with luma.
+/// Packs one row: combines the chroma bytes of two columns first, then these with luma.
 void PackYuyv16(const std::uint8_t* HWY_RESTRICT luma, const std::uint8_t* HWY_RESTRICT even,
                 const std::uint8_t* HWY_RESTRICT odd, std::uint16_t* HWY_RESTRICT dst, std::size_t width)
 {
@@ -24,12 +25,13 @@ void PackYuyv16(const std::uint8_t* HWY_RESTRICT luma, const std::uint8_t* HWY_R
     const hn::Repartition<std::uint16_t, decltype(d8)> d16;
     const std::size_t lanes = hn::Lanes(d16);
     std::size_t x = 0;
-    // Widened to 16 bits, bytes keep their order across the whole vector, which interleaving does not.
+    // Widening to 16 bits keeps bytes in order across the whole vector; interleaving does not.
     const hn::Rebind<std::uint8_t, decltype(d16)> bytes;
     for (; x + 2 * lanes <= width; x += 2 * lanes) {
         const auto e = hn::PromoteTo(d16, hn::LoadU(bytes, even + x / 2));
         const auto o = hn::PromoteTo(d16, hn::LoadU(bytes, odd + x / 2));
-        const auto chroma = hn::BitCast(d8, hn::Or(e, hn::ShiftLeft<8>(o)));  // even and odd by turns
+        const auto chroma =
+            hn::BitCast(d8, hn::Or(e, hn::ShiftLeft<8>(o)));  // even and odd columns alternate
         for (std::size_t part = 0; part < 2; ++part) {
             const auto low = hn::PromoteTo(d16, hn::LoadU(bytes, luma + x + part * lanes));
             const auto high =

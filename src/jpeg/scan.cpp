@@ -1,3 +1,4 @@
+// The MCU loop: decodes blocks, transforms them in groups and stores them in their planes.
 #include "jpeg/scan.h"
 
 #include <algorithm>
@@ -10,7 +11,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "jpeg/scan.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
-// keep the target loop in front of the code that it repeats
+// foreach_target.h must precede the code that it repeats
 #include "jpeg/bits-inl.h"
 #include "jpeg/block-inl.h"
 #include "jpeg/idct-inl.h"
@@ -20,11 +21,11 @@ namespace scansteps::jpeg {
 namespace HWY_NAMESPACE {
 
 constexpr std::size_t kGroup = idct::GroupBlocks();
-constexpr int kChunkMcus = 4;  // decoded before their inverse DCTs: enough to fill the widest vectors
+constexpr int kChunkMcus = 4;  // decoded before their inverse DCTs, enough to fill the widest vectors
 static_assert(kChunkMcus % kGroup == 0);
 
-/// Decodes kChunkMcus MCUs at a time into coefficients that lie as the inverse DCT wants them, and then
-/// transforms these into the planes.
+/// Decodes kChunkMcus MCUs at a time into coefficients in the order of the inverse DCT, then transforms these
+/// into the planes.
 class ScanDecoder
 {
   public:
@@ -41,7 +42,7 @@ class ScanDecoder
     JpegScanResult run();
 
   private:
-    /// Where one block of an MCU of the chunk goes.
+    /// Location of one block of an MCU of the chunk.
     struct Slot
     {
         std::uint16_t offset;  ///< of its first coefficient in coefficients_
@@ -62,7 +63,7 @@ class ScanDecoder
 
     const JpegScan& scan_;
     EntropyFeed feed_;
-    int blocks_ = 0;  ///< in an MCU
+    int blocks_ = 0;  ///< per MCU
     Slot slots_[kChunkMcus][kMaxMcuBlocks];
     std::uint16_t place_[kPlaces];
     std::uint16_t prediction_[3] = {};
@@ -72,7 +73,7 @@ class ScanDecoder
     alignas(64) std::int16_t coefficients_[kMaxGroups * kGroupSize] = {};
 };
 
-// Blocks of one component that stand side by side share groups, in the order of the planes.
+// Horizontally adjacent blocks of a component share a group; groups are in the order of the planes.
 void ScanDecoder::layOut()
 {
     std::size_t firstGroup = 0;
@@ -108,11 +109,11 @@ JpegScanResult ScanDecoder::run()
 
 JpegScanResult ScanDecoder::decodeMcus(BitReader& shared, int count)
 {
-    BitReader reader = shared;  // in registers
+    BitReader reader = shared;  // stays in registers
     JpegScanResult result = JpegScanResult::kOk;
     for (int mcu = 0; mcu < count && result == JpegScanResult::kOk; ++mcu) {
         if (mcusToRestart_ == 0) {
-            BitReader copy = reader;  // keeps the address of `reader` to itself
+            BitReader copy = reader;  // so that the address of `reader` does not escape
             const bool found = !feed_.overrun(copy) && feed_.restart(copy, restartNumber_);
             reader = copy;
             if (!found) {
@@ -161,7 +162,7 @@ void ScanDecoder::transformMcus(int firstMcu, int count, int mcuRow)
         }
 }
 
-/// Blocks side by side, the first at sample (x, y) of the component before any averaging.
+/// Transforms horizontally adjacent blocks, the first at sample (x, y) of the component before averaging.
 void ScanDecoder::transformRow(const JpegScanComponent& component, std::size_t group, int x, int y,
                                int blocks)
 {

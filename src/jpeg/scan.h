@@ -10,10 +10,10 @@
 
 namespace scansteps::jpeg {
 
-/// One component of a scan and the plane it goes to.
+/// A component of a scan and its destination plane.
 struct JpegScanComponent
 {
-    int horizontal = 1;  ///< blocks in an MCU, 1 or 2 each way
+    int horizontal = 1;  ///< blocks per MCU, 1 or 2 in each direction
     int vertical = 1;
     int dcTable = 0;
     int acTable = 0;
@@ -23,7 +23,7 @@ struct JpegScanComponent
     int planeHeight = 0;
     int width = 0;  ///< samples before averaging
     int height = 0;
-    int averageX = 1;  ///< samples of the block that become one of the plane, 1 or 2 each way
+    int averageX = 1;  ///< samples averaged to one of the plane, 1 or 2 in each direction
     int averageY = 1;
 };
 
@@ -39,10 +39,10 @@ struct JpegScanTables
     std::array<AcTable, 2> ac;
 };
 
-/// What decodeJpegScan() works on. All sizes must have been checked.
+/// Input of decodeJpegScan(). All sizes must have been checked.
 struct JpegScan
 {
-    std::span<const std::uint8_t> data;  ///< from the first entropy-coded byte on
+    std::span<const std::uint8_t> data;  ///< starts with the first entropy-coded byte
     std::array<JpegScanComponent, 3> components;
     int mcusX = 0;
     int mcusY = 0;
@@ -58,7 +58,7 @@ enum class JpegScanResult
     kNoRestartMarker
 };
 
-/// Decodes all MCUs. Stops at the first damage. Touches no byte outside data and planes, whatever they hold.
+/// Decodes all MCUs. Stops at the first damage. Accesses no memory outside data and planes for any input.
 JpegScanResult decodeJpegScan(const JpegScan& scan);
 
 }  // namespace scansteps::jpeg

@@ -1,19 +1,42 @@
-#include "mesh/cply.h"
+// Step cply: writes the mesh ("tria") or the point cloud ("pns") of every event to a file, and passes the
+// event on.
+#include <string>
 
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "mesh/flt_writer.h"
+#include "mesh/model_format.h"
 #include "mesh/model_record.h"
 #include "mesh/obj_writer.h"
 #include "mesh/ply_writer.h"
 #include "mesh/stl_writer.h"
 #include "mesh/vertex_normals.h"
+#include "scansteps/chain.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 
 namespace scansteps::mesh {
+
+class CpuPly final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuPly"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    /// Notifies the host if no model has arrived since the last flush.
+    void flush(varitype& params) override;
+
+  private:
+    void writeMesh(const varitype& params) const;
+    void writeCloud(const varitype& params);
+
+    std::string name_ = "out.ply";
+    ModelFormat format_ = ModelFormat::Ply;
+    TextureSettings texture_;
+    bool hasMetModel_ = false;
+};
 
 SCANSTEPS_FACTORY(cply, CpuPly)
 
@@ -28,7 +51,7 @@ void savePly(const std::string& name, const Model& model)
     file.commit();
 }
 
-// What pages of texture can be made with: a JPEG file has at most 65,500 pixels on a side.
+// JPEG files have at most 65,500 pixels per side.
 void checkTexture(const TextureSettings& settings)
 {
     if (settings.width < 1 || settings.width > 65500)
@@ -50,30 +73,12 @@ void saveStl(const std::string& name, const Mesh& mesh)
 
 }  // namespace
 
-CpuPly::Format CpuPly::formatOf(const std::string& name)
-{
-    struct Extension
-    {
-        const char *lower, *upper;
-        Format format;
-    };
-    constexpr Extension kExtensions[] = {{".ply", ".PLY", Format::Ply},
-                                         {".flt", ".FLT", Format::Flt},
-                                         {".obj", ".OBJ", Format::Obj},
-                                         {".stl", ".STL", Format::Stl}};
-    Format found = Format::None;
-    for (const Extension& e : kExtensions)
-        if (name.find(e.lower) != std::string::npos || name.find(e.upper) != std::string::npos)
-            found = e.format;
-    return found;
-}
-
 void CpuPly::init(varitype& params)
 {
     const Settings settings(*this, params);
     name_ = settings.text("export.name");
     if (name_.empty()) name_ = "out.ply";
-    format_ = formatOf(name_);
+    format_ = modelFormat(name_);
     texture_.width = settings.integer("export_obj.image_width");
     texture_.scale = settings.real("export_obj.scale");
     forward(*this, params);
@@ -101,7 +106,7 @@ void CpuPly::flush(varitype& params)
 
 void CpuPly::writeCloud(const varitype& params)
 {
-    if (format_ == Format::Ply)
+    if (format_ == ModelFormat::Ply)
         savePly(name_, cloudOf(params));
     else
         notifyHost(Trouble::ModelNotWritten, getName(), name_.c_str(),
@@ -111,20 +116,20 @@ void CpuPly::writeCloud(const varitype& params)
 void CpuPly::writeMesh(const varitype& params) const
 {
     switch (format_) {
-        case Format::None:
+        case ModelFormat::None:
             break;
-        case Format::Ply:
+        case ModelFormat::Ply:
             savePly(name_, meshOf(params, true));
             break;
-        case Format::Stl:
+        case ModelFormat::Stl:
             saveStl(name_, meshOf(params, true));
             break;
-        case Format::Obj:
-        case Format::Flt: {
+        case ModelFormat::Obj:
+        case ModelFormat::Flt: {
             checkTexture(texture_);
             const std::vector<PictureView> pictures = picturesOf(params);
             const TexturedModel model{meshOf(params, false), pictures, texture_};
-            if (format_ == Format::Obj)
+            if (format_ == ModelFormat::Obj)
                 saveObj(name_, model);
             else
                 saveFlt(name_, model);

@@ -1,5 +1,5 @@
-// Records of OpenFlight files, revision 16.0, after the published description of the scene database: every
-// record is an opcode, its length and big-endian fields.
+// Records of OpenFlight files, revision 16.0, according to the published format description: each record
+// consists of an opcode, its length and big-endian fields.
 #pragma once
 
 #include <bit>
@@ -9,7 +9,7 @@
 
 namespace scansteps::mesh::flt {
 
-/// Opcodes of the records that are written here, and the bytes they take.
+/// Opcodes and sizes in bytes of the records written here.
 namespace opcode {
 inline constexpr std::uint16_t kHeader = 1, kGroup = 2, kObject = 4, kFace = 5, kPush = 10, kPop = 11,
                                kColourPalette = 32, kTexturePalette = 64, kVertexPalette = 67,
@@ -22,14 +22,14 @@ inline constexpr std::uint16_t kHeaderSize = 324, kGroupSize = 44, kObjectSize =
 
 inline constexpr std::int32_t kRevision = 1600;
 
-/// A colour as it is stored: alpha, blue, green, red from the highest byte down.
+/// A packed colour: alpha, blue, green, red from the highest byte to the lowest.
 constexpr std::uint32_t packColour(std::uint32_t red, std::uint32_t green, std::uint32_t blue)
 {
     return 0xFF000000U | blue << 16 | green << 8 | red;
 }
 inline constexpr std::uint32_t kWhite = packColour(255, 255, 255);
 
-/// Puts fields behind one another at a place that has room for them.
+/// Writes consecutive fields to a buffer, which must be large enough.
 class Fields
 {
   public:
@@ -51,14 +51,14 @@ class Fields
         const auto bits = std::bit_cast<std::uint64_t>(v);
         return u32(static_cast<std::uint32_t>(bits >> 32)).u32(static_cast<std::uint32_t>(bits));
     }
-    /// Zero bytes.
+    /// Writes zero bytes.
     Fields& skip(std::size_t count)
     {
         std::memset(out_, 0, count);
         out_ += count;
         return *this;
     }
-    /// Text in a field of `size` bytes, cut so that a zero ends it.
+    /// Writes text into a field of `size` bytes, truncated if necessary so that it ends with a zero.
     Fields& text(std::string_view text, std::size_t size)
     {
         const std::size_t length = text.size() < size ? text.size() : size - 1;

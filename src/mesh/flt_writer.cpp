@@ -1,3 +1,4 @@
+// Writes the record tree of an OpenFlight file.
 #include "mesh/flt_writer.h"
 
 #include <limits>
@@ -18,7 +19,7 @@ constexpr std::uint32_t kPackedFaceColour = 0x10000000;  // face flag
 constexpr std::uint16_t kPackedVertexColour = 0x1000;    // vertex flag
 constexpr std::uint8_t kTwoSided = 1;                    // draw type: solid, back faces too
 
-/// Room for the largest record.
+/// Buffer size for the largest record.
 constexpr std::size_t kRecord = 8192;
 
 void writeHeader(AtomicFile& file)
@@ -36,7 +37,7 @@ void writeHeader(AtomicFile& file)
     file.advance(f.end());
 }
 
-/// Faces and vertices carry their colours themselves; the palette is one of whites.
+/// Faces and vertices have packed colours, so all palette entries are white.
 void writeColourPalette(AtomicFile& file)
 {
     Fields f(file.room(kRecord), opcode::kColourPalette, flt::kColourPaletteSize);
@@ -64,7 +65,7 @@ std::uint32_t colourOf(std::span<const float> colours, std::size_t triangle)
     return flt::packColour(component(0), component(1), component(2));
 }
 
-/// Mean of the colours of each vertex's triangles, truncated; white where there are none.
+/// Mean colour of the triangles of each vertex, truncated; white for vertices without triangles or colours.
 std::vector<std::uint32_t> vertexColours(const Mesh& mesh)
 {
     struct Sum
@@ -90,7 +91,7 @@ std::vector<std::uint32_t> vertexColours(const Mesh& mesh)
     return colours;
 }
 
-/// The records of one model; `textured` tells which kind of vertices and faces it has.
+/// Writes the records of one model, with textured or coloured vertices and faces.
 class SceneWriter
 {
   public:
@@ -136,7 +137,7 @@ class SceneWriter
   private:
     std::uint16_t vertexSize() const { return textured_ ? flt::kVertexColourUvSize : flt::kVertexColourSize; }
 
-    /// Writes a push or pop and returns where the next record goes.
+    /// Writes a push or pop record and returns the address of the next record.
     char* level(std::uint16_t code) { return Fields(file_.room(kRecord), code, flt::kLevelSize).end(); }
 
     void writeVertex(std::size_t number, std::size_t vertex, std::uint32_t colour)

@@ -1,4 +1,4 @@
-// OpenFlight scene files, format revision 16.0.
+// Writes OpenFlight scene files, format revision 16.0.
 #pragma once
 
 #include <string>
@@ -7,13 +7,13 @@
 
 namespace scansteps::mesh {
 
-/// Writes PATH and, for a mesh with pictures, the texture pages BASE.jpg, BASE_1.jpg, ... beside it, all of
-/// which appear together at the end. Record tree: header, colour palette, texture palette entries, vertex
-/// palette (double precision, each vertex with the mean colour of its triangles, and u, v where there are
-/// pictures); one group; one object a texture page; one face with a vertex list a triangle, two-sided, unlit,
-/// with the triangle's colour (white where a picture gives it, or without colours).
-/// Returns false, silently, when the file cannot be opened; throws when the mesh does not hold together or
-/// its palette is beyond what the format can count. Takes 20 bytes a vertex besides what the layout takes.
+/// Writes PATH and, for a mesh with pictures, the texture pages BASE.jpg, BASE_1.jpg, ... in the same folder;
+/// all files appear together at the end. Record tree: header, colour palette, texture palette entries, vertex
+/// palette (double precision; each vertex with the mean colour of its triangles, and u, v if there are
+/// pictures); one group; one object per texture page; per triangle a face, two-sided and unlit, with the
+/// triangle's colour (white with pictures or without colours) and a vertex list. Returns false, silently,
+/// when the file cannot be opened; throws when the mesh is invalid or too large for the format. Uses 20 bytes
+/// per vertex besides the layout.
 bool saveFlt(const std::string& path, const TexturedModel& model);
 
 }  // namespace scansteps::mesh

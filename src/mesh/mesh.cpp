@@ -1,3 +1,4 @@
+// Validation of meshes and point clouds.
 #include "mesh/mesh.h"
 
 #include <algorithm>
@@ -10,15 +11,16 @@ namespace scansteps::mesh {
 
 namespace {
 
-// The quick looks below are loops without a branch, which compilers turn into vector code: a sound mesh costs
-// one pass at memory speed, and only a suspicious one is searched for the place.
+// The checks start with branch-free loops that compilers vectorise: a valid mesh costs one pass at memory
+// speed, and only an invalid one is searched for the offending entry.
 
-/// Bit patterns of floats order like their magnitudes; a sign that `mask` leaves in makes them huge.
+/// Largest bit pattern. Patterns of floats are ordered like their magnitudes; a sign bit not removed by
+/// `mask` makes them larger than any positive number.
 std::uint32_t largestBits(std::span<const float> values, std::uint32_t mask)
 {
-    std::uint32_t most = 0;
-    for (const float v : values) most = std::max(most, std::bit_cast<std::uint32_t>(v) & mask);
-    return most;
+    std::uint32_t largest = 0;
+    for (const float v : values) largest = std::max(largest, std::bit_cast<std::uint32_t>(v) & mask);
+    return largest;
 }
 
 void checkFinite(std::span<const float> values, const char* entry)
@@ -31,7 +33,7 @@ void checkFinite(std::span<const float> values, const char* entry)
 
 void checkTriples(std::size_t size, const char* entry)
 {
-    if (size % 3 != 0) failf("\"%s\" has %zu values, which are no triples", entry, size);
+    if (size % 3 != 0) failf("\"%s\" has %zu values, not a multiple of 3", entry, size);
 }
 
 }  // namespace

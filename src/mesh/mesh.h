@@ -1,5 +1,5 @@
-// Views of the models that the writers take, and the checks that every writer makes before it opens a file.
-// They own nothing and know neither records nor handles.
+// Non-owning views of the models that the writers take, and the checks that every writer makes before it
+// opens a file. Independent of records and handles.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace scansteps::mesh {
 
-/// A triangle mesh. Only the first two members are needed by every writer.
+/// A triangle mesh. Only the first two members are required by every writer.
 struct Mesh
 {
     std::span<const float> vertices;         ///< x, y, z of N vertices
@@ -16,7 +16,7 @@ struct Mesh
     std::span<const float> colours;          ///< red, green, blue (0 to 255) of M triangles, or empty
     std::span<const float> pixels;           ///< column, row of N vertices in their source images, or empty
     std::span<const std::int32_t> views;     ///< source image of N vertices or of M triangles, or empty
-    bool viewsOfTriangles = false;           ///< which of the two
+    bool viewsOfTriangles = false;           ///< whether `views` belongs to triangles
 
     std::size_t vertexCount() const { return vertices.size() / 3; }
     std::size_t triangleCount() const { return indices.size() / 3; }
@@ -31,7 +31,7 @@ struct Cloud
     std::size_t pointCount() const { return points.size() / 3; }
 };
 
-/// A picture of 8-bit red, green, blue triples, rows top to bottom without gaps.
+/// A picture of 8-bit red, green, blue triples, contiguous rows from top to bottom.
 struct PictureView
 {
     std::span<const std::uint8_t> rgb;
@@ -39,7 +39,7 @@ struct PictureView
     int height = 0;
 };
 
-/// Smallest and largest vertex index of a mesh; without triangles the start values.
+/// Smallest and largest vertex index of a mesh; the initial values if it has no triangles.
 struct IndexRange
 {
     std::uint32_t smallest = 1000000;
@@ -48,21 +48,21 @@ struct IndexRange
 
 IndexRange rangeOf(std::span<const std::uint32_t> indices);
 
-/// Throws a text that names the record entry and the place when a coordinate is not finite or a list is not
-/// made of triples.
+/// Throws a text with the record entry and position when a coordinate is not finite or the length of a list
+/// is not a multiple of 3.
 void checkVertices(const Mesh& mesh);
 
-/// The same, and throws when an index lies outside the vertices.
+/// The same, and throws when an index is out of range.
 IndexRange checkGeometry(const Mesh& mesh);
 
-/// Throws unless `colours` are triples, one for each of `count` elements. `entry` is the name of the colours
-/// for the text, `of` what they belong to.
+/// Throws unless `colours` holds one triple for each of `count` elements. The text calls the colours `entry`
+/// and the elements `of`.
 void checkColourCount(std::span<const float> colours, std::size_t count, const char* entry, const char* of);
 
 /// The same, and throws when a component does not truncate to 0..255.
 void checkColours(std::span<const float> colours, std::size_t count, const char* entry, const char* of);
 
-/// The checks of a cloud: finite points, one colour for each.
+/// Throws unless all points are finite and each has a valid colour.
 void checkCloud(const Cloud& cloud);
 
 }  // namespace scansteps::mesh

@@ -1,3 +1,4 @@
+// Extraction of meshes, clouds and pictures from records.
 #include "mesh/model_record.h"
 
 #include "scansteps/error.h"

@@ -1,3 +1,4 @@
+// Vectorised and scalar preparation of numbers.
 #include "mesh/number_batch.h"
 
 #include <algorithm>
@@ -13,12 +14,12 @@
 #define SCANSTEPS_SIX_DIGITS
 namespace scansteps::mesh::text {
 
-// Numbers from 10^(k - 3) on, below the next power, have 8 - k decimals; smaller ones have nine.
+// Numbers from 10^(k - 3) up to the next power of ten have 8 - k decimals; smaller ones have nine.
 inline constexpr double kFrom[9] = {1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5};
 inline constexpr double kScale[9] = {1e8, 1e7, 1e6, 1e5, 1e4, 1e3, 1e2, 1e1, 1};
-// The scaled number is off by less than 1e-10.
+// The error of the scaled number is below 1e-10.
 inline constexpr double kFarthest = 0.5 - 1e-9;
-// Added to a number it leaves no room for a fraction: the sum is rounded to a whole number.
+// Adding this rounds a number to an integer, because the sum has no bits for a fraction.
 inline constexpr double kWhole = 0x1p52;
 
 }  // namespace scansteps::mesh::text
@@ -29,7 +30,7 @@ namespace scansteps::mesh::text {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Returns how many were prepared.
+// Returns the number of values processed.
 std::size_t PrepareNumbers(const double* HWY_RESTRICT values, PreparedNumber* HWY_RESTRICT prepared,
                            std::size_t count)
 {
@@ -46,7 +47,7 @@ std::size_t PrepareNumbers(const double* HWY_RESTRICT values, PreparedNumber* HW
         for (std::size_t k = 0; k < 9; ++k) {
             const auto reached = hn::Ge(magnitude, hn::Set(d, kFrom[k]));
             scale = hn::IfThenElse(reached, hn::Set(d, kScale[k]), scale);
-            decimals = hn::Add(decimals, hn::BitCast(du, hn::VecFromMask(d, reached)));  // less 1
+            decimals = hn::Add(decimals, hn::BitCast(du, hn::VecFromMask(d, reached)));  // minus 1
         }
         const auto scaled = hn::Mul(magnitude, scale);
         const auto sum = hn::Add(scaled, whole);

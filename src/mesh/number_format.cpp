@@ -1,3 +1,4 @@
+// Rounding of numbers to six significant digits, exactly where ties require it.
 #include "mesh/number_format.h"
 
 #include <bit>
@@ -25,8 +26,8 @@ Parts partsOf(double value)
 constexpr std::array<std::uint64_t, 11> kPowers = {
     1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000, 10000000000};
 
-/// Sign of value * factor - half / 2, exactly, given that the two nearly agree: the difference then fits
-/// into 64 bits although its terms do not, so that they may wrap.
+/// Exact sign of value * factor - half / 2, provided that both are nearly equal: the difference then fits
+/// 64 bits, so the terms may wrap.
 std::int64_t compareExactly(double value, std::uint64_t factor, std::uint64_t half)
 {
     const Parts parts = partsOf(value);
@@ -77,7 +78,7 @@ std::uint32_t detail::roundToSixDigits(std::uint32_t n)
     const std::uint32_t below = n / step;
     const std::uint32_t rest = n % step;
     bool up = rest * 2 > step;
-    if (rest * 2 == step)  // the tie of the number itself: the rounding of the product decides
+    if (rest * 2 == step)  // a tie of n: the rounding error of n * 0.0001 decides
         up = roundsUp(compareExactly(n * 0.0001, 10000, n * 2ULL), below);
     return (below + (up ? 1U : 0U)) * step;
 }
@@ -99,21 +100,21 @@ char* putGeneral(char* out, double value)
     out += std::signbit(value) ? 1 : 0;
     const int binade = static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - 1023;
     const auto row = static_cast<std::size_t>(binade - kLowestBinade);
-    // No branch: coordinates of a model lie on both sides of a power of ten. Powers below 1 are rounded; a
-    // number that falls on the wrong side of one becomes 1000000 or 99999.99... and ends up as the same text.
+    // Branch-free, because a model's coordinates lie on both sides of a power of ten. Powers below 1 are
+    // inexact; a number on the wrong side of one becomes 1000000 or 99999.99..., which gives the same text.
     int decimals = 5 - kDecades[row] + (magnitude < kDecadeStarts[row] ? 1 : 0);
     const double scaled = magnitude * kDoublePowers[static_cast<std::size_t>(decimals)];
     const double raised = scaled + 0.5;
     std::uint32_t n = static_cast<std::uint32_t>(raised);
-    // The sum is off by less than 2e-10; nearer to a tie only exact arithmetic tells the side.
+    // The error of the sum is below 2e-10; closer to a tie, exact arithmetic is needed.
     const double aboveTie = raised - n;
     if (!(aboveTie > 1e-9 && aboveTie < 1 - 1e-9)) {
-        n -= aboveTie < 0.5 ? 1U : 0U;  // now the number below the tie
+        n -= aboveTie < 0.5 ? 1U : 0U;  // the integer below the tie
         n += roundsUp(compareExactly(magnitude, kPowers[static_cast<std::size_t>(decimals)], n * 2ULL + 1), n)
                  ? 1U
                  : 0U;
     }
-    if (n == 1000000) {  // rounded into the next decade
+    if (n == 1000000) {  // rounded up to the next decade
         n = 100000;
         --decimals;
     }

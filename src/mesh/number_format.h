@@ -1,5 +1,5 @@
-// Numbers as text, as an output stream writes them by default, but by tables and integer arithmetic.
-// Every function writes at `out`, may scribble up to kNumberRoom bytes from there, and returns the end.
+// Formats numbers like an output stream with default settings, but with tables and integer arithmetic. Every
+// function writes to `out`, may overwrite up to kNumberRoom bytes, and returns the end of the text.
 #pragma once
 
 #include <array>
@@ -9,12 +9,12 @@
 
 namespace scansteps::mesh::text {
 
-/// Room to have before any of the functions below is called.
+/// Buffer space required by each of the functions below.
 inline constexpr int kNumberRoom = 32;
 
 namespace detail {
 
-/// Three digits and, in the fourth byte, how many zeros end them.
+/// Three digits and, in the fourth byte, the number of trailing zeros.
 using Digits3 = std::array<std::array<char, 4>, 1000>;
 
 constexpr Digits3 makeDigits3()
@@ -31,7 +31,7 @@ constexpr Digits3 makeDigits3()
 
 inline constexpr Digits3 kDigits3 = makeDigits3();
 
-/// Up to three digits without leading zeros and, in the fourth byte, how many.
+/// Up to three digits without leading zeros and, in the fourth byte, their number.
 constexpr Digits3 makeShort3()
 {
     Digits3 table{};
@@ -47,7 +47,7 @@ constexpr Digits3 makeShort3()
 
 inline constexpr Digits3 kShort3 = makeShort3();
 
-/// The three digits of an entry as a number.
+/// The three digits of an entry as an integer, in memory order.
 inline std::uint32_t lowBytes(const std::array<char, 4>& entry)
 {
     static_assert(std::endian::native == std::endian::little);
@@ -66,13 +66,13 @@ inline char* putShort3(char* out, std::uint32_t n)
     return out + kShort3[n][3];
 }
 
-/// Six digits `n` (100000 to 999999) divided by 10^`decimals` (0 to 10), without the zeros at the end.
+/// Writes `n` (100000 to 999999) / 10^`decimals` (0 to 10) without trailing zeros.
 inline char* putSixDigits(char* out, std::uint32_t n, int decimals)
 {
     const auto& high = kDigits3[n / 1000];
     const auto& low = kDigits3[n % 1000];
     const int zeros = low[3] < 3 ? low[3] : 3 + high[3];
-    // All six digits in one register: reading them back from memory would wait for the writes.
+    // All six digits stay in a register: reloading them from memory would stall on the stores.
     const std::uint64_t digits = lowBytes(high) | std::uint64_t{lowBytes(low)} << 24;
     if (decimals < 6) {
         const int whole = 6 - decimals;
@@ -87,16 +87,16 @@ inline char* putSixDigits(char* out, std::uint32_t n, int decimals)
     return out + 6 - zeros;
 }
 
-/// Above six significant digits: `n` ten-thousandths rounded to six digits, as the stream rounds the double n
-/// * 0.0001.
+/// Rounds `n` ten-thousandths, more than six significant digits, to six, as a stream rounds the double
+/// n * 0.0001.
 std::uint32_t roundToSixDigits(std::uint32_t n);
 
-/// Numbers that the quick path of putGeneral leaves aside.
+/// Handles numbers outside the fast path of putGeneral.
 char* putGeneralSlowly(char* out, double value);
 
 }  // namespace detail
 
-/// Decimal digits of `n`.
+/// Writes `n` in decimal.
 inline char* putUnsigned(char* out, std::uint32_t n)
 {
     using namespace detail;
@@ -117,13 +117,13 @@ inline char* putUnsigned(char* out, std::uint32_t n)
     return put3(out, n % 1000);
 }
 
-/// Decimal digits of a number below kWordLimit as they lie in memory, so that loops that write little else
-/// make one store of each number with what separates it from the next.
+/// Decimal digits of a number below kWordLimit as an integer in memory order, so that each number and its
+/// separator take a single store.
 inline constexpr std::uint32_t kWordLimit = 1000000;
 struct Word
 {
     std::uint64_t bytes;
-    int length;  ///< digits alone
+    int length;  ///< number of digits
 };
 inline Word wordOf(std::uint32_t n)
 {
@@ -132,7 +132,7 @@ inline Word wordOf(std::uint32_t n)
     const auto& high = kShort3[n / 1000];
     return {lowBytes(high) | std::uint64_t{lowBytes(kDigits3[n % 1000])} << 8 * high[3], high[3] + 3};
 }
-/// Digits and the separator.
+/// Writes the digits and the separator.
 inline char* put(char* out, Word word, char separator)
 {
     const std::uint64_t bytes = word.bytes | std::uint64_t{static_cast<std::uint8_t>(separator)}
@@ -141,7 +141,7 @@ inline char* put(char* out, Word word, char separator)
     return out + word.length + 1;
 }
 
-/// The same for numbers of just six digits, where no length is in the way.
+/// The same for numbers of exactly six digits, with a constant length.
 constexpr bool hasSixDigits(std::uint32_t n)
 {
     return n - 100000 < 900000;
@@ -158,7 +158,7 @@ inline char* putSix(char* out, std::uint64_t digits, char separator)
     return out + 7;
 }
 
-/// The text of the double `n` * 0.0001 with six significant digits; never in exponent form.
+/// Writes the double `n` * 0.0001 with six significant digits, never in exponent form.
 inline char* putTenThousandths(char* out, std::int32_t n)
 {
     std::uint32_t magnitude = static_cast<std::uint32_t>(n);
@@ -177,7 +177,7 @@ inline char* putTenThousandths(char* out, std::int32_t n)
     return out + 5 - detail::kDigits3[tail][3];
 }
 
-/// The text of `value` with six significant digits in the shorter of fixed and exponent form ("%g").
+/// Writes `value` with six significant digits in the shorter of fixed and exponent form ("%g").
 char* putGeneral(char* out, double value);
 
 }  // namespace scansteps::mesh::text

@@ -1,3 +1,4 @@
+// Writes OBJ and MTL files.
 #include "mesh/obj_writer.h"
 
 #include <algorithm>
@@ -10,7 +11,7 @@ namespace scansteps::mesh {
 
 namespace {
 
-/// Prints how long a stage took.
+/// Measures and prints the duration of each stage.
 class StageClock
 {
   public:
@@ -35,7 +36,7 @@ char* putText(char* out, std::string_view text)
     return out + text.size();
 }
 
-/// Numbers to be written in lines, gathered and prepared some hundred at a time.
+/// Collects a few hundred numbers and prepares them at once.
 class Numbers
 {
   public:
@@ -46,7 +47,7 @@ class Numbers
         text::prepareNumbers({values_, count_}, prepared_);
         count_ = next_ = 0;
     }
-    /// The next of the prepared ones.
+    /// Writes the next prepared number.
     char* put(char* out)
     {
         out = text::putPrepared(out, prepared_[next_], values_[next_]);
@@ -61,7 +62,7 @@ class Numbers
     std::size_t count_ = 0, next_ = 0;
 };
 
-/// The position of texture vertex i on its page, as texture coordinates.
+/// Adds the texture coordinates of texture vertex i on its page.
 void addPosition(Numbers& numbers, std::span<const float> positions, std::size_t i, int width)
 {
     const double w = width;
@@ -112,7 +113,7 @@ void writeVertices(AtomicFile& file, const TexturedModel& model, const TextureLa
     }
 }
 
-/// "vertex/texture vertex ", numbers from 1.
+/// Writes "vertex/texture vertex ", numbered from 1.
 char* putCorner(char* out, std::uint32_t vertex, std::uint32_t textureVertex)
 {
     if (vertex == textureVertex && text::hasSixDigits(vertex + 1)) {  // most corners of a large mesh

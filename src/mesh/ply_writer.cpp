@@ -1,3 +1,4 @@
+// Writes PLY text.
 #include "mesh/ply_writer.h"
 
 #include <cmath>
@@ -10,7 +11,7 @@ namespace scansteps::mesh {
 
 namespace {
 
-/// Every component with the blank that follows it, in a word; the text's length in the last byte.
+/// The text of every component value and the blank after it as one word; the last byte holds its length.
 struct ColourWords
 {
     std::uint32_t word[256];
@@ -55,9 +56,9 @@ char* putPosition(char* out, const float* xyz)
 {
     for (int i = 0; i < 3; ++i) {
         const double value = static_cast<double>(xyz[i]);
-        const double scaled = value * 10000.0;  // a float product could round away from zero
+        const double scaled = value * 10000.0;  // in float, the product could round away from zero
         if (!(std::fabs(scaled) < 2147483648.0))
-            failf("coordinate %g is too large for PLY, whose limit here is 214748", value);
+            failf("coordinate %g is too large for PLY, the limit is 214748", value);
         out = text::putTenThousandths(out, static_cast<std::int32_t>(scaled));
         *out++ = ' ';
     }

@@ -1,4 +1,4 @@
-// ASCII PLY: a mesh with a colour on each triangle, or a cloud with a colour on each point.
+// Writes ASCII PLY: a mesh with a colour per triangle, or a cloud with a colour per point.
 #pragma once
 
 #include "core/atomic_file.h"
@@ -6,10 +6,9 @@
 
 namespace scansteps::mesh {
 
-/// Coordinates are cut toward zero to four decimals (float product v * 10000, truncated) and then written
-/// with six significant digits; colours are truncated. Throws when the mesh does not hold together
-/// (checkGeometry, checkColours) or a coordinate times 10000 does not fit into 32 bits. Takes no memory but
-/// the file's block.
+/// Coordinates are truncated toward zero to four decimals (v * 10000, truncated) and then written with six
+/// significant digits; colours are truncated. Throws when the model is invalid (checkGeometry, checkColours,
+/// checkCloud) or a coordinate times 10000 does not fit 32 bits. Uses no memory besides the file's buffer.
 void writePly(AtomicFile& file, const Mesh& mesh);
 void writePly(AtomicFile& file, const Cloud& cloud);
 

@@ -1,3 +1,4 @@
+// Writes binary STL.
 #include "mesh/stl_writer.h"
 
 #include <algorithm>
@@ -23,8 +24,7 @@ struct Free
 };
 using ZeroedNormals = std::unique_ptr<Normal[], Free>;
 
-// Large zeroed blocks come from the system as they are, and are touched for the first time where they are
-// used.
+// calloc gets large blocks zeroed from the system, so that their pages are first touched when they are used.
 ZeroedNormals makeNormals(std::size_t count)
 {
     static_assert(alignof(Normal) <= alignof(std::max_align_t));
@@ -56,7 +56,7 @@ IndexRange writeStl(AtomicFile& file, const Mesh& mesh)
     for (std::size_t k = 0; k < mesh.triangleCount(); k += kBatch) {
         const std::size_t count = std::min(kBatch, mesh.triangleCount() - k);
         char* out = file.room(count * kStlEntrySize);
-        if (!stlEntries(mesh, view, k, count, out))  // cheaper here than in a pass of its own
+        if (!stlEntries(mesh, view, k, count, out))  // cheaper than a separate pass
             checkColours(mesh.colours, mesh.triangleCount(), "Tricolors", "triangles");
         file.advance(out + count * kStlEntrySize);
     }

@@ -1,3 +1,4 @@
+// Names, writing and committing of texture pages.
 #include "mesh/texture_files.h"
 
 #include "core/print.h"

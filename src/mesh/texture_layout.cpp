@@ -1,3 +1,4 @@
+// Grouping of triangles, packing of their rectangles, and texture coordinates.
 #include "mesh/texture_layout.h"
 
 #include <algorithm>
@@ -23,7 +24,7 @@ void checkPixelCount(const Mesh& mesh)
         failf("\"Pixels\" has %zu values for %zu vertices", mesh.pixels.size(), mesh.vertexCount());
 }
 
-/// The picture of each triangle.
+/// Returns the picture of each triangle, after validating "Views".
 class Views
 {
   public:
@@ -63,7 +64,7 @@ void checkInside(const Mesh& mesh, std::uint32_t vertex, const PictureView& pict
               static_cast<double>(x), static_cast<double>(y), picture.width, picture.height);
 }
 
-/// Sets of triangles that hang together.
+/// Union-find structure for connected triangles.
 class Components
 {
   public:
@@ -78,7 +79,7 @@ class Components
     {
         a = root(a);
         b = root(b);
-        parent_[std::max(a, b)] = std::min(a, b);  // the first triangle stands for its group
+        parent_[std::max(a, b)] = std::min(a, b);  // the first triangle represents its group
     }
 
   private:
@@ -116,7 +117,7 @@ std::vector<std::uint32_t> groupTriangles(const Mesh& mesh, const Views& views, 
                 if (last != kNone) components.join(last, k);
                 last = k;
             }
-        for (const std::uint32_t k : triangles)  // the next picture starts afresh
+        for (const std::uint32_t k : triangles)  // reset for the next picture
             for (std::size_t i = 0; i < 3; ++i) lastUse[mesh.indices[std::size_t{3} * k + i]] = kNone;
     }
     std::vector<std::uint32_t> groupOf(count);
@@ -132,7 +133,8 @@ std::vector<std::uint32_t> groupTriangles(const Mesh& mesh, const Views& views, 
     return groupOf;
 }
 
-/// Rectangle of a group from the bounds of its pixels. True when the scale had to be lowered to fit a page.
+/// Sets a group's rectangle from the bounds of its pixels. Returns true if the scale was reduced to fit a
+/// page.
 bool measure(TextureGroup& group, const Bounds& bounds, const TextureSettings& settings)
 {
     group.sourceLeft = static_cast<int>(std::floor(bounds.left));
@@ -151,7 +153,7 @@ bool measure(TextureGroup& group, const Bounds& bounds, const TextureSettings& s
     return group.scale < settings.scale;
 }
 
-/// Places all groups, highest first; returns the number of pages.
+/// Places all groups, tallest first; returns the number of pages.
 int pack(std::vector<TextureGroup>& groups, int width)
 {
     std::vector<TextureGroup*> byHeight;
@@ -169,7 +171,7 @@ int pack(std::vector<TextureGroup>& groups, int width)
         if (stbrp_pack_rects(&context, &rect, 1) == 0) {
             ++page;
             stbrp_init_target(&context, width, width, nodes.data(), width);
-            stbrp_pack_rects(&context, &rect, 1);  // an empty page holds every group
+            stbrp_pack_rects(&context, &rect, 1);  // every group fits an empty page
         }
         group->page = page;
         group->left = rect.x;
@@ -178,8 +180,8 @@ int pack(std::vector<TextureGroup>& groups, int width)
     return page + 1;
 }
 
-/// Gives every vertex its position on its group's page, and a further texture vertex for every other group
-/// that uses it.
+/// Computes the position of every vertex on its group's page, and adds a texture vertex for every further
+/// group that uses the vertex.
 void placeVertices(const Mesh& mesh, std::span<const std::uint32_t> groupOf, TextureLayout& layout)
 {
     std::vector<std::uint32_t> owner(mesh.vertexCount(), kNone);  // group of each texture vertex

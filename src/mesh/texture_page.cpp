@@ -1,3 +1,4 @@
+// Copying and interpolation of picture parts.
 #include "mesh/texture_page.h"
 
 #include <algorithm>

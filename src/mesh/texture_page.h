@@ -1,4 +1,4 @@
-// The pixels of texture pages: parts of source pictures copied to where the layout put them.
+// The pixels of texture pages: copies parts of source pictures to their place in the layout.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace scansteps::mesh {
 
-/// A square page of 8-bit red, green, blue triples, rows top to bottom.
+/// A square page of 8-bit red, green, blue triples, rows from top to bottom.
 struct TexturePage
 {
     explicit TexturePage(int side, std::uint8_t fill = 0)
@@ -23,12 +23,12 @@ struct TexturePage
     std::vector<std::uint8_t> rgb;
 };
 
-/// The picture at the upper left, not scaled. Returns false when it is larger than the page, and was clipped.
+/// Copies the picture to the upper left corner, unscaled. Returns false if it was clipped at the page.
 bool copyPicture(const PictureView& picture, TexturePage& page);
 
-/// The groups that lie on page `number`, borders included. Pixels outside a picture repeat its edge; at a
-/// scale other than 1 pixels are interpolated from the four nearest. No pixel outside the groups' rectangles
-/// is touched, and none inside is taken from anywhere but the group's picture.
+/// Copies the groups of page `number`, including borders. Pixels outside a picture repeat its edge; at scales
+/// other than 1 pixels are interpolated from the four nearest. Pixels outside the groups' rectangles are not
+/// modified.
 void copyGroups(const TextureLayout& layout, int number, std::span<const PictureView> pictures,
                 TexturePage& page);
 

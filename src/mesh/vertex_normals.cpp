@@ -1,3 +1,4 @@
+// Vectorised and scalar vertex normals and STL entries.
 #include "mesh/vertex_normals.h"
 
 #include <algorithm>
@@ -17,13 +18,12 @@
 #ifndef SCANSTEPS_VERTEX_NORMALS_LIMITS
 #define SCANSTEPS_VERTEX_NORMALS_LIMITS
 namespace scansteps::mesh {
-// Lengths whose square a float holds with all its digits.
+// Range of lengths whose square a float represents with full precision.
 constexpr float kShortest = 1e-18F, kLongest = 1.8e19F;
 }  // namespace scansteps::mesh
 #endif
 
-// One vector of four lanes is a point, a normal or a colour; the fourth lane holds whatever follows in
-// memory.
+// A vector of four lanes is a point, a normal or a colour; the contents of the fourth lane are unspecified.
 HWY_BEFORE_NAMESPACE();
 namespace scansteps::mesh {
 namespace HWY_NAMESPACE {
@@ -32,8 +32,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 using D4 = hn::CappedTag<float, 4>;
 using V4 = hn::Vec<D4>;
 
-/// Reads vertices as four floats; the last one, behind which the memory may end, from a copy. Where it is
-/// known not to occur nothing needs to be asked.
+/// Loads vertices as four floats. The last vertex is loaded from a copy, because memory may end after it; if
+/// it is known not to occur, the comparison is omitted.
 template <bool kLastOccurs>
 class Points
 {
@@ -59,7 +59,7 @@ HWY_INLINE V4 Rotate(V4 v)  // x, y, z to y, z, x
     return hn::TableLookupLanes(v, hn::SetTableIndices(D4(), kLanes));
 }
 
-/// Sums with the lanes z, x, y, as the cross product gives them without a last rotation.
+/// Sums in lane order z, x, y, which the cross product yields without a final rotation.
 template <bool kLastOccurs>
 void Accumulate(const Mesh& mesh, std::span<const std::uint32_t> indices, Normal* HWY_RESTRICT sums)
 {
@@ -78,7 +78,7 @@ void Accumulate(const Mesh& mesh, std::span<const std::uint32_t> indices, Normal
     }
 }
 
-/// From the sums z, x, y to unit normals x, y, z, 0, a vector of normals at a time.
+/// Converts sums z, x, y to unit normals x, y, z, 0. Returns the number of normals converted.
 std::size_t Normalise(std::span<Normal> normals)
 {
     const hn::ScalableTag<float> d;
@@ -146,7 +146,7 @@ HWY_INLINE void StoreBytes(V4 v, char* out)
     hn::StoreU(hn::BitCast(d8, v), d8, reinterpret_cast<std::uint8_t*>(out));
 }
 
-// Truncated, and below 0 where that fits no integer.
+// Truncates; values that do not fit an integer become negative.
 #if HWY_ARCH_X86
 HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> Truncated(V4 v)
 {
@@ -156,13 +156,13 @@ HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> Truncated(V4 v)
 HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> Truncated(V4 v)
 {
     const hn::RebindToSigned<D4> di;
-    const V4 most = hn::Set(D4(), 256.0F);
-    return hn::ConvertTo(di, hn::IfThenElse(hn::Lt(v, most), v, hn::Neg(most)));
+    const V4 limit = hn::Set(D4(), 256.0F);
+    return hn::ConvertTo(di, hn::IfThenElse(hn::Lt(v, limit), v, hn::Neg(limit)));
 }
 #endif
 
-/// The words of four triangles with consecutive colours (the float behind them is read too): the upper five
-/// bits of each component below a set bit 15. Bits that a component must not have are added to `seen`.
+/// Attribute words of four triangles with consecutive colours (the float after them is also read): the upper
+/// five bits of each component below a set bit 15. The bits of all components are ORed into `seen`.
 using D16 = hn::Repartition<std::int16_t, D4>;
 HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> ColourWords(const float* rgb, hn::Vec<D16>& seen)
 {
@@ -186,8 +186,8 @@ HWY_INLINE hn::Vec<hn::RebindToSigned<D4>> ColourWords(const float* rgb, hn::Vec
     return hn::Or(words, hn::Set(di, 0x8000));
 }
 
-// The last entry may have nothing behind its colour and its bytes, which vectors would touch: at least one is
-// left for others. Returns how many were written, and whether their colours were sound.
+// Vector loads and stores reach beyond an entry, so at least the last one is left to the scalar code. Returns
+// the number of entries written, and whether their colours were valid.
 template <bool kLastOccurs>
 std::pair<std::size_t, bool> Entries(const Mesh& mesh, const Normal* normal, std::size_t first,
                                      std::size_t count, char* out)
@@ -196,7 +196,7 @@ std::pair<std::size_t, bool> Entries(const Mesh& mesh, const Normal* normal, std
     const V4 third = hn::Set(d, 0.33333334F);
     auto seen = hn::Zero(D16());
     const Points<kLastOccurs> points(mesh);
-    // Bytes written may alias everything: pointers are kept apart from the mesh.
+    // Copies of the mesh's pointers, because byte stores may alias the mesh.
     const std::uint32_t* corner = mesh.indices.data() + 3 * first;
     const float* rgb = mesh.colours.data() + 3 * first;
     std::size_t done = 0;

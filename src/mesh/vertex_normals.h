@@ -1,5 +1,5 @@
-// Normals of vertices from the triangles around them, and the bytes of triangles in a binary STL file, which
-// hold the mean of three such normals. The arithmetic of stl_writer.
+// The kernels of stl_writer: vertex normals computed from the adjacent triangles, and the entries of
+// triangles in a binary STL file, which contain the mean of three such normals.
 #pragma once
 
 #include <cstddef>
@@ -10,26 +10,26 @@
 
 namespace scansteps::mesh {
 
-/// x, y, z and an unused fourth value, so that a normal is one vector register.
+/// x, y, z and an unused fourth value, so that a normal fills a vector register.
 struct alignas(16) Normal
 {
     float v[4];
 };
 
-/// Bytes of a triangle in an STL file: normal, three corners, attribute word, without gaps.
+/// Size of a triangle in an STL file: normal, three corners, attribute word, without padding.
 inline constexpr std::size_t kStlEntrySize = 50;
 
-/// The unit normal of every vertex: the sum of the cross products (so weighted by area) of its triangles,
-/// multiplied by 1 / its length (in double precision where a float cannot hold its square). Zero where that
-/// length is zero or not finite. `normals` has one element for each vertex and is zero before. The mesh must
-/// have passed checkVertices; indices are checked here, while they are at hand: where the returned range goes
-/// beyond the vertices, normals are not complete.
+/// The unit normal of every vertex: the sum of the cross products of its triangles (weighted by area
+/// therefore), multiplied by 1 / its length (in double precision if the square of the length is outside the
+/// range of float). Zero if that length is zero or not finite. `normals` has one element per vertex,
+/// initially zero. The mesh must have passed checkVertices. Indices are checked here, while they are in
+/// cache: if the returned range exceeds the vertices, the normals are incomplete.
 IndexRange vertexNormals(const Mesh& mesh, std::span<Normal> normals);
 
-/// The entries of `count` triangles from `first` on. The normal is a third of the sum of the corners'
-/// normals; the word holds the colours' upper five bits, red highest, below a set bit 15. `out` has
-/// kStlEntrySize bytes for each triangle. There must be a colour for each triangle; returns false when a
-/// component does not truncate to 0..255.
+/// Writes the entries of `count` triangles from `first` on. The normal is a third of the sum of the corners'
+/// normals; the attribute word holds the upper five bits of each component, red highest, below a set bit 15.
+/// `out` has kStlEntrySize bytes per triangle. Each triangle must have a colour; returns false if a component
+/// does not truncate to 0..255.
 bool stlEntries(const Mesh& mesh, std::span<const Normal> normals, std::size_t first, std::size_t count,
                 char* out);
 

@@ -1,5 +1,5 @@
-// Operations on bytes that Highway 1.0.3 does not offer: dot products of pairs, packing of two vectors and
-// its order. Included once for every instruction set, inside scansteps::pixels::HWY_NAMESPACE.
+// Operations on bytes that Highway 1.0.3 lacks: dot products of byte pairs, and packing two vectors of words
+// into one of bytes. Included once per instruction set, in scansteps::pixels::HWY_NAMESPACE.
 #if defined(SCANSTEPS_BYTES_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef SCANSTEPS_BYTES_INL_H_
 #undef SCANSTEPS_BYTES_INL_H_
@@ -17,15 +17,15 @@ namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-/// The coefficient pair (c0, c1) in every 16-bit lane, to be applied to the low and the high byte of a lane.
+/// The coefficient pair (c0, c1) in every 16-bit lane, applied to the low and the high byte of a lane.
 template <class D16>
 hn::Vec<D16> BytePair(D16 d, int c0, int c1)
 {
     return hn::Set(d, static_cast<std::int16_t>((c0 & 0xFF) | ((c1 & 0xFF) << 8)));
 }
 
-// c0 * low byte + c1 * high byte of every 16-bit lane of `bytes`, bytes unsigned, coefficients signed. The
-// instruction saturates; callers choose coefficients that stay within 16 bits.
+// c0 * low byte + c1 * high byte for every 16-bit lane of `bytes`, with unsigned bytes and signed
+// coefficients. The instruction saturates; callers choose coefficients whose sums fit 16 bits.
 #if HWY_ARCH_X86
 template <std::size_t N>
 hn::Vec128<std::int16_t, N> MaddBytes(hn::Vec128<std::int16_t, N> bytes, hn::Vec128<std::int16_t, N> pair)
@@ -56,7 +56,7 @@ V MaddBytes(V bytes, V pair)
 }
 #endif
 
-// Words limited to 0..255; every 16-byte block holds the 8 words of that block of `a`, then those of `b`.
+// Clamps words to 0..255; every 16-byte block holds the 8 words of that block of `a`, then those of `b`.
 #if HWY_ARCH_X86
 template <std::size_t N>
 hn::Vec128<std::uint8_t, 2 * N> PackBytes(hn::Vec128<std::int16_t, N> a, hn::Vec128<std::int16_t, N> b)
@@ -76,7 +76,7 @@ inline hn::Vec512<std::uint8_t> PackBytes(hn::Vec512<std::int16_t> a, hn::Vec512
 }
 #endif
 #else
-// Vectors of 16 bytes, the only ones elsewhere.
+// Other architectures only have vectors of 16 bytes.
 template <class V>
 auto PackBytes(V a, V b)
 {
@@ -86,8 +86,8 @@ auto PackBytes(V a, V b)
 }
 #endif
 
-// Packing two vectors of dwords takes 8 bytes of each in turns: the indices for TableLookupLanes that bring
-// them back in order.
+// Packing two vectors interleaves them in 8-byte pieces: the TableLookupLanes indices that restore memory
+// order.
 template <class D64>
 auto OrderOfPacked(D64 d)
 {
@@ -96,8 +96,8 @@ auto OrderOfPacked(D64 d)
     return hn::SetTableIndices(d, order);
 }
 
-// Two vectors of words from memory: `a` gets the 16-byte blocks 0, 2, 4 ..., `b` the others, so that
-// PackBytes of what is made of them has the order of memory.
+// Loads two vectors of words: `a` gets the 16-byte blocks 0, 2, 4 ..., `b` the others, so that PackBytes
+// puts the results in memory order.
 template <class D16, HWY_IF_LE128(hn::TFromD<D16>, hn::MaxLanes(D16()))>
 void LoadAlternateBlocks(D16 d, const hn::TFromD<D16>* from, hn::Vec<D16>& a, hn::Vec<D16>& b)
 {

@@ -1,18 +1,40 @@
-#include "pixels/c2ima.h"
+// Step c2ima: keeps the most recent frames and puts them side by side, the newest at the left.
+#include <cstdint>
+#include <span>
+#include <vector>
 
 #include "core/step_factory.h"
 #include "pixels/side_by_side.h"
+#include "scansteps/chain.h"
 #include "scansteps/frame.h"
 #include "scansteps/handles.h"
 #include "scansteps/settings.h"
+#include "scansteps/texture.h"
 
 namespace scansteps::pixels {
+
+class CpuCombine final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuCombine"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  private:
+    void takeFrame(int handle);
+
+    FrameSize frameSize_;
+    int factor_ = 0;
+    TextureSet history_;  // slot k holds the frame k events older than the newest
+    TextureSet out_;
+    std::vector<std::span<const std::uint16_t>> frames_;  // the frames in history_, newest first
+};
 
 SCANSTEPS_FACTORY(c2ima, CpuCombine)
 
 namespace {
 
-// Formats without buffers pass: their frames are refused when they come.
+// Formats without buffers pass: their frames are rejected when they arrive.
 bool isOf16BitSamples(std::uint32_t code)
 {
     const FrameShape pixel = frameShape(code, 1, 1);
@@ -57,7 +79,7 @@ void CpuCombine::process(varitype& params)
     forward(*this, record);
 }
 
-// The slots' buffers move up by one, and the oldest goes back under the incoming handle.
+// Each buffer moves up one slot; the oldest is returned under the incoming handle.
 void CpuCombine::takeFrame(int handle)
 {
     samples16(*this, pixelsOf(handle), static_cast<std::uint32_t>(frameSize_.width),

@@ -1,5 +1,5 @@
 // Step c3f: one colour channel, luma or a mixture of channels as offset 16-bit frames, from 8-bit RGB or,
-// with "VideoFormat", from YUYV16. The next steps are told of offset frames: "VideoFormat" ends here.
+// with "VideoFormat", from YUYV16. Later steps receive offset frames, so "VideoFormat" is removed.
 #include <vector>
 
 #include "core/step_factory.h"

@@ -1,4 +1,4 @@
-// Step cdown1: 16-bit frames reduced by an integer factor.
+// Step cdown1: reduces 16-bit frames by an integer factor.
 #include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/reduce16.h"
@@ -29,7 +29,7 @@ void CpuDown1::init(varitype& params)
     const std::uint32_t code = formatOrMismatch(*this, params, format::kF1x32);
     in_.create(frameSize_.width, frameSize_.height, 1, code);
     out_.create(frameSize_.width / factor_, frameSize_.height / factor_, 1, code);
-    // The next steps see the reduced size; the record of the host keeps the full one.
+    // Later steps see the reduced size; the host's record keeps the full one.
     varitype reduced = copyRecord(params);
     reduced.set("dataX", frameSize_.width / factor_);
     reduced.set("dataY", frameSize_.height / factor_);
@@ -38,7 +38,7 @@ void CpuDown1::init(varitype& params)
 
 void CpuDown1::process(varitype& params)
 {
-    if (in_.format() == format::kU1x8)  // would not fit the reduced frame
+    if (in_.format() == format::kU1x8)  // 8-bit frames would not fit the reduced buffer
         failf("%s: 8-bit frames cannot be reduced, only 16-bit ones: put cyuv before", getName());
     FrameScope frame(*this, params, in_, out_, FrameCheck::Samples16);
     const auto output = samples16(*this, out_.writable(), out_.width(), out_.height());

@@ -1,4 +1,4 @@
-// Step cf2u: 32-bit float frames to offset 16-bit frames.
+// Step cf2u: converts 32-bit float frames to offset 16-bit frames.
 #include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/offset16.h"

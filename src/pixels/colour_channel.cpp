@@ -1,3 +1,4 @@
+// Vectorised and scalar extraction of a channel, luma or a mixture.
 #include "pixels/colour_channel.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@
 #define SCANSTEPS_COLOUR_CHANNEL_KERNELS
 namespace scansteps::pixels {
 
-// What is done with a run of pixels. Each returns how many are done; the rest is the caller's.
+// Kernels for a run of pixels. Each returns the number of pixels converted; the caller handles the rest.
 struct ChannelKernels
 {
     std::size_t (*take)(const std::uint8_t* src, std::uint16_t* dst, std::size_t count, std::size_t channel);
@@ -73,7 +74,7 @@ std::size_t LumaOfPixels(const std::uint8_t* src, std::uint16_t* dst, std::size_
         const ChannelVectors p = LoadChannels(src + 3 * i);
         const auto sum = hn::Add(hn::Add(hn::Mul(p.red, hn::Set(d, 299)), hn::Mul(p.green, hn::Set(d, 587))),
                                  hn::Add(hn::Mul(p.blue, hn::Set(d, 114)), hn::Set(d, 500)));
-        // a thousandth: an eighth, then 1 / 125 as 33555 / 2^22, exact for what an eighth can be
+        // Division by 1000: by 8, then by 125 as 33555 / 2^22, exact for every possible quotient.
         const auto mean = hn::ShiftRight<22>(hn::Mul(hn::ShiftRight<3>(sum), hn::Set(d, 33555)));
         StoreOffset(mean, dst + i);
     }

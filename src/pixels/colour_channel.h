@@ -1,4 +1,4 @@
-// One channel of colour frames, their luma or a mixture, as offset 16-bit samples.
+// One channel of colour frames, their luma or a mixture of channels, as offset 16-bit samples.
 #pragma once
 
 #include <array>
@@ -13,11 +13,11 @@ enum class Channel
     green = 1,
     blue = 2,
     luma = 3,     ///< ITU-R BT.601: 0.299 R + 0.587 G + 0.114 B, rounded
-    mixture = 4,  ///< weights of the caller's, rounded
+    mixture = 4,  ///< sum with the caller's weights, rounded
 };
 
 /// `src` holds three bytes for every sample of `dst`; converts min(src / 3, dst) pixels to value + 32768.
-/// Mixtures are limited to -32768 ... 32767; a NaN counts as 0. Never throws.
+/// Mixtures are clamped to -32768 ... 32767; NaN counts as 0. Never throws.
 void channelOfRgb(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, Channel channel,
                   const std::array<float, 3>& weights = {});
 

@@ -1,3 +1,4 @@
+// Vectorised length of the colour vector, bit-exact with the scalar version.
 #include "pixels/colour_length.h"
 
 #include <algorithm>
@@ -19,8 +20,8 @@ namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// floor(255 m), m from 0 to 2, without widening to double: 255 m = 256 m - m is rounded once, and the integer
-// part is that of the exact product.
+// floor(255 m) for m in [0, 2] without widening to double: 255 m = 256 m - m is rounded toward zero once,
+// which keeps the integer part of the exact product.
 #if HWY_TARGET <= HWY_AVX3
 inline hn::Vec512<std::int32_t> Floor255(hn::Vec512<float> m)
 {
@@ -29,8 +30,8 @@ inline hn::Vec512<std::int32_t> Floor255(hn::Vec512<float> m)
     return hn::Vec512<std::int32_t>{_mm512_cvttps_epi32(cut)};
 }
 #else
-// The rounding error (Fast2Sum, exact as 256 m is the larger one) tells whether a product that came out whole
-// was rounded up to it.
+// The rounding error (Fast2Sum, exact because 256 m is the larger operand) tells whether an integral result
+// was rounded up.
 template <class V>
 auto Floor255(V m)
 {
@@ -52,7 +53,7 @@ struct Pixels
     hn::Vec<D> c01, c2;
 };
 
-// The sample less 32768 as documented, for any colour.
+// The documented sample minus 32768, for any colour.
 template <class D>
 hn::Vec<D> LengthByRoot(D di, const Pixels<D>& p)
 {
@@ -66,8 +67,8 @@ hn::Vec<D> LengthByRoot(D di, const Pixels<D>& p)
     return Floor255(hn::Sqrt(hn::Add(hn::Add(hn::Mul(a1, a1), hn::Mul(a0, a0)), hn::Mul(a2, a2))));
 }
 
-// The nearest whole number k to a rough root of n = c0² + c1² + c2² (off by 0.2 at most), less 32768, and
-// the sign of n - k² (0 where the root is whole), both to be limited to 16 bits.
+// The integer k nearest to an approximate root of n = c0² + c1² + c2² (error at most 0.2), minus 32768, and
+// the sign of n - k² (0 where the root is an integer), both still to be clamped to 16 bits.
 template <class D>
 struct Estimate
 {
@@ -86,22 +87,24 @@ Estimate<D> EstimateRoot(D di, const Pixels<D>& p)
         return hn::RearrangeToOddPlusEven(sum, odd);
     };
     const auto n = hn::ConvertTo(df, hn::Add(squares(p.c01), squares(p.c2)));
-    const auto magic = hn::Set(df, 0x1p23F);  // leaves no room for fractions
+    const auto magic = hn::Set(df, 0x1p23F);  // adding it rounds to an integer
 #if HWY_ARCH_X86
-    // Black gives a NaN with its sign set: once limited -32768 both times, which add up to that again.
+    // Black gives a negative NaN, which clamps to -32768 in both results; their saturated sum is -32768
+    // again.
     const auto rounded = hn::MulAdd(n, hn::ApproximateReciprocalSqrt(n), magic);
 #else
-    const auto rounded = hn::Add(hn::Sqrt(n), magic);  // estimates are rougher elsewhere
+    const auto rounded = hn::Add(hn::Sqrt(n), magic);  // estimates are less accurate on other architectures
 #endif
     const auto k = hn::Sub(rounded, magic);
     const auto rest = hn::NegMulAdd(k, k, n);
     return {hn::Sub(hn::BitCast(di, rounded), hn::Set(di, 0x4B000000 + 32768)), hn::BitCast(di, rest)};
 }
 
-// Where the root of n is not whole, the sample is its whole part, as the roundings on the way are far too
-// small to carry it across: k or one less, which the sign of n - k² tells. Where the root is whole they
-// decide. Such pixels are few (one in 300 of a photograph), so a bit each notes them, and they are settled
-// one by one once a block is done, without a branch at every vector. Returns the number of pixels done.
+// Where the root of n is not an integer, the sample is its integer part, because the rounding errors are far
+// too small to cross an integer: k or k - 1, depending on the sign of n - k². Where the root is an integer
+// the rounding errors decide. Such pixels are rare (one in 300 of a photograph); a bit marks each of them,
+// and they are computed one by one after each block, which avoids a branch per vector. Returns the number of
+// pixels converted.
 std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
                           std::size_t count)
 {
@@ -113,7 +116,7 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
     using P = Pixels<D>;
     using Samples = hn::Vec<decltype(d16)>;
     const std::size_t lanes = hn::Lanes(di), step = 2 * lanes;
-    // Four pixels are 12 bytes: dwords 3 b to 3 b + 2 go to the 16-byte block b.
+    // Four pixels take 12 bytes: dwords 3 b to 3 b + 2 go to 16-byte block b.
     alignas(64) std::int32_t spread[hn::MaxLanes(di)];
     for (std::size_t k = 0; k < lanes; ++k)
         spread[k] = std::int32_t(k / 4 * 3 + std::min<std::size_t>(k % 4, 2));
@@ -130,7 +133,7 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
                  hn::BitCast(di, hn::TableLookupBytesOr0(x, halves2))};
     };
     const auto inOrder = OrderOfPacked(d64);
-    std::uint8_t pixelOf[hn::MaxLanes(d16)];  // of the packed lanes
+    std::uint8_t pixelOf[hn::MaxLanes(d16)];  // pixel number of each packed lane
     for (std::size_t k = 0; k < step; ++k)
         pixelOf[k] = std::uint8_t(k / 8 * 4 + k % 4 + (k % 8 < 4 ? 0 : lanes));
     const auto store = [&](Samples lengths, std::size_t at) HWY_ATTR {
@@ -139,7 +142,7 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
     };
 
     constexpr std::size_t kWord = 64, kBlock = 256 * kWord;  // pixels
-    std::uint8_t whole[kBlock / 8];                          // a bit for every packed lane
+    std::uint8_t whole[kBlock / 8];                          // one bit per packed lane
     const auto settle = [&](std::size_t first, std::size_t last, std::uint64_t bits) HWY_ATTR {
         if (HWY_UNLIKELY(std::popcount(bits) > 16)) {
             for (std::size_t at = first; at < last; at += step) {
@@ -156,7 +159,7 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
         }
     };
 
-    // The pixels whose vectors are within the source, which the last pixel's bytes need not fill.
+    // Only pixels whose vector loads stay within the source; the last loads read past their pixels.
     const std::size_t bytes = 3 * count, margin = 3 * lanes + hn::Lanes(d8);
     const std::size_t all = bytes < margin ? 0 : ((bytes - margin) / (3 * step) + 1) * step;
     for (std::size_t first = 0; first < all; first += kBlock) {

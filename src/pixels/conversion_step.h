@@ -1,4 +1,4 @@
-// What the conversion steps have in common: the size of the frames, and one buffer on either side.
+// Base of the conversion steps: frame size, one input and one output buffer.
 #pragma once
 
 #include "scansteps/frame.h"
@@ -9,7 +9,7 @@ namespace scansteps::pixels {
 class ConversionStep : public CPUBase
 {
   protected:
-    /// Bytes in a row of 8-bit RGB.
+    /// Bytes per row of 8-bit RGB.
     std::int64_t rgbRow() const { return 3 * std::int64_t{frameSize_.width}; }
 
     FrameSize frameSize_;

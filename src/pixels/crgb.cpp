@@ -1,4 +1,4 @@
-// Step crgb: YUYV16 frames to 8-bit RGB.
+// Step crgb: converts YUYV16 frames to 8-bit RGB.
 #include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"

@@ -1,4 +1,4 @@
-// Step cyuv: 8-bit RGB frames to YUYV16.
+// Step cyuv: converts 8-bit RGB frames to YUYV16.
 #include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"

@@ -1,3 +1,4 @@
+// Vectorised and scalar window and level mapping.
 #include "pixels/grey_window.h"
 
 #include <algorithm>
@@ -16,8 +17,8 @@ namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// floor(255 v + 127.5), as exact as the double sum but without widening, where that lies from 0 to 255;
-// beyond, any number on the same side.
+// floor(255 v + 127.5) without widening to double: equal to the double-precision result where that is 0 to
+// 255, elsewhere any number on the same side of that range.
 #if HWY_TARGET <= HWY_AVX3
 inline hn::Vec512<std::int32_t> Grey(hn::Vec512<float> v)
 {
@@ -26,8 +27,8 @@ inline hn::Vec512<std::int32_t> Grey(hn::Vec512<float> v)
     return hn::Vec512<std::int32_t>{_mm512_cvttps_epi32(cut)};
 }
 #else
-// 256 v - v and the sum are rounded, and both rounding errors are kept (Fast2Sum, exact because the first
-// operand is the larger one); a result that came out whole is one too many when the errors are negative.
+// Both rounding errors, of 256 v - v and of the sum, are kept (Fast2Sum, exact because the first operand is
+// the larger one); an integral result is one too large when the errors are negative.
 template <class V>
 auto Grey(V wide)
 {
@@ -47,9 +48,9 @@ auto Grey(V wide)
 }
 #endif
 
-// Returns the number of samples done; the level must lie within +-2^22. A vector of grey bytes becomes three
-// vectors of triples: 32-bit pieces bring the bytes that a 16-byte block needs into the block, then bytes are
-// repeated within it.
+// Returns the number of samples converted; the level must lie within +-2^22. A vector of grey bytes becomes
+// three vectors of triples: a permutation of dwords moves the bytes needed by each 16-byte block into that
+// block, then a byte shuffle repeats them within it.
 std::size_t GreyWindow(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_RESTRICT dst,
                        std::size_t count, float scale, std::int32_t level)
 {
@@ -59,7 +60,7 @@ std::size_t GreyWindow(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_
     const hn::Repartition<std::uint8_t, decltype(df)> d8;
     const hn::Repartition<std::uint32_t, decltype(df)> d32;
     const std::size_t words = hn::Lanes(d16), bytes = hn::Lanes(d8);
-    // Where byte b of a vector's greys lies after packing, which takes 8 bytes of each vector in turns.
+    // Position of grey byte b after packing, which interleaves the vectors in 8-byte pieces.
     const auto packedAt = [&](std::size_t b) { return b % words / 8 * 16 + b / words * 8 + b % 8; };
     alignas(64) std::uint32_t pieces[3][hn::MaxLanes(d32)];
     alignas(64) std::uint8_t repeats[3][hn::MaxLanes(d8)];
@@ -71,8 +72,7 @@ std::size_t GreyWindow(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_
                 std::uint32_t(packedAt(std::min((firstPiece + at / 4 % 4) * 4, bytes - 4)) / 4);
         repeats[out][at] = std::uint8_t(k / 3 - 4 * firstPiece);
     }
-    // A sample below the exponent of 2^23 is that number plus the sample; what is taken away again leaves it
-    // exact.
+    // A sample as the low mantissa bits of 2^23 is the float 2^23 + sample; subtracting the offset is exact.
     const auto exponent = hn::Set(d16, 0x4B00);
     const auto offset = hn::Set(df, float(0x800000 + 32768 + level));
     const auto factor = hn::Set(df, scale);
@@ -82,7 +82,7 @@ std::size_t GreyWindow(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_
     const auto greys = [&](const std::uint16_t* from) HWY_ATTR {
         fetchAhead(from);
         const auto samples = hn::LoadU(d16, from);
-        // in the order of memory, as both work within 16-byte blocks
+        // Memory order is kept because both operations work within 16-byte blocks.
         return hn::ReorderDemote2To(dWords, grey(hn::InterleaveLower(d16, samples, exponent)),
                                     grey(hn::InterleaveUpper(d16, samples, exponent)));
     };

@@ -1,3 +1,4 @@
+// Vectorised and scalar conversions between float planes and offset 16-bit samples.
 #include "pixels/offset16.h"
 
 #include <algorithm>
@@ -17,8 +18,8 @@ namespace scansteps::pixels {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Truncation is toward minus infinity for a number that is not negative after the offset. AVX-512 converts so
-// at once.
+// Truncating the sum, which is not negative, rounds v toward minus infinity. AVX-512 has an instruction for
+// that.
 #if HWY_TARGET <= HWY_AVX3
 inline hn::Vec512<std::int32_t> FloorToInt(hn::Vec512<float> v)
 {
@@ -33,10 +34,9 @@ auto FloorToInt(V v)
 }
 #endif
 
-// floor(v) stands in for the truncated double sum less 32768, which saves the widening to double: the sum is
-// exact but for |v| <= 2^-39, where it rounds to 32768: 2^-39 is added, which no other v feels. Two vectors
-// are packed into one, whose halves come in turns for every 16 bytes; a permutation of 8-byte pieces sets
-// that right.
+// floor(v) replaces the truncated double sum minus 32768, which avoids widening to double. The sum is exact
+// except for |v| <= 2^-39, where it rounds to 32768; adding 2^-39 first gives the same result and changes no
+// other v. Packing two vectors interleaves them in 8-byte pieces, which a permutation puts back in order.
 void FloatToOffset16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst, std::size_t count)
 {
     const hn::ScalableTag<float> df;
@@ -52,7 +52,7 @@ void FloatToOffset16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT 
     const auto convert = [&](const float* from) HWY_ATTR {
         fetchAhead(from);
         const auto v = hn::LoadU(df, from);
-        const auto limited = hn::Max(hn::IfThenElse(hn::Lt(v, high), v, high), low);  // a NaN compares false
+        const auto limited = hn::Max(hn::IfThenElse(hn::Lt(v, high), v, high), low);  // NaN compares false
         return FloorToInt(hn::Add(limited, tiny));
     };
     std::size_t i = 0;

@@ -7,8 +7,8 @@
 namespace scansteps::pixels {
 
 /// Offset 16-bit samples of a float plane: trunc(min(v, 32767) + 32768), or 1 where v < -32767; the sum is
-/// taken in double precision, so that truncation is toward minus infinity for negative v. NaN counts as
-/// 32767. `dst` and `src` have the same length. Never throws.
+/// computed in double precision, so negative v are rounded toward minus infinity. NaN counts as 32767. `dst`
+/// and `src` have the same length. Never throws.
 void floatToOffset16(std::span<const float> src, std::span<std::uint16_t> dst);
 
 /// The reverse: sample - 32768 as a float, exact. `dst` and `src` have the same length. Never throws.

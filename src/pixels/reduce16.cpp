@@ -1,3 +1,4 @@
+// Frame reduction: a vectorised path for factor 2, the scalar one for everything else.
 #include "pixels/reduce16.h"
 
 #include "core/prefetch.h"
@@ -19,10 +20,10 @@ using D32 = hn::ScalableTag<std::int32_t>;
 using D16 = hn::Repartition<std::int16_t, D32>;
 using DU16 = hn::Repartition<std::uint16_t, D32>;
 
-// Factor 2, one row of the output from two of the input, a vector of output samples at a time: `half` makes
-// 32-bit lanes of two neighbours above and two below, `whole` a vector of samples of two such vectors,
-// packed. The last vector may overlap the one before; it starts at an even column. Returns the number of
-// samples done.
+// Factor 2: one output row from two input rows, a vector of output samples at a time. `half` sums two
+// neighbours above and two below into 32-bit lanes, `whole` packs two such vectors into one of samples. The
+// last vector may overlap the one before it and starts at an even column. Returns the number of samples
+// written.
 template <class Half, class Whole>
 HWY_INLINE std::size_t HalveRow(const std::uint16_t* HWY_RESTRICT upper,
                                 const std::uint16_t* HWY_RESTRICT lower, std::uint16_t* HWY_RESTRICT dst,
@@ -49,7 +50,7 @@ HWY_INLINE std::size_t HalveRow(const std::uint16_t* HWY_RESTRICT upper,
     return count / 2 * 2;
 }
 
-// Samples less 32768 are the samples with the top bit flipped, as signed 16-bit numbers.
+// Flipping the top bit of a sample subtracts 32768, as a signed 16-bit number.
 std::size_t HalveOffset16(const std::uint16_t* upper, const std::uint16_t* lower, std::uint16_t* dst,
                           std::size_t count)
 {
@@ -71,8 +72,8 @@ std::size_t HalveOffset16(const std::uint16_t* upper, const std::uint16_t* lower
     });
 }
 
-// Byte 0 and 2 of a pair of YUYV16 samples are luma, 1 is U and 3 is V; an even output column takes U, an odd
-// V. Sums stay sums until two vectors are packed.
+// In a pair of YUYV16 samples, bytes 0 and 2 are luma, 1 is U and 3 is V; even output columns take U, odd
+// ones V. Sums are divided only after two vectors are packed.
 struct YuyvSums
 {
     hn::Vec<D32> luma, chroma;
@@ -190,7 +191,7 @@ void reduceYuyv16(std::span<const std::uint16_t> src, std::span<std::uint16_t> d
     for (std::size_t y = 0; y < s.outHeight; ++y) {
         const std::uint16_t* rows = src.data() + y * s.factor * width;
         std::size_t done = 0;
-        if (s.factor == 2 && width % 2 == 0)  // else pairs are not aligned with blocks
+        if (s.factor == 2 && width % 2 == 0)  // otherwise chroma pairs are not aligned with blocks
             done = HWY_DYNAMIC_DISPATCH(HalveYuyv16)(rows, rows + width, dst.data() + y * s.outWidth,
                                                      s.outWidth);
         rowFrom(dst, s, y, done, mean);

@@ -9,16 +9,16 @@ namespace scansteps::pixels {
 
 /// Offset 16-bit frame: the sum of (sample - 32768) over a factor x factor block, divided by the number of
 /// samples with truncation toward zero, plus 32768. `src` holds width x height samples, `dst` (width /
-/// factor) x (height / factor); leftover columns and rows are ignored. The sum fits 32 bits for factors up to
-/// 256 and is kept in 64 above. Throws when the factor is below 1 or a buffer is too small.
+/// factor) x (height / factor); leftover columns and rows are ignored. Sums take 32 bits for factors up to
+/// 256 and 64 bits above. Throws when the factor is below 1 or a buffer is too small.
 void reduceOffset16(std::span<const std::uint16_t> src, std::span<std::uint16_t> dst, std::size_t width,
                     std::size_t height, int factor);
 
 /// YUYV16 frame: low byte of an output sample = mean low byte (luma) of the block, high byte = mean U in even
 /// output columns, mean V in odd ones. Input sample k (counted through the frame) contributes U = high byte
-/// of sample p and V = high byte of sample p + 1 with p = k rounded down to even; so in a frame of odd width
-/// pairs run on from row to row, and the one V beyond the frame's end that exists when width x height is odd
-/// counts as 128 (no colour). Sizes and errors as above.
+/// of sample p and V = high byte of sample p + 1, where p is k rounded down to even. In frames of odd width,
+/// pairs therefore cross row boundaries; when width x height is odd, the missing last V counts as 128 (no
+/// colour). Sizes and errors as above.
 void reduceYuyv16(std::span<const std::uint16_t> src, std::span<std::uint16_t> dst, std::size_t width,
                   std::size_t height, int factor);
 

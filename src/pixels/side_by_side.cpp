@@ -1,3 +1,4 @@
+// Row copies that combine frames into one wide frame.
 #include "pixels/side_by_side.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Frames put side by side, row by row.
+// Combines frames of the same size into one wide frame.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace scansteps::pixels {
 
-/// Every row of `out` becomes row y of frames[0], frames[1], and so on. Each frame holds width x height
+/// Row y of `out` becomes row y of frames[0], then of frames[1], and so on. Each frame holds width x height
 /// samples, `out` frames.size() x width x height. Never throws.
 void sideBySide(std::span<const std::span<const std::uint16_t>> frames, std::size_t width, std::size_t height,
                 std::span<std::uint16_t> out);

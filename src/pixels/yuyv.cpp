@@ -1,3 +1,4 @@
+// Vectorised and scalar conversion between YUYV16 and RGB.
 #include "pixels/yuyv.h"
 
 #include <algorithm>
@@ -18,13 +19,13 @@ namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
 // The double-precision formulas are fractions with denominators 250, 1000 and 500, and narrowing to single
-// precision repairs the doubles' last bits, so the bytes are exact floors. Whole multiples of Y, U and V are
-// split off until the numerators fit 16 bits:
+// precision removes the errors in the last bits of the doubles, so the bytes are exact floors. Integer
+// multiples of Y, U and V are split off until the numerators fit 16 bits:
 //   R = Y + 2 V - 326 + floor((41 Y - 101 V + 25772) / 250)
 //   G = Y - V + floor((41 Y - 98 U + 46 V + 33872 + floor((U + 3 V) / 4)) / 250)
 //   B = Y + 2 U - 326 + floor((82 Y + 9 U + 24536) / 500)
-// Numerators stay below 59074, up to where (n * 33555) >> 23 (or 24) is floor(n / 250) (or 500).
-// Returns the number of samples done, an even number.
+// Numerators n stay below 59074, the limit up to which (n * 33555) >> 23 is floor(n / 250) (>> 24 for 500).
+// Returns the number of samples converted, which is even.
 std::size_t YuyvToRgb(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_RESTRICT dst,
                       std::size_t count)
 {
@@ -39,7 +40,7 @@ std::size_t YuyvToRgb(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_R
     const auto yvIndex = hn::LoadDup128(d8, kYv);
     const auto yuIndex = hn::LoadDup128(d8, kYu);
     const auto uvIndex = hn::LoadDup128(d8, kUv);
-    // Loaded, as broadcasts from a general register take the place of shuffles.
+    // Loaded from memory, because broadcasts from a general register compete with the shuffles.
     alignas(16) static constexpr std::uint16_t kWords[5][8] = {
         {33555, 33555, 33555, 33555, 33555, 33555, 33555, 33555},
         {25772, 25772, 25772, 25772, 25772, 25772, 25772, 25772},
@@ -84,8 +85,8 @@ std::size_t YuyvToRgb(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_R
     return i;
 }
 
-// One 32-bit lane a pixel: (r, g) and (b, 32) against pairs of 16-bit coefficients; the constant term is 32
-// times the last coefficient. Returns the number of pixels done, an even number.
+// One 32-bit lane per pixel: (r, g) and (b, 32) times pairs of 16-bit coefficients; the constant term is 32
+// times the last coefficient. Returns the number of pixels converted, which is even.
 std::size_t RgbToYuyv(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
                       std::size_t count)
 {
@@ -103,7 +104,7 @@ std::size_t RgbToYuyv(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_R
     alignas(16) static constexpr std::int16_t kC[2][8] = {
         {-606, -1191, 1798, -1507, -606, -1191, 1798, -1507},
         {1798, 16384, -290, 16384, 1798, 16384, -290, 16384}};
-    // Four pixels are 12 bytes: dwords 3 b to 3 b + 2 go to the 16-byte block b.
+    // Four pixels take 12 bytes: dwords 3 b to 3 b + 2 go to 16-byte block b.
     alignas(64) std::uint32_t spread[hn::MaxLanes(du32)];
     for (std::size_t k = 0; k < hn::Lanes(du32); ++k)
         spread[k] = std::uint32_t(k / 4 * 3 + std::min<std::size_t>(k % 4, 2));
@@ -168,7 +169,7 @@ void pixelToRgb(int y, int u, int v, std::uint8_t* rgb)
     rgb[2] = toByte(luma + 2.018 * (u - 128));
 }
 
-// Columns `first` to width - 1 of the row that starts at sample `row` of the frame.
+// Converts columns `first` to width - 1 of the row that starts at sample `row` of the frame.
 void rowToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, std::size_t row,
               std::size_t first, std::size_t width, std::size_t frame)
 {
@@ -179,7 +180,7 @@ void rowToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, s
     }
 }
 
-// Pixels `first` to `end` - 1; an even index within the row has an even column.
+// Converts columns `first` to width - 1 of the row that starts at pixel `row` of the frame.
 void rowToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, std::size_t row,
                std::size_t first, std::size_t width)
 {
@@ -200,7 +201,7 @@ void yuyvToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, 
 {
     checkSizes(src.size(), dst.size(), width, height);
     const std::size_t frame = width * height;
-    // Rows of even width follow each other without a seam.
+    // With an even width no chroma pair crosses a row boundary, so the frame is one long row.
     const std::size_t line = width % 2 == 0 ? frame : width;
     for (std::size_t row = 0; row < frame; row += line) {
         const std::size_t done = HWY_DYNAMIC_DISPATCH(YuyvToRgb)(&src[row], &dst[3 * row], line);

@@ -1,6 +1,4 @@
 // Step cply in a chain: records in every accepted form to files, what is refused, and what passes on.
-#include "mesh/cply.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +9,7 @@
 #include <string>
 
 #include "images/image_file.h"
+#include "mesh/model_format.h"
 #include "mesh/models.h"
 #include "support/chain.h"
 #include "support/temp_dir.h"
@@ -74,16 +73,16 @@ struct CpuPlyTest : testing::Test
     }
 };
 
-TEST(CpuPly, formatIsChosenByTheLastHit)
+TEST(ModelFormat, isChosenByTheLastHit)
 {
-    using Format = CpuPly::Format;
+    using Format = ModelFormat;
     const std::pair<const char*, Format> cases[] = {
         {"a.ply", Format::Ply},         {"a.PLY", Format::Ply},
         {"a.Ply", Format::None},        {"a.ply.obj", Format::Obj},
         {"a.obj.ply", Format::Obj},     {"a.flt.ply", Format::Flt},
         {"dir.stl/a.OBJ", Format::Stl}, {"a.FLT", Format::Flt},
         {"model", Format::None},        {"a.obj.flt.stl.ply", Format::Stl}};
-    for (const auto& [name, format] : cases) EXPECT_EQ(CpuPly::formatOf(name), format) << name;
+    for (const auto& [name, format] : cases) EXPECT_EQ(modelFormat(name), format) << name;
 }
 
 TEST_F(CpuPlyTest, everyShapeOfTriplesGivesTheSameFiles)
