@@ -1,17 +1,17 @@
-# What `cmake --install` leaves behind: the step library, the host program, the core with its headers, and
-# the package files by which other projects find them (CMake and pkg-config).
+# What `cmake --install` leaves behind: the step library, the program, the core and the host library with their headers,
+# and the package files by which other projects find them (CMake and pkg-config).
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/scansteps)
 
-# Targets scansteps::core (to link), scansteps::steps (to load; it has a location, no interface) and
-# scansteps::host (the program).
+# Targets scansteps::core and scansteps::host (to link), scansteps::steps (to load; it has a location, no
+# interface) and scansteps::program.
 if(WIN32)
   set(module_dir ${CMAKE_INSTALL_BINDIR})  # beside the program, where Windows looks
 else()
   set(module_dir ${CMAKE_INSTALL_LIBDIR})
 endif()
-install(TARGETS scansteps_core scansteps_plugin scansteps_program EXPORT scansteps
+install(TARGETS scansteps_core scansteps_host scansteps_plugin scansteps_program EXPORT scansteps
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${module_dir}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Installs a build tree, moves the result elsewhere, and lets the project of examples/host find and use it, by
-# CMake and by pkg-config.
+# Installs a build tree, moves the result elsewhere, and lets the project of examples/host find and use it, by CMake and
+# by pkg-config, and the project beside this script the host library.
 #
 #   tests/install/run.sh BUILD_DIR
 set -euo pipefail
 build=$(realpath "$1")
-examples=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../../examples")
+here=$(realpath "$(dirname "${BASH_SOURCE[0]}")")
+examples=$(realpath "$here/../../examples")
 photo=$examples/images/photo_rocket.jpg
 work=$(mktemp -d "${TMPDIR:-/tmp}/scansteps-install-XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -29,4 +30,11 @@ cd "$work"
 moved/bin/scansteps run "cjread load.name=$photo load.one=true ! cjwrite name=plain.ppm" --quiet >/dev/null
 "$work/build/own_host" negative.ppm positive.ppm
 cmp plain.ppm positive.ppm
+
+cmake -S "$here" -B short -G Ninja -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build short
+short/short_host "cjread load.name=$photo load.one=true ! cjwrite name=short.ppm" >/dev/null
+cmp plain.ppm short.ppm
+! short/short_host cf2u >/dev/null 2>short.err
+grep -q '^step 1 (cf2u): ' short.err
 echo "installed package: found, linked, loaded"

@@ -1,0 +1,45 @@
+// What the steps tell the host beside their errors: troubles that they survive, and file and reason of the
+// error that they are about to raise. Counts them per step; what they mean for the run is the report's.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "scansteps/host.h"
+#include "scansteps/host_services.h"
+
+namespace scansteps::host {
+
+/// Offers the host's services to the steps during its life.
+class NoticeBoard
+{
+  public:
+    /// `current` is the index of the step that works now.
+    NoticeBoard(const Pipeline& pipeline, HandleTable& table, const std::atomic<std::size_t>& current,
+                const Hooks& hooks);
+    ~NoticeBoard();
+    NoticeBoard(const NoticeBoard&) = delete;
+    NoticeBoard& operator=(const NoticeBoard&) = delete;
+
+    /// Details of the error that was just raised; they are forgotten then.
+    FileReason takeFailedFile();
+    std::vector<TroubleFacts> troubles() const;
+
+  private:
+    void note(const Notice& notice);
+    std::size_t stepOf(const char* className) const;
+
+    const Pipeline& pipeline_;
+    HandleTable& table_;
+    const std::atomic<std::size_t>& current_;
+    const Hooks& hooks_;
+    HostServices services_;
+    mutable std::mutex mutex_;  // steps may have threads of their own
+    FileReason failed_;
+    std::vector<TroubleFacts> troubles_;
+};
+
+}  // namespace scansteps::host

@@ -1,0 +1,178 @@
+// See platform.h: the standard library first, then Windows, then POSIX.
+#include "platform.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <iterator>
+#include <system_error>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+// After windows.h.
+#include <shellapi.h>
+#else
+#include <dlfcn.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#endif
+
+namespace scansteps::host {
+
+std::filesystem::path pathFromUtf8(const std::string& text)
+{
+    return std::filesystem::path(std::u8string(text.begin(), text.end()));
+}
+
+std::string utf8FromPath(const std::filesystem::path& path)
+{
+    const std::u8string text = path.u8string();
+    return {text.begin(), text.end()};
+}
+
+std::string cannot(const char* verb, const std::string& name)
+{
+    const std::string reason = std::generic_category().message(errno);
+    return std::string("cannot ") + verb + " " + name + ": " + reason;
+}
+
+std::string environmentVariable(const char* name)
+{
+#ifdef _WIN32
+    const std::string narrow(name);
+    const wchar_t* value = _wgetenv(std::wstring(narrow.begin(), narrow.end()).c_str());
+    return value == nullptr ? "" : utf8FromPath(std::filesystem::path(value));
+#else
+    const char* value = std::getenv(name);
+    return value == nullptr ? "" : value;
+#endif
+}
+
+#ifdef _WIN32
+
+std::vector<std::string> utf8Arguments(int argc, char** argv)
+{
+    int count = 0;
+    wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    if (wide == nullptr) return {argv, argv + argc};
+    std::vector<std::string> arguments;
+    for (int i = 0; i < count; ++i) arguments.push_back(utf8FromPath(std::filesystem::path(wide[i])));
+    LocalFree(wide);
+    return arguments;
+}
+
+std::filesystem::path executableFolder()
+{
+    wchar_t path[32768];
+    const DWORD length = GetModuleFileNameW(nullptr, path, 32768);
+    return std::filesystem::path(std::wstring(path, length)).parent_path();
+}
+
+int terminalWidth()
+{
+    CONSOLE_SCREEN_BUFFER_INFO information;
+    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &information) == 0) return 80;
+    return information.srWindow.Right - information.srWindow.Left + 1;
+}
+
+const char* nullDevice()
+{
+    return "NUL";
+}
+
+namespace {
+
+// The system's text for an error of its own interface, without the line break at its end.
+std::string systemText(DWORD code)
+{
+    wchar_t text[512];
+    DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                                  0, text, DWORD(std::size(text)), nullptr);
+    while (length > 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.')) --length;
+    if (length == 0) return "error " + std::to_string(code);
+    return utf8FromPath(std::filesystem::path(std::wstring(text, length)));
+}
+
+}  // namespace
+
+std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
+{
+    HMODULE library = LoadLibraryW(path.c_str());
+    if (library == nullptr) {
+        error = systemText(GetLastError());
+        return nullptr;
+    }
+    return std::unique_ptr<SharedLibrary>(new SharedLibrary(reinterpret_cast<void*>(library), path));
+}
+
+SharedLibrary::~SharedLibrary()
+{
+    FreeLibrary(reinterpret_cast<HMODULE>(library_));
+}
+
+void* SharedLibrary::symbol(const std::string& name) const
+{
+    return reinterpret_cast<void*>(GetProcAddress(reinterpret_cast<HMODULE>(library_), name.c_str()));
+}
+
+const char* libraryFileName()
+{
+    return "scansteps.dll";
+}
+
+#else
+
+std::vector<std::string> utf8Arguments(int argc, char** argv)
+{
+    return {argv, argv + argc};
+}
+
+std::filesystem::path executableFolder()
+{
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
+int terminalWidth()
+{
+    winsize size{};
+    const bool told = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+    return told ? size.ws_col : 80;
+}
+
+const char* nullDevice()
+{
+    return "/dev/null";
+}
+
+std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
+{
+    // It stays mapped to the end: texts that it threw may still be read, and the runtimes that came with it
+    // (OpenMP) never give back what they took at load time.
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (library == nullptr) {
+        error = dlerror();
+        return nullptr;
+    }
+    return std::unique_ptr<SharedLibrary>(new SharedLibrary(library, path));
+}
+
+SharedLibrary::~SharedLibrary()
+{
+    dlclose(library_);
+}
+
+void* SharedLibrary::symbol(const std::string& name) const
+{
+    return dlsym(library_, name.c_str());
+}
+
+const char* libraryFileName()
+{
+    return "libscansteps.so";
+}
+
+#endif
+
+}  // namespace scansteps::host

@@ -1,0 +1,46 @@
+// What differs between the systems: loading a library, where the program lies, paths, the terminal.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace scansteps::host {
+
+/// A path from UTF-8, as every system's streams take it.
+std::filesystem::path pathFromUtf8(const std::string& text);
+std::string utf8FromPath(const std::filesystem::path& path);
+/// Command-line arguments as UTF-8.
+std::vector<std::string> utf8Arguments(int argc, char** argv);
+
+/// "cannot read a.json: No such file or directory", with the reason that is in errno.
+std::string cannot(const char* verb, const std::string& name);
+
+std::filesystem::path executableFolder();
+/// Columns of the terminal at standard error; 80 where it does not say.
+int terminalWidth();
+const char* nullDevice();
+std::string environmentVariable(const char* name);
+
+/// A library loaded at run time; closed at the end of its life.
+class SharedLibrary
+{
+  public:
+    /// Null when it cannot be loaded; `error` says why.
+    static std::unique_ptr<SharedLibrary> open(const std::filesystem::path& path, std::string& error);
+    ~SharedLibrary();
+    SharedLibrary(const SharedLibrary&) = delete;
+    SharedLibrary& operator=(const SharedLibrary&) = delete;
+    void* symbol(const std::string& name) const;
+    const std::filesystem::path& path() const { return path_; }
+
+  private:
+    SharedLibrary(void* library, std::filesystem::path path) : library_(library), path_(std::move(path)) {}
+    void* library_;
+    std::filesystem::path path_;
+};
+/// "libscansteps.so" or "scansteps.dll".
+const char* libraryFileName();
+
+}  // namespace scansteps::host

@@ -1,0 +1,114 @@
+#include "replay.h"
+
+#include <fmt/format.h>
+
+#include "json_values.h"
+#include "scansteps/printable.h"
+#include "scansteps/settings.h"
+
+namespace scansteps::host {
+
+namespace {
+
+Struct withoutFrameDescription(Struct settings)
+{
+    for (const char* key : {"dataX", "dataY", "dataFormat", "VideoFormat"}) settings.remove(key);
+    return settings;
+}
+
+bool isStruct(const varitype* value)
+{
+    return value != nullptr && value->kind() == Kind::Struct && value->hasPayload();
+}
+
+std::string shown(const varitype& value)
+{
+    std::string text = printable(dumpLine(jsonFromValue(value)));
+    if (text.size() > 100) text = text.substr(0, 100) + "...";
+    return text;
+}
+
+bool isProtected(SettingRole role)
+{
+    return role == SettingRole::Output || role == SettingRole::Host || role == SettingRole::Port;
+}
+
+}  // namespace
+
+void ReplayRules::warnOnce(const std::string& text)
+{
+    if (said_.insert(text).second) warn_(text);
+}
+
+// --set and the settings of the steps up to the player, as they were merged before it.
+void ReplayRules::mergeUsers(std::size_t player, varitype& record)
+{
+    mergeSettings(record, withoutFrameDescription(pipeline_.sets));
+    for (std::size_t i = 0; i <= player; ++i)
+        mergeSettings(record, withoutFrameDescription(pipeline_.steps[i].settings));
+}
+
+// The settings at the top that gave way to recorded ones; `winners` are those that did not.
+void ReplayRules::compareTop(const Struct& given, const Struct& recorded, const Struct& winners,
+                             const std::string& prefix)
+{
+    for (const auto& [key, value] : given) {
+        const varitype *other = recorded.find(key), *winner = winners.find(key);
+        if (other == nullptr || other->equals(value)) continue;
+        if (isStruct(&value) && isStruct(other)) {
+            static const Struct none;
+            compareTop(value.as<Struct>(), other->as<Struct>(),
+                       isStruct(winner) ? winner->as<Struct>() : none, prefix + key + ".");
+        } else if (winner == nullptr) {
+            warnOnce(fmt::format("{}{} = {} gives way to {} of the recording", prefix, key, shown(value),
+                                 shown(*other)));
+        }
+    }
+}
+
+// Whether a step after the player reads a setting that the pipeline gives it nowhere.
+bool ReplayRules::isMissed(std::size_t player, const char* path) const
+{
+    for (std::size_t i = player + 1; i < pipeline_.steps.size(); ++i)
+        if (findSetting(*pipeline_.steps[i].info, path) != nullptr && !effectiveValue(pipeline_, i, path))
+            return true;
+    return false;
+}
+
+void ReplayRules::protect(std::size_t player, const SettingInfo& setting, const varitype& user,
+                          varitype& record)
+{
+    const std::string_view path = setting.path;
+    const std::size_t dot = path.find('.');
+    const std::string family(path.substr(0, dot)), key(path.substr(dot + 1));
+    if (const auto given = findPath(user, path)) {
+        Struct own;
+        own.set(key, given->clone());
+        mergeSettings(record, Struct{{family, own}});
+        return;
+    }
+    if (!isStruct(record.as<Struct>().find(family))) return;
+    varitype group = record[family];
+    if (!group.has(key)) return;
+    if (isMissed(player, setting.path))
+        warnOnce(fmt::format(
+            "{} = {} of the recording is not used: only the user names what is written or sent to", path,
+            shown(group[key])));
+    group.remove(key);
+}
+
+void ReplayRules::apply(std::size_t player, varitype& record)
+{
+    varitype winners{Struct()};
+    mergeUsers(player, winners);
+    varitype user{Struct(pipeline_.settings)};
+    mergeSettings(user, winners.as<Struct>());
+
+    mergeUsers(player, record);
+    for (const StepInfo& info : stepTable())
+        for (const SettingInfo& setting : info.settings)
+            if (isProtected(setting.role)) protect(player, setting, user, record);
+    compareTop(pipeline_.settings, record.as<Struct>(), winners.as<Struct>(), "");
+}
+
+}  // namespace scansteps::host

@@ -1,0 +1,58 @@
+// Finds and loads the step library as any host would.
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "platform.h"
+#include "scansteps/host.h"
+
+namespace scansteps::host {
+
+StepLibrary::StepLibrary(const std::string& path)
+{
+    const std::string fromEnvironment = environmentVariable("SCANSTEPS_LIBRARY");
+    std::vector<std::filesystem::path> places;
+    if (!path.empty())
+        places = {pathFromUtf8(path)};
+    else if (!fromEnvironment.empty())
+        places = {pathFromUtf8(fromEnvironment)};
+    else {
+        const auto folder = executableFolder();
+        for (const auto& place : {folder / libraryFileName(), folder / ".." / "lib" / libraryFileName()})
+            if (std::filesystem::exists(place)) places.push_back(place);
+        places.emplace_back(libraryFileName());
+    }
+    std::string errors;
+    for (auto place : places) {
+        // A name without a folder would be looked up in the loader's path: a path that was given is a file.
+        if ((!path.empty() || !fromEnvironment.empty()) && !place.has_parent_path()) place = "." / place;
+        std::string error;
+        library_ = SharedLibrary::open(place, error);
+        if (library_) return;
+        errors += fmt::format("{}{}: {}", errors.empty() ? "" : "; ", utf8FromPath(place), error);
+    }
+    throw FileError{"cannot load the step library: " + errors};
+}
+
+StepLibrary::~StepLibrary() = default;
+
+template <class Function>
+Function* StepLibrary::function(const std::string& name) const
+{
+    void* symbol = library_->symbol(name);
+    if (symbol == nullptr) throw FileError{fmt::format("{} has no {}", utf8FromPath(library_->path()), name)};
+    return reinterpret_cast<Function*>(symbol);
+}
+
+void StepLibrary::setHandles(HandleTable* table) const
+{
+    function<void(HandleTable*)>("set_handles")(table);
+}
+
+std::unique_ptr<cChain> StepLibrary::create(const std::string& kind) const
+{
+    return std::unique_ptr<cChain>(function<cChain*()>("create_" + kind)());
+}
+
+}  // namespace scansteps::host

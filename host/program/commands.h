@@ -1,0 +1,69 @@
+// The subcommands of the program, with what the command line tells each. They return exit codes. The parser
+// is in main.cpp alone, as its headers are slow to compile.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "scansteps/host.h"
+
+namespace scansteps::host {
+
+struct RunOptions
+{
+    std::string pipeline, library, reportFile, stepOutput;
+    std::vector<std::string> sets;
+    std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
+    std::string types = "error";
+    bool quiet = false, strict = false, force = false;
+};
+int run(const RunOptions& options);
+
+/// "error", "warn" or "off".
+TypeCheck typeCheckOf(const std::string& types);
+
+struct CheckOptions
+{
+    std::string pipeline;
+    std::vector<std::string> sets;
+    std::string types = "error";
+    bool force = false;
+};
+int check(const CheckOptions& options);
+
+struct StepsOptions
+{
+    std::string kind;
+    bool json = false, markdown = false, schema = false;
+};
+int steps(const StepsOptions& options);
+
+struct InspectOptions
+{
+    std::string recording;
+    std::string frames, recover;
+    bool json = false, data = false, model = false, skipDamage = false;
+};
+int inspect(const InspectOptions& options);
+
+struct DevicesOptions
+{
+    bool json = false;
+};
+int devices(const DevicesOptions& options);
+
+struct ReceiveOptions
+{
+    std::uint16_t port = 0;
+    std::string bind = "127.0.0.1";
+    std::string out;
+    bool once = false, force = false;
+    std::size_t clients = 16;
+    std::uint64_t maxRecord = std::uint64_t{1} << 30, maxTotal = std::uint64_t{100} << 30, maxFiles = 10000;
+    double idleTimeout = 30;  ///< seconds that a record may take, besides a second a megabyte
+    double maxPause = 300;    ///< seconds until the next record begins; 0: no limit
+};
+int receive(const ReceiveOptions& options);
+
+}  // namespace scansteps::host

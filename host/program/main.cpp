@@ -1,0 +1,303 @@
+// scansteps: runs pipelines of the step library from the command line.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <map>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "commands.h"
+#include "interrupts.h"
+#include "library/descriptors.h"
+#include "library/platform.h"
+#include "library/usage_hints.h"
+#include "output.h"
+#include "scansteps/host.h"
+#include "standard_streams.h"
+
+using namespace scansteps::host;
+
+namespace {
+
+int fail(int code, std::string_view message) noexcept
+{
+    complain("{}", message);
+    return code;
+}
+
+// Where nothing can be caught any more: in a destructor that ran out of memory, say.
+[[noreturn]] void endWithoutCleanup() noexcept
+{
+    static std::atomic_flag ending;
+    // There may have been no memory for the exception itself.
+    if (ending.test_and_set() || !std::current_exception()) {
+        descriptor::writeAll(descriptor::kErrors, "scansteps: error: out of memory\n");
+        endAtOnce(kFileFailed);
+    }
+    const char* message = "unexpected end";
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        message = "out of memory";
+    } catch (...) {
+    }
+    endAtOnce(fail(kFileFailed, message));
+}
+
+// Before everything else, the making of static objects included.
+[[gnu::constructor(101)]] void prepare()
+{
+    std::set_terminate(endWithoutCleanup);
+    prepareStandardStreams();
+}
+
+using Command = std::function<int()>;
+
+// Options of a subcommand; they must outlive the parser.
+template <class Options>
+Command command(int (*work)(const Options&), std::shared_ptr<Options> options)
+{
+    return [work, options] { return work(*options); };
+}
+
+void addPipeline(CLI::App& app, std::string& pipeline, std::vector<std::string>& sets, const char* what)
+{
+    app.add_option("PIPELINE", pipeline, what)->required();
+    app.add_option("--set", sets, "PATH=VALUE: a setting of the initialise record")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
+}
+
+void addChecks(CLI::App& app, std::string& types, bool& force)
+{
+    app.add_option("--types", types, "When types of neighbours do not fit: error, warn or off")
+        ->check(CLI::IsMember({"error", "warn", "off"}));
+    app.add_flag("--force", force, "The run may write over the files that it reads");
+}
+
+Command addRun(CLI::App& app)
+{
+    auto options = std::make_shared<RunOptions>();
+    addPipeline(app, options->pipeline, options->sets,
+                "A .json file, - for standard input, or steps separated by \"!\"");
+    app.add_option("--frames", options->frames, "Stops after that many frames; 0: no limit")
+        ->check([](const std::string& text) {
+            const bool isCount = text.size() <= 18 && text.find_first_not_of("0123456789") == text.npos;
+            return isCount ? std::string() : text + " is not a number of frames";
+        });
+    app.add_option("--library", options->library, "The step library to load");
+    addChecks(app, options->types, options->force);
+    app.add_flag("--quiet", options->quiet, "No progress and no table of times");
+    app.add_flag("--strict", options->strict,
+                 "A file that could not be read or written is exit code 5, not a warning; no model is 4");
+    app.add_option("--report", options->reportFile,
+                   "Writes the facts of the run as JSON into this file; -: standard output");
+    app.add_option("--step-output", options->stepOutput,
+                   "Where the steps print: a file, or none; else standard output");
+    return command(run, options);
+}
+
+Command addCheck(CLI::App& app)
+{
+    auto options = std::make_shared<CheckOptions>();
+    addPipeline(app, options->pipeline, options->sets, "As for run");
+    addChecks(app, options->types, options->force);
+    return command(check, options);
+}
+
+Command addSteps(CLI::App& app)
+{
+    auto options = std::make_shared<StepsOptions>();
+    app.add_option("KIND", options->kind, "One kind");
+    app.add_flag("--json", options->json, "As JSON");
+    app.add_flag("--markdown", options->markdown, "The reference page docs/steps.md");
+    app.add_flag("--schema", options->schema, "The JSON schema of pipeline files");
+    return command(steps, options);
+}
+
+Command addInspect(CLI::App& app)
+{
+    auto options = std::make_shared<InspectOptions>();
+    app.add_option("RECORDING", options->recording, "A recording")->required();
+    app.add_flag("--json", options->json, "One JSON object a line and record");
+    app.add_flag("--model", options->model, "What mesh or point cloud each record holds, and nothing else");
+    app.add_flag("--data", options->data, "With the elements of arrays");
+    app.add_option("--frames", options->frames,
+                   "Writes the frames as picture files (.pgm, .ppm) into this folder");
+    app.add_option(
+        "--recover", options->recover,
+        "Writes the whole records into this file, up to where the recording is damaged, and an end "
+        "record");
+    app.add_flag("--skip-damage", options->skipDamage, "With --recover: goes on after a damaged record")
+        ->needs("--recover");
+    return command(inspect, options);
+}
+
+Command addDevices(CLI::App& app)
+{
+    auto options = std::make_shared<DevicesOptions>();
+    app.add_flag("--json", options->json, "As JSON");
+    return command(devices, options);
+}
+
+Command addReceive(CLI::App& app)
+{
+    auto options = std::make_shared<ReceiveOptions>();
+    app.add_option("--port", options->port, "TCP port; 0: a free one, which is printed")->required();
+    app.add_option("--bind", options->bind, "Address to listen on; 0.0.0.0: all of this machine")
+        ->capture_default_str();
+    app.add_option("--out", options->out,
+                   "Recording of the first run; others get -2, -3, ... before the extension");
+    app.add_flag("--once", options->once, "Ends after one run; exit code 5 when it broke off");
+    app.add_flag("--force", options->force, "Overwrites the file --out when it exists");
+    app.add_option("--clients", options->clients, "Connections that are served at once; others wait")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
+    app.add_option("--idle-timeout", options->idleTimeout,
+                   "Seconds that a record may take to arrive, plus one second a megabyte")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--max-pause", options->maxPause,
+                   "Seconds until the next record has to begin; 0: no limit")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    const auto size = [&](const char* name, std::uint64_t& value, const char* what, const char* standard) {
+        app.add_option(name, value, what)->transform(CLI::AsSizeValue(false))->default_str(standard);
+    };
+    size("--max-record", options->maxRecord, "Largest record accepted, such as 64M or 2G", "1G");
+    size("--max-total", options->maxTotal, "Most bytes that are stored in all", "100G");
+    app.add_option("--max-files", options->maxFiles, "Most recordings that are made")->capture_default_str();
+    return command(receive, options);
+}
+
+// An answer that did not reach its file is no answer. (What the steps of a run print beside their work is
+// none.)
+int answered(int code)
+{
+    const std::string_view trouble = standardOutputWasClosed() ? "it is closed" : flushStandardOutput();
+    if (trouble.empty() || code != kEnded) return code;
+    return fail(kFileFailed, fmt::format("cannot write standard output: {}", trouble));
+}
+
+[[noreturn]] void failCommand(const std::string& name, const std::map<std::string, Command>& commands)
+{
+    std::vector<std::string> names = {"help", "version"};
+    for (const auto& [known, command] : commands) names.push_back(known);
+    throw UsageError{fmt::format("there is no command {}{}", inQuotes(name),
+                                 didYouMean(name, names, " (scansteps help lists them)"))};
+}
+
+void parse(CLI::App& app, const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) throw;  // help and version
+        const auto used = app.get_subcommands();
+        const CLI::App& at = used.empty() ? app : *used.front();
+        std::vector<std::string> known;
+        for (const CLI::Option* option : at.get_options()) {
+            for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+            for (const std::string& name : option->get_snames()) known.push_back("-" + name);
+        }
+        const std::string hint = unexpectedArgument(at.get_name(), app.remaining(true), known);
+        throw UsageError{hint.empty() ? error.what() : hint};
+    }
+}
+
+// "version" and "help [COMMAND]" are other spellings of options.
+std::vector<std::string> asOptions(std::vector<std::string> arguments)
+{
+    if (arguments.empty()) return arguments;
+    if (arguments[0] == "version") return {"--version"};
+    if (arguments[0] != "help") return arguments;
+    arguments.erase(arguments.begin());
+    if (arguments.size() > 1) arguments.resize(1);
+    arguments.emplace_back("--help");
+    return arguments;
+}
+
+struct CommandInfo
+{
+    const char* name;
+    const char* what;
+    Command (*options)(CLI::App&);
+    const char* example;
+};
+
+constexpr CommandInfo kCommands[] = {
+    {"run", "Runs a pipeline", addRun,
+     "scansteps run \"cjread load.name=img0000.jpg ! cyuv ! ccanny ! cjwrite name=edge0000.jpg ! clast\""},
+    {"check", "Checks types and settings of a pipeline; nothing is run", addCheck,
+     "scansteps check edges.json --set OCV.trh=120"},
+    {"steps", "Lists the kinds of steps, or one with its settings", addSteps, "scansteps steps ccanny"},
+    {"inspect", "Prints the records of a recording", addInspect,
+     "scansteps inspect run.rec --frames pictures"},
+    {"devices", "Lists the cameras with their formats and sizes", addDevices, "scansteps devices --json"},
+    {"receive", "Receives runs from the sender step and records them", addReceive,
+     "scansteps receive --port 5000 --bind 0.0.0.0 --out run.rec"},
+};
+
+constexpr const char* kExitCodes =
+    "Exit codes: 0 the run ended; 2 the command line or the pipeline is wrong; 3 types or formats do not\n"
+    "fit; 4 a step raised an error; 5 a file or a connection failed; 130 interrupted.";
+
+int program(int argc, char** argv)
+{
+    CLI::App app{"Runs pipelines of steps over images, cameras and recordings", "scansteps"};
+    app.set_version_flag("-V,--version", "scansteps " SCANSTEPS_VERSION, "Prints the version");
+    app.set_help_flag("-h,--help", "Prints this help");
+    app.allow_windows_style_options(false);  // "/name" is a path on every system
+    app.require_subcommand(0, 1);
+    app.footer(fmt::format(
+        "{}\n\nscansteps help COMMAND tells the options of a command, with an example. To begin:\n  {}",
+        kExitCodes, kCommands[0].example));
+    std::map<std::string, Command> commands;
+    for (const auto& [name, what, options, example] : kCommands) {
+        CLI::App& command = *app.add_subcommand(name, what);
+        command.footer(fmt::format("Example:\n  {}", example));
+        commands[name] = options(command);
+    }
+
+    try {
+        auto arguments = utf8Arguments(argc, argv);
+        arguments = asOptions({arguments.begin() + 1, arguments.end()});
+        if (!arguments.empty() && !arguments[0].starts_with('-') && !commands.contains(arguments[0]))
+            failCommand(arguments[0], commands);
+        parse(app, arguments);
+        for (const auto& [name, command] : commands)
+            if (app.got_subcommand(name)) return name == "run" ? command() : answered(command());
+        answerLines(app.help());
+        return kUsage;
+    } catch (const CLI::Success& success) {
+        return answered(app.exit(success));
+    } catch (const CLI::ParseError& error) {
+        return fail(kUsage, error.what());
+    } catch (const UsageError& error) {
+        return fail(kUsage, error.what());
+    } catch (const FileError& error) {
+        return fail(kFileFailed, error.what());
+    } catch (const char* text) {
+        return fail(kFileFailed, text);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+try {
+    return program(argc, argv);
+} catch (const std::bad_alloc&) {
+    return fail(kFileFailed, "out of memory");
+} catch (const std::exception& error) {
+    return fail(kFileFailed, error.what());
+}

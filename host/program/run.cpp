@@ -1,0 +1,137 @@
+// scansteps run: runs a pipeline.
+#include <fmt/format.h>
+
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "commands.h"
+#include "interrupts.h"
+#include "library/descriptors.h"
+#include "output.h"
+#include "report.h"
+#include "report_file.h"
+#include "scansteps/host.h"
+#include "standard_streams.h"
+
+namespace scansteps::host {
+
+namespace {
+
+// What is worth a warning, printed at once and kept for the report.
+class Warnings
+{
+  public:
+    void add(const std::string& text)
+    {
+        warn("{}", text);
+        texts.push_back(text);
+    }
+    std::vector<std::string> texts;
+};
+
+// The checks before anything is sent.
+RunReport checked(const Pipeline& pipeline, const CheckMode& mode, Warnings& warnings)
+{
+    const auto findings = checkPipeline(pipeline, mode);
+    RunReport facts;
+    facts.exitCode = codeOf(findings);
+    for (const Finding& finding : findings)
+        if (finding.code == kEnded)
+            warnings.add(finding.text);
+        else
+            facts.errors.push_back({"", "", finding.text});
+    bool anySource = pipeline.frames != 0;
+    for (const PipelineStep& step : pipeline.steps) anySource = anySource || step.info->source;
+    if (!anySource)
+        warnings.add("no step is a source and there is no --frames: the run does not end by itself");
+    facts.warnedBefore = warnings.texts;
+    return facts;
+}
+
+// A failure of a file of the host's own beside the errors of the run: the first error keeps the exit code.
+template <class Work>
+void noteFailure(RunReport& facts, Work work)
+{
+    try {
+        work();
+    } catch (const FileError& error) {
+        facts.errors.push_back({"", "", error.what()});
+        if (facts.exitCode == kEnded) facts.exitCode = kFileFailed;
+    }
+}
+
+// What the steps printed and nobody got.
+void judgeOutput(RunReport& facts, bool deserted, bool strict)
+{
+    const std::string_view trouble = flushStandardOutput();
+    if (deserted)
+        facts.errors.push_back({"", "", "the reader of standard output has gone away"});
+    else if (!trouble.empty())
+        (strict ? facts.errors : facts.warnings)
+            .push_back({"", "", fmt::format("cannot write standard output: {}", trouble)});
+    if (facts.exitCode == kEnded && (deserted || (strict && !trouble.empty()))) facts.exitCode = kFileFailed;
+}
+
+// What libraries throw while they are initialised does not get past the loader. Nothing has been started
+// then.
+[[noreturn]] void endOutOfMemory()
+{
+    descriptor::writeAll(descriptor::kErrors,
+                         "scansteps: error: out of memory while the step library was loaded\n");
+    endAtOnce(kFileFailed);
+}
+
+std::unique_ptr<StepLibrary> loadLibrary(const std::string& path)
+{
+    const auto handler = std::set_new_handler(endOutOfMemory);
+    auto library = std::make_unique<StepLibrary>(path);
+    std::set_new_handler(handler);
+    return library;
+}
+
+}  // namespace
+
+int run(const RunOptions& options)
+{
+    Pipeline pipeline = readPipeline(options.pipeline, options.sets);
+    if (options.frames >= 0) pipeline.frames = options.frames;
+    StepOutput stepOutput(options.stepOutput);
+    ReportFile report(options.reportFile, stepOutput.original());
+    Warnings warnings;
+    RunReport facts =
+        checked(pipeline, {typeCheckOf(options.types), options.force, options.strict}, warnings);
+    if (facts.exitCode != kEnded) {
+        noteFailure(facts, [&] { report.write(reportText(facts)); });
+        printErrors(facts);
+        return facts.exitCode;
+    }
+
+    const auto library = loadLibrary(options.library);
+    catchInterrupts();
+    bool deserted = false;
+    {
+        Progress progress(pipeline.frames, !options.quiet);
+        Hooks hooks;
+        hooks.onWarning = [&](const std::string& text) { warnings.add(text); };
+        hooks.interrupted = interrupted;
+        hooks.wake = interruptWake();
+        Chain chain(pipeline, *library, std::move(hooks));
+        static_cast<RunFacts&>(facts) =
+            runPipeline(chain, {.onFrame = [&](std::int64_t done) { progress.update(done); },
+                                .stop = [&] { return deserted = standardOutputIsDeserted(); }});
+    }
+    facts.warnedBefore = warnings.texts;
+    releaseInterrupts();
+    // A file that the user named for it is looked at below.
+    if (deserted || options.stepOutput.empty() || options.stepOutput == "-")
+        judgeOutput(facts, deserted, options.strict);
+    judgeTroubles(facts, pipeline, options.strict);
+    noteFailure(facts, [&] { stepOutput.end(); });
+    noteFailure(facts, [&] { report.write(reportText(facts)); });
+    if (!options.quiet) printTimeTable(facts);
+    printErrors(facts);
+    return facts.exitCode;
+}
+
+}  // namespace scansteps::host

@@ -1,0 +1,217 @@
+// scansteps steps: the table of kinds as text, JSON, reference page and JSON schema.
+#include <fmt/format.h>
+
+#include <cmath>
+
+#include "commands.h"
+#include "library/json_values.h"
+#include "library/setting_lookup.h"
+#include "library/usage_hints.h"
+#include "output.h"
+#include "scansteps/host.h"
+#include "scansteps/steps.h"
+
+namespace scansteps::host {
+
+namespace {
+
+using Ordered = nlohmann::ordered_json;
+
+Ordered numberOf(const SettingInfo& setting, double value)
+{
+    if (setting.kind == Kind::Int) return static_cast<std::int64_t>(value);
+    return value;
+}
+
+Ordered jsonOf(const SettingInfo& setting)
+{
+    Ordered json = {{"path", setting.path}, {"kind", kindTypeName(setting.kind)}};
+    if (setting.hasDefault())
+        json["default"] =
+            setting.kind == Kind::String ? Ordered(setting.text) : numberOf(setting, setting.number);
+    json["required"] = setting.required;
+    if (setting.presence) json["presence"] = true;
+    if (std::isfinite(setting.min)) json["min"] = numberOf(setting, setting.min);
+    if (std::isfinite(setting.max)) json["max"] = numberOf(setting, setting.max);
+    if (*setting.unitName != 0) json["unit"] = setting.unitName;
+    constexpr const char* kRoles[] = {"", "input", "output", "host", "port"};
+    if (setting.role != SettingRole::None) json["role"] = kRoles[static_cast<std::size_t>(setting.role)];
+    json["doc"] = setting.doc;
+    return json;
+}
+
+Ordered jsonOf(const StepInfo& info)
+{
+    Ordered json = {{"kind", info.kind},
+                    {"class", info.className},
+                    {"typeIn", info.typeIn},
+                    {"typeOut", info.typeOut},
+                    {"source", info.source},
+                    {"summary", info.summary},
+                    {"frames", {{"in", pixelsName(info.frames.in)}, {"out", pixelsName(info.frames.out)}}},
+                    {"stateless", info.frames.isStateless},
+                    {"settings", Ordered::array()}};
+    for (const SettingInfo& setting : info.settings) json["settings"].push_back(jsonOf(setting));
+    return json;
+}
+
+std::string defaultText(const SettingInfo& setting)
+{
+    if (setting.presence) return "presence";
+    if (setting.required) return "required";
+    if (setting.kind == Kind::String) return fmt::format("\"{}\"", setting.text);
+    return jsonOf(setting)["default"].dump();
+}
+
+std::string rangeText(const SettingInfo& setting)
+{
+    const bool low = std::isfinite(setting.min), high = std::isfinite(setting.max);
+    std::string text;
+    if (low && high)
+        text = fmt::format("{} to {}", setting.min, setting.max);
+    else if (low)
+        text = fmt::format("from {}", setting.min);
+    else if (high)
+        text = fmt::format("to {}", setting.max);
+    if (*setting.unitName != 0) text += (text.empty() ? "" : " ") + std::string(setting.unitName);
+    return text;
+}
+
+std::string framesText(const StepInfo& info)
+{
+    return fmt::format("Frames: {} in, {} out{}.", pixelsName(info.frames.in), pixelsName(info.frames.out),
+                       info.frames.isStateless ? ", each by itself" : "");
+}
+
+void printStep(const StepInfo& info)
+{
+    answer("{} ({}){}", info.kind, info.className, info.source ? ", a source" : "");
+    answer("  {}", info.summary);
+    answer("  in {}, out {}", info.typeIn, info.typeOut);
+    answer("  {}", framesText(info));
+    for (const SettingInfo& setting : info.settings) {
+        const std::string range = rangeText(setting);
+        answer("  {:<24} {:<7} {:<14} {}{}", setting.path, kindTypeName(setting.kind), defaultText(setting),
+               setting.doc, range.empty() ? "" : " (" + range + ")");
+    }
+}
+
+std::string markdown()
+{
+    std::string page =
+        "# Steps\n\n<!-- Made by `scripts/generate.sh` from the table of kinds; do not edit. -->\n\n"
+        "Every kind of step, its class, its types and its settings. `scansteps steps KIND` prints the "
+        "same.\n";
+    for (const StepInfo& info : stepTable()) {
+        page += fmt::format("\n## {}\n\n{}.{}\n\nClass `{}`, in `{}`, out `{}`. {}\n", info.kind,
+                            info.summary, info.source ? " A source." : "", info.className, info.typeIn,
+                            info.typeOut, framesText(info));
+        if (info.settings.empty()) continue;
+        page += "\n| setting | kind | default | range | meaning |\n|---|---|---|---|---|\n";
+        for (const SettingInfo& setting : info.settings)
+            page +=
+                fmt::format("| `{}` | {} | {} | {} | {} |\n", setting.path, kindTypeName(setting.kind),
+                            setting.hasDefault() ? "`" + defaultText(setting) + "`" : defaultText(setting),
+                            rangeText(setting), setting.doc);
+    }
+    return page;
+}
+
+Ordered schemaOf(const SettingInfo& setting)
+{
+    if (setting.presence) return {{"description", setting.doc}};
+    Ordered plain = {{"type", setting.kind == Kind::String ? "string"
+                              : setting.kind == Kind::Int  ? "integer"
+                                                           : "number"}};
+    if (setting.enforced) {
+        plain["minimum"] = numberOf(setting, setting.min);
+        plain["maximum"] = numberOf(setting, setting.max);
+    }
+    Ordered json = {{"description", setting.doc}};
+    if (setting.hasDefault()) json["default"] = jsonOf(setting)["default"];
+    json["anyOf"] = {plain, {{"$ref", "#/definitions/other"}}};
+    return json;
+}
+
+Ordered settingsSchema(std::span<const SettingInfo> settings, Ordered object)
+{
+    for (const SettingInfo& setting : settings) {
+        const std::string path = setting.path;
+        const std::size_t dot = path.find('.');
+        if (dot == std::string::npos) {
+            object["properties"][path] = schemaOf(setting);
+            continue;
+        }
+        Ordered& family = object["properties"][path.substr(0, dot)];
+        family["type"] = "object";
+        family["properties"][path.substr(dot + 1)] = schemaOf(setting);
+    }
+    return object;
+}
+
+// For editors: completion and checks of pipeline files.
+Ordered schema()
+{
+    Ordered names = Ordered::array(), rules = Ordered::array(), all = {{"type", "object"}};
+    for (const StepInfo& info : stepTable()) {
+        names.push_back(info.kind);
+        all = settingsSchema(info.settings, all);
+        if (info.settings.empty()) continue;
+        rules.push_back(
+            {{"if", {{"properties", {{"kind", {{"const", info.kind}}}}}, {"required", {"kind"}}}},
+             {"then",
+              {{"properties", {{"settings", settingsSchema(info.settings, {{"type", "object"}})}}}}}});
+    }
+    const Ordered step = {
+        {"type", "object"},
+        {"required", {"kind"}},
+        {"additionalProperties", false},
+        {"properties",
+         {{"kind", {{"enum", names}}}, {"name", {{"type", "string"}}}, {"settings", {{"type", "object"}}}}},
+        {"allOf", rules}};
+    return {
+        {"$schema", "http://json-schema.org/draft-07/schema#"},
+        {"title", "scansteps pipeline"},
+        {"type", "object"},
+        {"required", {"steps"}},
+        {"additionalProperties", false},
+        {"properties",
+         {{"$schema", {{"type", "string"}}},
+          {"settings", all},
+          {"frames", {{"type", "integer"}, {"minimum", 0}}},
+          {"steps",
+           {{"type", "array"}, {"minItems", 1}, {"items", {{"anyOf", {Ordered{{"enum", names}}, step}}}}}}}}};
+}
+
+}  // namespace
+
+int steps(const StepsOptions& options)
+{
+    if (options.markdown)
+        answerLines(markdown());
+    else if (options.schema)
+        answerLines(schema().dump(1) + "\n");
+    else if (!options.kind.empty()) {
+        const StepInfo* info = findStep(options.kind);
+        if (info == nullptr) {
+            std::vector<std::string> names;
+            for (const StepInfo& known : stepTable()) names.emplace_back(known.kind);
+            throw UsageError{fmt::format("there is no kind {}{}", inQuotes(options.kind),
+                                         didYouMean(options.kind, names))};
+        }
+        if (options.json)
+            answerLines(jsonOf(*info).dump(2) + "\n");
+        else
+            printStep(*info);
+    } else if (options.json) {
+        Ordered list = Ordered::array();
+        for (const StepInfo& info : stepTable()) list.push_back(jsonOf(info));
+        answerLines(list.dump(2) + "\n");
+    } else {
+        for (const StepInfo& info : stepTable())
+            answer("{:<12} {:<15} {}", info.kind, info.className, info.summary);
+    }
+    return kEnded;
+}
+
+}  // namespace scansteps::host
