@@ -1,4 +1,4 @@
-// What is checked before anything is sent, and the check of --set.
+// Runs all checks of a pipeline; the check of --set is here.
 #include "checks.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,4 @@
+// See descriptors.h: one implementation over the calls of each system.
 #include "descriptors.h"
 
 #include <fcntl.h>

@@ -1,6 +1,5 @@
-// File descriptors, the same over the calls of every system: redirecting standard output, and reading and
-// writing without stdio, which gives up when a signal comes. Errors are left in errno; interrupted calls are
-// repeated.
+// File descriptors on every system: for redirecting standard output, and for reading and writing without
+// stdio, which gives up when a signal arrives. Errors are left in errno; interrupted calls are repeated.
 #pragma once
 
 #include <optional>
@@ -19,10 +18,10 @@ std::optional<std::string> readFile(const std::string& path);
 int open(const std::string& path, bool isNew);
 /// Not inherited by child processes. -1 on an error.
 int duplicate(int file);
-/// `file` names from now on what `by` names.
+/// Makes `file` refer to the open file of `by` (dup2).
 bool replace(int file, int by);
 bool writeAll(int file, std::string_view bytes);
-/// Cuts a regular file to nothing; others stay as they are.
+/// Truncates a regular file to length 0; does nothing to others.
 bool clear(int file);
 bool isRegular(int file);
 bool isSameFile(int a, int b);

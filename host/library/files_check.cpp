@@ -1,5 +1,5 @@
-// The files of a run before it begins: what is missing, what would be overwritten, what would be read and
-// written in one run.
+// Checks the files of a run before it begins: missing ones, and those that would be overwritten or both read
+// and written.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -17,10 +17,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// So many names of a series are looked at, and so many where the number of frames is not known.
+/// Names of a series that are checked at most, and where the number of frames is unknown.
 constexpr std::int64_t kMaxNames = 100000, kUnknown = 10000;
 
-// Paths by which one file is known once, through whatever links.
+// Resolves symbolic links, so that each file has one path.
 class Paths
 {
   public:
@@ -108,7 +108,7 @@ class FilesCheck
     std::map<std::string, std::size_t> writers_;
     std::int64_t overwritten_ = 0;  // by the setting that is checked now
     std::string firstOverwritten_;
-    std::int64_t frames_ = kUnknown;   // of the run, as far as they are known
+    std::int64_t frames_ = kUnknown;   // of the run, where known
     std::int64_t passing_ = kUnknown;  // that reach the step
 };
 
@@ -176,7 +176,7 @@ void FilesCheck::checkInput(std::size_t i, const SettingInfo& setting, const std
     checkFirst(i, name);
     if (!setting.counted) return;
     std::error_code error;
-    // The names that are there, and the next one: it would be read once it had been written.
+    // Existing files and the next name, which would be read if the run wrote it.
     const int step = integer(i, "load.incr"), count = integer(i, "load.count");
     std::int64_t most = pipeline_.frames > 0 ? frames_ : kMaxNames;
     if (count > 0) most = std::min(most, std::int64_t(count) + 1);

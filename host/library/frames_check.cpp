@@ -1,4 +1,4 @@
-// Whether a step can make sense of the frames that the steps before it give.
+// Checks whether each step takes the frames that the steps before it produce.
 #include <fmt/format.h>
 
 #include "checks.h"
@@ -14,7 +14,7 @@ bool fits(Pixels given, Pixels taken)
            (given == Pixels::Samples16 && is16(taken)) || (taken == Pixels::Samples16 && is16(given));
 }
 
-// Steps that make the one of the other; empty when there are none.
+// Steps that convert between the two; empty when there are none.
 const char* conversion(Pixels from, Pixels to)
 {
     struct Way

@@ -1,3 +1,4 @@
+// Both directions between JSON and values, and what values.h offers of it.
 #include "json_values.h"
 
 #include <fmt/format.h>
@@ -5,6 +6,8 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+
+#include "values.h"
 
 namespace scansteps::host {
 
@@ -282,6 +285,18 @@ Json jsonFromValue(const varitype& value, const JsonOptions& options)
 std::string dumpLine(const Json& json)
 {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::optional<varitype> converted(const varitype& value, Kind kind, const std::string& where)
+{
+    const Json json = jsonFromValue(value);
+    if (isForcedKind(json)) return std::nullopt;
+    return valueFromJson(json, kind, where);
+}
+
+std::string lineOf(const varitype& value)
+{
+    return dumpLine(jsonFromValue(value));
 }
 
 }  // namespace scansteps::host

@@ -1,5 +1,5 @@
-// JSON values to values of a record and back, in the form of pipeline files: what JSON cannot tell apart is
-// an object of one key that is a type name, such as {"Double": 1.5}.
+// Converts between JSON and the values of a record, in the form of pipeline files: kinds that JSON does not
+// have are objects of one key that is a type name, such as {"Double": 1.5}.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -30,7 +30,7 @@ Json jsonFromValue(const varitype& value, const JsonOptions& options = {});
 /// Members of a record in key order.
 Json jsonFromRecord(const Struct& record, const JsonOptions& options = {});
 
-/// One line of text, whatever bytes strings hold.
+/// One line of text, also for strings that are not UTF-8.
 std::string dumpLine(const Json& json);
 
 }  // namespace scansteps::host

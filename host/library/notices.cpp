@@ -1,3 +1,4 @@
+// Counts the notices of the steps and words them for reports.
 #include "notices.h"
 
 #include <fmt/format.h>
@@ -64,7 +65,7 @@ NoticeBoard::~NoticeBoard()
     installHostServices(table_, nullptr);
 }
 
-// Two steps of one class are told apart by which of them works.
+// Of two steps of one class the working one is meant.
 std::size_t NoticeBoard::stepOf(const char* className) const
 {
     const auto isIt = [&](const PipelineStep& step) {

@@ -1,5 +1,5 @@
-// What the steps tell the host beside their errors: troubles that they survive, and file and reason of the
-// error that they are about to raise. Counts them per step; what they mean for the run is the report's.
+// Collects what steps report besides their errors: problems that they survive, counted per step, and file and
+// reason of the error that they are about to raise.
 #pragma once
 
 #include <atomic>
@@ -13,7 +13,7 @@
 
 namespace scansteps::host {
 
-/// Offers the host's services to the steps during its life.
+/// Installs the host's services for the steps while it exists.
 class NoticeBoard
 {
   public:
@@ -24,7 +24,7 @@ class NoticeBoard
     NoticeBoard(const NoticeBoard&) = delete;
     NoticeBoard& operator=(const NoticeBoard&) = delete;
 
-    /// Details of the error that was just raised; they are forgotten then.
+    /// Returns and clears the details of the error that was just raised.
     FileReason takeFailedFile();
     std::vector<TroubleFacts> troubles() const;
 

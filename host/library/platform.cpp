@@ -148,8 +148,8 @@ const char* nullDevice()
 
 std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)
 {
-    // It stays mapped to the end: texts that it threw may still be read, and the runtimes that came with it
-    // (OpenMP) never give back what they took at load time.
+    // The library stays mapped until the program ends: texts that it threw may still be read, and the
+    // runtimes it brings (OpenMP) never free what they allocate when loaded.
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (library == nullptr) {
         error = dlerror();

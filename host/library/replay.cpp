@@ -1,10 +1,11 @@
+// Merges the settings of the user over those of a recording.
 #include "replay.h"
 
 #include <fmt/format.h>
 
-#include "json_values.h"
 #include "scansteps/printable.h"
 #include "scansteps/settings.h"
+#include "values.h"
 
 namespace scansteps::host {
 
@@ -23,7 +24,7 @@ bool isStruct(const varitype* value)
 
 std::string shown(const varitype& value)
 {
-    std::string text = printable(dumpLine(jsonFromValue(value)));
+    std::string text = printable(lineOf(value));
     if (text.size() > 100) text = text.substr(0, 100) + "...";
     return text;
 }
@@ -40,7 +41,7 @@ void ReplayRules::warnOnce(const std::string& text)
     if (said_.insert(text).second) warn_(text);
 }
 
-// --set and the settings of the steps up to the player, as they were merged before it.
+// Merges --set and the settings of the steps up to the player again, as they were merged before it.
 void ReplayRules::mergeUsers(std::size_t player, varitype& record)
 {
     mergeSettings(record, withoutFrameDescription(pipeline_.sets));
@@ -48,7 +49,7 @@ void ReplayRules::mergeUsers(std::size_t player, varitype& record)
         mergeSettings(record, withoutFrameDescription(pipeline_.steps[i].settings));
 }
 
-// The settings at the top that gave way to recorded ones; `winners` are those that did not.
+// Warns of top-level settings that a recording overrides; `winners` are those that it does not.
 void ReplayRules::compareTop(const Struct& given, const Struct& recorded, const Struct& winners,
                              const std::string& prefix)
 {

@@ -1,5 +1,5 @@
-// What a recording may decide of the run that replays it. A player lets recorded keys win; here the user's
-// settings get the last word again, and names to write to or peers to send to are never a recording's.
+// What a recording may set in the run that replays it. A player lets recorded keys win; here the user's
+// settings override them again, and output files and peers are never taken from a recording.
 #pragma once
 
 #include <functional>
@@ -13,7 +13,7 @@ namespace scansteps::host {
 class ReplayRules
 {
   public:
-    /// `warn` is called once for each thing that there is to say.
+    /// `warn` is called once for each distinct warning.
     ReplayRules(const Pipeline& pipeline, std::function<void(const std::string&)> warn)
         : pipeline_(pipeline), warn_(std::move(warn))
     {

@@ -1,21 +1,21 @@
-// What the settings and types of a pipeline tell before anything runs: values that do not fit, misspelt keys,
-// missing settings, types of neighbours.
+// Checks the settings and types of a pipeline before a run: values that do not fit, misspelt keys, missing
+// settings, types of neighbours.
 #include <fmt/format.h>
 
 #include <algorithm>
 
 #include "checks.h"
-#include "json_values.h"
 #include "scansteps/settings.h"
 #include "setting_lookup.h"
 #include "usage_hints.h"
+#include "values.h"
 
 namespace scansteps::host {
 
 namespace {
 
-// The kinds that a settings record may speak to, the nearest first: a step's own, then those of the pipeline,
-// then all of them.
+// The steps that a settings record may be meant for, the nearest first: its own step, those of the pipeline,
+// all.
 struct Scope
 {
     std::vector<const StepInfo*> near;
@@ -26,7 +26,7 @@ struct Scope
         const SettingInfo* setting = findSettingAmong(near, path);
         return setting != nullptr ? setting : findSettingAmong(all, path);
     }
-    // The setting of a near kind whose name without its family is the nearest; empty when none is.
+    // The setting of a near step whose name without its family is spelt most alike; empty when none is.
     std::string nearInFamilies(const std::string& key) const
     {
         std::vector<std::string> paths, names;
@@ -54,21 +54,21 @@ struct Scope
     }
 };
 
-// The value converted to the kind that the table names. One of a kind that a pipeline can only force stays
-// what it is: the step gets what was asked for.
+// Converts the value to the declared kind. A value of a forced kind is kept: the step gets what was asked
+// for.
 varitype convertTo(const SettingInfo& setting, const varitype& value, const std::string& where,
                    std::vector<std::string>& warnings)
 {
     if (setting.presence) return value;
     varitype result = value;
     if (value.kind() != setting.kind) {
-        const Json json = jsonFromValue(value);
-        if (isForcedKind(json)) {
+        const auto fitting = converted(value, setting.kind, where);
+        if (!fitting) {
             warnings.push_back(fmt::format("{} is of kind {}, not {}", where, kindTypeName(setting.kind),
                                            kindTypeName(value.kind())));
             return value;
         }
-        result = valueFromJson(json, setting.kind, where);
+        result = *fitting;
     }
     double number = 0;
     if (result.kind() == Kind::Int)
@@ -106,7 +106,7 @@ void checkRecord(Struct& record, const std::string& prefix, const Scope& scope, 
             continue;
         }
         if (isFamily) throw UsageError{fmt::format("{}{} is a group of settings, not a value", owner, path)};
-        // Hosts may send keys of their own at the top; in a known family an unknown key is a slip.
+        // Hosts may send top-level keys of their own; in a known family an unknown key is a mistake.
         std::string near = nearest(key, known);
         if (!near.empty()) near = prefix + near;
         if (prefix.empty() && near.empty()) near = scope.nearInFamilies(key);
@@ -133,7 +133,7 @@ bool typeFits(std::string_view out, std::string_view in)
     return partFits(outPlace, inPlace) && partFits(outFormat, inFormat);
 }
 
-// "eventType" is the host's: a step that was told another one would take initialise for something else.
+// Only the host sets "eventType": with another value steps would not see an initialise event.
 void dropEventType(Pipeline& pipeline)
 {
     bool dropped = pipeline.settings.remove("eventType");
@@ -201,7 +201,7 @@ void checkRequired(const Pipeline& pipeline, std::vector<Finding>& findings)
                     {kUsage,
                      fmt::format("{} needs {} ({})", stepLabel(pipeline, i), setting.path, setting.doc), i});
         }
-        // What a recording brings shows when it is played.
+        // What a recording contains is known only when it is played.
         if (info.player) break;
         described = described || info.source;
     }

@@ -25,7 +25,7 @@ StepLibrary::StepLibrary(const std::string& path)
     }
     std::string errors;
     for (auto place : places) {
-        // A name without a folder would be looked up in the loader's path: a path that was given is a file.
+        // A given path is a file; without a folder the loader would search its own path.
         if ((!path.empty() || !fromEnvironment.empty()) && !place.has_parent_path()) place = "." / place;
         std::string error;
         library_ = SharedLibrary::open(place, error);

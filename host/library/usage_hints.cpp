@@ -1,3 +1,4 @@
+// Nearest words by edit distance, and the messages made of them.
 #include "usage_hints.h"
 
 #include <fmt/format.h>
@@ -34,7 +35,7 @@ std::string nearest(std::string_view word, const std::vector<std::string>& candi
     std::string best;
     std::size_t bestDistance = std::max<std::size_t>(1, word.size() / 3) + 1;
     for (const std::string& candidate : candidates) {
-        // No distance is less than the difference in length: very long words cost nothing.
+        // The distance is at least the difference in length, which makes very long words cheap.
         if (std::max(word.size(), candidate.size()) - std::min(word.size(), candidate.size()) >= bestDistance)
             continue;
         const std::size_t distance = editDistance(word, candidate);

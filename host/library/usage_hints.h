@@ -1,4 +1,4 @@
-// What to say about a word that is not known: the nearest one that is, and what may have been meant.
+// Hints about unknown words: the known word that is spelt most alike, and what may have been meant.
 #pragma once
 
 #include <string>
@@ -7,14 +7,14 @@
 
 namespace scansteps::host {
 
-/// The candidate that is nearest in spelling; empty when none is near.
+/// The candidate of the smallest edit distance; empty when none is near.
 std::string nearest(std::string_view word, const std::vector<std::string>& candidates);
 
 /// `; did you mean "NAME"?` with the nearest candidate; `otherwise` when none is near.
 std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates,
                        const std::string& otherwise = "");
 
-/// In double quotes, its middle left out when it is very long.
+/// In double quotes, shortened in the middle when it is very long.
 std::string inQuotes(std::string_view word);
 
 /// About the arguments that a command (empty: the program itself) with these options leaves over. Empty when

@@ -1,5 +1,5 @@
-// The subcommands of the program, with what the command line tells each. They return exit codes. The parser
-// is in main.cpp alone, as its headers are slow to compile.
+// The subcommands of the program with their options; they return exit codes. Only main.cpp includes the
+// parser, whose headers are slow to compile.
 #pragma once
 
 #include <cstdint>
@@ -61,7 +61,7 @@ struct ReceiveOptions
     bool once = false, force = false;
     std::size_t clients = 16;
     std::uint64_t maxRecord = std::uint64_t{1} << 30, maxTotal = std::uint64_t{100} << 30, maxFiles = 10000;
-    double idleTimeout = 30;  ///< seconds that a record may take, besides a second a megabyte
+    double idleTimeout = 30;  ///< seconds that a record may take, plus one second per megabyte
     double maxPause = 300;    ///< seconds until the next record begins; 0: no limit
 };
 int receive(const ReceiveOptions& options);

@@ -1,4 +1,4 @@
-// scansteps devices: the cameras of this machine with what they deliver, for "capture"."dev_name".
+// scansteps devices: lists the cameras of this machine with their formats and sizes.
 #include <fmt/format.h>
 
 #include "commands.h"

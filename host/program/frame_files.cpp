@@ -1,3 +1,4 @@
+// Writes PGM and PPM files, mapping other sample types to 16 bits.
 #include "frame_files.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-// Frames of a recording as picture files that every viewer opens.
+// Writes the frames of a recording as image files that common viewers open.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,13 @@ namespace scansteps::host {
 
 /// Writes the embedded frames of records as frame000001.pgm and so on: 8-bit samples as they are, a row of
 /// three times the recorded width as colours (.ppm); 16-bit samples as they are, of YUYV16 frames the luma;
-/// every other kind mapped linearly from its least and greatest value to 0 ... 65535.
+/// every other kind mapped linearly from its minimum and maximum to 0 ... 65535.
 class FrameFiles
 {
   public:
     /// Creates the folder. Throws FileError.
     explicit FrameFiles(const std::filesystem::path& folder);
-    /// Writes the frame of the record, if it has one, and keeps the geometry of an init record in mind.
+    /// Writes the frame of the record, if it has one; remembers the geometry of an initialise record.
     void add(const Struct& record);
     std::uint64_t written() const { return written_; }
 

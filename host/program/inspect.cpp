@@ -42,7 +42,7 @@ void printRecord(const RecordPlace& place, const varitype& record, const Inspect
         answer("record {} at {}, {} bytes: {}", number, offset, size, dumpLine(json));
 }
 
-// The whole records of a damaged recording, with an end.
+// Writes the whole records of a damaged recording and an end record.
 class Rescue
 {
   public:

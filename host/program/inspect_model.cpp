@@ -1,3 +1,4 @@
+// Describes mesh and cloud records as JSON and as text.
 #include "inspect_model.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
-// Interrupts: noted while a run has something to finish, with a wake for waits; a second one ends the program
-// soon, whatever it is doing.
+// Interrupts are recorded while a run has something to finish, and wake its waits; a second one ends the
+// program shortly afterwards.
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -23,12 +23,12 @@ namespace scansteps::host {
 namespace {
 
 std::atomic<int> interruptsSeen = 0;
-std::atomic<bool> noted = false;  // else they end the program at once
+std::atomic<bool> noted = false;  // else an interrupt ends the program at once
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 std::atomic<const std::filesystem::path::value_type*> unfinishedFile = nullptr;
 
-// Time to finish after the second interrupt.
+// Time left after the second interrupt.
 constexpr int kLastMs = 1500;
 
 }  // namespace
@@ -129,7 +129,7 @@ extern "C" void noteInterrupt(int)
     errno = before;
 }
 
-// Without SA_RESTART: a call that blocks comes back.
+// Without SA_RESTART, so that blocking calls return.
 void handle(int signal, void (*handler)(int))
 {
     struct sigaction action = {};
@@ -151,7 +151,7 @@ void makeWakePipe()
 
 void catchInterrupts()
 {
-    makeWakePipe();  // without one the waits look from time to time
+    makeWakePipe();  // without one the waits poll
     noted = true;
     handle(SIGALRM, endNow);
     sigset_t last;

@@ -6,12 +6,12 @@
 
 namespace scansteps::host {
 
-/// A file that endAtOnce() removes, or null. The path stays the caller's.
+/// A file for endAtOnce() to remove, or null. The caller keeps ownership of the path.
 void setUnfinishedFile(const std::filesystem::path::value_type* path);
-/// Ends the program without cleaning up but for that file. For signal handlers, too.
+/// Ends the program with no cleanup except removing that file. Safe in signal handlers.
 [[noreturn]] void endAtOnce(int code) noexcept;
 
-/// From now on an interrupt (Ctrl-C, SIGTERM, SIGHUP, closing the console) is noted instead of ending the
+/// From now on an interrupt (Ctrl-C, SIGTERM, SIGHUP, closing the console) is recorded instead of ending the
 /// program. After a second one the program has 1.5 seconds left. Signals that were ignored stay ignored.
 void catchInterrupts();
 /// From now on every interrupt ends the program at once, with the same exit code.

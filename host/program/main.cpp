@@ -1,4 +1,4 @@
-// scansteps: runs pipelines of the step library from the command line.
+// scansteps: parses the command line and calls the subcommand.
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -32,11 +32,11 @@ int fail(int code, std::string_view message) noexcept
     return code;
 }
 
-// Where nothing can be caught any more: in a destructor that ran out of memory, say.
+// The terminate handler, reached by an exception in a destructor, for example.
 [[noreturn]] void endWithoutCleanup() noexcept
 {
     static std::atomic_flag ending;
-    // There may have been no memory for the exception itself.
+    // Without a current exception there was no memory to allocate one.
     if (ending.test_and_set() || !std::current_exception()) {
         descriptor::writeAll(descriptor::kErrors, "scansteps: error: out of memory\n");
         endAtOnce(kFileFailed);
@@ -51,7 +51,7 @@ int fail(int code, std::string_view message) noexcept
     endAtOnce(fail(kFileFailed, message));
 }
 
-// Before everything else, the making of static objects included.
+// Runs before the constructors of static objects.
 [[gnu::constructor(101)]] void prepare()
 {
     std::set_terminate(endWithoutCleanup);
@@ -178,8 +178,7 @@ Command addReceive(CLI::App& app)
     return command(receive, options);
 }
 
-// An answer that did not reach its file is no answer. (What the steps of a run print beside their work is
-// none.)
+// An answer that could not be written is an error. (What steps print during a run is not an answer.)
 int answered(int code)
 {
     const std::string_view trouble = standardOutputWasClosed() ? "it is closed" : flushStandardOutput();
@@ -214,7 +213,7 @@ void parse(CLI::App& app, const std::vector<std::string>& arguments)
     }
 }
 
-// "version" and "help [COMMAND]" are other spellings of options.
+// Turns "version" and "help [COMMAND]" into options.
 std::vector<std::string> asOptions(std::vector<std::string> arguments)
 {
     if (arguments.empty()) return arguments;

@@ -1,3 +1,4 @@
+// Writes messages and answers, made printable.
 #include "output.h"
 
 #include <cstdio>

@@ -1,6 +1,6 @@
-// All that the program itself prints, made printable, as names and messages may come from files and from the
-// network. Lines on standard error are lost where it takes nothing; whether standard output took an answer is
-// asked at the end (ferror).
+// Everything that the program itself prints. Names and messages may come from files and from the network, so
+// they are made printable. Errors of standard error are ignored; those of standard output are checked at the
+// end (ferror).
 #pragma once
 
 #include <fmt/format.h>
@@ -11,7 +11,7 @@
 
 namespace scansteps::host {
 
-/// One line on standard error, after everything that was printed on standard output before.
+/// One line on standard error, after flushing standard output.
 void vsay(std::string_view head, fmt::string_view format, fmt::format_args values) noexcept;
 
 template <class... Values>
@@ -30,14 +30,14 @@ void complain(fmt::format_string<Values...> format, const Values&... values) noe
     vsay("scansteps: error: ", format, fmt::make_format_args(values...));
 }
 
-/// The same without a head.
+/// The same without a prefix.
 template <class... Values>
 void sayBare(fmt::format_string<Values...> format, const Values&... values) noexcept
 {
     vsay("", format, fmt::make_format_args(values...));
 }
 
-/// Lines on standard output; their line feeds stay.
+/// Lines on standard output; line feeds are kept.
 void answerLines(std::string_view text);
 /// One line on standard output.
 template <class... Values>

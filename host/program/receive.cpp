@@ -1,5 +1,5 @@
 // scansteps receive: the receiver of the sender step. Serves several connections at once and records the runs
-// that arrive. A client may vanish, send rubbish or say nothing: it costs its own run, not the receiver.
+// that arrive. A client that vanishes, sends garbage or stays silent loses its own run and affects no other.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -27,18 +27,17 @@ namespace scansteps::host {
 
 namespace {
 
-// A record of this many values would be no frame of anybody's; entries cost many times the memory of their
-// bytes.
+// No real record has this many values; an entry takes many times its size in memory.
 constexpr std::uint64_t kMostValues = 1000000;
-constexpr int kSliceMs = 200;        // how often a wait looks for an interrupt
-constexpr double kLeastSpeed = 1e6;  // bytes a second that a record has to arrive with
+constexpr int kSliceMs = 200;      // interval at which a wait checks for an interrupt
+constexpr double kMinSpeed = 1e6;  // bytes per second at which a record has to arrive
 
 double now()
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-// The connection as a stream that ends, with a word, on a peer that is silent or slow for too long.
+// The connection as a stream that throws when the peer is silent or slow for too long.
 class Incoming : public BIO
 {
   public:
@@ -48,7 +47,7 @@ class Incoming : public BIO
         socket_.setReceiveTimeout(kSliceMs);
     }
 
-    /// Waits for a record to begin. False when the peer has closed between two; other endings are thrown.
+    /// Waits for a record to begin. False when the peer closed between two records; other endings are thrown.
     bool beginRecord()
     {
         tooLate_ = "idle for too long";
@@ -85,10 +84,10 @@ class Incoming : public BIO
         std::memcpy(&begin, header, std::min(length, sizeof begin.size + sizeof begin.kind));
         if (begin.kind != std::uint32_t(Kind::Struct)) return;
         if (begin.size > options_.maxRecord) throw "a record is larger than --max-record";
-        deadline_ += double(begin.size) / kLeastSpeed;
+        deadline_ += double(begin.size) / kMinSpeed;
     }
 
-    // The time is looked at before every receive: a byte now and then does not keep a connection alive.
+    // The deadline is checked before every receive: a byte now and then does not keep a connection alive.
     std::int64_t wait(std::span<std::byte> first, std::span<std::byte> second = {})
     {
         for (;;) {
@@ -138,7 +137,7 @@ bool isEvent(const varitype& record, int type)
            record["eventType"].as<std::int32_t>() == type;
 }
 
-// The recording of one run, created with its first record, so that a client without one leaves no trace.
+// The recording of one run, created with its first record: a client that sends none leaves no file.
 class Recorder
 {
   public:
@@ -203,7 +202,7 @@ class Receiver
         const auto listener = listen();
         say("listening on {}:{}", options_.bind, listener->port());
         std::vector<std::future<void>> clients;
-        const Ending ending{ended_};  // before the clients are waited for
+        const Ending ending{ended_};  // before waiting for the clients
         while (!interrupted() && !ended_) {
             std::erase_if(clients, [](std::future<void>& client) {
                 return client.wait_for(std::chrono::seconds(0)) == std::future_status::ready;

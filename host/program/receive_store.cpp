@@ -1,3 +1,4 @@
+// Names recordings and enforces the limits of the receiver.
 #include "receive_store.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,4 @@
-// Where a receiver puts the runs that arrive: the names of the recordings and the limits on what is stored.
-// Called by the threads of all clients.
+// Where a receiver stores runs: the names of the recordings and the limits on what is stored. Thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -23,16 +22,16 @@ class ReceiveStore
     /// The smallest free number of a recording: a client that connects takes one, so that recordings are
     /// numbered in order of connection.
     std::uint64_t reserve();
-    /// Gives a number back that no recording was made of.
+    /// Returns a number for which no recording was made.
     void release(std::uint64_t number);
 
-    /// A new recording and, in `number`, the one it has got: another one when the name was taken meanwhile.
+    /// A new recording and, in `number`, its number, which is another one when the name was taken meanwhile.
     /// Null when nothing is recorded. Throws a text for a limit that is reached and FileError. A file that is
     /// to be replaced stays as it is until commit().
     std::unique_ptr<BIOfs> create(std::uint64_t& number);
     /// After the first write has failed: an empty file is no recording.
     static void removeEmpty(const BIOfs& file);
-    /// Throws a text when that many bytes more than before are not to be stored.
+    /// Counts bytes to be stored; throws a text when they exceed a limit.
     void charge(std::uint64_t bytes);
 
   private:

@@ -1,3 +1,4 @@
+// Walks a recording and finds the next record after damage by size fields.
 #include "recording_walk.h"
 
 #include <algorithm>
@@ -39,7 +40,7 @@ bool isEnd(const varitype& record)
     return type != nullptr && type->kind() == Kind::Int && type->as<std::int32_t>() == event::kFlush;
 }
 
-// False when the file ends before.
+// False when the file ends earlier.
 bool skipTo(BIOfs& file, std::uint64_t end)
 {
     std::array<std::byte, 65536> ignored;

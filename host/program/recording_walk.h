@@ -1,4 +1,4 @@
-// A recording read record by record, as far as it is whole, and beyond damaged records on demand.
+// Reads a recording record by record up to the first damage, or past damaged records on demand.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ struct Damage
 {
     std::uint64_t offset = 0;
     std::uint64_t skipped = 0;  ///< bytes; 0: the walk ended there
-    std::string what;           ///< the reader's words and what the system said
+    std::string what;           ///< the reader's message and the system's reason
 };
 
 struct Walk

@@ -1,3 +1,4 @@
+// Prints progress, times and errors of a run, and writes its facts as JSON.
 #include "report.h"
 
 #include <fmt/format.h>
@@ -87,9 +88,9 @@ void Progress::update(std::int64_t done)
         frames_ > 0 ? fmt::format("{} of {} frames", done, frames_) : fmt::format("{} frames", done);
     line += fmt::format(", {:.1f} frames/s", rate);
     if (frames_ > 0 && rate > 0) line += fmt::format(", {:.0f} s left", double(frames_ - done) / rate);
-    // A line as wide as the terminal would begin a new one.
+    // A line as wide as the terminal would wrap.
     line.resize(std::min<std::size_t>(line.size(), std::size_t(std::max(terminalWidth(), 1)) - 1));
-    // What the steps print shares the terminal: it must be out before the line is drawn.
+    // Flushes what the steps printed to the same terminal before drawing the line.
     std::fflush(stdout);
     descriptor::writeAll(descriptor::kErrors,
                          fmt::format("\r{:<{}}", line, std::exchange(width_, line.size())));

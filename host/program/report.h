@@ -1,4 +1,4 @@
-// What the host has to say of a run: progress, the table of times, errors, and the same facts as JSON.
+// What the program reports of a run: progress, the table of times, errors, and the same facts as JSON.
 #pragma once
 
 #include <chrono>
@@ -10,8 +10,8 @@
 
 namespace scansteps::host {
 
-/// A line on the terminal that is written over: frames done, frames a second, time left where the number of
-/// frames is known; cut where the terminal is narrower. Silent when standard error is no terminal.
+/// One line on the terminal that is overwritten: frames done, frames per second, and time left where the
+/// number of frames is known; truncated to the terminal. Silent when standard error is not a terminal.
 class Progress
 {
   public:
@@ -24,7 +24,7 @@ class Progress
     std::int64_t frames_;
     bool shown_;
     Clock::time_point start_, last_;
-    std::size_t width_ = 0;  // of the line that stands there
+    std::size_t width_ = 0;  // of the current line
 };
 
 struct RunReport : RunFacts
@@ -34,7 +34,7 @@ struct RunReport : RunFacts
 };
 
 void printTimeTable(const RunFacts& facts);
-/// Makes errors of the troubles that steps survived (--strict), or warnings.
+/// Turns the problems that steps survived into warnings, or into errors with --strict.
 void judgeTroubles(RunReport& facts, const Pipeline& pipeline, bool strict);
 /// Warnings and errors.
 void printErrors(const RunReport& facts);

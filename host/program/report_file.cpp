@@ -1,3 +1,4 @@
+// Redirects standard output and writes the report through a temporary file.
 #include "report_file.h"
 
 #include <fmt/format.h>
@@ -96,7 +97,7 @@ ReportFile::ReportFile(const std::string& name, int output) : name_(name)
         descriptor::close(file_);
         file_ = shared;
         if (shared_) return;
-        // What a symbolic link names is replaced, not the link.
+        // The target of a symbolic link is replaced, not the link.
         if (auto resolved = std::filesystem::canonical(target_, error); !error) target_ = std::move(resolved);
     }
     openTemporary(exists);

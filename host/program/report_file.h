@@ -1,4 +1,4 @@
-// Where the texts of a run go that the user asked for by name: the report, and what the steps print.
+// The two texts of a run that the user can direct to files: the report, and what the steps print.
 #pragma once
 
 #include <filesystem>
@@ -7,7 +7,7 @@
 
 namespace scansteps::host {
 
-/// While one lives, standard output, and with it what the steps print, goes where --step-output says.
+/// While an object exists, standard output, and so what the steps print, goes where --step-output says.
 class StepOutput
 {
   public:
@@ -29,7 +29,7 @@ class StepOutput
     int original_;
 };
 
-/// The file of --report. It appears under its name, or is replaced, when it is complete.
+/// The file of --report. It is created, or replaced, only when it is complete.
 class ReportFile
 {
   public:
@@ -49,7 +49,7 @@ class ReportFile
     std::string name_;
     std::filesystem::path target_, temporary_;  // temporary: empty when written directly
     int file_ = -1;
-    bool shared_ = false;  // with the program's output: nothing of it is cut
+    bool shared_ = false;  // with the program's output: never truncated
 };
 
 }  // namespace scansteps::host

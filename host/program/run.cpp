@@ -18,7 +18,7 @@ namespace scansteps::host {
 
 namespace {
 
-// What is worth a warning, printed at once and kept for the report.
+// Warnings, printed at once and kept for the report.
 class Warnings
 {
   public:
@@ -49,7 +49,7 @@ RunReport checked(const Pipeline& pipeline, const CheckMode& mode, Warnings& war
     return facts;
 }
 
-// A failure of a file of the host's own beside the errors of the run: the first error keeps the exit code.
+// Adds a failure of the program's own files to the errors of the run; the first error keeps the exit code.
 template <class Work>
 void noteFailure(RunReport& facts, Work work)
 {
@@ -61,7 +61,7 @@ void noteFailure(RunReport& facts, Work work)
     }
 }
 
-// What the steps printed and nobody got.
+// Output of the steps that could not be written.
 void judgeOutput(RunReport& facts, bool deserted, bool strict)
 {
     const std::string_view trouble = flushStandardOutput();
@@ -123,7 +123,7 @@ int run(const RunOptions& options)
     }
     facts.warnedBefore = warnings.texts;
     releaseInterrupts();
-    // A file that the user named for it is looked at below.
+    // A file given for it is checked by end() below.
     if (deserted || options.stepOutput.empty() || options.stepOutput == "-")
         judgeOutput(facts, deserted, options.strict);
     judgeTroubles(facts, pipeline, options.strict);

@@ -1,3 +1,4 @@
+// See standard_streams.h: Windows first, then POSIX.
 #include "standard_streams.h"
 
 #include <cerrno>
@@ -72,8 +73,8 @@ void openClosedDescriptors()
     }
 }
 
-// A pipe without a reader and a file at the user's limit are errors of the write. Handlers, and not SIG_IGN,
-// which programs that are started would inherit.
+// Writing to a pipe without a reader or beyond the file-size limit fails instead of ending the program.
+// Handlers, as child processes would inherit SIG_IGN.
 void surviveFailedWrites()
 {
     for (const int signal : {SIGPIPE, SIGXFSZ}) {
@@ -87,7 +88,7 @@ void surviveFailedWrites()
 
 #ifdef __GLIBC__
 
-// False when the host is interrupted and nobody has taken anything for a second.
+// False when the host is interrupted and the reader has taken nothing for a second.
 bool waitForRoom(int file)
 {
     constexpr int kToFinishMs = 1000;
@@ -105,7 +106,7 @@ ssize_t writeAll(void* descriptor, const char* bytes, std::size_t length)
 {
     const int file = *static_cast<const int*>(descriptor);
     struct stat status = {};
-    // So much fits into a pipe that has room.
+    // A writable pipe has room for this much.
     const std::size_t most = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) ? length : PIPE_BUF;
     std::size_t done = 0;
     while (done < length) {
@@ -121,8 +122,7 @@ ssize_t writeAll(void* descriptor, const char* bytes, std::size_t length)
     return static_cast<ssize_t>(done);
 }
 
-// What the steps print goes through the same stream. The stream of the system stays as it is, for want of
-// memory or of this function.
+// The steps print through the same stream. Without memory the system's stream is kept.
 void surviveInterruptedCalls(std::FILE*& stream, const int& descriptor, int buffering)
 {
     const cookie_io_functions_t calls = {nullptr, writeAll, nullptr, nullptr};

@@ -1,5 +1,5 @@
-// Standard output and standard error in whatever state the program was started with: closed, full, or read by
-// nobody any more.
+// Makes standard output and standard error usable whatever state the program was started in: closed, full, or
+// without a reader.
 #pragma once
 
 namespace scansteps::host {
@@ -11,11 +11,11 @@ namespace scansteps::host {
 void prepareStandardStreams();
 
 bool standardErrorIsTerminal();
-/// Whether it was closed at the start: what is written to it goes nowhere.
+/// Whether it was closed at the start, so that output is discarded.
 bool standardOutputWasClosed();
 /// Whether the reader of standard output has gone away.
 bool standardOutputIsDeserted();
-/// Writes out what standard output has gathered. Says why it could not take everything so far, else "".
+/// Flushes standard output. Returns why output was lost so far, else "".
 const char* flushStandardOutput();
 
 }  // namespace scansteps::host

@@ -1,4 +1,4 @@
-// scansteps steps: the table of kinds as text, JSON, reference page and JSON schema.
+// scansteps steps: the table of steps as text, JSON, reference page and JSON schema.
 #include <fmt/format.h>
 
 #include <cmath>
@@ -149,7 +149,7 @@ Ordered settingsSchema(std::span<const SettingInfo> settings, Ordered object)
     return object;
 }
 
-// For editors: completion and checks of pipeline files.
+// For completion and checks of pipeline files in editors.
 Ordered schema()
 {
     Ordered names = Ordered::array(), rules = Ordered::array(), all = {{"type", "object"}};
