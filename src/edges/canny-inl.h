@@ -1,4 +1,4 @@
-// Row operations of filters and detector. Included once for every instruction set.
+// Vector operations that filters and detector share. Included once for every instruction set.
 #if defined(SCANSTEPS_MCANNY_INL_H_) == defined(HWY_TARGET_TOGGLE)
 #ifdef SCANSTEPS_MCANNY_INL_H_
 #undef SCANSTEPS_MCANNY_INL_H_
@@ -16,7 +16,7 @@ namespace scansteps::edges {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Truncation to 32 bits without Highway's repair of overflows, for numbers known to be in range.
+// Truncation to 32-bit integers without Highway's handling of overflow, for values known to be in range.
 #if HWY_ARCH_X86
 template <std::size_t N>
 hn::Vec128<std::int32_t, N> TruncateInRange(hn::Vec128<float, N> v)
@@ -43,8 +43,8 @@ auto TruncateInRange(V v)
 }
 #endif
 
-/// trunc(a + b) of the exact sum of two non-negative numbers with a + b < 2^24, and their sum rounded or
-/// truncated.
+/// trunc(a + b) of the exact sum of two non-negative numbers with a + b < 2^24; `sum` receives the sum in
+/// float, rounded or truncated.
 #if HWY_TARGET <= HWY_AVX3
 inline hn::Vec512<std::int32_t> TruncatedSum(hn::Vec512<float> a, hn::Vec512<float> b, hn::Vec512<float>& sum)
 {
@@ -52,7 +52,7 @@ inline hn::Vec512<std::int32_t> TruncatedSum(hn::Vec512<float> a, hn::Vec512<flo
     return TruncateInRange(sum);
 }
 #else
-// The rounding error of the sum (Fast2Sum) tells whether a sum that came out whole was rounded up to it.
+// The rounding error of the sum (Fast2Sum) tells whether an integral result was rounded up.
 template <class V>
 auto TruncatedSum(V a, V b, V& sum)
 {
@@ -67,7 +67,7 @@ auto TruncatedSum(V a, V b, V& sum)
 }
 #endif
 
-/// The mask as bits of a number, lane 0 lowest; at most 16 lanes.
+/// The mask as an integer, lane 0 in the lowest bit; at most 16 lanes.
 template <class D, class M>
 std::uint32_t MaskBits(D d, M mask)
 {

@@ -1,4 +1,4 @@
-// The detector on float planes.
+// The Canny detector on float planes. Frames of 16-bit samples have an entry of their own in canny_frame16.h.
 #include "edges/canny.h"
 
 #include "edges/canny_detector.h"
@@ -18,8 +18,7 @@ void Canny(const FloatPlane& src, FloatPlane& dst, double low, double high, int 
     if (width == 0 || height == 0) return dst.resize(src.width(), src.height());
     CannyWorkspace::Buffers& buffers = work.buffers();
     PlaneRows rows(src);
-    if (!detectEdges(rows, width, height, thresholds, aperture, buffers))
-        return scalar::Canny(src, dst, low, high, aperture);
+    detectEdges(rows, width, height, thresholds, aperture, buffers);
     dst.resize(src.width(), src.height());
     expandEdges(buffers.bits, dst);
 }

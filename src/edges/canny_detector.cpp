@@ -1,9 +1,12 @@
+// The streaming Canny detector: Sobel derivatives, L1 magnitude and non-maximum suppression strip by strip in
+// vector code. The hysteresis is in edge_bits.cpp.
 #include "edges/canny_detector.h"
 
 #include <algorithm>
 #include <cmath>
 
 #include "hwy/cache_control.h"
+#include "scansteps/error.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "edges/canny_detector.cpp"
@@ -16,7 +19,7 @@
 #define SCANSTEPS_MCANNY_DETECT_ONCE
 namespace scansteps::edges {
 
-// Coefficients of the derivative pair: order 0 from the centre outward, order 1 likewise (its centre is 0).
+// Coefficients of the Sobel kernels from the centre outwards: order 0, and order 1 (whose centre is 0).
 template <int R>
 struct SobelPair;
 template <>
@@ -35,15 +38,14 @@ struct SobelPair<3>
     static constexpr float kSmooth[] = {20, 15, 6, 1}, kDiffer[] = {0, 5, 4, 1};
 };
 
-// What the magnitude loop met: sums of derivatives that float arithmetic cannot truncate (2^24 and above,
-// NaN).
+// Magnitudes of a row: Large when float arithmetic cannot truncate one of them (2^24 and above, NaN).
 enum class Range
 {
     Small,
     Large
 };
 
-// Rows that the suppression looks at.
+// Input rows of the non-maximum suppression.
 struct SuppressionRows
 {
     const std::int32_t *above, *middle, *below;
@@ -68,7 +70,8 @@ void Broadcast(const float* values, hn::Vec<D> (&out)[R + 1])
     for (int k = 0; k <= R; ++k) out[k] = hn::Set(D(), values[k]);
 }
 
-// Both kernels along x. Unit factors are exact, so they are left to the compiler and the processor.
+// Both kernels along x, columns `from` to `to`. Multiplying by 1 is exact, so unit factors need no special
+// case.
 template <int R>
 void AlongX(const float* HWY_RESTRICT line, float* HWY_RESTRICT differences, float* HWY_RESTRICT sums,
             std::ptrdiff_t from, std::ptrdiff_t to)
@@ -84,9 +87,9 @@ void AlongX(const float* HWY_RESTRICT line, float* HWY_RESTRICT differences, flo
     }
 }
 
-// Both derivatives, the magnitude, and the bits where it exceeds `low`, of `count` columns, a multiple of 64;
-// and the magnitudes of a vector of columns on either side. `differences` and `sums` are the rows around, 2 R
-// + 1 each.
+// Both derivatives, the magnitude, and the bits where it exceeds `low`, for `count` columns, a multiple of
+// 64; also derivatives and magnitudes of one vector of columns on either side. `differences` and `sums` are
+// the 2 R + 1 rows around.
 template <int R>
 Range AlongY(const float* const* differences, const float* const* sums, std::int32_t low,
              float* HWY_RESTRICT dxRow, float* HWY_RESTRICT dyRow, std::int32_t* HWY_RESTRICT magnitudes,
@@ -127,8 +130,7 @@ Range AlongY(const float* const* differences, const float* const* sums, std::int
     return hn::AllTrue(d, small) ? Range::Small : Range::Large;
 }
 
-// a x > q and a x < q, exactly, for numbers x that are integers and q that are multiples of 32768 of
-// integers.
+// a x > q and a x < q, exactly, for integers x and for q that are 32768 times an integer.
 template <class V>
 auto ProductAbove(V x, V q, std::int32_t a, hn::Vec<DI> xInt, hn::Vec<DI> yInt)
 {
@@ -138,8 +140,8 @@ auto ProductAbove(V x, V q, std::int32_t a, hn::Vec<DI> xInt, hn::Vec<DI> yInt)
     (void)xInt, (void)yInt;
     return hn::Gt(hn::MulSub(factor, x, q), hn::Zero(d));  // rounded once, so the sign is right
 #else
-    // A rounded product that differs from q lies on the right side; if equal, the low 32 bits hold the
-    // difference.
+    // If the rounded product differs from q, it lies on the correct side; if it is equal, the difference is
+    // in the low 32 bits.
     const DI di;
     const auto product = hn::Mul(factor, x);
     const auto rest = hn::Sub(hn::Mul(hn::Set(di, a), xInt), hn::ShiftLeft<15>(yInt));
@@ -165,7 +167,7 @@ auto ProductBelow(V x, V q, std::int32_t a, hn::Vec<DI> xInt, hn::Vec<DI> yInt)
 #endif
 }
 
-// Non-maximum suppression of the pixels x ... x + Lanes - 1; bits of the maxima, and of those above `high`.
+// Non-maximum suppression of the pixels x ... x + Lanes - 1: bits of the maxima, and of those above `high`.
 void SuppressPart(const SuppressionRows& rows, std::size_t x, std::int32_t high, std::uint32_t& maxima,
                   std::uint32_t& strong)
 {
@@ -189,7 +191,7 @@ void SuppressPart(const SuppressionRows& rows, std::size_t x, std::int32_t high,
     const auto m = at(rows.middle, 0);
     const auto before = pick(at(rows.middle, -1), at(rows.above, 0), at(rows.above, 1), at(rows.above, -1));
     const auto after = pick(at(rows.middle, 1), at(rows.below, 0), at(rows.below, -1), at(rows.below, 1));
-    // Along axes a tie with the later neighbour is a maximum: its magnitude counts one less there.
+    // Along the axes a tie with the later neighbour is still a maximum, so compare with its magnitude less 1.
     const auto later = hn::IfThenElse(hn::Or(flat, steep), hn::Sub(after, hn::Set(di, 1)), after);
     const auto isMaximum = hn::And(hn::Gt(m, before), hn::Gt(m, later));
     maxima = MaskBits(di, isMaximum);
@@ -235,8 +237,8 @@ Range RowAlongY(int radius, const float* const* differences, const float* const*
     return AlongY<3>(differences, sums, low, dx, dy, magnitudes, active, count, upcoming);
 }
 
-// Bits `at` ... of a row as the lanes of a vector; `at` is a multiple of the lanes, or the lanes end in the
-// row.
+// The bits from `at` on as a mask. Either `at` is a multiple of the number of lanes, or the bits end within
+// the row.
 template <class DAny>
 hn::Mask<DAny> LanesFromBits(DAny d, const std::uint64_t* bits, std::size_t at)
 {
@@ -247,7 +249,7 @@ hn::Mask<DAny> LanesFromBits(DAny d, const std::uint64_t* bits, std::size_t at)
     return hn::LoadMaskBits(d, bytes);
 }
 
-// Rows of a plane are aligned and padded.
+// Writes whole vectors: rows of a plane are aligned and padded.
 void ExpandToFloat(const std::uint64_t* HWY_RESTRICT bits, float* HWY_RESTRICT row, std::size_t width,
                    bool pastCache)
 {
@@ -262,7 +264,8 @@ void ExpandToFloat(const std::uint64_t* HWY_RESTRICT bits, float* HWY_RESTRICT r
     }
 }
 
-// Aligned stores between two that overlap them at the ends. Returns the number of samples done, none or all.
+// Aligned stores, and an overlapping unaligned one at each end. Returns the number of samples written: all,
+// or none when the row is too short.
 std::size_t ExpandTo16(const std::uint64_t* HWY_RESTRICT bits, std::uint16_t* HWY_RESTRICT row,
                        std::size_t width)
 {
@@ -294,8 +297,8 @@ HWY_EXPORT(ExpandTo16);
 
 std::size_t stripWidth(std::size_t width)
 {
-    constexpr std::size_t kLargest = 640;  // some 36 KB of rows at aperture 3
-    const std::size_t strips = (width + kLargest - 1) / kLargest;
+    constexpr std::size_t kMaxWidth = 640;  // some 36 KB of rows at aperture 3
+    const std::size_t strips = (width + kMaxWidth - 1) / kMaxWidth;
     return roundUp((width + strips - 1) / strips, 64);
 }
 
@@ -326,11 +329,11 @@ void CannyWorkspace::Buffers::resize(std::size_t width, std::size_t height, int 
 
 namespace {
 
-// The detector at work on one strip of columns.
+// Runs the detector on one strip of columns.
 class StripDetector
 {
   public:
-    StripDetector(RowSource& source, std::size_t width, std::size_t height, std::size_t firstColumn,
+    StripDetector(FloatRowSource& source, std::size_t width, std::size_t height, std::size_t firstColumn,
                   const CannyThresholds& thresholds, int aperture, CannyWorkspace::Buffers& buffers)
         : source_(source),
           height_(height),
@@ -342,7 +345,7 @@ class StripDetector
           radius_(aperture / 2),
           b_(buffers)
     {
-        // A vector of magnitudes on either side, and what their derivatives look at.
+        // One vector of magnitudes on either side, and the samples that their derivatives read.
         const Columns wide =
             Columns{firstColumn, own_}.widened(static_cast<std::size_t>(16 + radius_), width);
         from_ = static_cast<std::ptrdiff_t>(wide.first) - static_cast<std::ptrdiff_t>(firstColumn);
@@ -350,25 +353,23 @@ class StripDetector
         source.begin(wide);
     }
 
-    // False when a derivative is out of range.
-    bool run()
+    void run()
     {
         clearMagnitudes(b_.magnitudes[2]);  // the row above the image
         for (std::size_t i = 0; i <= height_; ++i) {
             if (i == height_)
                 clearMagnitudes(b_.magnitudes[i % 3]);
-            else if (!derive(i))
-                return false;
+            else
+                derive(i);
             if (i > 0) suppress(i - 1);
         }
-        return true;
     }
 
   private:
     void clearMagnitudes(std::int32_t* row) const { std::fill(row - 1, row + b_.strip + 1, 0); }
 
-    // Derivatives and magnitudes of row y, taking in the source rows that they need.
-    bool derive(std::size_t y)
+    // Computes derivatives and magnitudes of row y, and reads the source rows that they need.
+    void derive(std::size_t y)
     {
         const auto radius = static_cast<std::size_t>(radius_);
         const auto lowest = static_cast<std::ptrdiff_t>(-16),
@@ -387,16 +388,15 @@ class StripDetector
         const Range range = HWY_DYNAMIC_DISPATCH(RowAlongY)(
             radius_, differences, sums, thresholds_.low, b_.dx.slot(y), b_.dy.slot(y), magnitudes, active,
             b_.strip, source_.upcoming(std::min(y + radius + 1, height_ - 1)));
-        if (range == Range::Large && !magnitudesInDouble(y)) return false;
+        if (range == Range::Large) magnitudesInDouble(y);
         if (atLeftEdge_) magnitudes[-1] = 0;
         if (atRightEdge_) magnitudes[own_] = 0;
         if (own_ % 64 != 0) active[own_ / 64] &= (std::uint64_t{1} << (own_ % 64)) - 1;
-        return true;
     }
 
-    // The magnitudes of a row again, in double precision, and its active bits. False when a sum is NaN or
-    // 2^30 and above.
-    bool magnitudesInDouble(std::size_t y)
+    // Recomputes the magnitudes of a row and its active bits in double precision. Frames get here with
+    // aperture 7 only.
+    void magnitudesInDouble(std::size_t y)
     {
         const float *dx = b_.dx.slot(y), *dy = b_.dy.slot(y);
         std::int32_t* magnitudes = b_.magnitudes[y % 3];
@@ -405,12 +405,11 @@ class StripDetector
         const auto own = static_cast<std::ptrdiff_t>(own_);
         for (std::ptrdiff_t x = atLeftEdge_ ? 0 : -1; x < own + (atRightEdge_ ? 0 : 1); ++x) {
             const double sum = std::abs(double{dx[x]}) + std::abs(double{dy[x]});
-            if (!(sum < 1073741824.0)) return false;
+            if (!(sum < 1073741824.0)) fail("derivative out of range");  // 2^30: limit of the vector code
             magnitudes[x] = static_cast<std::int32_t>(sum);
             if (x >= 0 && x < own && magnitudes[x] > thresholds_.low)
                 active[x / 64] |= std::uint64_t{1} << (x % 64);
         }
-        return true;
     }
 
     void suppress(std::size_t y)
@@ -426,27 +425,26 @@ class StripDetector
          (own_ + 63) / 64);
     }
 
-    RowSource& source_;
-    std::size_t height_, first_, own_;  // rows; first column and number of columns that are ours
+    FloatRowSource& source_;
+    std::size_t height_, first_, own_;  // rows; first column and number of columns of the strip
     bool atLeftEdge_, atRightEdge_;
     CannyThresholds thresholds_;
     int radius_;
     CannyWorkspace::Buffers& b_;
-    std::ptrdiff_t from_ = 0, to_ = 0;  // columns that the source gives, relative to ours
+    std::ptrdiff_t from_ = 0, to_ = 0;  // columns that the source supplies, relative to the strip
     std::size_t taken_ = 0;             // source rows read
 };
 
 }  // namespace
 
-bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const CannyThresholds& thresholds,
-                 int aperture, CannyWorkspace::Buffers& buffers)
+void detectEdges(FloatRowSource& source, std::size_t width, std::size_t height,
+                 const CannyThresholds& thresholds, int aperture, CannyWorkspace::Buffers& buffers)
 {
     buffers.resize(width, height, aperture);
     for (std::size_t first = 0; first < width; first += buffers.strip)
-        if (!StripDetector(source, width, height, first, thresholds, aperture, buffers).run()) return false;
+        StripDetector(source, width, height, first, thresholds, aperture, buffers).run();
     for (std::size_t y = 0; y < height; ++y) buffers.bits.propagateDown(y);
-    buffers.bits.spreadAll();
-    return true;
+    buffers.bits.propagateAll();
 }
 
 void expandEdges(const EdgeBits& bits, FloatPlane& plane)

@@ -1,5 +1,5 @@
-// The streaming form of the detector: rows come in one by one from a source, edges come out as bits. Private
-// to the edge code.
+// The streaming detector: reads rows one at a time from a source and produces edges as a bitmap. Private to
+// this module.
 #pragma once
 
 #include <algorithm>
@@ -15,29 +15,30 @@
 
 namespace scansteps::edges {
 
-/// Memory that will be read soon, to be fetched meanwhile: so many bytes for every 64 pixels.
+/// Memory that will be read next, for prefetching: `bytesFor64` bytes for every 64 pixels.
 struct PrefetchHint
 {
     const char* first = nullptr;
     std::size_t bytesFor64 = 0;
 };
 
-/// Where the detector takes its rows from. It works in strips of columns, from the top to the bottom of each.
-class RowSource
+/// Supplies the detector with rows of float samples. The image is read in vertical strips, each from top to
+/// bottom.
+class FloatRowSource
 {
   public:
-    virtual ~RowSource() = default;
-    /// A strip starts: the columns that are read from now on.
+    virtual ~FloatRowSource() = default;
+    /// Starts a strip: the columns that `read` supplies from now on.
     virtual void begin(Columns columns) = 0;
-    /// Writes the samples of row y in these columns to line[0] ..., and up to 15 samples of no meaning after
-    /// them. Asked once for every row, from the top on.
+    /// Writes the samples of row y in these columns to line[0] ..., and may write up to 15 unspecified
+    /// samples after them. Called once for each row, in ascending order.
     virtual void read(std::size_t y, float* line) = 0;
-    /// The memory behind row y.
+    /// The memory that row y is read from.
     virtual PrefetchHint upcoming(std::size_t) const { return {}; }
 };
 
 /// The rows of a plane.
-class PlaneRows : public RowSource
+class PlaneRows : public FloatRowSource
 {
   public:
     explicit PlaneRows(const FloatPlane& plane) : plane_(plane) {}
@@ -59,18 +60,18 @@ class PlaneRows : public RowSource
 
 struct CannyWorkspace::Buffers
 {
-    /// Prepares all buffers; keeps them when the sizes are the same.
+    /// Sizes all buffers; does nothing when the sizes are unchanged.
     void resize(std::size_t width, std::size_t height, int aperture);
 
     EdgeBits bits;
     std::size_t strip = 0;  // columns of a strip, a multiple of 64; its rows stay in the first-level cache
-    RowRing differences, sums;         // rows filtered along x: the kernel of order 1, the one of order 0
+    RowRing differences, sums;         // rows filtered along x: with the derivative, with the smoothing
     RowRing dx, dy;                    // derivatives of two rows
-    float* line = nullptr;             // the row that has just come in
+    float* line = nullptr;             // the row read last
     std::int32_t* magnitudes[3] = {};  // first column of three rows
-    std::uint64_t* active[2] = {};     // bits of two rows: magnitude above the low threshold
-    FloatPlane stageRows;              // room for rows of filters that feed the detector
-    FloatPlane filtered;               // the image behind more filters than these are for
+    std::uint64_t* active[2] = {};     // bitmaps of two rows: magnitude above the low threshold
+    FloatPlane stageRows;              // rows of the low-pass filters before the detector
+    FloatPlane filtered;               // the filtered image, when there are too many passes for stageRows
     ScratchArena memory;
 
   private:
@@ -81,18 +82,18 @@ struct CannyWorkspace::Buffers
     std::vector<std::uint64_t> masks_;
 };
 
-/// Columns of a strip, for an image of this width.
+/// Number of columns of a strip, for an image of this width; a multiple of 64.
 std::size_t stripWidth(std::size_t width);
 
-/// Finds the edges of a width x height image into buffers.bits. Returns false, with the bits undefined, when
-/// a derivative is NaN or 2^30 and above: such planes need the plain detector.
-bool detectEdges(RowSource& source, std::size_t width, std::size_t height, const CannyThresholds& thresholds,
-                 int aperture, CannyWorkspace::Buffers& buffers);
+/// Finds the edges of a width x height image, which is not empty, into buffers.bits. Throws "derivative out
+/// of range" when a magnitude |dx| + |dy| is NaN or at least 2^30.
+void detectEdges(FloatRowSource& source, std::size_t width, std::size_t height,
+                 const CannyThresholds& thresholds, int aperture, CannyWorkspace::Buffers& buffers);
 
-/// Edges as float samples 255, all else 0; the plane has the size of the image.
+/// Writes edges as float samples, 255 on edges and 0 elsewhere. The plane has the size of the image.
 void expandEdges(const EdgeBits& bits, FloatPlane& plane);
 
-/// Edges as offset 16-bit samples 33023, all else 32768.
+/// Writes edges as offset 16-bit samples, 33023 on edges and 32768 elsewhere: height rows of width samples.
 void expandEdges(const EdgeBits& bits, std::uint16_t* frame, std::size_t width, std::size_t height);
 
 }  // namespace scansteps::edges

@@ -1,3 +1,4 @@
+// Row sources that convert and filter 16-bit samples for the detector, and the conversion back to samples.
 #include "edges/canny_frame16.h"
 
 #include <algorithm>
@@ -19,7 +20,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 using D = hn::ScalableTag<float>;
 
-// (sample & mask) - offset. Returns the number of samples done.
+// (sample & mask) - offset. Returns the number of samples converted; the caller does the rest.
 std::size_t SamplesToFloat(const std::uint16_t* HWY_RESTRICT src, float* HWY_RESTRICT dst, std::size_t count,
                            std::uint16_t mask, std::int32_t offset)
 {
@@ -34,7 +35,8 @@ std::size_t SamplesToFloat(const std::uint16_t* HWY_RESTRICT src, float* HWY_RES
     return i;
 }
 
-// Values from 0 on, so that truncation may come before the sum. Returns the number of samples done.
+// Values are not negative, so they can be truncated before the offset is added. Returns the number of samples
+// converted.
 std::size_t EdgesTo16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst, std::size_t count)
 {
     const D d;
@@ -48,7 +50,7 @@ std::size_t EdgesTo16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT
     return i;
 }
 
-// Sums of three neighbours along a line with repeated edges.
+// Sums of three neighbours along a line whose outermost samples are repeated.
 void BoxAlongX(const float* HWY_RESTRICT line, float* HWY_RESTRICT dst, std::size_t count)
 {
     const D d;
@@ -100,7 +102,8 @@ void checkFrame(std::size_t samples, std::size_t width, std::size_t height)
     if (width > UINT32_MAX || height > UINT32_MAX) fail("frame size out of range");
 }
 
-class FrameRows : public RowSource
+// The rows of a frame.
+class FrameRows : public FloatRowSource
 {
   public:
     FrameRows(const std::uint16_t* frame, std::size_t width, grey::SampleCoding coding)
@@ -126,11 +129,12 @@ class FrameRows : public RowSource
     Columns columns_;
 };
 
-// The rows of another source, box filtered: the three rows around are kept as sums along x.
-class LowPassRows : public RowSource
+// The rows of another source after a 3 x 3 box filter. Keeps the sums along x of three rows.
+class LowPassRows : public FloatRowSource
 {
   public:
-    void connect(RowSource& source, float* firstRow, std::size_t pitch, std::size_t width, std::size_t height)
+    void connect(FloatRowSource& source, float* firstRow, std::size_t pitch, std::size_t width,
+                 std::size_t height)
     {
         source_ = &source;
         line_ = firstRow;
@@ -168,12 +172,12 @@ class LowPassRows : public RowSource
     }
 
   private:
-    RowSource* source_ = nullptr;
+    FloatRowSource* source_ = nullptr;
     float* line_ = nullptr;
     RowRing sums_;
     std::size_t width_ = 0, height_ = 0, taken_ = 0;
     Columns columns_;
-    std::ptrdiff_t before_ = 0, read_ = 0;  // columns read before ours, and in all
+    std::ptrdiff_t before_ = 0, read_ = 0;  // columns read to the left of the strip, and in total
 };
 
 }  // namespace
@@ -211,14 +215,13 @@ void edgesToFrame16(const EdgeBits& edges, std::span<std::uint16_t> frame)
 
 namespace {
 
-// Derivatives of 16-bit samples are below 2^26, so the detector never refuses.
-EdgeBits& detectIn(RowSource& source, std::size_t width, std::size_t height,
+EdgeBits& detectIn(FloatRowSource& source, std::size_t width, std::size_t height,
                    const CannyThresholds& thresholds, int aperture, CannyWorkspace::Buffers& buffers)
 {
     if (width == 0 || height == 0)
         buffers.bits.resize(width, height);
-    else if (!detectEdges(source, width, height, thresholds, aperture, buffers))
-        fail("derivative out of range");
+    else
+        detectEdges(source, width, height, thresholds, aperture, buffers);
     return buffers.bits;
 }
 
@@ -245,9 +248,9 @@ EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width,
     }
     FrameRows samples(frame.data(), width, coding);
     LowPassRows filters[kFusedLowPasses];
-    RowSource* source = &samples;
+    FloatRowSource* source = &samples;
     if (lowPasses > 0 && width > 0) {
-        // Each filter stage holds a line and three rows of sums.
+        // Each filter stage uses one line and three rows of sums.
         FloatPlane& rows = buffers.stageRows;
         rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin),
                     static_cast<std::uint32_t>(4 * kFusedLowPasses));

@@ -1,5 +1,4 @@
-// The plain form of filters and detector: what the vector code is held against, and what it falls back to for
-// planes whose derivatives leave the range of its arithmetic.
+// Reference implementations of filters and detector, which the vector code is tested against.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -74,7 +73,7 @@ void lowPass(FloatPlane& plane, int size)
 
 namespace {
 
-// One row of magnitudes with a 0 on either side.
+// One row of magnitudes with a 0 on either side; all 0 below the image.
 void magnitudeRow(const FloatPlane& dx, const FloatPlane& dy, std::size_t y, std::int32_t* row)
 {
     for (std::size_t x = 0; x < dx.width(); ++x)

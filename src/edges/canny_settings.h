@@ -1,4 +1,4 @@
-// Settings and frame geometry that the steps of the threshold group of the Canny family share.
+// Settings and frame size of the steps with two thresholds: ccanny, ccanny2a, ccanny2b and ccanny2c.
 #pragma once
 
 #include "core/print.h"
@@ -27,7 +27,7 @@ struct CannySettings
         result.coding = grey::sampleCoding(settings);
         return result;
     }
-    /// What every frame prints before the detector runs.
+    /// Prints what these steps print for every frame before the detector runs.
     void print() const
     {
         print::field(order, " order\n");

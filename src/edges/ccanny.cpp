@@ -1,9 +1,23 @@
-#include "edges/ccanny.h"
-
+// Step ccanny: replaces every 16-bit frame by its Canny edges.
 #include "core/step_factory.h"
+#include "edges/canny_settings.h"
 #include "scansteps/frame.h"
 
 namespace scansteps::edges {
+
+class CpuCanny final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuCanny"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+
+  private:
+    CannySettings settings_;
+    CannyWorkspace work_;
+    TextureSet in_;
+    TextureSet spare_;  // for hosts that expect two handles per step
+};
 
 SCANSTEPS_FACTORY(ccanny, CpuCanny)
 

@@ -1,4 +1,4 @@
-// Step ccanny2b: Canny edges with their gaps filled, and the regions that closed edges bound.
+// Step ccanny2b: Canny edges with gaps closed, and the regions that edges enclose.
 #include <algorithm>
 #include <vector>
 

@@ -1,3 +1,4 @@
+// Hysteresis on bitmaps, 64 pixels at a time.
 #include "edges/edge_bits.h"
 
 #include "scansteps/error.h"
@@ -6,8 +7,9 @@ namespace scansteps::edges {
 
 namespace {
 
-// All bits of the runs of `candidates` that hold a bit of `seeds`, itself a subset. Upward, the carry of an
-// addition runs through a run from its lowest seed on; downward, the reach doubles with every step.
+// All bits of those runs in `candidates` that contain a bit of `seeds`, a subset of `candidates`. Towards
+// higher bits, the carry of an addition fills a run from its lowest seed on; towards lower bits, the filled
+// length doubles with every step.
 std::uint64_t fillRuns(std::uint64_t candidates, std::uint64_t seeds)
 {
     std::uint64_t filled = seeds | (candidates & ~(candidates + seeds));
@@ -22,8 +24,7 @@ std::uint64_t fillRuns(std::uint64_t candidates, std::uint64_t seeds)
     return filled;
 }
 
-// What the middle of three neighbouring words gets from itself and from bits next to it, one pixel to either
-// side.
+// The middle one of three neighbouring words, dilated by one pixel to either side.
 std::uint64_t widened(std::uint64_t left, std::uint64_t middle, std::uint64_t right)
 {
     return middle | middle << 1 | middle >> 1 | left >> 63 | right << 63;
@@ -38,7 +39,7 @@ void EdgeBits::resize(std::size_t width, std::size_t height)
     pitch_ = words_ + 1;
     const std::size_t total = pitch_ * (height + 2) + 1;
     if (total > UINT32_MAX) fail("edge map too large");
-    width_ = height_ = 0;  // in case memory runs out
+    width_ = height_ = 0;  // stays so if an allocation throws
     candidates_.assign(total, 0);
     edges_.assign(total, 0);
     queued_.assign(total, 0);
@@ -68,13 +69,13 @@ inline void EdgeBits::grow(std::size_t word, std::uint64_t reached)
     edges_[word] = fillRuns(candidates_[word], edges_[word] | fresh);
     if (queued_[word] != 0) return;
     queued_[word] = 1;
-    stack_.push_back(static_cast<std::uint32_t>(word));  // room for every word is reserved
+    stack_.push_back(static_cast<std::uint32_t>(word));  // capacity for every word is reserved
 }
 
-void EdgeBits::spreadAll()
+void EdgeBits::propagateAll()
 {
-    // One sweep upward does most of what is left; the words it changed then feed their neighbours on all
-    // sides.
+    // One upward sweep does most of the remaining work; the words it changes are queued and propagated to all
+    // their neighbours.
     for (std::size_t y = height_; y-- > 0;) {
         const std::size_t row = at(y);
         for (std::size_t word = row + words_; word-- > row;) {

@@ -1,4 +1,4 @@
-// Bitmaps of an image, 64 pixels a word, and the spread of edges along them (the hysteresis of the detector).
+// Bitmaps of edges and edge candidates, 64 pixels per word, and the detector's hysteresis on them.
 #pragma once
 
 #include <cstddef>
@@ -8,12 +8,13 @@
 namespace scansteps::edges {
 
 /// Candidates and edges of one image. Pixel x of row y is bit x % 64 of word row(y)[x / 64]; bits beyond the
-/// width are 0. A word that is always 0 lies before and after every row, and a row of them above and below
-/// the image.
+/// width are 0. Every row is preceded and followed by a zero word, and the image by a row of zeros above and
+/// below.
 class EdgeBits
 {
   public:
-    /// Keeps the buffers when the size is the same.
+    /// Keeps buffers and contents when the size is unchanged. Throws "edge map too large" when words cannot
+    /// be indexed with 32 bits.
     void resize(std::size_t width, std::size_t height);
 
     std::size_t width() const { return width_; }
@@ -26,13 +27,14 @@ class EdgeBits
     bool isEdge(std::size_t x, std::size_t y) const { return (edges(y)[x / 64] >> x % 64 & 1) != 0; }
     void setEdge(std::size_t x, std::size_t y) { edges(y)[x / 64] |= std::uint64_t{1} << x % 64; }
 
-    /// Call for every row from the top on, once its candidates are set and its edges hold the seeds (a subset
-    /// of the candidates): takes in what the row above reaches.
+    /// Marks the candidates of row y that are connected with its seeds and with edges of the row above. Call
+    /// for every row from the top down, after its candidates are set and its edges hold the seeds, a subset
+    /// of the candidates.
     void propagateDown(std::size_t y);
 
-    /// Call after the last row: completes the edges to all candidates that are connected with a seed through
-    /// candidates, diagonal neighbours included.
-    void spreadAll();
+    /// Completes the hysteresis: marks all candidates that are 8-connected with a seed through candidates.
+    /// Call after propagateDown of the last row.
+    void propagateAll();
 
   private:
     std::size_t at(std::size_t y) const { return (y + 1) * pitch_ + 1; }

@@ -1,3 +1,4 @@
+// Gap filling between line ends, and connected components of the pixels between edges.
 #include "edges/edge_regions.h"
 
 #include <algorithm>
@@ -15,8 +16,8 @@ constexpr std::size_t kTail = 8;
 struct End
 {
     int x, y;
-    float dx, dy;                          // direction in which the line would go on, unit length
-    std::array<std::uint32_t, kTail> own;  // the last places of the line, which are no goal; the end first
+    float dx, dy;                          // unit vector in which the line would continue
+    std::array<std::uint32_t, kTail> own;  // the line's last pixels, never a target; the end first
     std::size_t ownCount;
 };
 
@@ -29,8 +30,8 @@ int neighboursOf(const EdgeBits& edges, int x, int y)
     return n - 1;
 }
 
-// The ends of lines of three pixels and more, in row order.
-std::pmr::vector<End> endsOf(const EdgeBits& edges, const PixelPaths& chains, Scratch scratch)
+// The ends of lines of three pixels or more, in row order.
+std::pmr::vector<End> endsOf(const EdgeBits& edges, const PixelPaths& paths, Scratch scratch)
 {
     const auto width = std::uint32_t(edges.width());
     std::pmr::vector<End> ends(scratch);
@@ -53,8 +54,8 @@ std::pmr::vector<End> endsOf(const EdgeBits& edges, const PixelPaths& chains, Sc
         std::size_t size() const { return items.size(); }
         std::uint32_t operator[](std::size_t i) const { return items[items.size() - 1 - i]; }
     };
-    for (std::size_t i = 0; i < chains.size(); ++i) {
-        const auto [items, closed] = chains[i];
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        const auto [items, closed] = paths[i];
         if (closed || items.size() < 3) continue;
         add(items);
         add(Backwards{items});
@@ -63,15 +64,15 @@ std::pmr::vector<End> endsOf(const EdgeBits& edges, const PixelPaths& chains, Sc
     return ends;
 }
 
-struct Goal
+struct Target
 {
     int x, y;
     int square;  // of the distance
 };
 
-Goal goalOf(const End& end, const EdgeBits& edges, int reach)
+Target targetOf(const End& end, const EdgeBits& edges, int reach)
 {
-    Goal best{0, 0, reach * reach + 1};
+    Target best{0, 0, reach * reach + 1};
     for (int y = std::max(end.y - reach, 0); y <= std::min(end.y + reach, int(edges.height()) - 1); ++y)
         for (int x = std::max(end.x - reach, 0); x <= std::min(end.x + reach, int(edges.width()) - 1); ++x) {
             const int dx = x - end.x;
@@ -79,15 +80,15 @@ Goal goalOf(const End& end, const EdgeBits& edges, int reach)
             const int square = dx * dx + dy * dy;
             if (square >= best.square || !edges.isEdge(std::size_t(x), std::size_t(y))) continue;
             if (2 * (float(dx) * end.dx + float(dy) * end.dy) < std::sqrt(float(square))) continue;
-            const auto place = std::uint32_t(y) * std::uint32_t(edges.width()) + std::uint32_t(x);
+            const auto pixel = std::uint32_t(y) * std::uint32_t(edges.width()) + std::uint32_t(x);
             const auto own = std::span(end.own).first(end.ownCount);
-            if (std::ranges::find(own, place) == own.end()) best = {x, y, square};
+            if (std::ranges::find(own, pixel) == own.end()) best = {x, y, square};
         }
     return best;
 }
 
-// Labels runs of pixels row by row and joins the labels of runs that touch; a label that was joined leads to
-// a smaller one.
+// Connected components: labels runs of pixels row by row and merges the labels of runs that touch
+// (union-find, where the parent of a merged label is smaller).
 class Regions
 {
   public:
@@ -110,7 +111,7 @@ class Regions
         here_.clear();
         next_ = 0;
     }
-    // The pixels from `left` to `right` of row y. Runs of a row come from left to right.
+    // Adds the pixels from `left` to `right` of row y. Runs of a row are added from left to right.
     void add(int left, int right, int y)
     {
         while (next_ < above_.size() && above_[next_].right < left) ++next_;
@@ -188,12 +189,12 @@ int fillGaps(EdgeBits& edges, int reach, PathTracer& tracer, Scratch scratch)
 {
     int filled = 0;
     for (const End& end : endsOf(edges, tracer.trace(edges), scratch)) {
-        const Goal goal = goalOf(end, edges, reach);
-        if (goal.square > reach * reach) continue;
-        const int steps = std::max(std::abs(goal.x - end.x), std::abs(goal.y - end.y));
+        const Target target = targetOf(end, edges, reach);
+        if (target.square > reach * reach) continue;
+        const int steps = std::max(std::abs(target.x - end.x), std::abs(target.y - end.y));
         for (int i = 1; i < steps; ++i)
-            edges.setEdge(std::size_t(end.x + std::lround(double(i) * (goal.x - end.x) / steps)),
-                          std::size_t(end.y + std::lround(double(i) * (goal.y - end.y) / steps)));
+            edges.setEdge(std::size_t(end.x + std::lround(double(i) * (target.x - end.x) / steps)),
+                          std::size_t(end.y + std::lround(double(i) * (target.y - end.y) / steps)));
         ++filled;
     }
     return filled;
@@ -206,7 +207,7 @@ void enclosedRegions(const EdgeBits& edges, std::vector<EnclosedRegion>& regions
     for (std::size_t y = 0; y < edges.height(); ++y) {
         const std::uint64_t* row = edges.edges(y);
         all.beginRow();
-        int left = 0;  // of the run that has no end yet
+        int left = 0;  // start of the current run
         for (std::size_t w = 0; w < edges.wordsPerRow(); ++w)
             for (std::uint64_t bits = row[w]; bits != 0; bits &= bits - 1) {
                 const int x = int(64 * w) + std::countr_zero(bits);

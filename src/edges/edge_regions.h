@@ -1,4 +1,4 @@
-// What edges enclose: gaps between the ends of lines closed, regions found and measured.
+// Regions enclosed by edges: closing gaps between line ends, finding and measuring the regions.
 #pragma once
 
 #include <cstdint>
@@ -8,24 +8,24 @@
 
 namespace scansteps::edges {
 
-/// Joins each end of a line to the nearest edge pixel of another line within `reach` pixels that lies ahead,
-/// less than 60 degrees off the line's direction; ends are taken in row order, and the joining pixels become
-/// edges. Returns the number of gaps filled.
+/// Joins each line end to the nearest edge pixel within `reach` pixels that is not among the last pixels of
+/// the line and is at most 60 degrees off the line's direction. Ends are processed in row order; the joining
+/// pixels become edges. Returns the number of gaps filled.
 int fillGaps(EdgeBits& edges, int reach, PathTracer& tracer, Scratch scratch = {});
 
-/// Distance that the edge steps bridge, pixels.
+/// Longest gap that the edge steps close, in pixels.
 inline constexpr int kGapReach = 6;
 
 struct EnclosedRegion
 {
     std::int64_t area = 0;                         ///< pixels
-    double x = 0, y = 0;                           ///< centre of gravity
-    int left = 0, top = 0, right = 0, bottom = 0;  ///< of the pixels, both ends included
+    double x = 0, y = 0;                           ///< centroid in pixels
+    int left = 0, top = 0, right = 0, bottom = 0;  ///< bounding box, inclusive
     bool open = false;                             ///< touches the border of the image
 };
 
-/// Measures the connected parts (4-neighbourhood) of the pixels that are no edges, in row order of their
-/// first pixels; they replace what `regions` held.
+/// Measures the 4-connected components of the pixels that are not edges, in row order of their first pixels.
+/// Replaces the contents of `regions`.
 void enclosedRegions(const EdgeBits& edges, std::vector<EnclosedRegion>& regions, Scratch scratch = {});
 
 }  // namespace scansteps::edges

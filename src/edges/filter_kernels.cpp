@@ -1,4 +1,4 @@
-// The kernels of the filters and the detector's parameters.
+// Filter kernels, and the detector's thresholds.
 #include "edges/filter_kernels.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What the plain and the vector form of the detector share; private to the module.
+// Kernels and parameters that the reference and the vector implementations share. Private to this module.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 
 namespace scansteps::edges {
 
-/// A correlation kernel as a list of terms to be summed in order, so that every form of the filter rounds
-/// alike.
+/// A correlation kernel as a list of terms, summed in order, so that all implementations of a filter round
+/// identically.
 struct FoldedKernel
 {
     enum Kind
@@ -21,7 +21,7 @@ struct FoldedKernel
     };
     struct Term
     {
-        int at, mirror;  // sample offsets; `mirror` counts for sums and differences, s[at] +- s[mirror]
+        int at, mirror;  // sample offsets; sums and differences are s[at] ± s[mirror]
         float factor;
         Kind kind;
     };
@@ -29,10 +29,10 @@ struct FoldedKernel
     explicit FoldedKernel(std::span<const float> kernel, Scratch scratch = {});
 
     std::pmr::vector<Term> terms;
-    int before = 0, after = 0;  // how far it reaches to either side
+    int before = 0, after = 0;  // extent to either side in samples
 };
 
-/// A term of a kernel with the samples it reads: a row of them from `at` on, and one from `mirror` on.
+/// A term of a kernel applied to a row: pointers to the samples at its two offsets.
 struct RowTerm
 {
     const float* at;
@@ -41,13 +41,14 @@ struct RowTerm
     FoldedKernel::Kind kind;
 };
 
-/// Throws when the size is out of range.
+/// Factor of a box filter of size × size. Throws when the size is below 1 or above 65535.
 float boxWeight(int size);
 
-/// Truncation toward zero, limited to 32 bits, NaN to 0.
+/// Truncates towards zero and saturates to 32 bits; NaN gives 0.
 std::int32_t saturatedInt(double value);
 
-/// Swapped into order, floored, limited to 32 bits. Throws for a wrong aperture.
+/// The thresholds as integers: swapped into order, floored, saturated. Throws "aperture_size wrong" unless
+/// the aperture is 3, 5 or 7.
 struct CannyThresholds
 {
     CannyThresholds(double lowIn, double highIn, int aperture);

@@ -1,5 +1,5 @@
-// Single-channel 32-bit float image, the working form of the edge code. Rows are 64-byte aligned and padded,
-// so that kernels may store whole vectors; what the padding holds is nobody's business.
+// Single-channel 32-bit float image, which the edge kernels work on. Rows are 64-byte aligned and padded, so
+// that kernels may store whole vectors; padding contents are unspecified.
 #pragma once
 
 #include <cstddef>
@@ -28,8 +28,8 @@ class FloatPlane
         return *this;
     }
 
-    /// Keeps buffer and contents when the size is the same, else takes a new one, cleared to zeros. Throws a
-    /// text for a size that no memory could hold, std::bad_alloc when there is none.
+    /// Keeps buffer and contents when the size is unchanged, else allocates a new buffer filled with zeros.
+    /// Throws "FloatPlane: size out of range" when the size exceeds the address space, and std::bad_alloc.
     void resize(std::uint32_t width, std::uint32_t height)
     {
         if (width == width_ && height == height_) return;
@@ -41,7 +41,7 @@ class FloatPlane
         stride_ = stride;
     }
 
-    /// The same without zeros: the samples are undefined. Keeps the buffer where it is large enough.
+    /// The same, but samples are unspecified. Reuses the buffer when it is large enough.
     void reshape(std::uint32_t width, std::uint32_t height)
     {
         const std::size_t stride = strideOf(width, height);
@@ -53,7 +53,7 @@ class FloatPlane
 
     std::uint32_t width() const { return width_; }
     std::uint32_t height() const { return height_; }
-    /// Distance of two rows in samples.
+    /// Distance between rows in samples.
     std::size_t stride() const { return stride_; }
 
     float* row(std::size_t y) { return buffer_.get() + y * stride_; }
@@ -80,7 +80,7 @@ class FloatPlane
     static std::size_t strideOf(std::uint32_t width, std::uint32_t height)
     {
         std::size_t stride = (std::size_t{width} + kLine - 1) / kLine * kLine;
-        if (stride % 1024 == 0) stride += kLine;  // rows a page apart would share cache sets and stall stores
+        if (stride % 1024 == 0) stride += kLine;  // rows one page apart would map to the same cache sets
         if (height != 0 && stride > std::numeric_limits<std::size_t>::max() / 8 / height)
             fail("FloatPlane: size out of range");
         return stride;
@@ -101,7 +101,7 @@ class FloatPlane
     std::uint32_t width_ = 0;
     std::uint32_t height_ = 0;
     std::size_t stride_ = 0;
-    std::size_t capacity_ = 0;  // samples of the buffer
+    std::size_t capacity_ = 0;  // size of the buffer in samples
 };
 
 }  // namespace scansteps::edges

@@ -1,3 +1,5 @@
+// Filtering in strips of columns, vectorised: every row is filtered along x and at once combined along y with
+// the rows before it.
 #include "edges/fused_filter.h"
 
 #include <algorithm>
@@ -19,17 +21,18 @@
 #define SCANSTEPS_MCANNY_FUSED_ONCE
 namespace scansteps::edges {
 
-// Columns `from` to `to` (multiples of 16) of a row in hand.
+// Columns `from` to `to` (multiples of 16) of the current row.
 struct Stretch
 {
     const float* line = nullptr;  // the sample of column `from`
-    std::ptrdiff_t ahead = 0;     // from the line to samples that will be needed later
+    std::ptrdiff_t ahead = 0;     // prefetch distance from the line, in samples
     std::size_t from = 0, to = 0;
 };
 
-// A row, in up to three stretches. Those with a line are folded along x into `folded`; with `dst`, the folded
-// rows around are folded along y into it, the last of them being the one just made, if there is a line.
-struct RowInHand
+// The current row, in up to three stretches. Stretches with a line are filtered along x into `folded`. With
+// `dst`, the rows around are combined along y into it; the last of them is `folded` itself where there is a
+// line.
+struct CurrentRow
 {
     Stretch stretches[3];
     std::size_t stretchCount = 0;
@@ -59,19 +62,19 @@ HWY_INLINE hn::Vec<D> Folded(At at, const hn::Vec<D> (&factor)[R + 1])
 }
 
 template <int R, Fold X, Fold Y>
-void RunRow(const FusedFilter& filter, const RowInHand& hand)
+void RunRow(const FusedFilter& filter, const CurrentRow& current)
 {
     const D d;
     hn::Vec<D> xFactor[R + 1], yFactor[R + 1];
     const float* rows[2 * R + 1];
     for (int k = 0; k <= R; ++k) xFactor[k] = hn::Set(d, filter.xFactors[k]);
     for (int k = 0; k <= R; ++k) yFactor[k] = hn::Set(d, filter.yFactors[k]);
-    for (int k = 0; k <= 2 * R; ++k) rows[k] = hand.rows[k];
-    float *HWY_RESTRICT folded = hand.folded, *HWY_RESTRICT dst = hand.dst;
-    const bool pastCaches = hand.pastCaches;
+    for (int k = 0; k <= 2 * R; ++k) rows[k] = current.rows[k];
+    float *HWY_RESTRICT folded = current.folded, *HWY_RESTRICT dst = current.dst;
+    const bool pastCaches = current.pastCaches;
     const auto row = [&](int k, std::size_t x) HWY_ATTR { return hn::LoadU(d, rows[R + k] + x); };
-    for (std::size_t s = 0; s < hand.stretchCount; ++s) {
-        const Stretch& stretch = hand.stretches[s];
+    for (std::size_t s = 0; s < current.stretchCount; ++s) {
+        const Stretch& stretch = current.stretches[s];
         const float* HWY_RESTRICT line = stretch.line;
         const std::ptrdiff_t ahead = stretch.ahead;
         const std::size_t from = stretch.from, to = stretch.to;
@@ -103,21 +106,18 @@ void RunRow(const FusedFilter& filter, const RowInHand& hand)
 }
 
 template <int R>
-void RunRadius(const FusedFilter& filter, const RowInHand& hand)
+void RunRadius(const FusedFilter& filter, const CurrentRow& current)
 {
-    if (filter.x == Fold::BoxSum) return RunRow<R, Fold::BoxSum, Fold::BoxMean>(filter, hand);
-    if (filter.x == Fold::Differ && filter.y == Fold::Differ)
-        return RunRow<R, Fold::Differ, Fold::Differ>(filter, hand);
-    if (filter.x == Fold::Differ) return RunRow<R, Fold::Differ, Fold::Smooth>(filter, hand);
-    if (filter.y == Fold::Differ) return RunRow<R, Fold::Smooth, Fold::Differ>(filter, hand);
-    RunRow<R, Fold::Smooth, Fold::Smooth>(filter, hand);
+    if (filter.x == Fold::BoxSum) return RunRow<R, Fold::BoxSum, Fold::BoxMean>(filter, current);
+    if (filter.x == Fold::Differ) return RunRow<R, Fold::Differ, Fold::Smooth>(filter, current);
+    RunRow<R, Fold::Smooth, Fold::Differ>(filter, current);
 }
 
-void Run(const FusedFilter& filter, const RowInHand& hand)
+void Run(const FusedFilter& filter, const CurrentRow& current)
 {
-    if (filter.radius == 1) return RunRadius<1>(filter, hand);
-    if (filter.radius == 2) return RunRadius<2>(filter, hand);
-    RunRadius<3>(filter, hand);
+    if (filter.radius == 1) return RunRadius<1>(filter, current);
+    if (filter.radius == 2) return RunRadius<2>(filter, current);
+    RunRadius<3>(filter, current);
 }
 
 }  // namespace HWY_NAMESPACE
@@ -129,17 +129,10 @@ namespace scansteps::edges {
 
 HWY_EXPORT(Run);
 
-bool isFusable(const FusedFilter& filter)
-{
-    const bool kernels = filter.x <= Fold::Differ && filter.y <= Fold::Differ;
-    const bool box = filter.x == Fold::BoxSum && filter.y == Fold::BoxMean;
-    return filter.radius >= 1 && filter.radius <= 3 && (kernels || box);
-}
-
 namespace {
 
-// Works in strips of columns, so narrow that the rows in flight stay in the first-level cache. As source and
-// result may be one plane, a strip keeps the samples that its right neighbour looks at before it writes over
+// Works in strips of columns, so narrow that the rows in use stay in the first-level cache. As source and
+// result may be the same plane, a strip saves the samples that the next strip reads before it overwrites
 // them.
 class FusedWalk
 {
@@ -164,19 +157,19 @@ class FusedWalk
         for (first_ = 0; first_ < width_; first_ += strip_) {
             own_ = std::min(strip_, width_ - first_);
             std::size_t taken = 0;
-            RowInHand hand;
-            hand.pastCaches = pastCaches_;
-            for (; taken < std::min(radius_, height_); ++taken) take(taken, hand);
+            CurrentRow current;
+            current.pastCaches = pastCaches_;
+            for (; taken < std::min(radius_, height_); ++taken) take(taken, current);
             for (std::size_t y = 0; y < height_; ++y) {
-                ring_.around(y, height_, radius_, hand.rows);
-                hand.dst = dst_.row(y) + first_;
+                ring_.around(y, height_, radius_, current.rows);
+                current.dst = dst_.row(y) + first_;
                 if (taken < height_) {
-                    take(taken++, hand);
+                    take(taken++, current);
                 } else {
-                    hand.stretches[0] = {nullptr, 0, 0,
-                                         roundUp(own_, kUnit)};  // a plane's rows are padded as far
-                    hand.stretchCount = 1;
-                    HWY_DYNAMIC_DISPATCH(Run)(filter_, hand);
+                    current.stretches[0] = {nullptr, 0, 0,
+                                            roundUp(own_, kUnit)};  // rows of a plane are padded to this
+                    current.stretchCount = 1;
+                    HWY_DYNAMIC_DISPATCH(Run)(filter_, current);
                 }
             }
         }
@@ -187,45 +180,45 @@ class FusedWalk
     static constexpr std::size_t kUnit = 16;
     static constexpr std::size_t kCacheBytes = std::size_t{40} * 1024;
 
-    // Rows a page apart would share cache sets.
+    // Rows one page apart would map to the same cache sets.
     std::size_t pitch() const { return strip_ % 1024 == 0 ? strip_ + kUnit : strip_; }
 
-    // Samples from - radius ... to + radius of row y, counted from the strip's start, with those beyond the
-    // edges.
+    // Copies samples from - radius ... to + radius of row y, counted from the start of the strip, and repeats
+    // the outermost ones beyond the image.
     void copyEnd(std::size_t y, std::size_t from, std::size_t to, float* copy) const
     {
         const float* row = src_.row(y) + first_;
-        const std::size_t lacking = radius_ - std::min(radius_, from);  // to the left
-        const std::size_t start = from + lacking - radius_, end = std::min(to + radius_, width_ - first_);
-        for (std::size_t k = 0; k < lacking; ++k)
+        const std::size_t missing = radius_ - std::min(radius_, from);  // to the left of the strip
+        const std::size_t start = from + missing - radius_, end = std::min(to + radius_, width_ - first_);
+        for (std::size_t k = 0; k < missing; ++k)
             copy[k] = first_ == 0 ? row[0] : seam_.data()[y * radius_ + k];
-        std::copy(row + start, row + end, copy + lacking);
-        std::fill(copy + lacking + (end - start), copy + (to - from) + 2 * radius_, row[end - 1]);
+        std::copy(row + start, row + end, copy + missing);
+        std::fill(copy + missing + (end - start), copy + (to - from) + 2 * radius_, row[end - 1]);
     }
 
-    // Folds row y along x, and the rows around along y if there is something to put out. Both ends of the row
-    // are copied to a place where the samples beyond the edge can stand beside them.
-    void take(std::size_t y, RowInHand& hand)
+    // Filters row y along x, and with a `dst` the rows around along y. Both ends of the row are copied to
+    // buffers that have room for the samples beyond the image.
+    void take(std::size_t y, CurrentRow& current)
     {
         const std::size_t padded = roundUp(own_, kUnit),
                           inside = (width_ - first_ - std::min(width_ - first_, radius_)) / kUnit * kUnit;
         const std::size_t left = std::min(kUnit, padded), right = std::clamp(inside, left, padded);
         float leftCopy[kUnit + 8], rightCopy[2 * kUnit + 8];
-        hand.folded = ring_.slot(y);
+        current.folded = ring_.slot(y);
         copyEnd(y, 0, left, leftCopy);
-        hand.stretches[0] = {leftCopy + radius_, 0, 0, left};
-        hand.stretchCount = 1;
+        current.stretches[0] = {leftCopy + radius_, 0, 0, left};
+        current.stretchCount = 1;
         if (left < right) {
-            // Four kilobytes on, or, where that belongs to another strip, in the next row.
+            // Prefetch 4 KiB ahead, or from the next row where that would be in another strip.
             const std::size_t ahead = strip_ < width_ ? src_.stride() : 1024;
-            hand.stretches[hand.stretchCount++] = {src_.row(y) + first_ + left,
-                                                   static_cast<std::ptrdiff_t>(ahead), left, right};
+            current.stretches[current.stretchCount++] = {src_.row(y) + first_ + left,
+                                                         static_cast<std::ptrdiff_t>(ahead), left, right};
         }
         if (right < padded) {
             copyEnd(y, right, padded, rightCopy);
-            hand.stretches[hand.stretchCount++] = {rightCopy + radius_, 0, right, padded};
+            current.stretches[current.stretchCount++] = {rightCopy + radius_, 0, right, padded};
         }
-        HWY_DYNAMIC_DISPATCH(Run)(filter_, hand);
+        HWY_DYNAMIC_DISPATCH(Run)(filter_, current);
         if (first_ + strip_ < width_)
             for (std::size_t k = 0; k < radius_; ++k)
                 seam_.data()[y * radius_ + k] = src_.row(y)[first_ + own_ - radius_ + k];
@@ -237,10 +230,10 @@ class FusedWalk
     std::size_t radius_, width_, height_;
     bool pastCaches_;
     std::size_t strip_;                // columns of a strip
-    std::size_t first_ = 0, own_ = 0;  // of the present one: the first column, how many
+    std::size_t first_ = 0, own_ = 0;  // first column and number of columns of the current strip
     ScratchArray<float> folded_;
     RowRing ring_;
-    ScratchArray<float> seam_;  // the last samples of the strip to the left, `radius` for every row
+    ScratchArray<float> seam_;  // the last `radius` samples of each row of the strip to the left
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Separable filters of 3, 5 and 7 taps whose two directions run in one walk over the rows. Private to the module.
+// First derivatives and box filters of 3, 5 and 7 taps, with both directions in one pass over the rows.
+// Private to this module.
 #pragma once
 
 #include "core/scratch_arena.h"
@@ -6,8 +7,8 @@
 
 namespace scansteps::edges {
 
-/// How the samples of one direction are folded: pairs about the centre added, or subtracted, times factors;
-/// or all added, for the box filter, the second direction of which is scaled.
+/// How one direction combines its samples: Smooth and Differ add or subtract pairs about the centre, times
+/// factors; a box filter adds all samples, and scales the sum in its second direction.
 enum class Fold
 {
     Smooth,
@@ -16,8 +17,9 @@ enum class Fold
     BoxMean
 };
 
-/// A filter of 2 radius + 1 taps each way, radius 1 to 3. factors[k] belongs to the samples at distance k; a
-/// box mean is scaled by factors[0].
+/// A filter of 2 radius + 1 taps each way, radius 1 to 3. Supported pairs (x, y) are (Smooth, Differ),
+/// (Differ, Smooth) and (BoxSum, BoxMean). factors[k] applies to the samples at distance k; a box mean is
+/// scaled by yFactors[0].
 struct FusedFilter
 {
     int radius = 0;
@@ -25,10 +27,7 @@ struct FusedFilter
     float xFactors[4] = {}, yFactors[4] = {};
 };
 
-/// Whether there is a path for this pair of folds.
-bool isFusable(const FusedFilter& filter);
-
-/// `dst` has the size of `src` and may be the same plane; neither is empty.
+/// Filters `src` into `dst`, which has the same size and may be the same plane; neither is empty.
 void filterFused(const FloatPlane& src, FloatPlane& dst, const FusedFilter& filter, Scratch scratch);
 
 }  // namespace scansteps::edges

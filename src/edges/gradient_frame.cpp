@@ -1,3 +1,4 @@
+// Gradient magnitude of 16-bit frames, in bands of rows that stay in cache.
 #include "edges/gradient_frame.h"
 
 #include <algorithm>
@@ -9,14 +10,14 @@
 namespace scansteps::edges {
 namespace {
 
-// What a derivative kernel makes of a ramp of slope 1, its smoothing across included.
+// Response of a Sobel derivative, with its smoothing across, to a ramp of slope 1.
 float rampGain(int aperture)
 {
     return aperture == 3 ? 2 * 4 : aperture == 5 ? 8 * 16 : 32 * 64;
 }
 
-// Rows of a band whose planes stay in the second-level cache. A filter that looks far, and so would do much
-// of its work twice, gets the frame as one.
+// Rows of a band whose planes stay in the second-level cache. With a wide rim, whose rows are computed for
+// two bands each, the whole frame is one band.
 std::size_t bandRows(std::size_t width, std::size_t height, std::size_t rim)
 {
     constexpr std::size_t kBandBytes = std::size_t{1} << 20;
@@ -34,8 +35,8 @@ void gradientFrame16(std::span<std::uint16_t> frame, int width, int height, grey
     const std::size_t columns = std::size_t(width), rows = std::size_t(height);
     if (rows > frame.size() / columns) fail("frame smaller than width x height");
     const auto row = [&](std::size_t y) { return frame.subspan(y * columns, columns); };
-    // A band has a rim of rows above and below, which is all that its own rows depend on. The frame is
-    // replaced as it is read, so the rim above is kept from the band before.
+    // The result of a band depends on its own rows and a rim of rows above and below. The frame is
+    // overwritten band by band, so the rim above is saved from the previous band.
     const std::size_t rim = std::size_t(std::max(lowPasses, 0)) + std::size_t(aperture / 2);
     const std::size_t band = bandRows(columns, rows, rim);
     const ScratchArray<float> kept(band < rows ? rim * columns : 1, scratch);

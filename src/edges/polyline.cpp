@@ -1,3 +1,4 @@
+// Tracing of edge pixels into paths, and simplification of paths to polylines.
 #include "edges/polyline.h"
 
 #include <algorithm>
@@ -37,8 +38,8 @@ struct PathTracer::Neighbours
 
 const PixelPaths& PathTracer::trace(const EdgeBits& edges)
 {
-    takeEdges(edges);
-    chains_.clear();
+    loadEdges(edges);
+    paths_.clear();
     for (const std::uint32_t cell : edges_) {
         const Neighbours next = around(cell);
         if (next.count == 2) continue;
@@ -54,10 +55,10 @@ const PixelPaths& PathTracer::trace(const EdgeBits& edges)
         cells_[cell] = kDone;
         follow(cell, next.at[0]);
     }
-    return chains_;
+    return paths_;
 }
 
-void PathTracer::takeEdges(const EdgeBits& edges)
+void PathTracer::loadEdges(const EdgeBits& edges)
 {
     const std::size_t stride = edges.width() + 2, total = stride * (edges.height() + 2);
     if (total > std::size_t(std::numeric_limits<std::int32_t>::max())) fail("edge map too large");
@@ -99,21 +100,21 @@ bool PathTracer::isLink(std::uint32_t cell) const
     return around(cell).count == 2;
 }
 
-// Follows the links from `from` through `to` up to an end, a junction or `from` itself.
+// Follows the path from `from` through `to` to an end, a junction or `from` itself.
 void PathTracer::follow(std::uint32_t from, std::uint32_t to)
 {
     const std::uint32_t start = from;
-    chains_.add(placeOf(from));
+    paths_.add(pixelOf(from));
     while (to != start) {
-        chains_.add(placeOf(to));
+        paths_.add(pixelOf(to));
         const Neighbours next = around(to);
-        if (next.count != 2) return chains_.finish(false);
+        if (next.count != 2) return paths_.finish(false);
         cells_[to] = kDone;
         const std::uint32_t other = next.at[0] == from ? next.at[1] : next.at[0];
         from = to;
         to = other;
     }
-    chains_.finish(true);
+    paths_.finish(true);
 }
 
 float distanceToSegment(Vertex p, Vertex a, Vertex b)
@@ -121,10 +122,10 @@ float distanceToSegment(Vertex p, Vertex a, Vertex b)
     return std::sqrt(squareToSegment(p, a, b));
 }
 
-void simplify(Polylines::Chain line, float tolerance, Polylines& out, Scratch scratch)
+void simplify(Polylines::Path line, float tolerance, Polylines& out, Scratch scratch)
 {
     const std::size_t size = line.items.size();
-    const std::size_t count = size + (line.closed && size > 0 ? 1 : 0);  // the first once more at the end
+    const std::size_t count = size + (line.closed && size > 0 ? 1 : 0);  // the first again at the end
     if (count < 3) {
         for (const Vertex& v : line.items) out.add(v);
         return out.finish(line.closed);
@@ -135,7 +136,7 @@ void simplify(Polylines::Chain line, float tolerance, Polylines& out, Scratch sc
     std::pmr::vector<std::pair<std::size_t, std::size_t>> todo(scratch);
     todo.reserve(count);
     todo.emplace_back(0, count - 1);
-    bool split = line.closed;  // the first part of a closed line has no length to measure from: always cut
+    bool split = line.closed;  // a closed line starts and ends at one vertex, so it is always split once
     while (!todo.empty()) {
         const auto [first, last] = todo.back();
         todo.pop_back();
@@ -159,16 +160,16 @@ void simplify(Polylines::Chain line, float tolerance, Polylines& out, Scratch sc
 void tracePolylines(const EdgeBits& edges, PathTracer& tracer, Polylines& lines,
                     std::span<const Vertex> positions, float tolerance, Scratch scratch)
 {
-    const PixelPaths& chains = tracer.trace(edges);
+    const PixelPaths& paths = tracer.trace(edges);
     const auto width = std::uint32_t(edges.width());
     lines.clear();
     std::pmr::vector<Vertex> line(scratch);
-    for (std::size_t i = 0; i < chains.size(); ++i) {
+    for (std::size_t i = 0; i < paths.size(); ++i) {
         line.clear();
-        for (const std::uint32_t place : chains[i].items)
-            line.push_back(positions.empty() ? Vertex{float(place % width), float(place / width)}
-                                             : positions[place]);
-        simplify({line, chains[i].closed}, tolerance, lines, scratch);
+        for (const std::uint32_t pixel : paths[i].items)
+            line.push_back(positions.empty() ? Vertex{float(pixel % width), float(pixel / width)}
+                                             : positions[pixel]);
+        simplify({line, paths[i].closed}, tolerance, lines, scratch);
     }
 }
 

@@ -8,7 +8,7 @@
 
 namespace scansteps::edges {
 
-/// Throws "[fvertsArray] already found" when the record holds the entry.
+/// Adds the entry. Throws "[fvertsArray] already found" when the record has it.
 inline void insertPolylines(varitype& record, const Polylines& lines)
 {
     StructArray array;
@@ -30,8 +30,8 @@ inline void insertPolylines(varitype& record, const Polylines& lines)
     record.insert("fvertsArray", std::move(array));
 }
 
-/// The polylines of "fvertsArray", which replace what `lines` held. Throws when a "verts" is no float array
-/// of two numbers a vertex, and what the record throws for entries that are missing or of another kind.
+/// Reads the polylines of "fvertsArray", which replace the contents of `lines`. Throws when a "verts" is not
+/// a float array of two numbers per vertex, and what the record throws for missing entries and other kinds.
 inline void polylinesOf(const varitype& record, Polylines& lines)
 {
     lines.clear();

@@ -1,5 +1,5 @@
-// Many short lists one behind the other in memory: chains of pixels, vertices of lines. Kept from frame to
-// frame they cost no memory for each list.
+// A list of paths of different lengths, stored contiguously: pixels of edges, vertices of polylines. Reused
+// from frame to frame it needs no allocation per path.
 #pragma once
 
 #include <cstddef>
@@ -12,10 +12,10 @@ template <class T>
 class RaggedList
 {
   public:
-    struct Chain
+    struct Path
     {
         std::span<const T> items;
-        bool closed;  ///< the last is joined to the first
+        bool closed;  ///< the last item is joined to the first
     };
 
     void clear()
@@ -23,14 +23,14 @@ class RaggedList
         items_.clear();
         ends_.clear();
     }
-    /// Adds to the chain that is being made.
+    /// Appends an item to the current path.
     void add(const T& item) { items_.push_back(item); }
-    /// Ends it.
+    /// Completes the current path.
     void finish(bool closed) { ends_.push_back({items_.size(), closed}); }
 
     std::size_t size() const { return ends_.size(); }
     bool empty() const { return ends_.empty(); }
-    Chain operator[](std::size_t i) const
+    Path operator[](std::size_t i) const
     {
         const std::size_t first = i == 0 ? 0 : ends_[i - 1].item;
         return {std::span(items_).subspan(first, ends_[i].item - first), ends_[i].closed};

@@ -1,5 +1,5 @@
-// Rows in flight: a line with repeated edge samples, and a ring of rows that a column filter looks at.
-// Private to the edge code.
+// Row buffers of the streaming filters: a line whose outermost samples are repeated, and a ring of rows for a
+// column filter. Private to this module.
 #pragma once
 
 #include <algorithm>
@@ -11,8 +11,7 @@
 
 namespace scansteps::edges {
 
-/// Samples that a row in flight has on either side: room for what filters look at beyond its ends, and for
-/// whole vectors.
+/// Spare samples on either side of a row buffer, for filters that read beyond its ends and for whole vectors.
 inline constexpr std::size_t kMargin = 32;
 
 inline std::size_t roundUp(std::size_t value, std::size_t unit)
@@ -20,8 +19,8 @@ inline std::size_t roundUp(std::size_t value, std::size_t unit)
     return (value + unit - 1) / unit * unit;
 }
 
-/// Planes of this size and above leave the caches before anyone reads them. A result that goes elsewhere than
-/// where its source came from is then written past the caches, which spares fetching the memory first.
+/// Planes of at least this size do not stay in the caches until they are read. A result that is not written
+/// in place then bypasses the caches, which saves reading the memory first.
 inline constexpr std::size_t kPastCacheBytes = std::size_t{2} << 20;
 
 /// A range of columns of an image.
@@ -29,7 +28,7 @@ struct Columns
 {
     std::size_t first = 0, count = 0;
 
-    /// The range with `reach` more columns on either side, as far as the image has them.
+    /// The range with `reach` more columns on either side, clipped to the image.
     Columns widened(std::size_t reach, std::size_t width) const
     {
         const std::size_t from = first - std::min(first, reach);
@@ -37,8 +36,8 @@ struct Columns
     }
 };
 
-/// The line holds samples from line[from] to line[to - 1]; repeats the outermost ones down to line[lowest]
-/// and up to line[highest - 1].
+/// Repeats the outermost of the samples line[from] to line[to - 1] down to line[lowest] and up to
+/// line[highest - 1].
 inline void repeatEdges(float* line, std::ptrdiff_t from, std::ptrdiff_t to, std::ptrdiff_t lowest,
                         std::ptrdiff_t highest)
 {
@@ -46,7 +45,7 @@ inline void repeatEdges(float* line, std::ptrdiff_t from, std::ptrdiff_t to, std
     std::fill(line + to, line + std::max(highest, to), line[to - 1]);
 }
 
-/// Row y of a column filter that reaches `radius` rows up and down lives in slot y % (2 radius + 1).
+/// Rows that a column filter reads: row y is in slot y % slots, with 2 radius + 1 slots or more.
 struct RowRing
 {
     float* rows = nullptr;  // first sample of slot 0
@@ -54,7 +53,7 @@ struct RowRing
     std::size_t slots = 1;
 
     float* slot(std::size_t y) const { return rows + y % slots * pitch; }
-    /// Pointers to the rows y - radius ... y + radius, those beyond the image being its outermost ones.
+    /// Pointers to the rows y - radius ... y + radius, clamped to the image.
     void around(std::size_t y, std::size_t height, std::size_t radius, const float** out) const
     {
         for (std::size_t k = 0; k <= 2 * radius; ++k) {

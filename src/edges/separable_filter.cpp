@@ -1,5 +1,5 @@
-// Separable filters with any kernels: a row is filtered along x when it comes in, and the rows that the
-// filter along y needs stay in a ring. Short kernels are left to the fused form.
+// Separable filters with arbitrary kernels: each row is filtered along x, and the rows that the filter along
+// y needs are kept in a ring. First derivatives and box filters of 3, 5 and 7 taps are in fused_filter.cpp.
 #include <algorithm>
 #include <vector>
 
@@ -56,7 +56,7 @@ HWY_EXPORT(ScaleRow);
 
 namespace {
 
-// `at(k)` points to the samples at offset k.
+// Applies a kernel to one row; `at(k)` points to the samples at offset k.
 template <class At>
 void filterRow(const FoldedKernel& kernel, At at, float* dst, std::size_t count,
                std::pmr::vector<RowTerm>& terms)
@@ -71,12 +71,14 @@ void filterGeneral(const FloatPlane& src, FloatPlane& dst, const FoldedKernel& a
                    const FoldedKernel& alongY, float weight, Scratch scratch)
 {
     const std::size_t width = src.width(), height = src.height();
-    const std::size_t padded = roundUp(width, 16);  // rows of a plane are padded as far
+    const std::size_t padded = roundUp(width, 16);  // rows of a plane are padded to this
     const auto before = static_cast<std::size_t>(alongX.before),
                after = static_cast<std::size_t>(alongX.after);
     const auto down = static_cast<std::size_t>(alongY.after);
     const std::size_t slots = std::min(height, static_cast<std::size_t>(alongY.before) + down + 1);
-    const std::size_t pitch = padded % 1024 == 0 ? padded + 16 : padded;  // not a page apart
+    const std::size_t pitch =
+        padded % 1024 == 0 ? padded + 16
+                           : padded;  // rows not one page apart, which would map to the same cache sets
     const ScratchArray<float> buffer(before + padded + after, scratch), folded(pitch * slots, scratch);
     const RowRing ring{folded.data(), pitch, slots};
     std::pmr::vector<RowTerm> terms(scratch);
@@ -102,23 +104,7 @@ void filterGeneral(const FloatPlane& src, FloatPlane& dst, const FoldedKernel& a
     }
 }
 
-// The fused form of one direction, if the kernel has one: all its taps are there, and in pairs about the
-// centre.
-bool foldOf(const FoldedKernel& kernel, Fold& fold, float (&factors)[4])
-{
-    const int radius = kernel.before, size = static_cast<int>(kernel.terms.size());
-    if (kernel.after != radius || radius < 1 || radius > 3) return false;
-    for (const auto& term : kernel.terms) {
-        if (term.at < 0 || (term.at > 0 && term.kind == FoldedKernel::Single)) return false;
-        factors[term.at] = term.factor;
-    }
-    const bool differ = size == radius && kernel.terms.back().kind == FoldedKernel::Difference;
-    const bool smooth = size == radius + 1 && kernel.terms.back().kind == FoldedKernel::Sum;
-    fold = differ ? Fold::Differ : Fold::Smooth;
-    return differ || smooth;
-}
-
-// The usual kernels, which need no building: from the centre outward.
+// First derivative along x (dx = 1) or along y. Coefficients from the centre outwards.
 FusedFilter gradientFilter(int dx, int radius)
 {
     constexpr float kSmooth[][4] = {{2, 1}, {6, 4, 1}, {20, 15, 6, 1}};
@@ -140,14 +126,7 @@ void sepFilter(const FloatPlane& src, FloatPlane& dst, std::span<const float> kx
     const FoldedKernel alongX(kx, scratch), alongY(ky, scratch);
     dst.reshape(src.width(), src.height());
     if (src.width() == 0 || src.height() == 0) return;
-    FusedFilter fused;
-    if (kx.size() == ky.size() && foldOf(alongX, fused.x, fused.xFactors) &&
-        foldOf(alongY, fused.y, fused.yFactors))
-        fused.radius = alongX.before;
-    if (isFusable(fused))
-        filterFused(src, dst, fused, scratch);
-    else
-        filterGeneral(src, dst, alongX, alongY, 1.0F, scratch);
+    filterGeneral(src, dst, alongX, alongY, 1.0F, scratch);
 }
 
 void Sobel(const FloatPlane& src, FloatPlane& dst, int dx, int dy, int ksize, Scratch scratch)

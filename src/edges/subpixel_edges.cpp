@@ -1,3 +1,4 @@
+// Sub-pixel edges: a vectorised test selects candidates, and only these are refined one by one.
 #include "edges/subpixel_edges.h"
 
 #include <algorithm>
@@ -23,7 +24,7 @@
 #define SCANSTEPS_SUBPIXEL_EDGES_ONCE
 namespace scansteps::edges {
 
-// Derivatives of a row, and gradient lengths of it and of its neighbours, 0 beyond the image.
+// Derivatives of a row, and gradient lengths of the row and of its neighbours; 0 outside the image.
 struct GradientRows
 {
     const float *dx, *dy;
@@ -40,7 +41,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 using D = hn::CappedTag<float, 16>;
 
-// Length one step along (dx, dy), of which the signs are given, between the two neighbours it passes.
+// Gradient length one step along (dx, dy), interpolated between the two neighbours it passes: `steep` where
+// |dy| > |dx|, `left` and `up` for the signs, t = smaller / larger component.
 template <class V, class M>
 HWY_INLINE V Along(const GradientRows& rows, std::size_t x, M steep, M left, M up, V t)
 {
@@ -56,8 +58,8 @@ HWY_INLINE V Along(const GradientRows& rows, std::size_t x, M steep, M left, M u
     return hn::Add(hn::Mul(hn::Sub(hn::Set(d, 1.0F), t), straight), hn::Mul(t, slanted));
 }
 
-// Bits of the pixels that may be maxima: what is left out is none. The magnitude is rounded here, so one that
-// is just `low` passes.
+// Bits of the pixels that may be maxima; all others are not. The magnitude is rounded here, so a value equal
+// to `low` passes.
 void MaximaRow(const GradientRows& rows, float low, std::size_t width, std::uint64_t* bits)
 {
     const D d;
@@ -71,9 +73,9 @@ void MaximaRow(const GradientRows& rows, float low, std::size_t width, std::uint
         const auto steep = hn::Gt(ay, ax);
         const auto t = hn::Div(hn::Min(ax, ay), hn::Max(ax, ay));
         const auto ahead = Along(rows, x, steep, hn::Lt(dx, zero), hn::Lt(dy, zero), t);
-        const auto behind = Along(rows, x, steep, hn::Gt(dx, zero), hn::Gt(dy, zero), t);
+        const auto back = Along(rows, x, steep, hn::Gt(dx, zero), hn::Gt(dy, zero), t);
         const auto here = hn::LoadU(d, rows.here + x);
-        const auto maximum = hn::And(strong, hn::And(hn::Gt(here, behind), hn::Ge(here, ahead)));
+        const auto maximum = hn::And(strong, hn::And(hn::Gt(here, back), hn::Ge(here, ahead)));
         bits[x / 64] |= std::uint64_t{MaskBits(d, maximum)} << x % 64;
     }
     if (width % 64 != 0) bits[width / 64] &= (std::uint64_t{1} << width % 64) - 1;
@@ -87,6 +89,7 @@ HWY_AFTER_NAMESPACE();
 namespace scansteps::edges {
 namespace {
 
+// The same as Along for one pixel.
 float lengthAlong(const GradientRows& rows, std::ptrdiff_t x, float ux, float uy)
 {
     const std::ptrdiff_t sx = ux < 0 ? -1 : 1;
@@ -97,8 +100,8 @@ float lengthAlong(const GradientRows& rows, std::ptrdiff_t x, float ux, float uy
     return (1 - t) * straight + t * next[x + sx];
 }
 
-// What pixel x is: nothing when its magnitude is not above `low` or it is no maximum along the gradient; else
-// the magnitude, and where the maximum lies.
+// The magnitude of pixel x, and the position of the maximum along the gradient; 0 when the magnitude is not
+// above `low` or the pixel is not a maximum.
 double maximumAt(const GradientRows& rows, std::size_t x, std::size_t y, double low, Vertex& position)
 {
     const float gx = rows.dx[x];
@@ -107,16 +110,16 @@ double maximumAt(const GradientRows& rows, std::size_t x, std::size_t y, double 
     if (!(sum > low) || !(sum > 0) || !std::isfinite(sum)) return 0;
     const float here = rows.here[x];
     const float ahead = lengthAlong(rows, std::ptrdiff_t(x), gx, gy);
-    const float behind = lengthAlong(rows, std::ptrdiff_t(x), -gx, -gy);
-    if (!(here > behind) || !(here >= ahead)) return 0;
-    // a step along the gradient reaches the neighbouring row or column
-    const float reach = 1 / std::max(std::abs(gx), std::abs(gy));
-    const float t = (ahead - behind) / (2 * (2 * here - ahead - behind));
-    position = {float(x) + t * gx * reach, float(y) + t * gy * reach};
+    const float back = lengthAlong(rows, std::ptrdiff_t(x), -gx, -gy);
+    if (!(here > back) || !(here >= ahead)) return 0;
+    // a step along the gradient that ends in the neighbouring row or column
+    const float toNext = 1 / std::max(std::abs(gx), std::abs(gy));
+    const float t = (ahead - back) / (2 * (2 * here - ahead - back));
+    position = {float(x) + t * gx * toNext, float(y) + t * gy * toNext};
     return sum;
 }
 
-// Gradient lengths of the rows around one, asked for in order.
+// Gradient lengths of the rows around a row. Rows are requested in ascending order.
 class LengthRows
 {
   public:
@@ -144,13 +147,13 @@ class LengthRows
     }
 
     const SubpixelPlanes& planes_;
-    std::pmr::vector<float> rows_;  // three, and one of zeros; as wide as rows of a plane, and a margin
+    std::pmr::vector<float> rows_;  // three rows and one of zeros, each with a margin on either side
 };
 
-// `mayBe(rows, bits)` sets the bits of those pixels of a row that are looked at.
-template <class MayBe>
+// `preselect(rows, bits)` sets the bits of the pixels of a row that may be maxima.
+template <class Preselect>
 void findEdges(const SubpixelPlanes& planes, double low, double high, EdgeBits& edges,
-               std::vector<Vertex>& positions, Scratch scratch, MayBe mayBe)
+               std::vector<Vertex>& positions, Scratch scratch, Preselect preselect)
 {
     const std::size_t width = planes.dx.width(), height = planes.dx.height();
     edges.resize(width, height);
@@ -159,7 +162,7 @@ void findEdges(const SubpixelPlanes& planes, double low, double high, EdgeBits& 
     for (std::size_t y = 0; y < height; ++y) {
         const GradientRows rows = lengths.around(y);
         std::uint64_t* candidates = edges.candidates(y);
-        mayBe(rows, candidates);
+        preselect(rows, candidates);
         for (std::size_t w = 0; w < edges.wordsPerRow(); ++w) {
             std::uint64_t candidate = 0, seed = 0;
             for (std::uint64_t bits = candidates[w]; bits != 0; bits &= bits - 1) {
@@ -173,7 +176,7 @@ void findEdges(const SubpixelPlanes& planes, double low, double high, EdgeBits& 
         }
         edges.propagateDown(y);
     }
-    edges.spreadAll();
+    edges.propagateAll();
 }
 
 void checkAperture(int aperture)

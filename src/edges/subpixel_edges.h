@@ -1,4 +1,4 @@
-// Edges with positions to a fraction of a pixel.
+// Edges with sub-pixel positions: the kernel of ccanny2c, and of the registration of views.
 #pragma once
 
 #include <vector>
@@ -10,19 +10,18 @@
 
 namespace scansteps::edges {
 
-/// Planes that are kept from frame to frame.
+/// Work memory; reuse one from frame to frame.
 struct SubpixelPlanes
 {
     FloatPlane dx, dy;
 };
 
-/// Where the second derivative along the gradient crosses zero: pixels whose gradient length (Sobel kernels
-/// of size `aperture`: 3, 5 or 7, else "aperture_size wrong") exceeds that of both neighbours along the
-/// gradient, refined by a parabola through the three, after F. Devernay, "A Non-Maxima Suppression Method for
-/// Edge Detection with Sub-Pixel Accuracy", INRIA RR-2724, 1995. Of these, the ones connected (on eight
-/// sides, through magnitudes |dx| + |dy| above `low`) to one above `high` are edges; thresholds may be
-/// swapped. `positions` gets room for every pixel of the image and takes the vertices of edges; others mean
-/// nothing.
+/// Finds pixels whose gradient length (Sobel kernels of size `aperture`) is a maximum along the gradient, and
+/// refines their positions by a parabola through three lengths (F. Devernay, "A Non-Maxima Suppression Method
+/// for Edge Detection with Sub-Pixel Accuracy", INRIA RR-2724, 1995). Those with a magnitude |dx| + |dy|
+/// above `low` that are 8-connected to one above `high` are edges; thresholds are swapped when low > high.
+/// `positions` is resized to width × height; elements that are not edges are unspecified. Throws
+/// "aperture_size wrong" unless the aperture is 3, 5 or 7.
 void subpixelEdges(const FloatPlane& image, double low, double high, int aperture, SubpixelPlanes& planes,
                    EdgeBits& edges, std::vector<Vertex>& positions, Scratch scratch = {});
 

@@ -1,5 +1,5 @@
-// Base of the steps ccanny2a, ccanny2b and ccanny2c: settings, buffers, and the way from a frame to its edges
-// and back.
+// Base of the steps ccanny2a, ccanny2b and ccanny2c: settings, buffers, and the conversion of a frame to
+// edges and back.
 #pragma once
 
 #include <algorithm>
@@ -41,12 +41,13 @@ class TracingCanny : public CPUBase
     }
 
   protected:
+    /// Finds the edges of a frame, which it leaves unchanged.
     virtual EdgeBits& findEdges(std::span<const std::uint16_t> frame)
     {
         return detectFrame16(frame, in_.width(), in_.height(), settings_.coding, settings_.lowPasses,
                              double{settings_.low}, double{settings_.high}, settings_.order, work_);
     }
-    /// Adds to the record what the edges amount to, and prints it.
+    /// Evaluates the edges, adds the result to the record and prints its size. May change the edges.
     virtual void describe(EdgeBits& edges, varitype& record) = 0;
 
     void tracePolylinesInto(varitype& record, const EdgeBits& edges, std::span<const Vertex> positions = {})
@@ -64,7 +65,7 @@ class TracingCanny : public CPUBase
   private:
     int clear_ = 0;
     CannyWorkspace work_;
-    TextureSet spare_;  // kept for hosts that count on two handles a step
+    TextureSet spare_;  // for hosts that expect two handles per step
     Polylines lines_;
 };
 

@@ -33,12 +33,12 @@ EdgeBits edgesOf(const std::vector<std::string>& rows)
     return edges;
 }
 
-TEST(Polylines, chainsEndAtEndsAndJunctions)
+TEST(Polylines, pathsEndAtEndsAndJunctions)
 {
     const struct
     {
         std::vector<std::string> rows;
-        std::vector<std::size_t> lengths;  // of the open chains, then of the closed ones
+        std::vector<std::size_t> lengths;  // of the open paths, then of the closed ones
         std::size_t closed;
     } cases[] = {
         {{"......", ".####.", "......"}, {4}, 0},
@@ -52,9 +52,9 @@ TEST(Polylines, chainsEndAtEndsAndJunctions)
     PathTracer tracer;  // sees images of many sizes, as it does nowhere else
     for (const auto& c : cases) {
         std::vector<std::size_t> open, closed;
-        const PixelPaths& chains = tracer.trace(edgesOf(c.rows));
-        for (std::size_t i = 0; i < chains.size(); ++i)
-            (chains[i].closed ? closed : open).push_back(chains[i].items.size());
+        const PixelPaths& paths = tracer.trace(edgesOf(c.rows));
+        for (std::size_t i = 0; i < paths.size(); ++i)
+            (paths[i].closed ? closed : open).push_back(paths[i].items.size());
         std::ranges::sort(open);
         std::vector<std::size_t> all = open;
         all.insert(all.end(), closed.begin(), closed.end());
@@ -63,7 +63,7 @@ TEST(Polylines, chainsEndAtEndsAndJunctions)
     }
 }
 
-// Every link between neighbouring pixels lies in exactly one chain, whatever the map.
+// Every link between neighbouring pixels lies in exactly one path, whatever the map.
 TEST(Polylines, everyLinkOnce)
 {
     std::mt19937 random(9);
@@ -86,9 +86,9 @@ TEST(Polylines, everyLinkOnce)
                         (dx * dy == 0 || (!at(x + dx, y) && !at(x, y + dy))))
                         links.insert({y * width + x, (y + dy) * width + x + dx});
         std::map<std::pair<int, int>, int> found;
-        const PixelPaths& chains = tracer.trace(edgesOf(rows));
-        for (std::size_t k = 0; k < chains.size(); ++k) {
-            const auto [items, closed] = chains[k];
+        const PixelPaths& paths = tracer.trace(edgesOf(rows));
+        for (std::size_t k = 0; k < paths.size(); ++k) {
+            const auto [items, closed] = paths[k];
             for (std::size_t i = closed ? 0 : 1; i < items.size(); ++i)
                 ++found[std::minmax(int(items[(i > 0 ? i : items.size()) - 1]), int(items[i]))];
         }
@@ -100,7 +100,7 @@ TEST(Polylines, everyLinkOnce)
     }
 }
 
-double distanceTo(Polylines::Chain line, Vertex p)
+double distanceTo(Polylines::Path line, Vertex p)
 {
     double best = 1e9;
     const std::size_t n = line.items.size();
