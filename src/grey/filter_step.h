@@ -1,4 +1,5 @@
-// Base of steps that turn 16-bit frames into offset 16-bit frames: later steps no longer see YUYV16.
+// Base of the steps cdeva and cedge, which replace 16-bit frames by offset 16-bit samples: "VideoFormat" is
+// not passed on to later steps.
 #pragma once
 
 #include "core/scratch_arena.h"
@@ -30,7 +31,9 @@ class FilterStep : public CPUBase
     }
 
   protected:
+    /// Reads the settings of the step itself.
     virtual void read(const Settings& settings) = 0;
+    /// Replaces the samples of a frame of width_ × height_.
     virtual void filter(std::span<std::uint16_t> frame) = 0;
 
     ScratchArena memory_;

@@ -1,3 +1,5 @@
+// Row kernels of the grey filters, in vector code with scalar tails, and the passes over the image that use
+// them.
 #include "grey/grey_filters.h"
 
 #include <algorithm>
@@ -12,8 +14,8 @@
 #define SCANSTEPS_GREY_FILTER_ROWS
 namespace scansteps::grey {
 
-// What is done with whole rows. Each returns how many samples of the output it has made (at most `count`);
-// the plain rest is the caller's.
+// Kernels for whole rows. Each returns the number of output samples it has written, at most `count`; the
+// caller computes the rest.
 struct GreyRowKernels
 {
     int (*binomialDown)(const std::array<const std::uint8_t*, 5>& rows, int count, std::uint8_t* out);
@@ -95,7 +97,7 @@ int Halve(const std::uint8_t* upper, const std::uint8_t* lower, int count, std::
     return x;
 }
 
-// round((2 a + b) / 3): 21846 is 65536 / 3, rounded up, exact for sums up to 766
+// round((2 a + b) / 3): 21846 is 65536 / 3 rounded up, which is exact for sums up to 766
 HWY_INLINE V16 Third(V16 twice, V16 once)
 {
     const D16 d;
@@ -138,7 +140,7 @@ int BoxDown(const std::array<const std::uint8_t*, 3>& rows, int count, std::uint
     return x;
 }
 
-// 7282 is 65536 / 9, rounded up, exact for sums up to 2299
+// 7282 is 65536 / 9 rounded up, which is exact for sums up to 2299
 int BoxAlong(const std::uint16_t* sums, int count, std::uint8_t* out)
 {
     const D16 d;
@@ -166,7 +168,8 @@ HWY_AFTER_NAMESPACE();
 namespace scansteps::grey {
 namespace {
 
-constexpr GreyRowKernels kPlain{
+// Leave every sample to the scalar code of the caller.
+constexpr GreyRowKernels kScalar{
     [](const std::array<const std::uint8_t*, 5>&, int, std::uint8_t*) { return 0; },
     [](const std::uint8_t*, int, std::uint8_t*) { return 0; },
     [](const std::uint8_t*, const std::uint8_t*, int, std::uint8_t*) { return 0; },
@@ -191,8 +194,8 @@ void binomial5With(GreyView image, GreyImage& out, const GreyRowKernels& kernels
     out.reshape(image.width, image.height);
     if (out.samples.empty()) return;
     const int width = image.width;
-    std::pmr::vector<std::uint8_t> framed(std::size_t(width) + 4, scratch);
-    std::uint8_t* line = framed.data() + 2;
+    std::pmr::vector<std::uint8_t> padded(std::size_t(width) + 4, scratch);
+    std::uint8_t* line = padded.data() + 2;
     for (int y = 0; y < image.height; ++y) {
         std::array<const std::uint8_t*, 5> r{};
         for (int i = 0; i < 5; ++i) r[std::size_t(i)] = image.row(std::clamp(y + i - 2, 0, image.height - 1));
@@ -237,7 +240,7 @@ void twoThirdsWith(GreyView image, GreyImage& out, const GreyRowKernels& kernels
     }
 }
 
-// Running sums, down the columns and then along the rows.
+// Box filter of any size: running sums down the columns, and along the rows over these.
 void boxByRunningSums(GreyView image, int window, GreyImage& out, Scratch scratch)
 {
     out.reshape(image.width, image.height);
@@ -261,19 +264,19 @@ void boxByRunningSums(GreyView image, int window, GreyImage& out, Scratch scratc
             if (x + 1 == width) break;
             sum += column[x + 1 + half] - column[x - half];
         }
-        const std::uint8_t* in = source(y + half + 1);
-        const std::uint8_t* gone = source(y - half);
-        for (int x = 0; x < width; ++x) column[x] += std::uint32_t(in[x] - gone[x]);
+        const std::uint8_t* entering = source(y + half + 1);
+        const std::uint8_t* leaving = source(y - half);
+        for (int x = 0; x < width; ++x) column[x] += std::uint32_t(entering[x] - leaving[x]);
     }
 }
 
-// The usual window, 3 × 3.
+// Box filter of 3 × 3.
 void boxOfThree(GreyView image, GreyImage& out, const GreyRowKernels& kernels, Scratch scratch)
 {
     out.reshape(image.width, image.height);
     const int width = image.width;
-    std::pmr::vector<std::uint16_t> framed(std::size_t(width) + 2, scratch);
-    std::uint16_t* line = framed.data() + 1;
+    std::pmr::vector<std::uint16_t> padded(std::size_t(width) + 2, scratch);
+    std::uint16_t* line = padded.data() + 1;
     for (int y = 0; y < image.height; ++y) {
         const std::array<const std::uint8_t*, 3> r{image.row(std::max(y - 1, 0)), image.row(y),
                                                    image.row(std::min(y + 1, image.height - 1))};
@@ -282,7 +285,7 @@ void boxOfThree(GreyView image, GreyImage& out, const GreyRowKernels& kernels, S
         line[-1] = line[0];
         line[width] = line[width - 1];
         std::uint8_t* to = out.row(y);
-        for (int x = kernels.boxAlong(framed.data(), width, to); x < width; ++x)
+        for (int x = kernels.boxAlong(padded.data(), width, to); x < width; ++x)
             to[x] = std::uint8_t((line[x - 1] + line[x] + line[x + 1] + 4) / 9);
     }
 }
@@ -331,22 +334,22 @@ namespace scalar {
 
 GreyView boxMean(GreyView image, int size, GreyImage& out)
 {
-    return boxMeanWith(image, size, out, kPlain, {});
+    return boxMeanWith(image, size, out, kScalar, {});
 }
 
 void binomial5(GreyView image, GreyImage& out)
 {
-    binomial5With(image, out, kPlain, {});
+    binomial5With(image, out, kScalar, {});
 }
 
 void halve(GreyView image, GreyImage& out)
 {
-    halveWith(image, out, kPlain);
+    halveWith(image, out, kScalar);
 }
 
 void twoThirds(GreyView image, GreyImage& out)
 {
-    twoThirdsWith(image, out, kPlain, {});
+    twoThirdsWith(image, out, kScalar, {});
 }
 
 }  // namespace scalar

@@ -1,4 +1,4 @@
-// A view of an 8-bit grey image, and one that owns its samples: what the corner kernels work on.
+// A view of an 8-bit grey image, and an image that owns its samples.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,8 @@ struct GreyView
     const std::uint8_t* row(int y) const { return data + y * stride; }
 };
 
-/// An image without gaps between its rows. Reshaping keeps the memory where it can.
+/// An image without gaps between its rows. Reshaping leaves the samples unspecified and reuses the memory
+/// when it can.
 struct GreyImage
 {
     int width = 0;

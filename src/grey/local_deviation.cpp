@@ -1,3 +1,4 @@
+// Local standard deviation from running integer sums, vectorised along the rows.
 #include "grey/local_deviation.h"
 
 #include <algorithm>
@@ -17,27 +18,27 @@
 #define SCANSTEPS_LOCAL_DEVIATION_ROWS
 namespace scansteps::grey {
 
-// What is done with whole rows, once plain and once for each instruction set.
+// Kernels for whole rows: a scalar version and one for each instruction set.
 struct DeviationKernels
 {
-    // Adds samples and their squares to the sums of their columns, or takes them away.
-    void (*add)(const std::int32_t* values, bool away, std::int64_t* sum, std::int64_t* square,
+    // Adds samples and their squares to the sums of their columns, or subtracts them.
+    void (*add)(const std::int32_t* values, bool subtract, std::int64_t* sum, std::int64_t* square,
                 std::size_t count);
-    // 32768 + root × factor, truncated; limited to 32768 ... 65535.
+    // 32768 + root × factor, truncated and clamped to 32768 ... 65535.
     void (*roots)(const double* squares, double factor, std::uint16_t* out, std::size_t count);
 };
 
-inline void addRowPlain(const std::int32_t* values, bool away, std::int64_t* sum, std::int64_t* square,
-                        std::size_t count)
+inline void addRowScalar(const std::int32_t* values, bool subtract, std::int64_t* sum, std::int64_t* square,
+                         std::size_t count)
 {
-    const std::int64_t sign = away ? -1 : 1;
+    const std::int64_t sign = subtract ? -1 : 1;
     for (std::size_t x = 0; x < count; ++x) {
         sum[x] += sign * values[x];
         square[x] += sign * (std::int64_t{values[x]} * values[x]);
     }
 }
 
-inline void rootsPlain(const double* squares, double factor, std::uint16_t* out, std::size_t count)
+inline void rootsScalar(const double* squares, double factor, std::uint16_t* out, std::size_t count)
 {
     for (std::size_t x = 0; x < count; ++x) {
         const double deviation = std::sqrt(squares[x]) * factor;
@@ -53,21 +54,21 @@ namespace scansteps::grey {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-void AddDeviationRow(const std::int32_t* values, bool away, std::int64_t* sum, std::int64_t* square,
+void AddDeviationRow(const std::int32_t* values, bool subtract, std::int64_t* sum, std::int64_t* square,
                      std::size_t count)
 {
     const hn::ScalableTag<std::int64_t> wide;
     const hn::Rebind<std::int32_t, decltype(wide)> narrow;
-    const auto sign = hn::Set(narrow, away ? -1 : 1);
+    const auto sign = hn::Set(narrow, subtract ? -1 : 1);
     std::size_t x = 0;
     for (; x + hn::Lanes(wide) <= count; x += hn::Lanes(wide)) {
         const auto v = hn::LoadU(narrow, values + x);
-        const auto signedOne = hn::Mul(v, sign);  // samples are -32768 to 32767: squares fit as well
-        hn::StoreU(hn::Add(hn::LoadU(wide, sum + x), hn::PromoteTo(wide, signedOne)), wide, sum + x);
-        hn::StoreU(hn::Add(hn::LoadU(wide, square + x), hn::PromoteTo(wide, hn::Mul(signedOne, v))), wide,
+        const auto signedValue = hn::Mul(v, sign);  // samples are -32768 to 32767: squares fit as well
+        hn::StoreU(hn::Add(hn::LoadU(wide, sum + x), hn::PromoteTo(wide, signedValue)), wide, sum + x);
+        hn::StoreU(hn::Add(hn::LoadU(wide, square + x), hn::PromoteTo(wide, hn::Mul(signedValue, v))), wide,
                    square + x);
     }
-    addRowPlain(values + x, away, sum + x, square + x, count - x);
+    addRowScalar(values + x, subtract, sum + x, square + x, count - x);
 }
 
 void DeviationRoots(const double* squares, double factor, std::uint16_t* out, std::size_t count)
@@ -76,15 +77,15 @@ void DeviationRoots(const double* squares, double factor, std::uint16_t* out, st
     const hn::Rebind<std::int32_t, decltype(d)> d32;
     const hn::Rebind<std::uint16_t, decltype(d)> d16;
     const auto by = hn::Set(d, factor);
-    const auto most = hn::Set(d, 32767.0);
+    const auto limit = hn::Set(d, 32767.0);
     std::size_t x = 0;
     for (; x + hn::Lanes(d) <= count; x += hn::Lanes(d)) {
         const auto deviation = hn::Mul(hn::Sqrt(hn::LoadU(d, squares + x)), by);
-        const auto limited = hn::Max(hn::IfThenElse(hn::Lt(deviation, most), deviation, most), hn::Zero(d));
+        const auto limited = hn::Max(hn::IfThenElse(hn::Lt(deviation, limit), deviation, limit), hn::Zero(d));
         const auto whole = hn::Add(hn::DemoteTo(d32, limited), hn::Set(d32, 32768));
         hn::StoreU(hn::DemoteTo(d16, whole), d16, out + x);
     }
-    rootsPlain(squares + x, factor, out + x, count - x);
+    rootsScalar(squares + x, factor, out + x, count - x);
 }
 
 DeviationKernels DeviationRows()
@@ -100,7 +101,7 @@ HWY_AFTER_NAMESPACE();
 namespace scansteps::grey {
 namespace {
 
-// The frame's rows as numbers, as long as they are needed, and the sums of the columns of the window.
+// Sample values of the rows in the window, and the sums of its columns.
 class ColumnSums
 {
   public:
@@ -121,8 +122,8 @@ class ColumnSums
         for (int y = -half_; y < half_; ++y) add(y, false);
     }
 
-    /// The sums around row y, continued by half a window to both sides. Rows are asked for in order, and row
-    /// y of the frame may be written over afterwards.
+    /// Moves the window to row y and extends the sums by half a window to both sides. Rows are entered in
+    /// ascending order; row y of the frame may be overwritten afterwards.
     void enter(int y)
     {
         keep(y + half_);
@@ -133,6 +134,7 @@ class ColumnSums
                         (*s)[width_ + std::size_t(half_) - 1]);
         }
     }
+    /// Removes the uppermost row of the window around row y.
     void leave(int y) { add(y - half_, true); }
     const std::int64_t* sums() const { return sums_.data(); }
     const std::int64_t* squares() const { return squares_.data(); }
@@ -150,9 +152,9 @@ class ColumnSums
         for (std::size_t x = 0; x < width_; ++x)
             to[x] = coding_ == SampleCoding::Yuyv16 ? from[x] & 255 : from[x] - 32768;
     }
-    void add(int y, bool away)
+    void add(int y, bool subtract)
     {
-        kernels_.add(row(y), away, sums_.data() + half_, squares_.data() + half_, width_);
+        kernels_.add(row(y), subtract, sums_.data() + half_, squares_.data() + half_, width_);
     }
 
     std::span<const std::uint16_t> frame_;
@@ -194,7 +196,7 @@ void deviate(std::span<std::uint16_t> frame, int width, int height, SampleCoding
     }
 }
 
-constexpr DeviationKernels kPlain{addRowPlain, rootsPlain};
+constexpr DeviationKernels kScalar{addRowScalar, rootsScalar};
 
 }  // namespace
 
@@ -211,7 +213,7 @@ namespace scalar {
 void localDeviation(std::span<std::uint16_t> frame, int width, int height, SampleCoding coding, int size,
                     float gain)
 {
-    deviate(frame, width, height, coding, size, gain, kPlain, {});
+    deviate(frame, width, height, coding, size, gain, kScalar, {});
 }
 
 }  // namespace scalar

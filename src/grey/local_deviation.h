@@ -1,4 +1,4 @@
-// Standard deviation of the samples around each pixel of a 16-bit frame.
+// Standard deviation of the samples around each pixel of a 16-bit frame: the kernel of cdeva.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,10 @@
 namespace scansteps::grey {
 
 /// Replaces every sample of a frame of width × height by the standard deviation of the size × size samples
-/// around it (oddWindow() of grey_filters.h), times `gain`, truncated, limited to 32767, + 32768. Means and
-/// squares come from running integer sums, so they are exact and the time does not depend on the size. Beyond
-/// the borders the frame is continued by its outermost samples. Throws when the frame is smaller than its
-/// size says.
+/// around it (oddWindow() of grey_filters.h), times `gain`, truncated, clamped to 0 ... 32767, + 32768. Sums
+/// and sums of squares are running integer sums, so they are exact and the time does not depend on the size.
+/// Beyond the borders the outermost samples are repeated. Throws when the frame holds fewer samples than
+/// width × height.
 void localDeviation(std::span<std::uint16_t> frame, int width, int height, SampleCoding coding, int size,
                     float gain, Scratch scratch = {});
 

@@ -1,4 +1,4 @@
-// What the 16-bit samples of a frame mean; the initialise record says it.
+// The coding of 16-bit samples, which the initialise record declares.
 #pragma once
 
 namespace scansteps::grey {
@@ -10,8 +10,8 @@ enum class SampleCoding
     Yuyv16
 };
 
-/// YUYV16 where the initialise record has "VideoFormat", whatever its value, offset samples elsewhere.
-/// A template, so that kernels which use the enumeration need not know of records.
+/// YUYV16 when the initialise record has "VideoFormat", whatever its value, otherwise offset samples. A
+/// template, so that kernels can use the enumeration without depending on records.
 template <class Settings>
 SampleCoding sampleCoding(const Settings& settings)
 {

@@ -1,18 +1,18 @@
-// Drawing of how a view lies to an earlier one into a 16-bit frame.
+// Draws the registration of a view with an earlier one into a 16-bit frame.
 #pragma once
 
 #include <cstdint>
 #include <span>
 
-#include "grey/grey_from_frame.h"
+#include "grey/sample_coding.h"
 #include "registration/view_sequence.h"
 
 namespace scansteps::registration {
 
-/// A line for each match, from where the feature was in the earlier view to where it is now, white for those
-/// that agree with the registration and half as bright for the others, and in white the outline of the
-/// earlier view as this one sees it, when there is a registration.
-void drawPlace(std::span<std::uint16_t> frame, int width, int height, const ViewPose& place,
-               grey::SampleCoding coding);
+/// Draws a line for each match, from the feature's position in the earlier view to that in this one, white
+/// for inliers and half as bright for the others; and, when the view was registered, the outline of the
+/// earlier view in white. The frame has width × height samples.
+void drawPose(std::span<std::uint16_t> frame, int width, int height, const ViewPose& pose,
+              grey::SampleCoding coding);
 
 }  // namespace scansteps::registration

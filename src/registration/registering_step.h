@@ -1,4 +1,5 @@
-// Base of the steps c2rege and c2rege5: how a view lies to earlier ones, by its features and edges.
+// Base of the steps c2rege and c2rege5: registers each view with earlier ones and adds the result to its
+// record.
 #pragma once
 
 #include <utility>
@@ -15,7 +16,8 @@
 
 namespace scansteps::registration {
 
-// One row a match: x, y in the earlier view, x, y in this one, bits that differ, 1 for an inlier.
+/// A float array with one row per match: x, y in the earlier view, x, y in this one, differing bits, 1 for
+/// inliers.
 inline Array matchArray(const std::vector<ViewMatch>& matches)
 {
     Array array(Kind::Float, 6, std::uint32_t(matches.size()));
@@ -32,12 +34,12 @@ class RegisteringStep : public CPUBase
     {
         FrameScope frame(*this, params, in_, FrameCheck::Samples16);
         const auto samples = frame.input<std::uint16_t>();
-        const ViewPose place = sequence_.add(prepared(samples, frame.record()), motionOf(frame.record()));
-        print::field(std::int64_t(place.matches.size()), " matches.size()\n");
-        print::field(place.inliers, " inliers\n");
-        report(place, frame.record());
+        const ViewPose pose = sequence_.add(prepared(samples, frame.record()), motionOf(frame.record()));
+        print::field(std::int64_t(pose.matches.size()), " matches.size()\n");
+        print::field(pose.inliers, " inliers\n");
+        report(pose, frame.record());
         if (!draw_) return frame.forwardUnchanged();
-        drawPlace(samples, frameSize_.width, frameSize_.height, place, coding_);
+        drawPose(samples, frameSize_.width, frameSize_.height, pose, coding_);
         frame.forward();
     }
 
@@ -52,7 +54,7 @@ class RegisteringStep : public CPUBase
         forward(*this, params);
     }
 
-    /// Chooses the points of the view at which grey values are compared.
+    /// Selects the support points of the view, at which grey values are compared.
     virtual void support(const varitype&, PreparedView&) {}
 
   private:
@@ -71,16 +73,16 @@ class RegisteringStep : public CPUBase
         return view;
     }
 
-    // Entries of an earlier registration give way.
-    static void report(const ViewPose& place, varitype& record)
+    // Replaces the entries of an earlier registration.
+    static void report(const ViewPose& pose, varitype& record)
     {
-        record.set("transform", matrixArray(place.transform));
-        record.set("inliers", place.inliers);
-        record.set("matches", matchArray(place.matches));
-        record.set("view", place.number);
-        record.set("reference", place.reference);
-        record.set("first", place.first);
-        record.set("toFirst", matrixArray(place.toFirst));
+        record.set("transform", matrixArray(pose.transform));
+        record.set("inliers", pose.inliers);
+        record.set("matches", matchArray(pose.matches));
+        record.set("view", pose.number);
+        record.set("reference", pose.reference);
+        record.set("first", pose.first);
+        record.set("toFirst", matrixArray(pose.toFirst));
     }
 
     FrameSize frameSize_;

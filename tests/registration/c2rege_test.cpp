@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "edges/polyline_record.h"
+#include "grey/draw_line.h"
 #include "registration/draw_views.h"
 #include "registration/edge_support.h"
 #include "registration/view_sequence.h"
