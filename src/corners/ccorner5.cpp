@@ -1,16 +1,22 @@
-#include "corners/ccorner5.h"
-
+// Step ccorner5: corner features of frames taken two at a time, one thread per frame.
+#include <array>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
+#include <memory>
 #include <new>
 #include <thread>
+#include <vector>
 
 #include "core/frame_in_record.h"
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "corners/corners.h"
 #include "corners/feature_record.h"
+#include "grey/grey_from_frame.h"
 #include "grey/sample_coding.h"
+#include "regions/mser.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/handles.h"
@@ -18,21 +24,59 @@
 
 namespace scansteps::corners {
 
+class CpuCorners5 final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CpuCorners5"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    /// First processes a frame that still waits for a second one.
+    void flush(varitype& params) override;
+
+  private:
+    // The data of one thread, and its results, which are read after the join.
+    struct Worker
+    {
+        CornerDetector detector;
+        grey::GreyImage grey, clamped;
+        std::unique_ptr<regions::MSER> mser;  // null for images smaller than kMaxArea pixels
+        std::vector<regions::Region> found;
+        std::vector<CornerFeature> features;
+        std::vector<std::int32_t> indices;
+        std::size_t dropped = 0;
+        const char* error = nullptr;
+    };
+
+    void processPending();
+    void work(Worker& worker, std::span<const std::uint16_t> frame) const;
+    void findRegions(Worker& worker, std::span<const std::uint16_t> frame) const;
+    void report(const Worker& worker, varitype& record) const;
+
+    FrameSize frameSize_;
+    CornerSettings settings_;
+    int mode_ = 0, video_ = 1, cpuBase_ = 0;  // mode and base are read, but have no effect
+    grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
+    TextureSet frames_;
+    std::array<Worker, 2> workers_;
+    std::vector<varitype> pending_;
+};
+
 SCANSTEPS_FACTORY(ccorner5, CpuCorners5)
 
 namespace {
 
-constexpr int kLeastArea = 9, kMostArea = 1024;  // of the regions that are counted, in pixels
+constexpr int kMinArea = 9, kMaxArea = 1024;  // of the counted regions, in pixels
 
 std::unique_ptr<regions::MSER> makeMser(std::int64_t pixels)
 {
-    if (pixels < kMostArea || pixels > INT_MAX) return nullptr;
+    if (pixels < kMaxArea || pixels > INT_MAX) return nullptr;
     const int area = int(pixels);
-    return std::make_unique<regions::MSER>(1, regions::MSER::fractionOf(kLeastArea, area),
-                                           regions::MSER::fractionOf(kMostArea, area), 0.2, 0.33, true);
+    return std::make_unique<regions::MSER>(1, regions::MSER::fractionOf(kMinArea, area),
+                                           regions::MSER::fractionOf(kMaxArea, area), 0.2, 0.33, true);
 }
 
-/// Runs work(0) and work(1), neither of which throws, at the same time where a second thread is to be had.
+// Runs work(0) and work(1), which do not throw, in parallel, or one after the other if no thread can be
+// created.
 template <class Work>
 void runBoth(Work work)
 {
@@ -110,8 +154,8 @@ void CpuCorners5::flush(varitype& params)
         [&] { StepBase::flush(params); });
 }
 
-// The threads touch their own frame and worker only; records, printing and errors wait for the join. After an
-// error nothing of the pair is left.
+// Each thread uses its own frame and worker only; records, printed output and errors are handled after the
+// join. After an error both frames of the pair are dropped.
 void CpuCorners5::processPending()
 {
     std::vector<varitype> records;

@@ -1,4 +1,4 @@
-// Step cneig: drops the features of a record that have too few like neighbours. Frames pass untouched.
+// Step cneig: drops the features of a record that have too few similar neighbours. Frames pass unchanged.
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "corners/feature_record.h"

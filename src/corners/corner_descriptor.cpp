@@ -1,3 +1,4 @@
+// Sampling of the descriptor pattern, and the intensity centroid.
 #include "corners/corner_descriptor.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@ namespace {
 
 constexpr int kDisc = 12;
 
-// Half the length of each row of the disc.
+// Half the length of each row of the disc, from its centre outwards.
 constexpr std::array<int, kDisc + 1> kDiscRows = [] {
     std::array<int, kDisc + 1> rows{};
     for (int y = 0; y <= kDisc; ++y)

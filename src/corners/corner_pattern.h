@@ -1,4 +1,4 @@
-// Where the corner descriptor takes its samples, and which of them it compares.
+// The sampling pattern of the corner descriptor, and the pairs of samples that it compares.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@ struct PatternRing
 {
     float radius;  ///< pixels
     int count;     ///< samples, evenly spaced
-    int turn;      ///< 1: turned by half a space
+    int turn;      ///< 1: rotated by half the angle between samples
 };
 inline constexpr std::array<PatternRing, 6> kPatternRings{
     {{0.0F, 1, 0}, {3.0F, 6, 0}, {5.5F, 10, 1}, {8.0F, 12, 0}, {11.0F, 15, 1}, {14.0F, 20, 0}}};

@@ -1,3 +1,5 @@
+// Row kernels of the two corner responses and of the peak search, and the passes over the image that use
+// them.
 #include "corners/corner_response.h"
 
 #include <algorithm>
@@ -16,7 +18,7 @@
 #define SCANSTEPS_CORNER_RESPONSE_ROWS
 namespace scansteps::corners {
 
-// Three rows of a framed image; [-1] and [width] may be read, and what lies behind up to a whole vector.
+// Three rows of a padded image: [-1] and [width] may be read, and after them up to a whole vector.
 struct ThreeRows
 {
     const std::uint8_t* above;
@@ -24,11 +26,11 @@ struct ThreeRows
     const std::uint8_t* below;
 };
 
-// Rows of the three different elements of a symmetric tensor: xx, yy, xy.
+// Rows of the three elements of a symmetric tensor: xx, yy, xy.
 using TensorRow = std::array<std::int32_t*, 3>;
 
-// What is done with whole rows, once plain and once for each instruction set. All of them may write up to a
-// whole vector behind `width`.
+// Kernels for whole rows: a scalar version and one for each instruction set. They may write up to a whole
+// vector past `width`.
 struct RowKernels
 {
     void (*gradientProducts)(ThreeRows rows, int width, TensorRow out);
@@ -241,11 +243,11 @@ namespace {
 
 constexpr int kVector = 64;  // no vector has more lanes, whatever their type
 
-// The image with a frame of one pixel, and room behind each row for a whole vector.
-class FramedImage
+// The image with a border of one pixel, and after each row space for a whole vector.
+class PaddedImage
 {
   public:
-    FramedImage(grey::GreyView image, Scratch scratch)
+    PaddedImage(grey::GreyView image, Scratch scratch)
         : stride_(image.width + 2 + kVector),
           samples_(std::size_t(stride_) * std::size_t(image.height + 2), scratch)
     {
@@ -267,8 +269,8 @@ class FramedImage
     ScratchArray<std::uint8_t> samples_;
 };
 
-// Where the kernels write rows of the response: into it, as long as what they write behind a row is
-// overwritten by the next.
+// The row buffer that kernels write a response row to: the response itself where a vector written past the
+// row still lies in it, to be overwritten by the next row, otherwise a spare row.
 class ResponseRows
 {
   public:
@@ -295,11 +297,11 @@ class ResponseRows
     bool direct_ = false;
 };
 
-// Keeps the products of as many rows as the window is high, and their sums down the columns.
+// Products of derivatives for the rows in the window, and their sums down the columns.
 class TensorWindow
 {
   public:
-    TensorWindow(const FramedImage& image, int width, int height, int window, const RowKernels& kernels,
+    TensorWindow(const PaddedImage& image, int width, int height, int window, const RowKernels& kernels,
                  Scratch scratch)
         : image_(image),
           kernels_(kernels),
@@ -328,7 +330,7 @@ class TensorWindow
     {
         const TensorRow in = slot(next_);
         next_ = next_ == window_ ? 0 : next_ + 1;
-        const TensorRow out = slot(next_);  // what came window + 1 rows ago, zeros at first
+        const TensorRow out = slot(next_);  // the row from `window` rows earlier, zeros at first
         const TensorRow sums = slot(window_ + 1);
         const int half = window_ / 2;
         const int row = std::clamp(y, 0, height_ - 1);
@@ -340,7 +342,7 @@ class TensorWindow
         }
     }
 
-    const FramedImage& image_;
+    const PaddedImage& image_;
     const RowKernels& kernels_;
     int width_, height_, window_, length_;
     std::ptrdiff_t stride_;
@@ -359,16 +361,16 @@ void respond(grey::GreyView image, const ResponseSettings& settings, std::span<f
     grey::GreyImage first, second;
     const grey::GreyView smooth = grey::boxMean(grey::boxMean(image, settings.lowPass1, first, scratch),
                                                 tensor ? 1 : window, second, scratch);
-    const FramedImage framed(smooth, scratch);
+    const PaddedImage padded(smooth, scratch);
     if (!tensor) {
         for (int y = 0; y < image.height; ++y) {
-            kernels.hessian(framed.rows(y), image.width, rows.begin(y));
+            kernels.hessian(padded.rows(y), image.width, rows.begin(y));
             rows.end(y);
         }
         return;
     }
     const float factor = 0.5F / (64.0F * float(window * window));
-    TensorWindow tensors(framed, image.width, image.height, window, kernels, scratch);
+    TensorWindow tensors(padded, image.width, image.height, window, kernels, scratch);
     for (int y = 0; y < image.height; ++y) {
         kernels.smallerEigenvalue(tensors.sums(y), window, image.width, factor, rows.begin(y));
         rows.end(y);
@@ -384,7 +386,7 @@ void peaksOf(std::span<const float> plane, int width, int height, int margin, fl
         kernels.peakRow(plane.data() + std::ptrdiff_t{y} * width, width, y, width, threshold, margin, peaks);
 }
 
-// Grey levels for each unit of the root of the response. The Hessian is taken of smoother images, where all
+// Grey levels per unit of the root of the response. The Hessian is computed on smoother images, where
 // responses are lower.
 constexpr float kTensorScale = 6.4F;
 constexpr float kHessianScale = 11.0F;

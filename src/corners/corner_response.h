@@ -1,4 +1,4 @@
-// How much of a corner each pixel of an 8-bit image is: two responses on one scale, and their local maxima.
+// Corner responses of the pixels of an 8-bit image: two responses on one scale, and their local maxima.
 #pragma once
 
 #include <cstdint>
@@ -23,23 +23,24 @@ enum class CornerKind
 struct ResponseSettings
 {
     CornerKind kind = CornerKind::minEigenvalue;
-    /// Box filters (odd sizes 1 to 31; others are rounded up or limited): the first is run over the image,
-    /// the second over the tensor's products, or, for the Hessian, over the image once more.
+    /// Sizes of box filters (odd, 1 to 31; others are rounded up or clamped). The first is applied to the
+    /// image, the second to the tensor's products or, for the Hessian, to the image again.
     int lowPass1 = 1;
     int lowPass2 = 3;
 };
 
-/// The response of every pixel, rows × columns floats, in a form that is quick to make and grows with the
-/// score; `scoreOf` gives the score itself. Beyond the borders the image is continued by its outermost
-/// pixels. Sums are exact integers, so the result does not depend on the processor.
+/// The response of every pixel, rows × columns floats: a monotonic function of the score, cheaper to compute;
+/// scoreOf() converts it. Beyond the borders the outermost pixels are repeated. Sums are exact integers, so
+/// the result does not depend on the instruction set.
 void cornerResponse(grey::GreyView image, const ResponseSettings& settings, std::span<float> response,
                     Scratch scratch = {});
 
-/// The score of a response, and the reverse. Scores are in grey levels: the tensor's is 6.4 times the root of
-/// the smaller eigenvalue of the mean tensor of gradients (grey levels a pixel), the Hessian's 11 times the
+/// Converts a response to a score, and back. Scores are in grey levels: the tensor's is 6.4 times the root of
+/// the smaller eigenvalue of the mean tensor of gradients (grey levels per pixel), the Hessian's 11 times the
 /// fourth root of the determinant, with the kernels (1 2 1) x (1 -2 1) and (1 0 -1) x (1 0 -1). A
-/// right-angled corner between levels 100 apart, two pixels soft, scores 137. At 40 a photograph of 640 x 480
-/// has some hundreds to two thousand corners, and sensor noise of five levels has hardly any.
+/// right-angled corner between levels 100 apart, blurred over two pixels, scores 137. With a threshold of 40
+/// a photograph of 640 x 480 has from a few hundred to two thousand corners, and sensor noise of five levels
+/// almost none.
 float scoreOf(CornerKind kind, float response);
 float responseOf(CornerKind kind, float score);
 
@@ -50,9 +51,9 @@ struct Peak
     bool operator==(const Peak&) const = default;
 };
 
-/// Local maxima of a plane of `width` × `height` at least `margin` pixels (1 or more) from the border:
-/// `value` > threshold, > the neighbours before it in row order and >= those after it (8-neighbourhood).
-/// Replaces the contents of `peaks`; row order.
+/// Local maxima of a plane of `width` × `height`, in row order, at least `margin` pixels (1 or more) from the
+/// border: value > threshold, > the neighbours before it in row order and >= those after it
+/// (8-neighbourhood). Replaces the contents of `peaks`.
 void findPeaks(std::span<const float> plane, int width, int height, int margin, float threshold,
                std::vector<Peak>& peaks);
 

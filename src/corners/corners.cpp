@@ -1,3 +1,4 @@
+// Builds the pyramid, finds corners on each level, selects by buckets and describes what is kept.
 #include "corners/corners.h"
 
 #include <algorithm>
@@ -10,15 +11,16 @@ namespace {
 
 constexpr int kMargin = kDescriptorRadius + 1;
 
-// Corners of coarse levels are placed less exactly: their scores are multiplied by size to this power.
-constexpr float kCoarser = -0.2F;
+// Corners of coarse levels are located less precisely: their scores are multiplied by size to this power.
+constexpr float kSizeExponent = -0.2F;
 
 struct Offset
 {
     float x, y;
 };
 
-// Summit of the paraboloid fitted to the 3 × 3 responses around a peak; at most half a pixel away.
+// Maximum of the paraboloid fitted to the 3 × 3 responses around a peak, relative to it; at most half a
+// pixel.
 Offset summit(const float* p, std::ptrdiff_t stride)
 {
     const float* a = p - stride;
@@ -82,7 +84,7 @@ void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& sett
     const bool blobs = settings.kind == CornerKind::hessian;
     const grey::GreyView view = blobs ? levels_[level].smooth.view() : levels_[level].view;
     const float size = levels_[level].size;
-    const float gain = blobs ? 1.0F : std::pow(size, kCoarser);
+    const float gain = blobs ? 1.0F : std::pow(size, kSizeExponent);
     response_.resize(std::size_t(view.width) * std::size_t(view.height));
     cornerResponse(view, {settings.kind, settings.lowPass1, settings.lowPass2}, response_, memory_.get());
     findPeaks(response_, view.width, view.height, kMargin,

@@ -1,5 +1,5 @@
-// Corner features of an 8-bit image over a pyramid: positions to a fraction of a pixel, an orientation and a
-// binary descriptor. The steps that match views, and the neighbour filter, share them.
+// Corner features of an 8-bit image over a pyramid: sub-pixel positions, an orientation and a binary
+// descriptor. Used by the steps ccorner5 and cneig, and by the registration of views.
 #pragma once
 
 #include <array>
@@ -17,11 +17,11 @@ namespace scansteps::corners {
 
 struct CornerFeature
 {
-    float x, y;           ///< position in pixels of the whole image, the centre of its first pixel at 0, 0
-    float score;          ///< see scoreOf; corners of coarse levels count a little less
+    float x, y;           ///< position in pixels of the full image, the centre of its first pixel at 0, 0
+    float score;          ///< see scoreOf; slightly reduced for corners of coarse levels
     float angle;          ///< radians, from +x towards +y
-    float size;           ///< pixels of the whole image for each pixel of the level it was found on
-    std::uint32_t level;  ///< of the pyramid: sizes 1, 3/2, 2, 3, 4, 6 ...
+    float size;           ///< pixels of the full image per pixel of the level it was found on
+    std::uint32_t level;  ///< pyramid level; sizes are 1, 3/2, 2, 3, 4, 6 ...
     CornerDescriptor bits;
 };
 static_assert(sizeof(CornerFeature) == 64);
@@ -29,34 +29,35 @@ static_assert(sizeof(CornerFeature) == 64);
 struct CornerSettings
 {
     CornerKind kind = CornerKind::minEigenvalue;
-    float threshold = 40;  ///< least score
+    float threshold = 40;  ///< minimum score
     int lowPass1 = 1;      ///< see ResponseSettings
     int lowPass2 = 3;
     bool bucketing = true;
-    int density = 4;   ///< features a bucket
+    int density = 4;   ///< features per bucket
     bool fast = true;  ///< the short descriptor
-    int levels = 6;    ///< at most
+    int levels = 6;    ///< maximum number of pyramid levels
 };
 
-/// Side of a bucket in pixels of the whole image.
+/// Side of a bucket in pixels of the full image.
 inline constexpr int kBucketSize = 16;
 
-/// The most features a frame can have: without bucketing only the strongest are kept.
+/// Maximum number of features per frame; only the strongest are kept.
 inline constexpr std::size_t kMaxFeatures = 8192;
 
-/// Holds its work planes from frame to frame. One object must not be used by two threads at a time.
+/// Keeps its work memory from frame to frame. One object must not be used by two threads at a time.
 ///
-/// Levels are halved from level to level in two chains, one from the image and one from the image at two
-/// thirds, so that sizes are never more than a factor of 1.5 apart. On each, local maxima of the response are
-/// refined by a paraboloid through their 3 × 3 neighbours. Of each bucket of the image (16 × 16 pixels) the
-/// `density` strongest are kept; equal scores are ordered by level, row and column. The result is ordered by
-/// falling score.
+/// The pyramid consists of two octave sequences, one from the image and one from the image at two thirds, so
+/// that successive sizes differ by a factor of at most 1.5. On each level, local maxima of the response are
+/// refined by a paraboloid through their 3 × 3 neighbourhood. In each bucket of 16 × 16 pixels the `density`
+/// strongest are kept; equal scores are ordered by level, row and column. The result is in order of
+/// descending score.
 class CornerDetector
 {
   public:
+    /// The result is valid until the next call.
     const std::vector<CornerFeature>& detect(grey::GreyView image, const CornerSettings& settings);
 
-    /// Copies a level of the last frame, smoothed for the descriptors; empty when there is no such level.
+    /// Copies a smoothed level of the last frame; `out` is empty when there is no such level.
     void smoothLevel(std::size_t level, grey::GreyImage& out) const
     {
         if (level < used_)
@@ -68,7 +69,7 @@ class CornerDetector
   private:
     struct Level
     {
-        grey::GreyImage image;   // unused on level 0, which is the caller's
+        grey::GreyImage image;   // unused on level 0, which is the caller's image
         grey::GreyImage smooth;  // for the descriptors
         grey::GreyView view;
         float size = 1;
@@ -79,7 +80,7 @@ class CornerDetector
     void select(grey::GreyView image, const CornerSettings& settings);
 
     std::vector<Level> levels_;
-    std::size_t used_ = 0;  // of the levels, by the last frame
+    std::size_t used_ = 0;  // number of levels of the last frame
     std::vector<float> response_;
     std::vector<Peak> peaks_;
     std::vector<CornerFeature> found_, kept_;

@@ -1,3 +1,4 @@
+// Conversion of features to record entries and back.
 #include "corners/feature_record.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// Search for similar neighbours with a spatial hash.
 #include "corners/neighbour_filter.h"
 
 #include <algorithm>
@@ -7,7 +8,7 @@
 namespace scansteps::corners {
 namespace {
 
-// Cells as wide as the radius, so that all neighbours lie in the 3 × 3 cells around; hashed after M. Teschner
+// Cells as wide as the radius, so that all neighbours are in the 3 × 3 cells around; hashed after M. Teschner
 // et al., "Optimized Spatial Hashing for Collision Detection of Deformable Objects", VMV 2003.
 class CellHash
 {
@@ -24,7 +25,7 @@ class CellHash
             entries_[next[bucketOf(at(features[i].x), at(features[i].y))]++] = i;
     }
     int at(float v) const { return int(std::floor(v / cell_)); }
-    /// Everything in the bucket of a cell, which other cells may share.
+    /// All features in the bucket of a cell, which other cells may share.
     std::span<const std::uint32_t> bucket(int x, int y) const
     {
         const std::size_t b = bucketOf(x, y);
@@ -51,18 +52,18 @@ std::vector<std::uint32_t> withLikeNeighbours(std::span<const CornerFeature> fea
     std::vector<std::uint32_t> kept;
     for (std::uint32_t i = 0; i < features.size(); ++i) {
         const CornerFeature& f = features[i];
-        int like = 0;
+        int similar = 0;
         const int cx = hash.at(f.x);
         const int cy = hash.at(f.y);
-        for (int y = cy - 1; y <= cy + 1 && like < settings.count; ++y)
-            for (int x = cx - 1; x <= cx + 1 && like < settings.count; ++x)
+        for (int y = cy - 1; y <= cy + 1 && similar < settings.count; ++y)
+            for (int x = cx - 1; x <= cx + 1 && similar < settings.count; ++x)
                 for (const std::uint32_t j : hash.bucket(x, y)) {
                     const CornerFeature& g = features[j];
                     if (j == i || hash.at(g.x) != x || hash.at(g.y) != y) continue;
                     if (std::hypot(g.x - f.x, g.y - f.y) > settings.radius) continue;
-                    like += hammingDistance(f.bits, g.bits) <= settings.distance;
+                    similar += hammingDistance(f.bits, g.bits) <= settings.distance;
                 }
-        if (like >= settings.count) kept.push_back(i);
+        if (similar >= settings.count) kept.push_back(i);
     }
     return kept;
 }

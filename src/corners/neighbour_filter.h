@@ -1,4 +1,4 @@
-// Which features have others of their kind nearby.
+// Selection of features that have similar features nearby: the kernel of cneig.
 #pragma once
 
 #include <cstdint>
@@ -11,14 +11,14 @@ namespace scansteps::corners {
 
 struct NeighbourFilter
 {
-    float radius = 48;   ///< pixels within which neighbours are looked for
-    int distance = 100;  ///< bits in which the descriptors of like features differ at most
-    int count = 2;       ///< like neighbours that a feature needs
+    float radius = 48;   ///< of the neighbourhood, in pixels
+    int distance = 100;  ///< maximum number of differing bits between the descriptors of similar features
+    int count = 2;       ///< minimum number of similar neighbours
 };
 
-/// Indices of the features that have enough like neighbours, rising. Neighbours come from a hash of the
-/// plane's cells, so the time grows with the number of features and of their neighbours only. The result does
-/// not depend on the order of the features.
+/// Indices, in ascending order, of the features that have enough similar neighbours. A spatial hash finds the
+/// neighbours, so the time grows only with the number of features and of their neighbours. Which features are
+/// selected does not depend on their order.
 std::vector<std::uint32_t> withLikeNeighbours(std::span<const CornerFeature> features,
                                               const NeighbourFilter& settings);
 
