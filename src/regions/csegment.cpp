@@ -1,4 +1,4 @@
-// Step csegment: stable regions of the frame as a table, and on request a frame of their labels.
+// Step csegment: stable regions of the frame as a table, and optionally a frame of their labels.
 #include <algorithm>
 #include <vector>
 
@@ -33,14 +33,14 @@ SCANSTEPS_FACTORY(csegment, CpuSegment)
 
 namespace {
 
-constexpr int kLeastPixels = 9;
+constexpr int kMinPixels = 9;
 
 MSER detectorFor(int area)
 {
-    return {2, MSER::fractionOf(kLeastPixels, area), 0.2, 0.7, 0.33, true};
+    return {2, MSER::fractionOf(kMinPixels, area), 0.2, 0.7, 0.33, true};
 }
 
-// One row a region: centre x and y, area, half axes, angle in degrees, level, variation.
+// One row per region: centre x and y, area, half axes, angle in degrees, level, variation.
 Array tableOf(const std::vector<Region>& regions, bool bright)
 {
     Array table(Kind::Float, 8, std::uint32_t(regions.size()));
@@ -76,8 +76,8 @@ void CpuSegment::process(varitype& params)
     if (bright_)
         for (std::uint8_t& v : grey_.samples) v = std::uint8_t(255 - v);
     regions_.clear();
-    // a fifth of an image below 46 pixels is less than the least region
-    if (const int area = frameSize_.width * frameSize_.height; area > 5 * kLeastPixels)
+    // in smaller images the maximum area, a fifth of the image, is below kMinPixels
+    if (const int area = frameSize_.width * frameSize_.height; area > 5 * kMinPixels)
         detectorFor(area)(grey_.samples, frameSize_.width, frameSize_.height, regions_);
     print::field(std::int64_t(regions_.size()), " segments.size()\n");
     frame.record().insert("regions", tableOf(regions_, bright_));

@@ -1,3 +1,4 @@
+// Builds the component tree by flooding the image from its darkest level, and selects the stable regions.
 #include "regions/mser.h"
 
 #include <algorithm>
@@ -21,11 +22,11 @@ void require(bool holds, const char* text, int line)
 }
 #define MSER_REQUIRE(condition) require(condition, #condition, __LINE__)
 
-// Lists of the pixels that wait at each grey level, and which levels have any.
+// Stacks of the pixels that wait at each grey level, and a bitmap of the levels whose stack is not empty.
 class Boundary
 {
   public:
-    Boundary(std::span<const std::uint8_t> bits, std::vector<std::uint32_t>& places) : places_(places.data())
+    Boundary(std::span<const std::uint8_t> bits, std::vector<std::uint32_t>& cells) : cells_(cells.data())
     {
         std::array<std::uint32_t, 256> count{};
         for (const std::uint8_t level : bits) ++count[level];
@@ -35,9 +36,9 @@ class Boundary
             begin += count[level];
         }
     }
-    void push(std::uint8_t level, std::uint32_t place)
+    void push(std::uint8_t level, std::uint32_t cell)
     {
-        places_[end_[level]++] = place;
+        cells_[end_[level]++] = cell;
         used_[level >> 6] |= std::uint64_t{1} << (level & 63);
     }
     bool empty() const { return (used_[0] | used_[1] | used_[2] | used_[3]) == 0; }
@@ -50,19 +51,19 @@ class Boundary
     std::uint32_t pop(int level)
     {
         const auto l = std::size_t(level);
-        const std::uint32_t place = places_[--end_[l]];
+        const std::uint32_t cell = cells_[--end_[l]];
         if (end_[l] == begin_[l])
             used_[l >> 6] &= ~(std::uint64_t{1} << (l & 63));
         else
-            next_ = places_[end_[l] - 1];
-        return place;
+            next_ = cells_[end_[l] - 1];
+        return cell;
     }
 
-    /// What the next pop will often give: the place below the one popped last.
+    /// Likely result of the next pop: the cell below the one popped last.
     std::uint32_t guess() const { return next_; }
 
   private:
-    std::uint32_t* places_;
+    std::uint32_t* cells_;
     std::uint32_t next_ = 0;
     std::array<std::uint32_t, 256> begin_;
     std::array<std::uint32_t, 256> end_;
@@ -151,9 +152,10 @@ void MSER::forEachRegion(Visit visit)
         for (std::size_t i = 0; i < (b < block_ ? pool_[b].size : free_); ++i) visit(pool_[b].regions[i]);
 }
 
-// One run of water over the image: pixels are taken lowest level first, and the regions that are open form
-// a stack of falling levels. A pixel that has a lower neighbour waits at its own level until the hollow on
-// the other side has been flooded, so regions that touch only across it stay apart until then.
+// Floods the image: pixels are processed lowest level first, and the open regions form a stack of descending
+// levels. A pixel with a lower neighbour waits at its own level until the basin of that neighbour has been
+// flooded, so basins that touch only across it stay separate until then. A cell is an index into the image
+// with a border of one pixel.
 class MSER::Flood
 {
   public:
@@ -164,7 +166,7 @@ class MSER::Flood
           inverse_(~std::uint64_t{0} / stride_ + 1),
           boundary_(bits, owner.boundary_)
     {
-        frameImage(bits, std::uint32_t(height));
+        padImage(bits, std::uint32_t(height));
         neighbourMask_ = owner.eight_ ? 0xFFU : 0x5AU;
         const auto s = std::int32_t(stride_);
         steps_ = {-s - 1, -s, -s + 1, -1, 1, s - 1, s, s + 1};
@@ -173,22 +175,22 @@ class MSER::Flood
     void run()
     {
         open_[depth_++] = owner_.take(kSentinelLevel, 0);
-        std::uint32_t place = stride_ + 1;
-        markVisited(place);
-        openRegion(place);
+        std::uint32_t cell = stride_ + 1;
+        markVisited(cell);
+        openRegion(cell);
         for (;;) {
-            place = descend(place);
-            accept(place);
+            cell = descend(cell);
+            accept(cell);
             if (boundary_.empty()) return;
             const int level = boundary_.lowestLevel();
-            place = boundary_.pop(level);
-            fetchAround(boundary_.guess());
-            if (level > top()->level_) raiseTo(level, place);
+            cell = boundary_.pop(level);
+            prefetchAround(boundary_.guess());
+            if (level > top()->level_) raiseTo(level, cell);
         }
     }
 
   private:
-    void frameImage(std::span<const std::uint8_t> bits, std::uint32_t height)
+    void padImage(std::span<const std::uint8_t> bits, std::uint32_t height)
     {
         const std::size_t total = std::size_t{stride_} * (height + 2);
         owner_.levels_.resize(total);
@@ -207,32 +209,31 @@ class MSER::Flood
         for (; begin + 32 <= end; begin += 32) visited_[begin / 32] = 0;
         for (; begin < end; ++begin) visited_[begin / 32] &= ~(1U << (begin % 32));
     }
-    void markVisited(std::uint32_t place) { visited_[place / 32] |= 1U << (place % 32); }
+    void markVisited(std::uint32_t cell) { visited_[cell / 32] |= 1U << (cell % 32); }
 
-    std::uint32_t threeBits(std::uint32_t place) const
+    std::uint32_t threeBits(std::uint32_t cell) const
     {
-        const std::uint64_t low = visited_[place / 32];
-        const std::uint64_t high = visited_[place / 32 + 1];
-        return std::uint32_t((low | high << 32) >> (place % 32)) & 7U;
+        const std::uint64_t low = visited_[cell / 32];
+        const std::uint64_t high = visited_[cell / 32 + 1];
+        return std::uint32_t((low | high << 32) >> (cell % 32)) & 7U;
     }
     /// One bit for each of `steps_`.
-    std::uint32_t unvisitedNeighbours(std::uint32_t place) const
+    std::uint32_t unvisitedNeighbours(std::uint32_t cell) const
     {
-        const std::uint32_t above = threeBits(place - stride_ - 1);
-        const std::uint32_t beside = threeBits(place - 1);
-        const std::uint32_t below = threeBits(place + stride_ - 1);
+        const std::uint32_t above = threeBits(cell - stride_ - 1);
+        const std::uint32_t beside = threeBits(cell - 1);
+        const std::uint32_t below = threeBits(cell + stride_ - 1);
         return ~(above | (beside & 1U) << 3 | (beside & 4U) << 2 | below << 5) & neighbourMask_;
     }
 
-    /// Goes down from `place` until no neighbour is lower, opening a region at each step; the neighbours
-    /// seen and the places left wait on the boundary.
-    std::uint32_t descend(std::uint32_t place)
+    /// Descends from `cell` until no unvisited neighbour is lower, opening a region at each step. The other
+    /// neighbours and the cells left behind are put on the boundary.
+    std::uint32_t descend(std::uint32_t cell)
     {
-        std::uint32_t todo = unvisitedNeighbours(place);
-        std::uint8_t level = levels_[place];
+        std::uint32_t todo = unvisitedNeighbours(cell);
+        std::uint8_t level = levels_[cell];
         while (todo != 0) {
-            const std::uint32_t neighbour =
-                place + std::uint32_t(steps_[std::size_t(std::countr_zero(todo))]);
+            const std::uint32_t neighbour = cell + std::uint32_t(steps_[std::size_t(std::countr_zero(todo))]);
             todo &= todo - 1;
             markVisited(neighbour);
             const std::uint8_t its = levels_[neighbour];
@@ -240,36 +241,36 @@ class MSER::Flood
                 boundary_.push(its, neighbour);
                 continue;
             }
-            boundary_.push(level, place);
-            place = neighbour;
+            boundary_.push(level, cell);
+            cell = neighbour;
             level = its;
-            openRegion(place);
-            todo = unvisitedNeighbours(place);
+            openRegion(cell);
+            todo = unvisitedNeighbours(cell);
         }
-        return place;
+        return cell;
     }
 
     struct Point
     {
         std::uint32_t x, y;
     };
-    Point pointOf(std::uint32_t place) const
+    Point pointOf(std::uint32_t cell) const
     {
-        // the quotient by a multiplication: Lemire, Kaser and Kurz, "Faster remainder by direct
+        // division by multiplication: Lemire, Kaser and Kurz, "Faster remainder by direct
         // computation", 2019
         __extension__ using Wide = unsigned __int128;
-        const auto row = std::uint32_t(Wide{inverse_} * place >> 64);
-        return {place - row * stride_ - 1, row - 1};
+        const auto row = std::uint32_t(Wide{inverse_} * cell >> 64);
+        return {cell - row * stride_ - 1, row - 1};
     }
-    int pixelOf(std::uint32_t place) const
+    int pixelOf(std::uint32_t cell) const
     {
-        const Point p = pointOf(place);
+        const Point p = pointOf(cell);
         return int(p.y * width_ + p.x);
     }
 
-    void accept(std::uint32_t place)
+    void accept(std::uint32_t cell)
     {
-        const Point p = pointOf(place);
+        const Point p = pointOf(cell);
         const double x = p.x;
         const double y = p.y;
         Region* region = top();
@@ -281,22 +282,22 @@ class MSER::Flood
         region->moments_[4] += y * y;
     }
 
-    void fetchAround(std::uint32_t place) const
+    void prefetchAround(std::uint32_t cell) const
     {
-        hwy::Prefetch(levels_ + place);
-        hwy::Prefetch(levels_ + place - std::min(place, stride_));
-        hwy::Prefetch(levels_ + place + stride_);
+        hwy::Prefetch(levels_ + cell);
+        hwy::Prefetch(levels_ + cell - std::min(cell, stride_));
+        hwy::Prefetch(levels_ + cell + stride_);
     }
 
     Region* top() const { return open_[depth_ - 1]; }
-    void openRegion(std::uint32_t place) { open_[depth_++] = owner_.take(levels_[place], pixelOf(place)); }
+    void openRegion(std::uint32_t cell) { open_[depth_++] = owner_.take(levels_[cell], pixelOf(cell)); }
 
-    /// The water rises to `level`, where it found `place`: closes the open regions below.
-    void raiseTo(int level, std::uint32_t place)
+    /// Raises the water to `level`, at which `cell` was found: closes the open regions below.
+    void raiseTo(int level, std::uint32_t cell)
     {
         do {
             Region* closed = open_[--depth_];
-            if (level < top()->level_) openRegion(place);
+            if (level < top()->level_) openRegion(cell);
             top()->merge(closed);
         } while (level > top()->level_);
     }
@@ -329,7 +330,8 @@ void MSER::operator()(std::span<const std::uint8_t> bits, int width, int height,
     save(regions);
 }
 
-// The passes over the pool need no order: areas and levels are final, and then so are the variations.
+// Both passes may visit the pool in any order: areas and levels are final, and in the second pass variations
+// too.
 void MSER::markStable(double minPixels, double maxPixels)
 {
     forEachRegion([this](Region& region) {
@@ -353,25 +355,25 @@ void MSER::markStable(double minPixels, double maxPixels)
 
 namespace {
 
-/// The region after `region` in a walk of the tree under `root`, parents first; null at the end.
-const Region* following(const Region* region, const Region* root, bool enter)
+// The next region in pre-order in the tree under `root`, skipping children unless `enter`; null at the end.
+const Region* nextInTree(const Region* region, const Region* root, bool enter)
 {
     if (enter && region->child_) return region->child_;
     while (region != root && !region->next_) region = region->parent_;
     return region == root ? nullptr : region->next_;
 }
 
-bool outdoneByParent(const Region& region, int minParentArea)
+bool suppressedByParent(const Region& region, int minParentArea)
 {
     for (const Region* p = region.parent_; p && p->area_ < minParentArea; p = p->parent_)
         if (p->stable_ && p->variation_ <= region.variation_) return true;
     return false;
 }
 
-bool outdoneByChild(const Region& region, int maxChildArea)
+bool suppressedByChild(const Region& region, int maxChildArea)
 {
     bool enter = true;
-    for (const Region* c = following(&region, &region, true); c; c = following(c, &region, enter)) {
+    for (const Region* c = nextInTree(&region, &region, true); c; c = nextInTree(c, &region, enter)) {
         enter = c->area_ > maxChildArea;
         if (enter && c->stable_ && c->variation_ < region.variation_) return true;
     }
@@ -385,18 +387,18 @@ int pixelCount(double area)
 
 }  // namespace
 
-// What a region loses to a relative depends on which of its ancestors are left, and never on other branches
-// of the tree: any order that puts ancestors first will do.
+// Whether a relative suppresses a region depends on which of its ancestors are still stable, and not on other
+// branches of the tree: any order that puts ancestors first gives the same result.
 void MSER::save(std::vector<Region>& regions)
 {
-    std::array<std::size_t, kSentinelLevel + 1> end{};  // of the regions at a level and above
+    std::array<std::size_t, kSentinelLevel + 1> end{};  // end index of the regions at a level and above
     for (const Region* r : candidates_) ++end[std::size_t(r->level_)];
     for (std::size_t level = kSentinelLevel; level-- > 0;) end[level] += end[level + 1];
     ordered_.resize(candidates_.size());
     for (Region* r : candidates_) ordered_[--end[std::size_t(r->level_)]] = r;
     for (Region* r : ordered_) {
-        r->stable_ = !outdoneByParent(*r, pixelCount(r->area_ / (1.0 - minDiversity_) + 0.5)) &&
-                     !outdoneByChild(*r, pixelCount(r->area_ * (1.0 - minDiversity_) + 0.5));
+        r->stable_ = !suppressedByParent(*r, pixelCount(r->area_ / (1.0 - minDiversity_) + 0.5)) &&
+                     !suppressedByChild(*r, pixelCount(r->area_ * (1.0 - minDiversity_) + 0.5));
         if (r->stable_) regions.push_back(*r);
     }
 }

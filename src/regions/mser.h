@@ -1,5 +1,5 @@
-// Maximally stable extremal regions of an 8-bit grey image: the dark components of all threshold sets whose
-// area changes least from level to level. Knows neither records nor handles.
+// Maximally stable extremal regions (MSER) of an 8-bit grey image: the dark components of all threshold sets
+// whose area changes least from level to level.
 #pragma once
 
 #include <array>
@@ -11,8 +11,7 @@
 
 namespace scansteps::regions {
 
-/// One node of the component tree: a connected set of pixels that are all at or below `level_` and cannot
-/// grow without passing that level.
+/// One node of the component tree: a maximal connected set of pixels at or below `level_`.
 struct Region
 {
     int level_ = 0;                    ///< grey level at which the region was created, 256 in the sentinel
@@ -21,19 +20,18 @@ struct Region
     std::array<double, 5> moments_{};  ///< sums of x, y, x * x, x * y, y * y over the pixels
     double variation_ = kUnknownVariation;  ///< relative area change over `delta` levels
     bool stable_ = false;
-    bool aboveChild_ = false;   ///< some child varies more
-    Region* parent_ = nullptr;  ///< links of the tree; in a copy they lead into the detector's pool and
-    Region* child_ = nullptr;   ///< hold until its next run
+    bool aboveChild_ = false;   ///< some child has a larger variation
+    Region* parent_ = nullptr;  ///< links of the tree; in a copy they point into the detector's pool and are
+    Region* child_ = nullptr;   ///< valid until its next run
     Region* next_ = nullptr;    ///< next sibling
 
     static const double kUnknownVariation;  ///< +infinity
 
-    /// Takes over area and moments of `child`, a region without parent and sibling, and makes it the first
-    /// child.
+    /// Adds area and moments of `child`, a region without parent and sibling, and makes it the first child.
     void merge(Region* child);
 };
 
-/// Centre and axes of the ellipse that has a region's second moments.
+/// The ellipse with the same second moments as a region.
 struct RegionEllipse
 {
     double x, y;          ///< centre in pixels
@@ -42,22 +40,24 @@ struct RegionEllipse
 };
 RegionEllipse ellipseOf(const Region& region);
 
-/// The detector. Floods the image in linear time and without an allocation for each region, after D. Nistér
+/// The detector. Runs in linear time and without an allocation per region, after D. Nistér
 /// and H. Stewénius, "Linear Time Maximally Stable Extremal Regions", ECCV 2008. An object keeps its memory
 /// from run to run; runs of one object must not overlap.
 class MSER
 {
   public:
     /// Checks its arguments: delta > 0, 0 <= minArea < maxArea <= 1 (fractions of the image area),
-    /// maxVariation > 0, 0 <= minDiversity < 1. A failed check throws its text, "mser" and the line.
+    /// maxVariation > 0, 0 <= minDiversity < 1. A failed check throws its text, "mser" and the line. `eight`
+    /// selects 8-connectivity instead of 4-connectivity.
     MSER(int delta, double minArea, double maxArea, double maxVariation, double minDiversity, bool eight);
 
     /// Appends the stable regions of `bits`, height rows of width bytes, to `regions`, parents before their
-    /// children. An image without pixels has none; fewer bytes than pixels, or 2^31 pixels, is an error.
+    /// children. An image without pixels has none. Throws "MSER image too small" when there are fewer bytes
+    /// than pixels, and "MSER image too large" at about 2^31 pixels.
     void operator()(std::span<const std::uint8_t> bits, int width, int height, std::vector<Region>& regions);
 
-    /// The fraction that stands for `pixels` pixels of an image of `imageArea` pixels: the least one whose
-    /// product with the area, truncated, gives `pixels` again. At most 1.
+    /// The smallest fraction, at most 1, whose product with `imageArea`, truncated, is `pixels`: converts an
+    /// area in pixels for the constructor.
     static double fractionOf(int pixels, int imageArea);
 
   private:
@@ -77,21 +77,21 @@ class MSER
     double minDiversity_;
     bool eight_;
 
-    // The pool is a row of blocks, each as large as all before it, so that regions never move.
+    // The pool consists of blocks, each twice the size of the previous one, so that regions never move.
     struct Block
     {
         std::unique_ptr<Region[]> regions;
         std::size_t size;
     };
     std::vector<Block> pool_;
-    std::size_t block_ = 0;  // of the next free region, and its place in there
-    std::size_t free_ = 0;
+    std::size_t block_ = 0;  // block of the next free region
+    std::size_t free_ = 0;   // and its index there
 
     std::vector<Region*> candidates_;
     std::vector<Region*> ordered_;
-    std::vector<std::uint8_t> levels_;     // the image with a frame of one pixel around it
-    std::vector<std::uint32_t> visited_;   // one bit a pixel of the same
-    std::vector<std::uint32_t> boundary_;  // a stack for every level, each as long as the level has pixels
+    std::vector<std::uint8_t> levels_;     // the image with a border of one pixel
+    std::vector<std::uint32_t> visited_;   // one bit per pixel of the same
+    std::vector<std::uint32_t> boundary_;  // one stack per level, with room for all its pixels
 };
 
 }  // namespace scansteps::regions

@@ -1,3 +1,4 @@
+// Flood fill of each region from its seed pixel.
 #include "regions/region_labels.h"
 
 #include <algorithm>
