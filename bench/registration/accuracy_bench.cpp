@@ -78,7 +78,7 @@ void chooseSupport(Support support, PreparedView& view)
     static EdgeFinder finder;
     if (support == Support::Edges)
         view.support = pointsOnEdges(finder.edgesOf(view.full.view()), view.full.view());
-    if (support == Support::Drawn) compareEdges(finder.edgesOf(view.full.view()), view);
+    if (support == Support::Drawn) alignByEdges(finder.edgesOf(view.full.view()), view);
 }
 
 struct Tally

@@ -1,3 +1,4 @@
+// Gauss-Newton alignment of two views by grey values, and the choice of support points.
 #include "registration/align.h"
 
 #include <Eigen/Cholesky>
@@ -8,8 +9,8 @@ namespace scansteps::registration {
 namespace {
 
 constexpr int kCell = 8;
-constexpr int kRim = 2 * kCell;
-constexpr int kGain = 8;  // places of gain and offset behind the parameters of the motion
+constexpr int kBorder = 2 * kCell;
+constexpr int kGain = 8;  // indices of gain and offset, after the parameters of the motion
 constexpr int kOffset = 9;
 
 using Normal = Eigen::Matrix<double, 10, 10>;
@@ -20,7 +21,8 @@ struct Sample
     double value, dx, dy;
 };
 
-// Bilinear value and its central differences one pixel to each side. The place must be two pixels inside.
+// Bilinear value and its central differences one pixel to each side. The point must be two pixels inside the
+// image.
 Sample sampleAt(grey::GreyView image, double x, double y)
 {
     const int ix = int(x);
@@ -42,7 +44,8 @@ Sample sampleAt(grey::GreyView image, double x, double y)
     return {above + fy * (below - above), (right - left) / 2, (down - up) / 2};
 }
 
-struct Seen
+// A support point as both views see it.
+struct Observation
 {
     Eigen::Vector2d q;  // frame units of the second view
     double here;
@@ -59,10 +62,10 @@ class Aligner
           support_(support),
           model_(model),
           units_(first.width, first.height),
-          seen_(scratch),
+          observations_(scratch),
           errors_(scratch)
     {
-        seen_.reserve(support.size());
+        observations_.reserve(support.size());
         errors_.reserve(support.size());
     }
 
@@ -71,7 +74,7 @@ class Aligner
         Eigen::Matrix3d motion = units_.fromPixels(start);
         double gain = 1;
         double offset = 0;
-        look(motion);
+        sample(motion);
         fitGrey(gain, offset);
         for (int i = 0; i < steps; ++i) {
             const double scale = residualScale(gain, offset);
@@ -80,34 +83,33 @@ class Aligner
             motion = applyStep(motion, step.head<8>(), model_);
             gain += step[kGain];
             offset += step[kOffset];
-            look(motion);
+            sample(motion);
             if (step.head<8>().norm() * units_.scale() < 0.002) break;
         }
         Alignment result;
         result.motion = units_.toPixels(motion);
-        result.points = int(seen_.size());
         result.correlation = correlation();
         result.deviation = deviation(motion, gain, offset);
         return result;
     }
 
   private:
-    // Samples the second view where the motion sends the support points.
-    void look(const Eigen::Matrix3d& motion)
+    // Samples the second view at the transformed support points.
+    void sample(const Eigen::Matrix3d& motion)
     {
-        seen_.clear();
+        observations_.clear();
         for (const SupportPoint& s : support_) {
-            const Eigen::Vector2d q = moved(motion, units_.point(double(s.x), double(s.y)));
+            const Eigen::Vector2d q = transformed(motion, units_.point(double(s.x), double(s.y)));
             const Eigen::Vector2d p =
                 q * units_.scale() + Eigen::Vector2d(first_.width - 1, first_.height - 1) / 2;
             if (!(p.x() >= 2 && p.y() >= 2 && p.x() < second_.width - 3 && p.y() < second_.height - 3))
                 continue;
             const auto x = std::size_t(s.x);
-            seen_.push_back({q, double(first_.row(int(s.y))[x]), sampleAt(second_, p.x(), p.y())});
+            observations_.push_back({q, double(first_.row(int(s.y))[x]), sampleAt(second_, p.x(), p.y())});
         }
     }
 
-    double error(const Seen& s, double gain, double offset) const
+    double error(const Observation& s, double gain, double offset) const
     {
         return gain * s.here + offset - s.there.value;
     }
@@ -115,18 +117,18 @@ class Aligner
     void fitGrey(double& gain, double& offset) const
     {
         double n = 1e-9, a = 0, b = 0, aa = 1e-9, ab = 0;
-        for (const Seen& s : seen_)
+        for (const Observation& s : observations_)
             n += 1, a += s.here, b += s.there.value, aa += s.here * s.here, ab += s.here * s.there.value;
         const double variance = aa / n - a / n * (a / n);
         gain = variance > 1 ? std::clamp((ab / n - a / n * (b / n)) / variance, 0.3, 3.0) : 1;
         offset = b / n - gain * a / n;
     }
 
-    // 1.5 times the median of the absolute errors, at least two grey levels.
+    // Robust scale of the errors: 1.5 times their median absolute value, at least two grey levels.
     double residualScale(double gain, double offset)
     {
         errors_.clear();
-        for (const Seen& s : seen_) errors_.push_back(std::abs(error(s, gain, offset)));
+        for (const Observation& s : observations_) errors_.push_back(std::abs(error(s, gain, offset)));
         if (errors_.empty()) return 1;
         const auto middle = errors_.begin() + std::ptrdiff_t(errors_.size() / 2);
         std::nth_element(errors_.begin(), middle, errors_.end());
@@ -144,7 +146,7 @@ class Aligner
         Normal normal = Normal::Zero();
         right.setZero();
         const int n = int(model_);
-        for (const Seen& s : seen_) {
+        for (const Observation& s : observations_) {
             const double e = error(s, gain, offset);
             const double weight = weightOf(e, scale);
             if (weight == 0) continue;
@@ -165,7 +167,7 @@ class Aligner
 
     bool solve(double gain, double offset, double scale, Right& step) const
     {
-        if (seen_.size() < 40) return false;
+        if (observations_.size() < 40) return false;
         Right right;
         const Normal normal = normalOf(gain, offset, scale, right);
         step = normal.ldlt().solve(right);
@@ -175,7 +177,7 @@ class Aligner
     double correlation() const
     {
         double n = 0, a = 0, b = 0, aa = 0, bb = 0, ab = 0;
-        for (const Seen& s : seen_) {
+        for (const Observation& s : observations_) {
             const double v = s.there.value;
             n += 1, a += s.here, b += v, aa += s.here * s.here, bb += v * v, ab += s.here * v;
         }
@@ -186,7 +188,7 @@ class Aligner
 
     double deviation(const Eigen::Matrix3d& motion, double gain, double offset)
     {
-        if (seen_.size() < 40) return 1e9;
+        if (observations_.size() < 40) return 1e9;
         const double scale = residualScale(gain, offset);
         Right right;
         const Normal normal = normalOf(gain, offset, scale, right);
@@ -201,18 +203,19 @@ class Aligner
     std::span<const SupportPoint> support_;
     MotionModel model_;
     FrameUnits units_;
-    std::pmr::vector<Seen> seen_;
+    std::pmr::vector<Observation> observations_;
     std::pmr::vector<double> errors_;
 };
 
 }  // namespace
 
-void steepestPixels(grey::GreyView image, std::vector<SupportPoint>& points, float least)
+void steepestPixels(grey::GreyView image, std::vector<SupportPoint>& points, float minGradient)
 {
     points.clear();
-    const int limit = int(4 * least * least);  // of the squared differences two pixels apart
-    for (int top = kRim; top + kCell + kRim <= image.height; top += kCell)
-        for (int left = kRim; left + kCell + kRim <= image.width; left += kCell) {
+    const int limit =
+        int(4 * minGradient * minGradient);  // for squared differences of samples two pixels apart
+    for (int top = kBorder; top + kCell + kBorder <= image.height; top += kCell)
+        for (int left = kBorder; left + kCell + kBorder <= image.width; left += kCell) {
             int best = limit;
             SupportPoint at{-1, -1};
             for (int y = top; y < top + kCell; ++y) {

@@ -1,4 +1,4 @@
-// Step c2rege: the similarity between a view and the view before.
+// Step c2rege: the similarity between a view and the previous view.
 #include "core/step_factory.h"
 #include "registration/registering_step.h"
 

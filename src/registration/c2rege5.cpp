@@ -1,4 +1,4 @@
-// Step c2rege5: the homography between a view and the earlier views that it still holds.
+// Step c2rege5: the homography between a view and the earlier views that the step still holds.
 #include "core/step_factory.h"
 #include "edges/polyline_record.h"
 #include "registration/edge_support.h"
@@ -20,14 +20,14 @@ class CpuRegE5 final : public RegisteringStep
     }
 
   private:
-    // A record with polylines comes with a frame in which edges are drawn: the polylines themselves are
-    // compared then, instead of grey values along edges that the view finds in itself.
+    // When the record has polylines, the frame holds drawn edges instead of grey values: then the polylines
+    // are aligned. Otherwise grey values are compared along edges that are detected here.
     void support(const varitype& record, PreparedView& view) override
     {
         std::size_t count = 0;
         if (record.has("fvertsArray")) {
             edges::polylinesOf(record, lines_);
-            compareEdges(lines_, view);
+            alignByEdges(lines_, view);
             count = lines_.size();
         } else {
             const edges::Polylines& lines = finder_.edgesOf(view.full.view());
@@ -38,7 +38,7 @@ class CpuRegE5 final : public RegisteringStep
     }
 
     EdgeFinder finder_;
-    edges::Polylines lines_;  // of a record
+    edges::Polylines lines_;  // from the record
 };
 
 SCANSTEPS_FACTORY(c2rege5, CpuRegE5)

@@ -21,11 +21,11 @@ class CpuCanny6 final : public MotionCanny
         const double scale = width() > 0 ? std::log2(double(width())) : 0;
         print::field(int(scale + 0.5), " int(log2(W)+0.5)\n");
     }
-    // Inliers, scale, turn.
+    // Inliers, scale, rotation.
     void report(const Registration& motion, varitype& record) const override
     {
         const double factor = scaleOf(motion.motion);
-        const double angle = turnOf(motion.motion);
+        const double angle = rotationOf(motion.motion);
         record.insert("factor", float(factor));
         record.insert("angle", float(angle));
         char text[100];

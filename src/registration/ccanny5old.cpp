@@ -14,14 +14,13 @@ class CpuCanny5 final : public MotionCanny
     const char* getName() override { return "CpuCanny5"; }
 
   private:
-    // Number of the frame, shift of the first pixel, matches, turn and expected error of the corners,
-    // inliers.
+    // Frame number, translation, matches, rotation, expected error of the corners, inliers.
     void report(const Registration& motion, varitype&) const override
     {
         char text[200];
         std::snprintf(text, sizeof text, "cnt %03d %3.3f,%3.3f  %03d  %3.3f,%3.3f %03d\n", frameNumber(),
                       motion.motion(0, 2), motion.motion(1, 2), int(motion.matches.size()),
-                      turnOf(motion.motion), motion.inliers > 0 ? motion.deviation : 0.0, motion.inliers);
+                      rotationOf(motion.motion), motion.inliers > 0 ? motion.deviation : 0.0, motion.inliers);
         print::text(text);
     }
 };

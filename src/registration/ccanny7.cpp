@@ -14,11 +14,11 @@ class CpuCanny7 final : public MotionCanny
     const char* getName() override { return "CpuCanny7"; }
 
   private:
-    // Turn in degrees, scale.
+    // Rotation in degrees, scale.
     void report(const Registration& motion, varitype&) const override
     {
         char text[100];
-        std::snprintf(text, sizeof text, "unic\ncnt %3.3fd %3.3f\n", turnOf(motion.motion),
+        std::snprintf(text, sizeof text, "unic\ncnt %3.3fd %3.3f\n", rotationOf(motion.motion),
                       scaleOf(motion.motion));
         print::text(text);
     }

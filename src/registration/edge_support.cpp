@@ -1,3 +1,4 @@
+// Support points along polylines, ridge images of polylines, and edge detection in views.
 #include "registration/edge_support.h"
 
 #include <algorithm>
@@ -7,12 +8,13 @@ namespace scansteps::registration {
 namespace {
 
 constexpr int kCell = 8;
-constexpr int kRim = 2 * kCell;
+constexpr int kBorder = 2 * kCell;
 
-// Thresholds in the units of the 3 x 3 Sobel kernels: steps of 5 and 12 grey levels a pixel and more.
+// Thresholds of the 3 x 3 Sobel magnitude: slopes of 5 and 12.5 grey levels per pixel.
 constexpr double kLow = 40;
 constexpr double kHigh = 100;
 
+// The steepest pixel found in a cell.
 struct Cell
 {
     int steepness = 0;
@@ -22,9 +24,9 @@ struct Cell
 class Cells
 {
   public:
-    Cells(grey::GreyView image, float least)
+    Cells(grey::GreyView image, float minGradient)
         : image_(image),
-          least_(int(4 * least * least)),
+          minSteepness_(int(4 * minGradient * minGradient)),
           across_((image.width + kCell - 1) / kCell),
           cells_(std::size_t(across_) * std::size_t((image.height + kCell - 1) / kCell))
     {
@@ -32,7 +34,8 @@ class Cells
 
     void add(float x, float y)
     {
-        if (!(x >= kRim && y >= kRim && x < float(image_.width - kRim) && y < float(image_.height - kRim)))
+        if (!(x >= kBorder && y >= kBorder && x < float(image_.width - kBorder) &&
+              y < float(image_.height - kBorder)))
             return;
         const int ix = int(x + 0.5F);
         const int iy = int(y + 0.5F);
@@ -41,7 +44,7 @@ class Cells
         const int dy = p[image_.stride] - p[-image_.stride];
         const int steepness = dx * dx + dy * dy;
         Cell& cell = cells_[std::size_t(iy / kCell * across_ + ix / kCell)];
-        if (steepness < least_ || steepness <= cell.steepness) return;
+        if (steepness < minSteepness_ || steepness <= cell.steepness) return;
         cell = {steepness, {float(ix), float(iy)}};
     }
 
@@ -55,11 +58,11 @@ class Cells
 
   private:
     grey::GreyView image_;
-    int least_, across_;
+    int minSteepness_, across_;
     std::vector<Cell> cells_;
 };
 
-// Visits every pixel or so of a segment, if it is not far longer than the image is wide.
+// Visits points of a segment at most one pixel apart. Skips segments much longer than the image.
 template <class Visit>
 void walkSegment(edges::Vertex a, edges::Vertex b, int width, int height, Visit visit)
 {
@@ -84,10 +87,11 @@ void forEachSegment(const edges::Polylines& lines, Visit visit)
 
 }  // namespace
 
-std::vector<SupportPoint> pointsOnEdges(const edges::Polylines& lines, grey::GreyView image, float least)
+std::vector<SupportPoint> pointsOnEdges(const edges::Polylines& lines, grey::GreyView image,
+                                        float minGradient)
 {
-    if (image.width <= 2 * kRim || image.height <= 2 * kRim) return {};
-    Cells cells(image, least);
+    if (image.width <= 2 * kBorder || image.height <= 2 * kBorder) return {};
+    Cells cells(image, minGradient);
     forEachSegment(lines, [&](edges::Vertex a, edges::Vertex b) {
         walkSegment(a, b, image.width, image.height, [&](float x, float y) { cells.add(x, y); });
     });

@@ -1,4 +1,4 @@
-// Points on edges as support for the registration of views. The registration steps share it.
+// Support points on edges, for the registration of views by c2rege and c2rege5.
 #pragma once
 
 #include <vector>
@@ -11,21 +11,22 @@
 
 namespace scansteps::registration {
 
-/// Of each cell of 8 × 8 pixels that a polyline passes, the pixel on it with the steepest gradient, if that
-/// is at least `least` grey levels a pixel. Cells in row order; a rim of two cells is left out, and what lies
-/// outside the image.
-std::vector<SupportPoint> pointsOnEdges(const edges::Polylines& lines, grey::GreyView image, float least = 4);
+/// In each cell of 8 × 8 pixels that polylines pass through, the pixel on them with the steepest gradient, if
+/// that is at least `minGradient` grey levels per pixel. Cells are in row order, without a border of two
+/// cells; parts of lines outside the image are ignored.
+std::vector<SupportPoint> pointsOnEdges(const edges::Polylines& lines, grey::GreyView image,
+                                        float minGradient = 4);
 
-/// Draws polylines as ridges: 255 on a line, falling to 0 at `radius` pixels from it. The image takes the
-/// size. So edges can be compared as grey values are, whatever has become of the picture that they were found
-/// in. Segments far longer than the image is wide are left out.
+/// Draws polylines as ridges, 255 on a line and falling to 0 at `radius` pixels from it, so that edges can be
+/// aligned like grey values when the image they were found in is no longer available. `out` is resized to
+/// width × height. Segments much longer than the image are skipped.
 void drawRidges(const edges::Polylines& lines, int width, int height, grey::GreyImage& out, float radius = 4);
 
-/// Finds the edges of a smoothed image, to a fraction of a pixel, as polylines: for views that come without.
+/// Finds the edges of a smoothed image as sub-pixel polylines, for views whose record has none.
 class EdgeFinder
 {
   public:
-    /// The result holds until the next call.
+    /// The result is valid until the next call.
     const edges::Polylines& edgesOf(grey::GreyView image);
 
   private:

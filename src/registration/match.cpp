@@ -1,3 +1,4 @@
+// Multi-index hash tables of descriptors, and mutual nearest neighbours.
 #include "registration/match.h"
 
 #include <algorithm>
@@ -17,8 +18,8 @@ std::size_t DescriptorIndex::keyOf(const corners::CornerDescriptor& bits, std::s
 
 void DescriptorIndex::assign(std::span<const corners::CornerFeature> features)
 {
-    // A counting sort by table and key. While entries are put in, begin_[k + 1] is where the next one of key
-    // k goes, so that it ends up where key k + 1 begins.
+    // A counting sort by table and key. While entries are inserted, begin_[k + 1] is the position of the next
+    // entry of key k, so that in the end it is the start of key k + 1.
     features_ = features;
     begin_.assign(kTables * kKeys + 2, 0);
     entries_.resize(kTables * features.size());

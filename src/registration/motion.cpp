@@ -1,3 +1,4 @@
+// Robust estimation of motions from point pairs: hypotheses, refinement, covariance.
 #include "registration/motion.h"
 
 #include <Eigen/Cholesky>
@@ -11,16 +12,16 @@ namespace scansteps::registration {
 namespace {
 
 using Normal = Eigen::Matrix<double, 8, 8>;
-// As many of its rows and columns as a model has parameters.
+// The leading rows and columns that belong to the parameters of a model.
 using PartOfNormal = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, 0, 8, 8>;
 
 struct Pair
 {
     Eigen::Vector2d from, to;
-    double limit;  // of a residual, frame units, for a limit of one pixel
+    double limit;  // residual that corresponds to one pixel of the level, in frame units
 };
 
-// Shape that no change of view in the pipeline has: mirrored, or a corner of the frame thrown to the horizon.
+// False for motions that no change of view produces: mirrored, degenerate, or with a corner near the horizon.
 bool plausible(const Eigen::Matrix3d& motion)
 {
     if (!motion.allFinite()) return false;
@@ -48,7 +49,7 @@ class Estimator
         MotionEstimate result;
         if (pairs_.size() < 3) return result;
         const bool bends = int(model_) > int(MotionModel::similarity);
-        const double first = bends ? 12 : 4;  // pixels: how far a similarity may be from the truth
+        const double first = bends ? 12 : 4;  // pixels: how far a similarity may deviate from the true motion
         Eigen::Matrix3d best = hypothesise(first);
         double limit = first;
         for (const MotionModel stage : {std::min(model_, MotionModel::affine), model_})
@@ -60,12 +61,13 @@ class Estimator
     }
 
   private:
-    static constexpr double kLimit = 2;  // pixels of the level: what still is an inlier in the end
+    static constexpr double kLimit = 2;  // maximum residual of an inlier, in pixels of the level
     static constexpr int kTries = 3000;
 
     double residual(const Eigen::Matrix3d& motion, const Pair& pair, double limit) const
     {
-        return (moved(motion, pair.from) - pair.to).squaredNorm() / (pair.limit * pair.limit * limit * limit);
+        return (transformed(motion, pair.from) - pair.to).squaredNorm() /
+               (pair.limit * pair.limit * limit * limit);
     }
 
     // A similarity z -> a z + b through two pairs, in complex numbers; a rigid motion has |a| = 1.
@@ -95,7 +97,7 @@ class Estimator
         double bestCost = double(pairs_.size());
         double tries = kTries;
         for (int i = 0; i < int(tries); ++i) {
-            // among the best at first, among all in the end
+            // draws from the best pairs first, and gradually from all
             const std::size_t pool =
                 std::min(pairs_.size(), std::size_t(16 + std::uint64_t(i) * pairs_.size() / (kTries / 8)));
             const Pair& p = pairs_[random_() % pool];
@@ -120,7 +122,7 @@ class Estimator
         return best;
     }
 
-    // One weighted step; pairs beyond the limit have no weight.
+    // One weighted least-squares step; pairs beyond the limit have zero weight.
     Eigen::Matrix3d improve(const Eigen::Matrix3d& motion, MotionModel model, double limit) const
     {
         Normal normal = Normal::Zero();
@@ -129,7 +131,7 @@ class Estimator
             const double r = residual(motion, pair, limit);
             if (!(r < 1)) continue;
             const double weight = (1 - r) * (1 - r) / (pair.limit * pair.limit);
-            const Eigen::Vector2d q = moved(motion, pair.from);
+            const Eigen::Vector2d q = transformed(motion, pair.from);
             const auto derivatives = motionDerivatives(q);
             normal += weight * derivatives.transpose() * derivatives;
             right += weight * derivatives.transpose() * (pair.to - q);
@@ -154,7 +156,7 @@ class Estimator
             if (!(r < 1)) continue;
             ++inliers;
             squares += r * kLimit * kLimit;
-            const auto derivatives = motionDerivatives(moved(motion, pair.from));
+            const auto derivatives = motionDerivatives(transformed(motion, pair.from));
             normal += derivatives.transpose() * derivatives / (pair.limit * pair.limit);
         }
         const int freedom = 2 * inliers - int(model_);
@@ -229,7 +231,7 @@ double cornerDeviation(const Normal& normal, const Eigen::Matrix3d& motion, Moti
     double sum = 0;
     for (const double x : {0.0, width - 1.0})
         for (const double y : {0.0, height - 1.0}) {
-            const Eigen::Matrix<double, 2, 8> d = motionDerivatives(moved(motion, units.point(x, y)));
+            const Eigen::Matrix<double, 2, 8> d = motionDerivatives(transformed(motion, units.point(x, y)));
             const Eigen::Matrix<double, 2, Eigen::Dynamic, 0, 2, 8> part = d.leftCols(n);
             sum += std::sqrt(std::max((part * covariance * part.transpose()).trace(), 0.0));
         }

@@ -1,3 +1,4 @@
+// The base of ccanny5old, ccanny5 and ccanny7: estimates the motion, then replaces the frame by its edges.
 #include "registration/motion_canny_step.h"
 
 #include <algorithm>
@@ -16,7 +17,7 @@
 namespace scansteps::registration {
 namespace {
 
-// Gradient thresholds behind the smoothing, in the units of the 3 x 3 Sobel kernels.
+// Thresholds of the 3 x 3 Sobel magnitude, after smoothing.
 constexpr double kLow = 60;
 constexpr double kHigh = 160;
 
@@ -34,7 +35,7 @@ void MotionCanny::init(varitype& params)
     in_.create(frameSize_.width, frameSize_.height, 1, code);
     spare_.create(frameSize_.width, frameSize_.height, 1, code);
     frames_ = 0;
-    before_ = PreparedView{};
+    previous_ = PreparedView{};
     detectRegions_.reset();
     if (const auto area = std::int64_t{frameSize_.width} * frameSize_.height;
         debug && area > 8 && area <= INT32_MAX)
@@ -49,10 +50,10 @@ void MotionCanny::process(varitype& params)
     grey::greyFromFrame(samples, frameSize_.width, frameSize_.height, coding_, grey_);
     prepareView(detector_, grey_.view(), registrationCorners(), view_);
     if (frames_++ > 0)
-        registerViews(before_, view_, model_, motion_, &memory_);
+        registerViews(previous_, view_, model_, motion_, &memory_);
     else
         motion_ = Registration{};
-    std::swap(before_, view_);
+    std::swap(previous_, view_);
     frame.record().insert("transform", matrixArray(motion_.motion));
     frame.record().insert("inliers", motion_.inliers);
     report(motion_, frame.record());
@@ -65,7 +66,7 @@ void MotionCanny::process(varitype& params)
     frame.forward();
 }
 
-// Two passes of a box as wide as the scale, then thin edges at full size.
+// Two box filter passes as wide as the scale, then edge detection at full resolution.
 void MotionCanny::drawEdges(std::span<std::uint16_t> frame)
 {
     if (frameSize_.width == 0 || frameSize_.height == 0) return;
@@ -81,7 +82,7 @@ double scaleOf(const Eigen::Matrix3d& motion)
     return std::sqrt(std::abs(motion(0, 0) * motion(1, 1) - motion(0, 1) * motion(1, 0)));
 }
 
-double turnOf(const Eigen::Matrix3d& motion)
+double rotationOf(const Eigen::Matrix3d& motion)
 {
     return std::atan2(motion(0, 1) - motion(1, 0), motion(0, 0) + motion(1, 1)) * 180 / std::numbers::pi;
 }

@@ -1,5 +1,5 @@
 // Base of the steps ccanny5old, ccanny5 and ccanny7: edges at a scale chosen from the frame's width, and the
-// motion from the frame before to this one.
+// motion from the previous frame to this one.
 #pragma once
 
 #include <Eigen/Core>
@@ -24,12 +24,13 @@ class MotionCanny : public CPUBase
   protected:
     explicit MotionCanny(MotionModel model) : model_(model) {}
 
-    /// Scale level: the whole part of log2(width), less 8, limited to 0 ... 4.
+    /// Scale level: the integer part of log2(width), minus 8, clamped to 0 ... 4.
     int level() const { return level_; }
     int width() const { return frameSize_.width; }
     int frameNumber() const { return frames_; }
-    /// What the step prints when it is initialised, and for a frame; may add to the record.
+    /// Prints what the step prints on initialisation.
     virtual void announce() const {}
+    /// Prints what the step prints for every frame; may add entries to the record.
     virtual void report(const Registration& motion, varitype& record) const = 0;
 
   private:
@@ -39,10 +40,10 @@ class MotionCanny : public CPUBase
     FrameSize frameSize_;
     int level_ = 0, frames_ = 0;
     grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
-    TextureSet in_, spare_;  // the second is kept for hosts that count on two handles a step
+    TextureSet in_, spare_;  // the second is for hosts that expect two handles per step
     grey::GreyImage grey_;
     corners::CornerDetector detector_;
-    PreparedView view_, before_;
+    PreparedView view_, previous_;
     edges::FloatPlane plane_;
     edges::CannyWorkspace work_;
     ScratchArena memory_;
@@ -51,9 +52,9 @@ class MotionCanny : public CPUBase
     std::vector<regions::Region> regions_;
 };
 
-/// Mean scale of a motion, and its turn in degrees, counter-clockwise as one sees the image (its y runs
-/// down).
+/// Mean scale of a motion.
 double scaleOf(const Eigen::Matrix3d& motion);
-double turnOf(const Eigen::Matrix3d& motion);
+/// Rotation of a motion in degrees, counter-clockwise in the image as displayed (y pointing down).
+double rotationOf(const Eigen::Matrix3d& motion);
 
 }  // namespace scansteps::registration

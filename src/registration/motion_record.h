@@ -1,4 +1,4 @@
-// Motions in records: float arrays 3 × 3 × 1, row by row. The registration steps share it.
+// Motions in records: float arrays 3 × 3 × 1, row by row.
 #pragma once
 
 #include <Eigen/Core>
@@ -11,6 +11,7 @@
 
 namespace scansteps::registration {
 
+/// The array for a matrix.
 inline Array matrixArray(const Eigen::Matrix3d& matrix)
 {
     Array array(Kind::Float, 3, 3);
@@ -20,8 +21,9 @@ inline Array matrixArray(const Eigen::Matrix3d& matrix)
     return array;
 }
 
-/// The motion in the entry "transform", if there is one and "inliers" does not say that it is unknown. Throws
-/// when it is not such an array of finite numbers or sends the origin to infinity.
+/// The motion in the entry "transform"; nothing when there is no such entry, or when "inliers" is 0. Throws
+/// when "transform" is not a float array 3 × 3 × 1, or, unless "inliers" is 0, when a number is not finite or
+/// the origin maps to infinity.
 inline std::optional<Eigen::Matrix3d> motionOf(const varitype& record)
 {
     if (!record.has("transform")) return std::nullopt;

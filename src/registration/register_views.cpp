@@ -1,3 +1,4 @@
+// Registration of two views: matching, robust estimation, alignment at two sizes, and checks of the result.
 #include "registration/register_views.h"
 
 #include <algorithm>
@@ -10,11 +11,11 @@
 namespace scansteps::registration {
 namespace {
 
-constexpr int kLeastInliers = 10;
-constexpr int kSteps = 8;  // of each alignment, at most
+constexpr int kMinInliers = 10;
+constexpr int kMaxSteps = 8;  // of each alignment
 constexpr double kMaxDeviation = 1.5;
-constexpr double kLeastOfPhotographs = 0.6;
-constexpr double kLeastOfEdges = 0.25;  // of drawn edges: others are found in every view
+constexpr double kMinPhotoCorrelation = 0.6;
+constexpr double kMinEdgeCorrelation = 0.25;  // for drawn edges, which differ from view to view
 
 std::pmr::vector<PointPair> pairsOf(const std::vector<Match>& matches, const PreparedView& first,
                                     const PreparedView& second, Scratch scratch)
@@ -30,7 +31,7 @@ std::pmr::vector<PointPair> pairsOf(const std::vector<Match>& matches, const Pre
     return pairs;
 }
 
-// The motion of images of half the size, whose pixel (0, 0) lies at (0.5, 0.5).
+// The motion between images of half the size, whose pixel (0, 0) lies at (0.5, 0.5) of the full image.
 Eigen::Matrix3d halved(const Eigen::Matrix3d& motion)
 {
     Eigen::Matrix3d up, down;
@@ -39,6 +40,7 @@ Eigen::Matrix3d halved(const Eigen::Matrix3d& motion)
     return down * motion * up;
 }
 
+// The inverse of halved().
 Eigen::Matrix3d doubled(const Eigen::Matrix3d& motion)
 {
     Eigen::Matrix3d up, down;
@@ -47,22 +49,22 @@ Eigen::Matrix3d doubled(const Eigen::Matrix3d& motion)
     return up * motion * down;
 }
 
-// Edges as steps draw them, black and white, that are not the same pixels in every view.
-double leastCorrelationOf(grey::GreyView image)
+// Detects images of drawn edges, black and white only, for which less correlation is required.
+double minCorrelationOf(grey::GreyView image)
 {
     for (int y = 0; y < image.height; ++y) {
         const std::span row(image.row(y), std::size_t(image.width));
         if (std::any_of(row.begin(), row.end(), [](std::uint8_t v) { return v != 0 && v != 255; }))
-            return kLeastOfPhotographs;
+            return kMinPhotoCorrelation;
     }
-    return kLeastOfEdges;
+    return kMinEdgeCorrelation;
 }
 
-int countAgreeing(const std::vector<Match>& matches, const PreparedView& first, const PreparedView& second,
-                  const Eigen::Matrix3d& motion)
+int countInliers(const std::vector<Match>& matches, const PreparedView& first, const PreparedView& second,
+                 const Eigen::Matrix3d& motion)
 {
     return int(std::count_if(matches.begin(), matches.end(),
-                             [&](const Match& m) { return agrees(m, first, second, motion); }));
+                             [&](const Match& m) { return isInlier(m, first, second, motion); }));
 }
 
 }  // namespace
@@ -82,7 +84,7 @@ void prepareView(corners::CornerDetector& detector, grey::GreyView image,
     detector.smoothLevel(0, view.full);
     detector.smoothLevel(2, view.half);
     steepestPixels(view.full.view(), view.support);
-    view.minCorrelation = leastCorrelationOf(image);
+    view.minCorrelation = minCorrelationOf(image);
 }
 
 void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> features, PreparedView& view)
@@ -96,10 +98,10 @@ void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> featu
         grey::binomial5(small.view(), view.half);
     }
     steepestPixels(view.full.view(), view.support);
-    view.minCorrelation = leastCorrelationOf(image);
+    view.minCorrelation = minCorrelationOf(image);
 }
 
-void compareEdges(const edges::Polylines& lines, PreparedView& view)
+void alignByEdges(const edges::Polylines& lines, PreparedView& view)
 {
     grey::GreyImage ridges, small;
     drawRidges(lines, view.full.width, view.full.height, ridges);
@@ -109,15 +111,15 @@ void compareEdges(const edges::Polylines& lines, PreparedView& view)
         grey::binomial5(small.view(), view.half);
     }
     steepestPixels(view.full.view(), view.support);
-    view.minCorrelation = kLeastOfEdges;
+    view.minCorrelation = kMinEdgeCorrelation;
 }
 
-bool agrees(const Match& match, const PreparedView& first, const PreparedView& second,
-            const Eigen::Matrix3d& motion)
+bool isInlier(const Match& match, const PreparedView& first, const PreparedView& second,
+              const Eigen::Matrix3d& motion)
 {
     const corners::CornerFeature& a = first.features[match.first];
     const corners::CornerFeature& b = second.features[match.second];
-    const Eigen::Vector2d at = moved(motion, {double(a.x), double(a.y)});
+    const Eigen::Vector2d at = transformed(motion, {double(a.x), double(a.y)});
     return (at - Eigen::Vector2d(double(b.x), double(b.y))).norm() < 2 * double(std::max(a.size, b.size));
 }
 
@@ -129,12 +131,12 @@ void registerViews(const PreparedView& first, const PreparedView& second, Motion
     const auto pairs = pairsOf(result.matches, first, second, scratch);
     MotionEstimate rough = estimateMotion(pairs, model, first.full.width, first.full.height, 1, scratch);
     if (initial != nullptr) {
-        const int agreeing = countAgreeing(result.matches, first, second, *initial);
+        const int inliers = countInliers(result.matches, first, second, *initial);
         const bool isBetter =
-            rough.inliers == 0 || agreeing >= countAgreeing(result.matches, first, second, rough.motion);
-        if (isBetter) rough = {.motion = *initial, .inliers = agreeing};
+            rough.inliers == 0 || inliers >= countInliers(result.matches, first, second, rough.motion);
+        if (isBetter) rough = {.motion = *initial, .inliers = inliers};
     }
-    if (rough.inliers < kLeastInliers) return;
+    if (rough.inliers < kMinInliers) return;
 
     std::pmr::vector<SupportPoint> coarse(scratch);
     coarse.reserve(first.support.size());
@@ -142,15 +144,15 @@ void registerViews(const PreparedView& first, const PreparedView& second, Motion
         if (p.x / 2 < float(first.half.width - 1) && p.y / 2 < float(first.half.height - 1))
             coarse.push_back({std::floor(p.x / 2), std::floor(p.y / 2)});
     const Alignment atHalf = alignMotion(first.half.view(), second.half.view(), coarse, model,
-                                         halved(rough.motion), kSteps, scratch);
+                                         halved(rough.motion), kMaxSteps, scratch);
     const Alignment fine = alignMotion(first.full.view(), second.full.view(), first.support, model,
-                                       doubled(atHalf.motion), kSteps, scratch);
+                                       doubled(atHalf.motion), kMaxSteps, scratch);
     if (fine.correlation < std::min(first.minCorrelation, second.minCorrelation) ||
         fine.deviation > kMaxDeviation)
         return;
     const Eigen::Matrix3d motion = fine.motion / fine.motion(2, 2);
-    const int inliers = countAgreeing(result.matches, first, second, motion);
-    if (inliers < kLeastInliers) return;
+    const int inliers = countInliers(result.matches, first, second, motion);
+    if (inliers < kMinInliers) return;
     result.motion = motion;
     result.inliers = inliers;
     result.correlation = fine.correlation;

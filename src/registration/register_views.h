@@ -1,5 +1,5 @@
-// A view of a scene prepared for registration, and the registration of two: features matched, a motion
-// estimated from them, refined by grey values along edges, and judged.
+// Prepares views of a scene for registration and registers two of them: matches features, estimates a motion
+// from the matches, refines it by grey values along edges, and checks the result.
 #pragma once
 
 #include <span>
@@ -13,7 +13,7 @@
 
 namespace scansteps::registration {
 
-/// What is kept of a view: its features, their hash tables, and its smoothed grey values at two sizes.
+/// The data of a view: its features, their hash tables, and smoothed grey values at full and half size.
 struct PreparedView
 {
     PreparedView() = default;
@@ -24,32 +24,33 @@ struct PreparedView
     DescriptorIndex index;  ///< over `features`
     grey::GreyImage full, half;
     std::vector<SupportPoint> support;  ///< edge pixels of `full`
-    double minCorrelation = 0.6;        ///< of the grey values there, in a registration that is trusted
+    double minCorrelation = 0.6;        ///< of grey values at `support`, for a reliable registration
 };
 
 struct Registration
 {
-    Eigen::Matrix3d motion = Eigen::Matrix3d::Identity();  ///< pixel (x, y, 1), first view to second
-    int inliers = 0;             ///< matches that agree; 0 and the identity when the result is not trusted
-    double correlation = 0;      ///< of the grey values along edges
-    double deviation = 1e9;      ///< expected error of the frame's corners, pixels
-    std::vector<Match> matches;  ///< all that were found, best first
+    Eigen::Matrix3d motion =
+        Eigen::Matrix3d::Identity();  ///< maps a pixel (x, y, 1) of the first view to the second
+    int inliers = 0;                  ///< matches that agree; 0 when the result is not reliable
+    double correlation = 0;           ///< of the grey values along edges
+    double deviation = 1e9;           ///< expected error of the frame's corners, pixels
+    std::vector<Match> matches;       ///< all matches, best first
 };
 
-/// Settings for `prepareView`; the defaults are good for photographs of 0.1 to 1 megapixel.
+/// Corner settings for prepareView(), suited to photographs of 0.1 to 1 megapixel.
 corners::CornerSettings registrationCorners();
 
-/// Detects and keeps. The steepest pixels are the support.
+/// Detects the features of a view. The steepest pixels become its support points.
 void prepareView(corners::CornerDetector& detector, grey::GreyView image,
                  const corners::CornerSettings& settings, PreparedView& view);
-/// The same with features that were found before.
+/// The same with features that have been detected before.
 void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> features, PreparedView& view);
 
-/// Registers `second` against `first`, views of the same size; keeps the memory of `result`. Not trusted, and
-/// therefore the identity with 0 inliers, is a motion that fewer than 10 matches support, whose corners are
-/// expected to be off by more than 1.5 pixels, or under which the grey values at the support points correlate
-/// too little. The search starts at `initial`, an estimate from elsewhere, when at least as many matches
-/// agree with it as with the one made from them.
+/// Registers `second` with `first`, views of the same size; reuses the memory of `result`. A motion is
+/// unreliable when fewer than 10 matches agree with it, when the expected error of the frame's corners
+/// exceeds 1.5 pixels, or when the correlation of grey values at the support points is too low; the result is
+/// then the identity with 0 inliers. Refinement starts from `initial`, if given, when at least as many
+/// matches agree with it as with the motion estimated from them.
 void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
                    Registration& result, Scratch scratch = {}, const Eigen::Matrix3d* initial = nullptr);
 inline Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)
@@ -59,11 +60,11 @@ inline Registration registerViews(const PreparedView& first, const PreparedView&
     return result;
 }
 
-/// Puts polylines in the place of the view's grey values: they are what is compared from now on.
-void compareEdges(const edges::Polylines& lines, PreparedView& view);
+/// Replaces the grey values of the view by polylines drawn as ridges, so that registrations align these.
+void alignByEdges(const edges::Polylines& lines, PreparedView& view);
 
-/// True when `motion` sends the feature of the first view close to that of the second.
-bool agrees(const Match& match, const PreparedView& first, const PreparedView& second,
-            const Eigen::Matrix3d& motion);
+/// True when `motion` maps the first feature of a match close to the second: within twice the larger size.
+bool isInlier(const Match& match, const PreparedView& first, const PreparedView& second,
+              const Eigen::Matrix3d& motion);
 
 }  // namespace scansteps::registration

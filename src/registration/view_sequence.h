@@ -1,5 +1,5 @@
-// Views in the order in which they come, each registered against earlier ones that are still held: how it
-// lies to the view before and to the first.
+// A sequence of views, each registered with the earlier views still held, which gives its motion relative to
+// the previous view and to the first.
 #pragma once
 
 #include <Eigen/Core>
@@ -13,42 +13,42 @@
 
 namespace scansteps::registration {
 
-/// A pair of features that look alike, in a view and in an earlier one.
+/// A pair of matching features, in a view and in an earlier one.
 struct ViewMatch
 {
     float x1, y1;  ///< pixel of the earlier view
     float x2, y2;  ///< pixel of this view
-    int distance;  ///< bits in which the descriptors differ
+    int distance;  ///< number of bits in which the descriptors differ
     bool inlier;   ///< agrees with the registration
 };
 
-/// Where a view lies. Views are numbered from 1.
+/// The motion of a view relative to others. Views are numbered from 1.
 struct ViewPose
 {
     int number = 0;
-    Eigen::Matrix3d transform = Eigen::Matrix3d::Identity();  ///< pixel of the view before to this one
-    int inliers = 0;    ///< matches behind `transform`; 0 when it is not known, and the identity
-    int reference = 0;  ///< the earlier view that this one was registered against; 0: none
+    Eigen::Matrix3d transform =
+        Eigen::Matrix3d::Identity();  ///< maps pixels of the previous view to this one
+    int inliers = 0;                  ///< matches that agree with `transform`; 0: unknown, and the identity
+    int reference = 0;                ///< the earlier view that this one was registered with; 0: none
     Eigen::Matrix3d fromReference = Eigen::Matrix3d::Identity();
-    int first = 0;  ///< the view that `toFirst` leads to: this one when it was not registered
-    Eigen::Matrix3d toFirst = Eigen::Matrix3d::Identity();  ///< pixel of this view to `first`
-    std::vector<ViewMatch> matches;  ///< with the reference, or with the view before; best first
+    int first = 0;  ///< the view that `toFirst` maps to; this one when it was not registered
+    Eigen::Matrix3d toFirst = Eigen::Matrix3d::Identity();  ///< maps pixels of this view to `first`
+    std::vector<ViewMatch> matches;  ///< with the reference or else with the previous view; best first
 };
 
-/// Holds the last views. A new one is registered against each of them; of those that succeed it is attached
-/// to the one through which the first view is reached with the least expected error. A view that fits none
-/// starts a sequence of its own; views that come later are attached to the older sequence when they fit
-/// both.
+/// Holds the most recent views. A new view is registered with each of them and attached to the one that gives
+/// the smallest expected error relative to the first view. A view that cannot be registered starts a new
+/// sequence; later views that fit both sequences are attached to the older one.
 class ViewSequence
 {
   public:
-    /// Holds up to `most` views, at least one.
-    explicit ViewSequence(MotionModel model = MotionModel::similarity, std::size_t most = 1)
-        : model_(model), most_(most > 0 ? most : 1)
+    /// Holds up to `capacity` views, at least one.
+    explicit ViewSequence(MotionModel model = MotionModel::similarity, std::size_t capacity = 1)
+        : model_(model), capacity_(capacity > 0 ? capacity : 1)
     {
     }
 
-    /// `initial`, if there is one, is an estimate of ViewPose::transform.
+    /// `initial`, if given, is an estimate of ViewPose::transform.
     ViewPose add(PreparedView view, const std::optional<Eigen::Matrix3d>& initial = std::nullopt);
 
   private:
@@ -58,13 +58,13 @@ class ViewSequence
         int number = 0;
         int first = 0;
         Eigen::Matrix3d toFirst;
-        double deviation = 0;  // expected error of toFirst, pixels at the corners
+        double deviation = 0;  // expected error of toFirst at the corners, in pixels
     };
 
-    void attach(const Held& to, const Registration& motion, const PreparedView& view, ViewPose& place) const;
+    void attach(const Held& to, const Registration& motion, const PreparedView& view, ViewPose& pose) const;
 
     MotionModel model_;
-    std::size_t most_;
+    std::size_t capacity_;
     int count_ = 0;
     std::deque<Held> held_;  // oldest first
     Registration motion_;
