@@ -11,15 +11,12 @@
 #include <vector>
 
 #include "plugin/factories.h"
-#include "recording/filesaver.h"
 #include "scansteps/handles.h"
 #include "scansteps/texture.h"
 #include "support/ratio.h"
 
 namespace scansteps {
 namespace {
-
-using namespace recording;
 
 constexpr int kFrames = 128;
 constexpr double kPixels = 640.0 * 480.0;
@@ -46,7 +43,7 @@ struct Host
     std::unique_ptr<CTexture> frame;
 };
 
-void recordRun(FileSaver& saver, const std::string& path, int handle)
+void recordRun(cChain& saver, const std::string& path, int handle)
 {
     varitype init = Struct{{"dataX", 640},
                            {"dataY", 480},
@@ -69,12 +66,12 @@ std::vector<std::byte> headerOfFrame()
 void record(benchmark::State& state)
 {
     const Host host;
-    FileSaver saver;
+    const auto saver = plugin::createStep("filesaver");
     const std::string ours = place("scansteps_bench_a.rec"), peers = place("scansteps_bench_b.rec");
     const auto header = headerOfFrame();
     const Array& pixels = pixelsOf(int(host.frame->handle));
     bench::compare(
-        state, kFrames * kPixels, "of_writev", [&] { recordRun(saver, ours, int(host.frame->handle)); },
+        state, kFrames * kPixels, "of_writev", [&] { recordRun(*saver, ours, int(host.frame->handle)); },
         [&] {
             const int file = ::open(peers.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
             const iovec parts[] = {{const_cast<std::byte*>(header.data()), header.size()},
@@ -92,8 +89,8 @@ void replay(benchmark::State& state)
     const Host host;
     const std::string path = place("scansteps_bench_c.rec");
     {
-        FileSaver saver;
-        recordRun(saver, path, int(host.frame->handle));
+        const auto saver = plugin::createStep("filesaver");
+        recordRun(*saver, path, int(host.frame->handle));
     }
     const auto reader = plugin::createStep("reads");
     varitype init = Struct{{"eventType", 1001}, {"load", Struct{{"name", path}}}};

@@ -1,5 +1,5 @@
 // Typed arrays: three dimensions, an element kind and the elements. Frames, vertex lists and matrices are
-// arrays, in the handle table as well as in records.
+// arrays, both in the handle table and in records.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace scansteps {
 
-/// Kind codes of a value, also the element kinds (0 to 9) of arrays.
+/// Kind of a value. Codes 0 to 9 are also the element kinds of arrays.
 enum class Kind : std::uint32_t
 {
     Empty = 0,
@@ -32,11 +32,11 @@ enum class Kind : std::uint32_t
 
 inline constexpr std::uint32_t kKindCount = 14;
 
-/// Name used in messages, such as "unsigned short"; "?" for a code above 13.
+/// Name for messages, such as "unsigned short"; "?" for a code above 13.
 const char* kindName(Kind kind);
 /// Type name, such as "Ushort"; "?" for a code above 13.
 const char* kindTypeName(Kind kind);
-/// Bytes of one array element: 0 for kinds that have none (empty, string, struct, ...).
+/// Bytes per array element; 0 for kinds that cannot be elements (empty, string, struct, ...).
 std::size_t elementSize(Kind kind);
 
 /// IEEE 754 binary16 value; the conversions round to nearest even.
@@ -80,26 +80,25 @@ struct FreeStorage
 {
     void operator()(std::byte* storage) const { std::free(storage); }
 };
-/// Storage of an array: memory from malloc, calloc or realloc of the C runtime that the library uses.
+/// Storage of an array, allocated with malloc, calloc or realloc of the C runtime that the library uses.
 using ArrayStorage = std::unique_ptr<std::byte[], FreeStorage>;
 
 /// Typed array. Its layout is part of the interface: three 32-bit dimensions (elements per row, rows,
-/// planes), a 32-bit element kind, and a pointer to the storage. A default array is 1 x 1 x 1 of kind empty,
-/// without storage (null), as is any array of 0 bytes. Copying copies the elements.
+/// planes), a 32-bit element kind, and a pointer to the storage. A default array is 1 x 1 x 1 of kind empty.
+/// It has no storage (a null pointer), nor has any other array of 0 bytes. Copying copies the elements.
 ///
-/// The storage is plain malloc memory, with nothing before or after the elements. No more than the 16-byte
-/// alignment of malloc may be relied on, although most of the library's own arrays begin on a cache line.
-/// Swaps of handles make an array made by a host the library's to grow or to free, and the other way round,
-/// so each side may free() or replace what the other has allocated.
+/// The storage is plain malloc memory, with nothing before or after the elements. Only the 16-byte alignment
+/// of malloc is guaranteed, although most of the library's own arrays begin on a cache line. Swapping handles
+/// moves arrays between host and library, so each side may free() or replace what the other has allocated.
 class Array
 {
   public:
     Array() = default;
-    /// An array around existing storage of at least its byteSize() bytes.
+    /// An array that takes over existing storage of at least its byteSize() bytes.
     static Array adopt(ArrayStorage storage, Kind kind, std::uint32_t rowLength, std::uint32_t rows,
                        std::uint32_t planes = 1);
-    /// Zero-filled array. Throws "array too large" when the byte size overflows, and the allocator's
-    /// exception when there is no memory.
+    /// Zero-filled array. Throws "array too large" when the byte size overflows and std::bad_alloc when there
+    /// is no memory.
     Array(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes = 1);
     Array(const Array& other);
     Array(Array&& other) noexcept;
@@ -109,7 +108,7 @@ class Array
 
     std::uint32_t dim(std::size_t axis) const { return dims_[axis]; }
     Kind kind() const { return static_cast<Kind>(kind_); }
-    /// Product of the dimensions and of the element size; 0 for element kinds without a size.
+    /// Product of the dimensions and the element size; 0 for element kinds without a size.
     std::size_t byteSize() const;
     /// Number of elements that have storage.
     std::size_t size() const;
@@ -118,7 +117,7 @@ class Array
     std::span<std::byte> bytes() { return {data_, byteSize()}; }
     std::span<const std::byte> bytes() const { return {data_, byteSize()}; }
 
-    /// Elements as `T`, empty unless the element kind is exactly that of `T`.
+    /// The elements as `T`; empty unless the element kind is exactly that of `T`.
     template <class T>
     std::span<T> elements()
     {
@@ -136,8 +135,8 @@ class Array
     {
         return hasShape(other.kind(), other.dim(0), other.dim(1), other.dim(2));
     }
-    /// Gives the array this shape. Elements are kept (as bytes, undefined in meaning) when the byte size does
-    /// not change, else zero-filled anew.
+    /// Gives the array this shape. If the byte size does not change, the bytes are kept as they are;
+    /// otherwise the array is zero-filled.
     void reshape(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes = 1);
     /// Sets all bytes of the storage to 0.
     void clear();

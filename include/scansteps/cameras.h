@@ -1,5 +1,5 @@
-// The cameras of this machine: what they are called and what they deliver. The capture steps choose by it, a
-// host lists it.
+// Enumerates the cameras of this machine with the sizes and pixel formats they offer. Used by the capture
+// steps to choose a device, and by hosts to list the devices.
 #pragma once
 
 #include <cstdint>
@@ -14,20 +14,21 @@ struct CameraMode
     std::string format;        ///< four-character code, such as "YUYV" or "MJPG"
     std::uint32_t width = 0;   ///< pixels
     std::uint32_t height = 0;  ///< pixels
-    double rate = 0;           ///< highest frame rate a second, 0 when the camera does not say
+    double rate = 0;           ///< highest number of frames per second, 0 if the camera does not report it
 };
 
 struct CameraInfo
 {
-    std::string name;  ///< what the driver calls the device, UTF-8
+    std::string name;  ///< device name given by the driver, UTF-8
     std::string path;  ///< device path on Linux, empty on Windows
-    int index = 0;     ///< number of the device in the system's order
+    int index = 0;     ///< position in the system's device order
 };
 
-/// All cameras that can stream frames, in the system's order. Devices that cannot be opened are left out.
+/// All cameras that can stream frames, in the system's device order. Devices that cannot be opened are left
+/// out.
 std::vector<CameraInfo> listCameras();
-/// What a camera offers; on Windows only the format that it is set to. Empty when the camera does not answer,
-/// is in use, or offers something in between only.
+/// The modes a camera offers; on Windows only the current one. Of a continuous or stepwise range of sizes,
+/// the smallest and the largest are listed. Empty when the camera does not answer or is in use.
 std::vector<CameraMode> cameraModes(const CameraInfo& camera);
 
 }  // namespace scansteps

@@ -1,5 +1,4 @@
-// The chain of steps: base classes, events, and how an event is told apart. Concrete steps derive from
-// CPUBase.
+// The chain of steps: events, and the base classes that dispatch them. Concrete steps derive from CPUBase.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +10,10 @@ namespace scansteps {
 
 /// Values of "eventType".
 namespace event {
-inline constexpr int kInit = 1001;      ///< a run begins; the record describes the frames to come
+inline constexpr int kInit = 1001;      ///< a run begins; the record describes the frames that follow
 inline constexpr int kProcess = 1002;   ///< one frame, named by "handle"
 inline constexpr int kFlush = 1003;     ///< the run ends; a source also writes it when its input ends
-inline constexpr int kMismatch = 1004;  ///< a step cannot take the format; reaches the end of the chain
+inline constexpr int kMismatch = 1004;  ///< a step does not accept the format; every later step receives it
 }  // namespace event
 
 /// Root of the steps. The order of the virtual operations is part of the interface.
@@ -36,7 +35,7 @@ class cChain
     cChain* next = nullptr;  ///< not owned
 };
 
-/// Tells initialise, process and flush apart and forwards everything else unchanged.
+/// Calls init(), process() or flush() for these events and forwards all others unchanged.
 class StepBase : public cChain
 {
   public:
@@ -47,7 +46,7 @@ class StepBase : public cChain
     /// Prints the timing line, then forwards.
     virtual void flush(varitype& params);
 
-    std::string name;       ///< instance name for reports; when empty they use getName()
+    std::string name;       ///< instance name for reports; getName() is used when it is empty
     std::int64_t time = 0;  ///< microseconds spent in process since the last initialise event
 };
 
@@ -60,15 +59,15 @@ class CPUBase : public StepBase
 
 /// "eventType" of a record; throws the record's errors.
 int eventType(const varitype& params);
-/// Hands the record to the step behind `step`, if there is one.
+/// Dispatches the record to the step after `step`, if there is one.
 void forward(const cChain& step, varitype& params);
-/// Reports that the format does not fit: writes 1004 into the record and forwards it at once.
+/// Reports a format mismatch: sets "eventType" to 1004 and forwards the record at once.
 void reportMismatch(const cChain& step, varitype& params);
-/// Format code of "dataFormat". When the key is absent or names no format, or `required` is not 0 and the
-/// code is another one: reports the mismatch and returns `fallback`.
+/// Format code of "dataFormat". Reports a mismatch and returns `fallback` when the key is absent, names no
+/// format, or names another format than `required` (0: any).
 std::uint32_t formatOrMismatch(const cChain& step, varitype& params, std::uint32_t fallback,
                                std::uint32_t required = 0);
-/// Microseconds of a monotonic clock: only differences mean something.
+/// Microseconds of a monotonic clock; only differences are meaningful.
 std::int64_t microseconds();
 
 }  // namespace scansteps

@@ -1,9 +1,9 @@
-// Errors of the library: an exception whose object is a C string. Fixed texts are thrown as they are;
-// formatted ones share one static buffer, so a second error overwrites the first text.
+// Errors of the library are thrown as C strings. Fixed texts are thrown directly; formatted ones share one
+// static buffer, so a later error overwrites the text of an earlier one.
 #pragma once
 
-// For functions that take a printf format and its arguments: the compiler checks them. MinGW's printf is the
-// C standard's, not that of the system.
+// Lets the compiler check calls of functions that take a printf format. MinGW is told to check against the C
+// standard's printf instead of the system's.
 #if defined(__MINGW32__)
 #define SCANSTEPS_PRINTF(position, first) [[gnu::format(gnu_printf, position, first)]]
 #elif defined(__GNUC__)
@@ -14,10 +14,10 @@
 
 namespace scansteps {
 
-/// Throws `text` itself. The text must outlive the handler (a literal).
+/// Throws `text` itself, which must outlive the handler (a literal).
 [[noreturn]] void fail(const char* text);
 
-/// Throws a printf-formatted text of at most 1023 bytes, held in the module's one error buffer.
+/// Throws a printf-formatted text of at most 1023 bytes, held in the module's only error buffer.
 SCANSTEPS_PRINTF(1, 2)
 [[noreturn]] void failf(const char* format, ...);
 

@@ -1,5 +1,5 @@
-// What every working step does around its computation, written once: clock on, take the frame, check it, then
-// copy the record with the new handle, clock off, forward.
+// What steps do around their computation: FrameScope takes and checks the incoming frame, measures the time
+// and forwards a copy of the record with the new handle; StepTimer only measures the time.
 #pragma once
 
 #include <cstdint>
@@ -10,30 +10,49 @@
 
 namespace scansteps {
 
-/// How an incoming frame is held against what the step was initialised for.
+/// Measures the time from its construction to stop() or forward() and adds it to the step's time. If neither
+/// is called, as after an error, no time is counted.
+class StepTimer
+{
+  public:
+    explicit StepTimer(StepBase& step) : step_(step), start_(microseconds()) {}
+    void stop() { step_.time += microseconds() - start_; }
+    /// Stops, then forwards the record.
+    void forward(varitype& record)
+    {
+        stop();
+        scansteps::forward(step_, record);
+    }
+
+  private:
+    StepBase& step_;
+    std::int64_t start_;
+};
+
+/// How an incoming frame is checked against the settings of the initialise event.
 enum class FrameCheck
 {
     Exact,      ///< element kind and dimensions of the input set
-    Samples16,  ///< at least width x height 16-bit samples, whatever the format is called
+    Samples16,  ///< room for width x height 16-bit samples, whatever the element kind
 };
 
-/// One process event of a step. The constructor takes the time, reads "handle", checks the frame under it and
-/// swaps it with the input buffer; a frame of another size or kind is a thrown text that names both, and
-/// nothing is exchanged then. forward() ends it. Without forward() (an error, a swallowed frame) no time is
-/// counted.
+/// One process event of a step. The constructor starts the timer, checks the frame that "handle" refers to
+/// and swaps it with the input buffer. For a frame of the wrong size or kind, it throws a text that names
+/// both shapes and swaps nothing. forward() ends the event; without it (after an error, or when the frame is
+/// dropped) no time is counted.
 class FrameScope
 {
   public:
-    /// Works in place: the forwarded record names the input buffer.
+    /// For steps that work in place: the forwarded record refers to the input buffer.
     FrameScope(StepBase& step, varitype& params, TextureSet& in, FrameCheck check = FrameCheck::Exact);
-    /// The forwarded record names the output buffer.
+    /// The forwarded record refers to the output buffer.
     FrameScope(StepBase& step, varitype& params, TextureSet& in, TextureSet& out,
                FrameCheck check = FrameCheck::Exact);
     FrameScope(const FrameScope&) = delete;
     FrameScope& operator=(const FrameScope&) = delete;
 
-    /// The frame's elements; with FrameCheck::Samples16, T is std::uint16_t and the span holds width x height
-    /// of them. Empty when T is not the element type.
+    /// The elements of the frame, or an empty span when T is not their type. With FrameCheck::Samples16 and
+    /// std::uint16_t, the first width x height samples.
     template <class T>
     std::span<T> input()
     {
@@ -47,17 +66,16 @@ class FrameScope
     {
         return out_.writable().elements<T>();
     }
-    /// The record to be forwarded, a copy of the incoming one: steps add their results to it.
+    /// The record to be forwarded, a copy of the incoming one, to which steps add their results.
     varitype& record() { return copy_; }
 
-    /// Names the output frame in the copy, stops the clock and hands the copy on.
+    /// Puts the output frame's handle into the copy, removes "data", stops the timer and forwards the copy.
     void forward();
-    /// The same for a step that has left the frame as it was: an entry "data" still holds it, and stays.
+    /// The same for a step that has not changed the frame: an entry "data" is still valid and is kept.
     void forwardUnchanged();
 
   private:
-    StepBase& step_;
-    std::int64_t start_;
+    StepTimer timer_;
     TextureSet& in_;
     TextureSet& out_;
     FrameCheck check_;
@@ -65,25 +83,13 @@ class FrameScope
     varitype copy_;
 };
 
-/// Sets "handle" to a frame that takes the place of the one in the record, and removes "data", which would
-/// still hold the earlier frame.
+/// Sets "handle" to a frame that replaces the one in the record, and removes "data", which would still hold
+/// the replaced frame.
 void replaceFrame(varitype& record, int handle);
 
-/// Throws a text that names both sizes when the array is not what `expected` says.
+/// Throws a text that names both shapes when the array does not have the shape `expected`.
 void checkFrame(StepBase& step, const Array& array, const FrameShape& expected);
-/// Throws when the array holds fewer than width x height 16-bit samples; returns them.
+/// The first width x height 16-bit samples of the array. Throws when it is too small.
 std::span<std::uint16_t> samples16(StepBase& step, Array& array, std::uint32_t width, std::uint32_t height);
-
-/// Times what a step does between construction and stop(); adds to the step's time once.
-class StepTimer
-{
-  public:
-    explicit StepTimer(StepBase& step) : step_(step), start_(microseconds()) {}
-    void stop() { step_.time += microseconds() - start_; }
-
-  private:
-    StepBase& step_;
-    std::int64_t start_;
-};
 
 }  // namespace scansteps

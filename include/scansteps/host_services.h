@@ -1,6 +1,6 @@
-// What a host may offer the steps beside the handle table: a way to end their waits when the run is
-// interrupted, and a place for troubles that a step survives. Offered through the table's shared values, so
-// that the library exports nothing for it; a host that offers nothing loses nothing but these.
+// Optional services of a host: it can interrupt the steps' waits and be notified of troubles that do not end
+// the run. They are passed through the shared values of the handle table, so the library needs no further
+// exported function for them.
 #pragma once
 
 #include <cstdint>
@@ -10,25 +10,26 @@
 
 namespace scansteps {
 
-/// The texts are read during the call only; none is null, each may be empty.
+/// The texts are valid during the call only; they may be empty but are never null.
 struct Notice
 {
     Trouble trouble = Trouble::FileFailed;
     const char* step = "";    ///< getName() of the step
     const char* file = "";    ///< file or address concerned, UTF-8
-    const char* reason = "";  ///< what the system or the decoder said
+    const char* reason = "";  ///< message of the system or the decoder
 };
 
-/// One instance, owned by the host, valid from installHostServices() until it is removed. The functions are
-/// called on any thread of the library, must not throw, and may be null.
+/// Owned by the host; must stay valid from installHostServices() until it is removed. The functions may be
+/// null, must not throw, and are called from any thread of the library.
 struct HostServices
 {
-    std::uint32_t size = sizeof(HostServices);  ///< of the host's structure: later members may be missing
-    void* context = nullptr;                    ///< handed to the functions
+    std::uint32_t size =
+        sizeof(HostServices);  ///< of the host's version of this structure, which may lack later members
+    void* context = nullptr;   ///< passed to the functions
     void (*notify)(void* context, const Notice& notice) = nullptr;
     bool (*interrupted)(void* context) = nullptr;
-    /// Linux: a descriptor that becomes readable, and stays so, when the run is interrupted. Windows: the
-    /// handle of a manual-reset event. -1: none.
+    /// Linux: a descriptor that becomes and stays readable when the run is interrupted. Windows: the handle
+    /// of a manual-reset event. -1: none.
     std::intptr_t wake = -1;
 };
 
@@ -36,12 +37,12 @@ struct HostServices
 /// erased while the table is installed.
 inline constexpr int kHostServicesKey = 0x73637376;
 
-/// Host's side: offers `services`, or with null takes the offer back.
+/// For hosts: installs `services`; null removes them.
 void installHostServices(HandleTable& table, const HostServices* services);
 
-/// Step's side: the services of the installed table, or null. May be called on any thread.
+/// For steps: the services of the installed table, or null. May be called from any thread.
 const HostServices* hostServices();
-/// Whether the host wants the run to end: waits give up, the flush goes on.
+/// Whether the host wants the run to end. Steps then end their waits; the flush event is still to come.
 bool hostInterrupted();
 /// HostServices::wake, or -1.
 std::intptr_t hostWake();

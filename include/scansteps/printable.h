@@ -6,9 +6,9 @@
 
 namespace scansteps {
 
-/// `text` as it is, except that bytes that are not UTF-8 become `\xNN`, and characters that control a
-/// terminal, break the line or change the direction of writing become `\n`, `\t`, `\r` or `\uNNNN`.
-/// Backslashes stay: the result is for reading, not for parsing.
+/// `text` with bytes that are not valid UTF-8 written as `\xNN`, and with control characters, line separators
+/// and direction marks written as `\n`, `\t`, `\r` or `\uNNNN`. Backslashes are not escaped: the result is
+/// meant for reading, not for parsing.
 std::string printable(std::string_view text);
 
 }  // namespace scansteps

@@ -26,9 +26,9 @@ inline constexpr bool isScalar = kindOf<T>() != Kind::Empty;
 struct Holder;
 }  // namespace detail
 
-/// A reference to a shared value. Copying a varitype copies the reference; assigning a Struct to a Struct
-/// makes new values for its entries all the way down. Not thread-safe: only the thread that drives the chain
-/// touches records (the bytes of arrays may be shared between records and are copied when written).
+/// A reference to a shared value. Copying a varitype copies the reference; copying a Struct makes a deep copy
+/// of its entries. Not thread-safe: only the thread that drives the chain may use records. (Records may share
+/// the bytes of arrays, which are copied on write.)
 class varitype
 {
   public:
@@ -52,26 +52,26 @@ class varitype
     varitype(varitype&& other) noexcept;
     varitype& operator=(const varitype& other) & noexcept;
     varitype& operator=(varitype&& other) & noexcept;
-    // A look-up returns a reference by value: assigning to it would be lost. Use getv() or Struct::set().
+    // operator[] returns a temporary reference, so assigning to it would have no effect: use getv() or set().
     varitype& operator=(const varitype&) && = delete;
     varitype& operator=(varitype&&) && = delete;
     ~varitype();
 
     Kind kind() const;
 
-    /// The named entry. Throws "MustBe nsa " when this is no struct or has no payload, "[%s] not found".
+    /// The named entry. Throws "MustBe nsa " unless this is a struct with payload, and "[%s] not found".
     varitype operator[](std::string_view name) const;
-    /// True when the struct holds the entry. Throws "MustBe nsa " as the look-up does.
+    /// Whether the struct has the entry. Throws "MustBe nsa " as operator[] does.
     bool has(std::string_view name) const;
-    /// Adds an entry; throws "[%s] already found". A struct without payload receives one.
+    /// Adds an entry; throws "[%s] already found" if it exists. A struct without payload is given one.
     void insert(std::string_view name, varitype value);
     /// Adds the entry or replaces it.
     void set(std::string_view name, varitype value);
     /// Removes the entry if it is there.
     void remove(std::string_view name);
 
-    /// The payload, to read or to change in place. Throws "varitype::getv() type error!" when the kind is
-    /// another one. A struct without payload receives one, so that setKind() and an assignment make a record.
+    /// The payload, for reading or changing it in place. Throws "varitype::getv() type error!" when the value
+    /// is of another kind. A struct without payload is given one, so assigning works after setKind().
     template <class T>
     T& getv() &;
     template <class T>
@@ -84,18 +84,18 @@ class varitype
     {
         return as<T>();
     }
-    /// The payload, to read only: unlike getv() it never has to separate shared array bytes, and a struct
-    /// without payload is "MustBe nsa ".
+    /// The payload for reading only: unlike getv(), it never copies shared array bytes, and it throws "MustBe
+    /// nsa " for a struct without payload.
     template <class T>
     const T& as() const;
 
-    /// Turns the value into an empty one of that kind: zero, "", a struct without payload, a default array.
+    /// Changes the kind and resets the value: to zero, "", a struct without payload or a default array.
     void setKind(Kind kind);
-    /// False only for a struct that setKind() made and nothing was put into.
+    /// False only for a struct made by setKind() to which nothing has been added.
     bool hasPayload() const;
-    /// A new value equal to this one, all the way down.
+    /// A deep copy.
     varitype clone() const;
-    /// Structs equal in keys and values, arrays in shape and bytes, floats in bits.
+    /// Deep comparison: structs by keys and values, arrays by shape and bytes, floats by their bits.
     bool equals(const varitype& other) const;
 
   private:
@@ -117,8 +117,7 @@ class varitype
     detail::Holder* holder_;
 };
 
-/// Named values, ordered by name (bytes of the common prefix, then the shorter first). Copying a Struct
-/// copies its values all the way down.
+/// Named values in the lexicographic byte order of the names. Copying a Struct makes a deep copy.
 class Struct
 {
   public:
@@ -188,12 +187,12 @@ const T& varitype::as() const
     }
 }
 
-/// A new record (kind struct) whose contents are assigned from `record`: nothing written into the copy shows
-/// in the original. This is what a step forwards. A record without payload gives one without payload.
+/// A deep copy of the record, which is what a step forwards: changes to it do not affect the original. Throws
+/// "MustBe nsa " when `record` is not a struct. The copy has a payload if `record` has one.
 varitype copyRecord(const varitype& record);
 
-/// Text of the record for people: one entry a line, structs as "[] {" ... "}", arrays with "size =". The
-/// first line begins with `prefix`.
+/// Human-readable form of the record: one entry per line, structs as "[] {" ... "}", arrays with "size =".
+/// The first line begins with `prefix`.
 std::string dumpText(const varitype& value, std::string_view prefix);
 /// Prints dumpText() to standard output.
 void dump(const varitype& value, std::string_view prefix);

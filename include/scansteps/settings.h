@@ -1,4 +1,5 @@
-// Settings of a step, read from the initialise record with the defaults of the table of kinds.
+// Reads the settings of a step from the initialise record, with the defaults and ranges of the table of
+// steps.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +12,25 @@
 
 namespace scansteps {
 
-/// Looks a path such as "OCV.trh" up. Null when a part of it is absent; throws "MustBe nsa " when a part
-/// before the last is no struct.
+/// Looks up a path such as "OCV.trh". Returns nothing when a part of it is absent; throws "MustBe nsa " when
+/// a part before the last is not a struct.
 std::optional<varitype> findPath(const varitype& params, std::string_view path);
 
-/// Size of the frames to come, in pixels.
+/// Size of the frames that follow, in pixels.
 struct FrameSize
 {
     int width = 0;
     int height = 0;
 };
 
-/// Reads settings. An absent optional key gives its default; an absent required one is "[%s] not found"; a
-/// value of another kind is "varitype::getv() type error!"; one outside an enforced range is a text that
-/// names it.
+/// Reads settings. An absent optional key gives the default. Throws "[%s] not found" for an absent required
+/// key, "varitype::getv() type error!" for a value of another kind, and a text that names step, setting and
+/// range for a value outside an enforced range.
 class Settings
 {
   public:
-    Settings(const StepInfo& kind, const varitype& params) : kind_(kind), params_(params) {}
-    /// Settings of the step's class.
+    Settings(const StepInfo& step, const varitype& params) : step_(step), params_(params) {}
+    /// Looks the step up in the table by its class name.
     Settings(cChain& step, const varitype& params);
 
     /// "dataX" and "dataY".
@@ -37,7 +38,7 @@ class Settings
     int integer(std::string_view path) const;
     float real(std::string_view path) const;
     std::string text(std::string_view path) const;
-    /// Presence of the key.
+    /// Whether the key is present.
     bool has(std::string_view path) const { return findPath(params_, path).has_value(); }
 
   private:
@@ -45,7 +46,7 @@ class Settings
     std::optional<varitype> value(const SettingInfo& setting) const;
     void checkRange(const SettingInfo& setting, double value) const;
 
-    const StepInfo& kind_;
+    const StepInfo& step_;
     const varitype& params_;
 };
 

@@ -1,9 +1,9 @@
-// Byte streams over TCP: USock, client or server end of one connection, Sender, which owns a USock, and
-// Listener, for receivers that serve one connection after the other. IPv4.
+// Byte streams over TCP (IPv4): USock, the client or server end of one connection; Sender, which owns a
+// USock; and Listener, for receivers that serve one connection after another.
 //
-// The peer of a connection gets records in their byte form, one after the other, and nothing else: no
-// framing, no handshake, no acknowledgement. All transfers block until the host is interrupted. No signal is
-// raised when the peer goes away.
+// A connection carries records in their byte form and nothing else: no framing, handshake or acknowledgement.
+// Transfers block until they are complete or the host is interrupted. No signal is raised when the peer
+// closes the connection.
 #pragma once
 
 #include <cstdint>
@@ -18,41 +18,42 @@ namespace scansteps {
 class USock : public BIO
 {
   public:
-    /// Server: waits for one connection to `port` of any local address. Throws "already bounded!" when the
-    /// port is taken and "listen error".
+    /// Server: waits for one connection to `port` on any local address. Throws "already bounded!" when the
+    /// port is in use, and "listen error".
     explicit USock(std::uint16_t port);
-    /// Client: connects to a host name or dotted address. When nobody answers it tries three times more, with
-    /// a second between, and stays unconnected after that; so it does when the host is unknown.
+    /// Client: connects to a host name or dotted address. Retries up to three times at intervals of a second;
+    /// stays unconnected if all attempts fail or the host is unknown.
     USock(const std::string& host, std::uint16_t port);
-    /// Shuts the connection down and closes it; what was written still reaches the peer.
+    /// Shuts down and closes the connection; data already written is still delivered.
     ~USock() override;
     USock(const USock&) = delete;
     USock& operator=(const USock&) = delete;
 
     bool isClient() const { return isClient_; }
-    /// False when no connection came about, and after one broke.
+    /// False if the connection could not be established or has broken.
     bool connected() const { return connected_; }
-    /// What the system said of the connection that did not come about or broke; "" when it said nothing.
+    /// The system's message for a connection that failed or broke; may be empty.
     const std::string& reason() const { return reason_; }
 
-    /// Does nothing when no connection came about. Throws "write error" when the peer is gone, then and on
-    /// every later write.
+    /// Does nothing if the connection was never established. Throws "write error" when it breaks and on every
+    /// later write.
     void write(const void* bytes, std::size_t length) override;
     void writeGather(std::span<const std::span<const std::byte>> pieces) override;
-    /// Throws "read error" when fewer bytes arrive, also while unconnected.
+    /// Throws "read error" when fewer bytes arrive or there is no connection.
     void read(void* bytes, std::size_t length) override;
 
     static constexpr std::int64_t kClosed = 0, kBroken = -1, kTimedOut = -2;
-    /// One receive, past what read() keeps: fills the first place, then the second. The number of bytes, or
+    /// One receive into `first`, then `second`; bypasses the buffer of read(). Returns the number of bytes or
     /// one of the codes above.
     std::int64_t receiveSome(std::span<std::byte> first, std::span<std::byte> second = {});
-    /// How long a receive waits before it gives up; 0: for ever.
+    /// How long a receive waits for data; 0: indefinitely.
     void setReceiveTimeout(int milliseconds);
 
-    /// For receivers of other kinds: the number of bytes as unsigned 32 bit, then the samples.
+    /// Sends the number of bytes as an unsigned 32-bit integer, then the samples. For receivers that do not
+    /// read records.
     void sendSamples(std::span<const std::uint16_t> samples);
-    /// The length with the terminating zero as unsigned 32 bit, then the text and the zero. Sends nothing
-    /// when the text is empty or longer than 254 bytes.
+    /// Sends the length, terminating zero included, as an unsigned 32-bit integer, then the text and the
+    /// zero. Sends nothing when the text is empty or longer than 254 bytes.
     void sendText(const std::string& text);
 
     /// Dotted address of the peer; "" while unconnected.
@@ -72,7 +73,7 @@ class USock : public BIO
     ReadAhead ahead_;
 };
 
-/// A byte stream that owns the connection it forwards to.
+/// A byte stream that owns its connection, as a client.
 class Sender : public BIO
 {
   public:
@@ -90,19 +91,19 @@ class Sender : public BIO
     USock socket_;
 };
 
-/// A port that accepts connections, one at a time.
+/// A listening port that accepts connections one at a time.
 class Listener
 {
   public:
-    /// `address` is a host name or dotted address of this machine, "" any of them; port 0 is a free one that
-    /// the system chooses. Throws the system's reason.
+    /// `address` is a local host name or dotted address, or "" for any; with port 0 the system chooses a free
+    /// one. Throws the system's message.
     explicit Listener(std::uint16_t port, const std::string& address = "");
     ~Listener();
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
 
     std::uint16_t port() const;
-    /// Waits for a connection, -1: for ever. Null when none came in time.
+    /// Waits for a connection, with -1 indefinitely. Null on timeout.
     std::unique_ptr<USock> accept(int milliseconds = -1);
 
   private:

@@ -1,6 +1,6 @@
-// The table of kinds: what every step is called, takes, gives and can be set to. Declared once; the exported
-// functions, the settings that steps read, `scansteps steps`, the settings check, the JSON schema and the
-// reference page are made from it.
+// The table of steps: names, types, settings and frame flow of every step. The exported functions, the
+// settings read by steps, `scansteps steps`, the settings check, the JSON schema and the reference page are
+// all derived from it.
 #pragma once
 
 #include <limits>
@@ -11,7 +11,7 @@
 
 namespace scansteps {
 
-/// What a setting names, if it names something outside the program.
+/// What a setting refers to outside the program, if anything.
 enum class SettingRole
 {
     None,
@@ -27,29 +27,29 @@ struct SettingInfo
     const char* path = "";  ///< "OCV.trh", or "dataX" at the top level
     Kind kind = Kind::Empty;
     bool required = false;
-    bool presence = false;       ///< only the presence of the key counts; its kind and value do not
+    bool presence = false;       ///< only whether the key is present matters, not its kind or value
     double number = 0;           ///< default of a number
     const char* text = nullptr;  ///< default of a string
     double min = -std::numeric_limits<double>::infinity();
     double max = std::numeric_limits<double>::infinity();
-    bool enforced =
-        false;  ///< values outside min ... max are refused before a run; else the step has its own word
+    /// Values outside min ... max are an error; otherwise the range is a hint and the step decides.
+    bool enforced = false;
     SettingRole role = SettingRole::None;
-    bool counted = false;  ///< first of numbered files: the name is counted up (numbered_name.h)
-    const char* endings =
-        "";  ///< of which an output's name holds one, or nothing is written; empty: any name
+    bool counted = false;  ///< names the first of a series of numbered files (numbered_name.h)
+    /// File name endings, separated by blanks, one of which an output's name must contain; empty: any name.
+    const char* endings = "";
     const char* unitName = "";
     const char* doc = "";
 
     constexpr bool hasDefault() const { return !required && !presence; }
-    /// Refuses values outside low ... high.
+    /// Rejects values outside low ... high.
     constexpr SettingInfo range(double low, double high) const
     {
         SettingInfo copy = hint(low, high);
         copy.enforced = true;
         return copy;
     }
-    /// Values that make sense; what happens outside them is the step's own business.
+    /// Range of useful values, not enforced.
     constexpr SettingInfo hint(double low, double high) const
     {
         SettingInfo copy = *this;
@@ -63,14 +63,14 @@ struct SettingInfo
         copy.role = what;
         return copy;
     }
-    /// A file that is written. `allowed` endings have blanks between them.
+    /// The setting names a file that the step writes; see `endings`.
     constexpr SettingInfo writes(const char* allowed = "") const
     {
         SettingInfo copy = names(SettingRole::Output);
         copy.endings = allowed;
         return copy;
     }
-    /// Of numbered files, the first.
+    /// The setting names the first of a series of numbered files.
     constexpr SettingInfo countedUp() const
     {
         SettingInfo copy = *this;
@@ -85,29 +85,29 @@ struct SettingInfo
     }
 };
 
-/// What the pixels of a frame are.
+/// Sample format of a frame.
 enum class Pixels
 {
     Any,
     None,       ///< no frame under "handle"
-    Same,       ///< those of the input
+    Same,       ///< as the input
     Rgb8,       ///< 8-bit R, G, B
-    Yuyv16,     ///< 16-bit samples that each hold luma and one chroma value
-    Offset16,   ///< 16-bit samples, 32768 is zero
+    Yuyv16,     ///< 16-bit samples, each of luma and one chroma value
+    Offset16,   ///< 16-bit samples that store the value v as v + 32768
     Samples16,  ///< Yuyv16 or Offset16
     Float,      ///< 32-bit float samples
 };
 /// "rgb8", "yuyv16", ...
 const char* pixelsName(Pixels pixels);
 
-/// How frames pass a step.
+/// How frames pass through a step.
 struct FrameFlow
 {
     Pixels in = Pixels::Any;
     Pixels out = Pixels::Same;
-    bool isStateless = false;  ///< each frame by itself: what becomes of it does not depend on others
-    bool addsData = false;     ///< the frame is also in the record, as "data"
-    bool refusesData = false;  ///< a frame under "handle" and a "data" entry are an error
+    bool isStateless = false;  ///< the result for a frame does not depend on other frames
+    bool addsData = false;     ///< adds the frame to the record as "data"
+    bool refusesData = false;  ///< a record with both "handle" and "data" is an error
 
     constexpr FrameFlow stateless() const
     {
@@ -135,18 +135,18 @@ struct StepInfo
     const char* className = "";  ///< what getName() returns, such as "CpuCanny"
     const char* typeIn = "";
     const char* typeOut = "";
-    bool source = false;  ///< makes frames of its own: the host sends it no "handle"
-    bool player = false;  ///< a source whose recording brings an initialise record of its own
+    bool source = false;  ///< produces frames: the host sends no "handle"
+    bool player = false;  ///< a source whose recording contains its own initialise record
     FrameFlow frames;
     const char* summary = "";
     std::span<const SettingInfo> settings;
 };
 
-/// All kinds, in alphabetical order.
+/// All steps, in alphabetical order of `kind`.
 std::span<const StepInfo> stepTable();
-/// Null when there is no such kind.
+/// Null when there is no such step.
 const StepInfo* findStep(std::string_view kind);
 const StepInfo* findStepByClass(std::string_view className);
-const SettingInfo* findSetting(const StepInfo& kind, std::string_view path);
+const SettingInfo* findSetting(const StepInfo& step, std::string_view path);
 
 }  // namespace scansteps

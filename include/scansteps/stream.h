@@ -1,5 +1,5 @@
-// The byte form of parameter records, over abstract byte sinks and sources. Recording files and TCP streams
-// are plain concatenations of records in this form: little-endian, no alignment, no file header, no end mark.
+// Byte streams in files and in memory, and the byte form of records. Recording files and TCP streams are
+// plain concatenations of records in this form: little-endian, without alignment, file header or end marker.
 #pragma once
 
 #include <algorithm>
@@ -25,7 +25,7 @@ class BIO
     virtual void read(void* bytes, std::size_t length) = 0;
     virtual ~BIO() = default;
 
-    /// Writes the pieces one after the other; streams that can do so in one system call override it.
+    /// Writes the pieces in order; overridden by streams that can do so in one system call.
     virtual void writeGather(std::span<const std::span<const std::byte>> pieces);
 
   protected:
@@ -34,16 +34,17 @@ class BIO
     BIO& operator=(const BIO&) = default;
 };
 
-/// What has arrived beyond the bytes that were asked for, kept for the next read.
+/// Buffer for bytes that were received beyond those requested.
 class ReadAhead
 {
   public:
-    /// Fills `to` from the buffer and then by calls of `receive(to, length, ahead, aheadLength)`, which puts
-    /// bytes into the first place, then the second, and returns their number, or 0 or less at the end.
-    /// Returns the number of bytes that `to` has received: `length`, or fewer at the end.
+    /// Fills `to` from the buffer, then by calling `receive(to, length, ahead, aheadLength)`, which fills
+    /// `to` first, then `ahead`, and returns the number of bytes, or 0 or less at the end of the stream.
+    /// Returns the number of bytes stored in `to`: `length`, or fewer at the end of the stream.
     template <class Receive>
     std::size_t read(std::byte* to, std::size_t length, Receive receive);
-    /// Makes sure that a byte is buffered, by one call of `receive(to, length)`; false at the end.
+    /// Ensures that at least one byte is buffered, calling `receive(to, length)` if necessary; false at the
+    /// end of the stream.
     template <class Receive>
     bool fill(Receive receive);
 
@@ -53,9 +54,9 @@ class ReadAhead
     std::size_t begin_ = 0, end_ = 0;
 };
 
-/// Byte stream on a file, opened in binary mode. A file that cannot be opened: isOpen() is false, writing
-/// throws "write error" and reading "read error". While a file is read or written through a BIOfs, no other
-/// one can write it: opening it fails (on Windows the system sees to it, elsewhere a lock).
+/// Byte stream on a file, opened in binary mode. If the file cannot be opened, isOpen() is false, writing
+/// throws "write error" and reading "read error". While a BIOfs reads or writes a file, opening it for
+/// writing through another one fails (by share modes on Windows, by a lock elsewhere).
 class BIOfs : public BIO
 {
   public:
@@ -63,8 +64,8 @@ class BIOfs : public BIO
     {
         Read,
         Write,
-        Create,  ///< as Write, but there must be no such file
-        Stage,   ///< as Write, but a file keeps what is in it until commit() or close()
+        Create,  ///< as Write, but fails if the file exists
+        Stage,   ///< as Write, but an existing file is kept until commit() or close()
     };
     /// `path` is UTF-8 on every system.
     BIOfs(const std::string& path, Mode mode);
@@ -72,49 +73,49 @@ class BIOfs : public BIO
     BIOfs(const BIOfs&) = delete;
     BIOfs& operator=(const BIOfs&) = delete;
 
-    /// A write that fails (full disk, limit of the file size) takes back what it has put into a regular file,
-    /// so that a file of records ends with a whole one, and closes the file: all later writes fail, too.
+    /// If a write fails (disk full, file size limit), a regular file is truncated to its size before the
+    /// write, so that it ends with a complete record, and is closed: all later writes fail.
     void write(const void* bytes, std::size_t length) override;
     void read(void* bytes, std::size_t length) override;
     void writeGather(std::span<const std::span<const std::byte>> pieces) override;
 
     bool isOpen() const { return file_ >= 0; }
     const std::string& path() const { return path_; }
-    /// True when an input stream stands at the end of its file, so that no further record begins. Throws
-    /// "read error" when the file cannot be read there.
+    /// Whether an input stream is at the end of its file. Throws "read error" when the file cannot be read.
     bool atEnd();
     /// Bytes read or written so far.
     std::uint64_t position() const { return position_; }
-    /// Closes the file; throws "write error" when the system could not keep what was written, or a staged
-    /// file cannot take its name.
+    /// Closes the file. Throws "write error" when the system reports an error for data already written, or
+    /// when a staged file cannot be renamed.
     void close();
 
-    /// Gives a staged file its name now. Until then it has a temporary one beside it and is removed by a
-    /// write that fails and by the destructor. Devices and pipes are not staged, and neither are files in
-    /// folders that take no new ones.
+    /// Renames a staged file to its final name. Until then it has a temporary name in the same folder and is
+    /// removed when a write fails and by the destructor. Devices, pipes and files in folders where no file
+    /// can be created are not staged.
     void commit();
-    /// Where a staged file is until it has its name; empty from then on.
+    /// Path of a staged file until it is committed; empty otherwise.
     const std::filesystem::path& temporary() const { return temporary_; }
-    /// Whether a staged file has still to replace another one.
+    /// Whether a staged file will replace an existing one.
     bool willReplace() const { return guard_ >= 0; }
 
-    /// Whether the system reported an error; that a file ends too early is none.
+    /// Whether the system reported an error. A premature end of file does not count.
     bool failed() const { return error_ != 0; }
-    /// What the system said of the last error; "" when there was none.
+    /// The system's message for the last error; "" when there was none.
     std::string reason() const;
-    /// Tells the host file and reason (Trouble::FileFailed), then throws "read error" or "write error".
+    /// Notifies the host of file and reason (Trouble::FileFailed), then throws "read error" or "write error".
     [[noreturn]] void raise() const;
 
   private:
     void stage();
     void release() noexcept;
-    bool takeName();
-    std::int64_t noted(std::int64_t received);
+    bool rename();
+    std::int64_t recordError(std::int64_t received);
 
-    std::string path_, target_;        // links followed
-    std::filesystem::path temporary_;  // where a staged file is now
+    std::string path_;
+    std::string target_;               // path_ with links resolved, of a staged file
+    std::filesystem::path temporary_;  // current path of a staged file
     int file_ = -1;
-    int guard_ = -1;  // holds the lock of the file that will be replaced
+    int guard_ = -1;  // holds the lock on the file to be replaced
     int error_ = 0;   // errno of the last error
     bool isOutput_ = false;
     std::uint64_t position_ = 0;
@@ -122,7 +123,7 @@ class BIOfs : public BIO
     ReadAhead ahead_;
 };
 
-/// Byte stream in memory: writing appends, reading takes from the front.
+/// Byte stream in memory: writing appends, reading consumes from the front.
 class BIOmem : public BIO
 {
   public:
@@ -142,31 +143,32 @@ class BIOmem : public BIO
 
 struct ReadLimits
 {
-    std::uint64_t maxRecord = UINT64_MAX;  ///< largest size field that is accepted, in bytes
-    std::uint64_t maxValues = UINT64_MAX;  ///< most entries and struct elements, counted at every level
+    std::uint64_t maxRecord = UINT64_MAX;  ///< largest accepted size of a record, in bytes
+    std::uint64_t maxValues =
+        UINT64_MAX;  ///< largest accepted number of entries and struct elements, summed over all levels
 };
 
-/// Writes the record in its byte form, in one gathered write; array bytes are not copied. Throws "MustBe pnt
-/// " for a struct without payload (also as an element of a struct array), "record nested too deeply" for one
-/// that could not be read back, and what the stream throws.
+/// Writes the record in its byte form, with one gathered write and without copying array bytes. Throws
+/// "MustBe pnt " for a struct without payload (also one in a struct array), "record nested too deeply" for
+/// nesting beyond kMaxNesting, and the errors of the stream.
 void writeRecord(BIO& sink, const varitype& record);
 
-/// As above, but the entry "handle" is left out and `frame` is written as an array under "data", without a
-/// copy of its bytes. Throws "[data] already found" when the record holds "data".
+/// As above, but omits "handle" and writes `frame` as the array "data", without copying its bytes. Throws
+/// "[data] already found" when the record has an entry "data".
 void writeRecordWithFrame(BIO& sink, const varitype& record, const Array& frame);
 
 /// Number of bytes that writeRecord() writes.
 std::uint64_t recordSize(const varitype& record);
 
 /// Reads one record. The first array that has the byte size of `spare` takes over its storage, so that a
-/// player needs no new memory for every frame. Whatever the bytes are, memory is taken for bytes that have
-/// arrived, never for promised ones: for array bytes at most 25 % more and a constant, a small multiple for
-/// strings and entries. Throws "Read Error" for bytes that are no well-formed record (a size or count that
-/// does not add up, kinds above 13, duplicate keys, nesting deeper than 64) and what the stream throws when
-/// it ends.
+/// player does not allocate memory for every frame. The input is untrusted: memory is allocated in proportion
+/// to the bytes that have arrived, not to the sizes claimed (at most 25 % more plus a constant for array
+/// bytes, a small multiple for strings and entries). Throws "Read Error" for malformed input (inconsistent
+/// sizes or counts, kinds above 13, duplicate keys, nesting deeper than kMaxNesting) and the errors of the
+/// stream.
 varitype readRecord(BIO& source, const ReadLimits& limits = {}, Array* spare = nullptr);
 
-/// Limit of nesting in records that are written and read.
+/// Maximum nesting depth of records, both written and read.
 inline constexpr int kMaxNesting = 64;
 
 template <class Receive>

@@ -1,4 +1,4 @@
-// Arrays of records read as lists of tuples: the points, triangles and colours of models.
+// Access to arrays of a record as lists of tuples: the points, triangles and colours of models.
 #pragma once
 
 #include <cstddef>
@@ -9,16 +9,16 @@
 
 namespace scansteps {
 
-/// Elements of the array `record[name]`, tuple after tuple, `width` (2 or 3) elements each. Accepted shapes
-/// for N tuples are width x N x 1, N x width x 1 and (width * N) x 1 x 1, all of which lie in memory alike;
+/// Elements of the array `record[name]` as consecutive tuples of `width` (2 or 3) elements. Accepted shapes
+/// for N tuples are width x N x 1, N x width x 1 and (width * N) x 1 x 1, which have the same memory layout;
 /// an array of kind empty is an empty list. Throws the record's look-up and type errors, and a text that
-/// names the entry when shape or element kind is another one. The span lives as long as the record's array.
+/// names the entry for any other shape or element kind. The span is valid as long as the record's array.
 std::span<const float> floatTuples(const varitype& record, const char* name, std::uint32_t width);
 
-/// The same for int or unsigned int elements; negative numbers appear as numbers above 2147483647.
+/// The same for int or unsigned int elements; negative numbers are reinterpreted as unsigned.
 std::span<const std::uint32_t> indexTuples(const varitype& record, const char* name, std::uint32_t width);
 
-/// Int elements of an array with one dimension above 1 at most.
+/// Int elements of an array with at most one dimension above 1.
 std::span<const std::int32_t> intList(const varitype& record, const char* name);
 
 }  // namespace scansteps

@@ -38,8 +38,7 @@ void CaptureStep::process(varitype& params)
     ++delivered_;
     varitype record = copyRecord(params);
     record.set("handle", out_.handle());
-    timer.stop();
-    forward(*this, record);
+    timer.forward(record);
 }
 
 void CaptureStep::flush(varitype& params)

@@ -1,3 +1,4 @@
+// Typed arrays, their storage, and the facts about kinds.
 #include "scansteps/array.h"
 
 #include <Imath/half.h>
@@ -36,22 +37,22 @@ constexpr KindFacts kKinds[kKindCount] = {
 
 static_assert(std::is_standard_layout_v<Array> && sizeof(Array) == 16 + sizeof(void*));
 
-// The byte size, or the largest number when it overflows.
+// The byte size, or half the largest number when it overflows.
 std::size_t bytesOf(const std::uint32_t (&dims)[3], Kind kind)
 {
     constexpr std::size_t kMax = std::numeric_limits<std::size_t>::max() / 2;
     std::size_t bytes = elementSize(kind);
     for (const std::uint32_t dim : dims) {
         if (dim != 0 && bytes > kMax / dim)
-            bytes = kMax;  // stays at the top, unless a later dimension is 0
+            bytes = kMax;  // saturates, unless a later dimension is 0
         else
             bytes *= dim;
     }
     return bytes;
 }
 
-// Checked once at load: a half library built for another processor or with flushed denormals would spoil
-// every half frame without a word.
+// Checked once at load: a half library built for another processor, or denormals flushed to zero, would
+// silently corrupt half frames.
 [[maybe_unused]] const bool kHalfChecked = [] {
     struct Sample
     {
@@ -65,7 +66,7 @@ std::size_t bytesOf(const std::uint32_t (&dims)[3], Kind kind)
     };
     for (const auto& [bits, value] : kSamples)
         if (Imath::half(value).bits() != bits || float(Imath::half(Imath::half::FromBits, bits)) != value) {
-            std::fprintf(stderr, "scansteps: 16-bit floats are converted wrongly on this machine\n");
+            std::fprintf(stderr, "scansteps: 16-bit floats are converted incorrectly on this machine\n");
             return false;
         }
     return true;

@@ -1,4 +1,4 @@
-// Storage of arrays for those who fill it before there is an array.
+// Allocates storage that is filled before an array takes it over.
 #pragma once
 
 #include <cstddef>
@@ -11,12 +11,13 @@ enum class Fill
 {
     Zeros,
     Nothing,
-    Growing,  // nothing, and in ordinary pages: the system moves only those without a copy when a block grows
+    Growing,  // as Nothing, but in ordinary pages, which the system can move without copying when a block
+              // grows
 };
 
 /// Null for 0 bytes. Throws std::bad_alloc.
 ArrayStorage allocateStorage(std::size_t bytes, Fill fill);
-/// The same bytes in a larger block.
+/// Enlarges the block, keeping its bytes. Throws std::bad_alloc.
 void growStorage(ArrayStorage& storage, std::size_t bytes);
 
 }  // namespace scansteps

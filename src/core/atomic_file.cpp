@@ -1,3 +1,4 @@
+// Writing to a temporary file, and renaming one file or several together.
 #include "core/atomic_file.h"
 
 #include <algorithm>
@@ -77,7 +78,7 @@ void AtomicFile::put(const char* data, std::size_t size)
         written = false;
     }
     while (written && size > 0) {
-        errno = ENOSPC;  // of a call that writes nothing and says nothing
+        errno = ENOSPC;  // for a call that writes nothing without reporting an error
         const std::int64_t done = rawfile::write(file_, data, size);
         written = done > 0;
         if (!written) break;
@@ -120,7 +121,7 @@ void AtomicFile::finish()
     refuse();
 }
 
-// The file that rename() will replace gets a second name, by which undo() finds it.
+// Keeps the file that rename() will replace under a second name for undo().
 bool AtomicFile::keepPrevious()
 {
     if (temporary_.empty() || !fs::exists(target_, error_)) return !error_;
@@ -128,7 +129,7 @@ bool AtomicFile::keepPrevious()
         std::error_code error;
         fs::create_hard_link(target_, name, error);
         if (!error || error == std::errc::file_exists || error == std::errc::filename_too_long) return error;
-        fs::copy_file(target_, name, error);  // not every file system has links
+        fs::copy_file(target_, name, error);  // not every file system supports hard links
         std::error_code ignored;
         if (error && error != std::errc::file_exists) fs::remove(name, ignored);
         return error;

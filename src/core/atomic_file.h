@@ -1,5 +1,5 @@
-// A file that appears under its name only when it is complete: it is written under a temporary name beside
-// it, commit() renames. Used by all writers of models and pictures.
+// A file that appears under its name only when it is complete: it is written under a temporary name in the
+// same folder and renamed by commit(). Used by all writers of models and pictures.
 #pragma once
 
 #include <cstddef>
@@ -16,13 +16,13 @@ namespace scansteps {
 class AtomicFile
 {
   public:
-    /// Bytes gathered before they are written; also the largest room() that can be asked for.
+    /// Size of the write buffer in bytes; also the limit of room().
     static constexpr std::size_t kBlock = std::size_t{256} * 1024;
 
-    /// Creates the temporary file, "NAME.part" or with a number after it, which no other process has. Does
-    /// not throw when that fails: see isOpen(). A symbolic link is followed, so that its target is replaced.
-    /// An existing `path` that is no regular file (a device, a pipe), and one in a folder that takes no new
-    /// files, is written directly; one that may not be written counts as not opened. `path` is UTF-8.
+    /// Creates a temporary file named "NAME.part" or "NAME.partN" that did not exist before. Does not throw
+    /// on failure: see isOpen(). Symbolic links are followed, so the target of a link is replaced. If `path`
+    /// exists and is not a regular file (a device, a pipe), or is in a folder where no file can be created,
+    /// it is written directly. A file without write permission counts as not opened. `path` is UTF-8.
     explicit AtomicFile(const std::string& path);
     /// Removes the temporary file unless it was committed.
     ~AtomicFile();
@@ -30,12 +30,12 @@ class AtomicFile
     AtomicFile& operator=(const AtomicFile&) = delete;
 
     bool isOpen() const { return file_ >= 0; }
-    /// As given.
+    /// As passed to the constructor.
     const std::string& path() const { return path_; }
-    /// What the system said when the file could not be opened, written, closed or renamed; empty before that.
+    /// The system's message when the file could not be opened, written, closed or renamed; otherwise empty.
     std::string reason() const { return error_ ? error_.message() : std::string(); }
 
-    /// At least `size` (at most kBlock) bytes to write into; advance() tells where the text ended.
+    /// Buffer for at least `size` (at most kBlock) bytes. Pass the end of what was written to advance().
     char* room(std::size_t size)
     {
         if (static_cast<std::size_t>(end_ - at_) < size) flush();
@@ -43,16 +43,16 @@ class AtomicFile
     }
     void advance(char* end) { at_ = end; }
 
-    /// These and room() throw a text with name and reason when the system refuses.
+    /// Append to the file. These and room() throw a text with name and reason when writing fails.
     void write(std::string_view text);
     void write(std::span<const std::uint8_t> bytes);
 
-    /// Writes what is left, closes and renames. Throws when the file system refuses any of it, and has
-    /// changed nothing then.
+    /// Writes buffered bytes, closes the file and renames it. If any of this fails, throws and leaves the
+    /// target unchanged.
     void commit();
 
-    /// Commits files that belong together: all are written and closed before the first is renamed, and when
-    /// one cannot be renamed, those before it are put back.
+    /// Commits files that belong together: all are written and closed before the first is renamed; if a
+    /// rename fails, the earlier ones are undone.
     static void commitTogether(std::span<AtomicFile* const> files);
 
   private:
@@ -66,11 +66,11 @@ class AtomicFile
     void discard() noexcept;
     [[noreturn]] void refuse() const;
 
-    // Paths are made before the files, so that removing and renaming take no memory.
+    // Paths are built before the files are created, so that removing and renaming do not allocate.
     std::string path_;
-    std::filesystem::path target_;     // where the file ends up
-    std::filesystem::path temporary_;  // where it is written; empty when written directly
-    std::filesystem::path previous_;   // second name of the file that is replaced, during commitTogether()
+    std::filesystem::path target_;     // path_ with links resolved
+    std::filesystem::path temporary_;  // empty when the target is written directly
+    std::filesystem::path previous_;   // second name of the replaced file during commitTogether()
     std::error_code error_;
     int file_ = -1;
     bool renamed_ = false;

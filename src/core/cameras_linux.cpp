@@ -15,7 +15,7 @@ namespace scansteps {
 
 namespace {
 
-// Device numbers are small; a gap in them is no end.
+// Device numbers are small but may have gaps.
 constexpr int kMaxDevices = 64;
 
 class Device

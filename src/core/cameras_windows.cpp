@@ -1,5 +1,5 @@
-// Cameras on Windows: the drivers of the capture service. The service is loaded when it is asked for, as some
-// editions of Windows come without it.
+// Cameras on Windows: the drivers of the capture service, which is loaded on demand because some editions of
+// Windows lack it.
 #ifdef _WIN32
 
 #include <windows.h>
@@ -48,7 +48,7 @@ struct Service
     }
 };
 
-// The service speaks the system's own code page.
+// The service returns names in the system's code page.
 std::string utf8(const char* text)
 {
     wchar_t wide[256];
@@ -81,7 +81,7 @@ std::vector<CameraMode> cameraModes(const CameraInfo& camera)
     const HWND window = service.createWindow(nullptr, 0, 0, 0, 0, 0, HWND_MESSAGE, 0);
     if (window == nullptr) return modes;
     if (SendMessageA(window, WM_CAP_DRIVER_CONNECT, static_cast<WPARAM>(camera.index), 0) != 0) {
-        BITMAPINFOHEADER header[8] = {};  // room for a colour table behind the first
+        BITMAPINFOHEADER header[8] = {};  // room for a colour table after the first
         if (SendMessageA(window, WM_CAP_GET_VIDEOFORMAT, sizeof header, reinterpret_cast<LPARAM>(header)) !=
             0) {
             std::string format(reinterpret_cast<const char*>(&header[0].biCompression), 4);

@@ -1,3 +1,4 @@
+// Dispatch of events, and the default behaviour of steps.
 #include "scansteps/chain.h"
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// Throws errors as C strings.
 #include "scansteps/error.h"
 
 #include <cstdarg>
@@ -16,7 +17,7 @@ void fail(const char* text)
 
 void failf(const char* format, ...)
 {
-    // A formatted argument may be an earlier error text: build the new one beside the old one.
+    // An argument may be an earlier error text in errorText: format into a separate buffer first.
     char text[sizeof errorText];
     va_list arguments;
     va_start(arguments, format);

@@ -1,4 +1,5 @@
-// Files as byte streams: whole writes or none, and one system call a record where the system gathers.
+// Files as byte streams. A write is complete or undone; where the system supports gathered writes, a record
+// takes one system call.
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -17,7 +18,7 @@ namespace {
 
 bool writeAll(int file, std::span<const std::span<const std::byte>> pieces)
 {
-    std::span<const std::byte> cut;  // what is left of a piece that a short write has cut
+    std::span<const std::byte> cut;  // rest of a piece after a partial write
     while (!cut.empty() || !pieces.empty()) {
         const auto done =
             cut.empty() ? rawfile::writeGather(file, pieces) : rawfile::write(file, cut.data(), cut.size());
@@ -63,7 +64,7 @@ BIOfs::~BIOfs()
     release();
 }
 
-// Leaves the file unopened, without an error, where it has to be written directly.
+// Leaves the file closed, without an error, if it has to be written directly.
 void BIOfs::stage()
 {
     namespace fs = std::filesystem;
@@ -77,7 +78,7 @@ void BIOfs::stage()
         error_ = errno;
         return;
     }
-    // Nothing is allocated once it has been made, so that nothing can throw before its name is known.
+    // Nothing is allocated after the file is created, so nothing can throw before its name is stored.
     error = makeBeside(target, temporary_, [this](const fs::path& name) {
         file_ = rawfile::open(utf8(name), rawfile::Access::CreateNew);
         return file_ >= 0 ? std::error_code() : lastError();
@@ -92,7 +93,7 @@ void BIOfs::stage()
     if (!replaces || !noNewFiles) error_ = error.value();
 }
 
-// Of the file that was to be replaced, and the temporary name.
+// Releases the lock on the file to be replaced and removes the temporary file.
 void BIOfs::release() noexcept
 {
     if (guard_ >= 0) rawfile::close(std::exchange(guard_, -1));
@@ -104,19 +105,19 @@ void BIOfs::release() noexcept
 void BIOfs::commit()
 {
     if (file_ < 0) raise();
-    if (takeName()) return;
+    if (rename()) return;
     if (file_ >= 0) rawfile::close(std::exchange(file_, -1));
     release();
     raise();
 }
 
-bool BIOfs::takeName()
+bool BIOfs::rename()
 {
     if (temporary_.empty()) return true;
-    // Another writer may have taken the name meanwhile.
+    // Another writer may have created the file in the meantime.
     if (guard_ < 0) guard_ = rawfile::open(target_, rawfile::Access::Guard);
     const bool isFree = guard_ >= 0 || errno == ENOENT;
-#ifdef _WIN32  // where an open file cannot be replaced
+#ifdef _WIN32  // an open file cannot be replaced
     if (guard_ >= 0) rawfile::close(std::exchange(guard_, -1));
 #endif
     if (!isFree || !rawfile::rename(file_, utf8(temporary_), target_)) {
@@ -133,7 +134,7 @@ void BIOfs::close()
     if (file_ < 0) return;
     const int result = rawfile::close(std::exchange(file_, -1));
     if (result != 0 && isOutput_) error_ = errno;
-    if (error_ == 0 && takeName()) return;
+    if (error_ == 0 && rename()) return;
     release();
     if (isOutput_) raise();
 }
@@ -187,7 +188,7 @@ void BIOfs::read(void* bytes, std::size_t length)
     const std::size_t done =
         ahead_.read(static_cast<std::byte*>(bytes), length,
                     [this](std::byte* to, std::size_t count, std::byte* ahead, std::size_t aheadCount) {
-                        return noted(rawfile::readTwo(file_, {to, count}, {ahead, aheadCount}));
+                        return recordError(rawfile::readTwo(file_, {to, count}, {ahead, aheadCount}));
                     });
     position_ += done;
     if (done != length) raise();
@@ -197,12 +198,12 @@ bool BIOfs::atEnd()
 {
     if (file_ < 0 || isOutput_) return true;
     const bool more = ahead_.fill(
-        [this](std::byte* to, std::size_t count) { return noted(rawfile::read(file_, to, count)); });
+        [this](std::byte* to, std::size_t count) { return recordError(rawfile::read(file_, to, count)); });
     if (!more && failed()) raise();
     return !more;
 }
 
-std::int64_t BIOfs::noted(std::int64_t received)
+std::int64_t BIOfs::recordError(std::int64_t received)
 {
     error_ = received < 0 ? errno : 0;
     return received;

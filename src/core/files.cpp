@@ -1,3 +1,4 @@
+// File calls of Windows and POSIX.
 #include "core/files.h"
 
 #include <fcntl.h>
@@ -28,7 +29,7 @@
 
 namespace scansteps {
 
-// One transfer never exceeds 1 GiB: the systems cut larger ones or take a 32-bit length.
+// Transfers are limited to 1 GiB: systems truncate larger ones or take a 32-bit length.
 static constexpr std::size_t kMaxTransfer = std::size_t{1} << 30;
 
 #ifdef _WIN32
@@ -86,7 +87,7 @@ bool truncate(int file, std::uint64_t size)
 
 std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second)
 {
-    // A short read is served from the second place, so that it need not call again for every few bytes.
+    // Short reads go through the second buffer, to save a system call for every few bytes.
     if (first.size() >= second.size()) return read(file, first.data(), first.size());
     const std::int64_t done = read(file, second.data(), second.size());
     if (done <= 0) return done;
@@ -132,7 +133,7 @@ bool rename(int& file, const std::string& from, const std::string& to)
     return file >= 0;
 }
 
-// There is no such signal.
+// Windows has no such signal.
 NoPipeSignal::NoPipeSignal(bool) {}
 NoPipeSignal::~NoPipeSignal() = default;
 
@@ -148,7 +149,7 @@ File openFile(const std::string& path, const char* mode)
 namespace rawfile {
 
 namespace {
-// A pipe that no writer has opened yet reads as if it had ended.
+// Whether the file is a pipe that no writer has opened yet; reading from it returns 0, as at the end.
 bool awaitsWriter(int file)
 {
     struct stat status = {};
@@ -157,7 +158,8 @@ bool awaitsWriter(int file)
            ((state.revents & POLLIN) != 0 || (state.revents & POLLHUP) == 0);
 }
 
-// Files are opened without blocking: what would block waits here, where an interrupt ends it (EINTR).
+// Files are opened in non-blocking mode. Calls that would block wait here, until the host is interrupted
+// (EINTR).
 template <class Call>
 std::int64_t transfer(int file, bool reading, Call call)
 {
@@ -174,7 +176,7 @@ std::int64_t transfer(int file, bool reading, Call call)
     }
 }
 
-// Waits for a reader of a pipe that is to be written.
+// Opening a pipe for writing waits for a reader.
 int openPatiently(const char* path, int flags)
 {
     constexpr int kBetweenTriesMs = 20;
@@ -199,7 +201,7 @@ bool isRegular(int file)
     return regularSize(file).has_value();
 }
 
-// False when someone has renamed another file to the name since this one was opened.
+// False if another file has been renamed to `path` since `file` was opened.
 bool isNamed(int file, const std::string& path)
 {
     struct stat opened = {}, named = {};
@@ -232,7 +234,7 @@ int open(const std::string& path, Access access)
     for (;;) {
         const int file = openPatiently(path.c_str(), flags);
         if (file < 0 || !isRegular(file)) return file;
-        // Not every file system has locks: only a lock that someone else holds is a reason not to write.
+        // Not every file system supports locks: only a lock held elsewhere prevents writing.
         const bool taken = !lock(file, toWrite ? LOCK_EX : LOCK_SH) && errno == EWOULDBLOCK;
         const bool replaced = toWrite && !taken && !isNamed(file, path);
         const bool emptied = access != Access::Truncate || taken || replaced || setSize(file, 0);
@@ -298,7 +300,7 @@ std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> p
 
 int close(int file)
 {
-    // Linux has closed the file when it reports an interruption.
+    // On Linux, the file is closed even if the call is interrupted.
     return ::close(file) == 0 || errno == EINTR ? 0 : -1;
 }
 

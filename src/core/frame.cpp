@@ -1,3 +1,4 @@
+// Checks of incoming frames, and the exchange of frames and handles around a step's computation.
 #include "scansteps/frame.h"
 
 #include "scansteps/error.h"
@@ -28,8 +29,7 @@ FrameScope::FrameScope(StepBase& step, varitype& params, TextureSet& in, FrameCh
 }
 
 FrameScope::FrameScope(StepBase& step, varitype& params, TextureSet& in, TextureSet& out, FrameCheck check)
-    : step_(step),
-      start_(microseconds()),
+    : timer_(step),
       in_(in),
       out_(out),
       check_(check),
@@ -54,15 +54,13 @@ void replaceFrame(varitype& record, int handle)
 void FrameScope::forward()
 {
     replaceFrame(copy_, out_.handle());
-    step_.time += microseconds() - start_;
-    scansteps::forward(step_, copy_);
+    timer_.forward(copy_);
 }
 
 void FrameScope::forwardUnchanged()
 {
     copy_["handle"].getv<std::int32_t>() = out_.handle();
-    step_.time += microseconds() - start_;
-    scansteps::forward(step_, copy_);
+    timer_.forward(copy_);
 }
 
 }  // namespace scansteps

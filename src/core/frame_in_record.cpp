@@ -1,3 +1,4 @@
+// Moves frames between handles and records.
 #include "core/frame_in_record.h"
 
 #include "scansteps/error.h"

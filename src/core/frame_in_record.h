@@ -8,20 +8,20 @@
 
 namespace scansteps {
 
-/// Writes the record of an event. When it holds "handle", the array behind the handle is written as "data" in
-/// place of the handle. Throws "[data] already found" when it holds both, and what handles and streams throw.
+/// Writes the record of an event. If it has an entry "handle", the frame is written as "data" instead of the
+/// handle. Throws "[data] already found" if it has both, and the errors of handles and streams.
 void writeEvent(BIO& sink, const varitype& record);
 
-/// Throws when the array, which came from a recording, can be no frame because its elements have no size. Its
-/// dimensions are left to the steps behind, each of which holds them against its own.
+/// Throws if the array, read from a recording, cannot be a frame because its elements have no size. The
+/// dimensions are checked by the steps after this one.
 void checkEmbeddedFrame(StepBase& step, const Array& array);
 
-/// Reads "dataX", "dataY" and "dataFormat" and makes the one buffer into which a step puts embedded frames.
-/// A format that is missing or unknown is reported as mismatch and taken for "f_1x32".
+/// Creates a step's buffer for embedded frames from "dataX", "dataY" and "dataFormat". A missing or unknown
+/// format is reported as a mismatch and taken as "f_1x32".
 void createFrameBuffer(StepBase& step, varitype& params, TextureSet& buffer);
 
-/// A step's last work at flush, then the flush itself, which also happens when the work failed: the steps
-/// behind must finish their files whatever went wrong here. The error is thrown afterwards.
+/// Calls `work`, then `flush`, even if `work` throws: the steps after this one must still finish their files.
+/// An error of `work` is rethrown afterwards.
 template <class Work, class Flush>
 void finishThen(Work work, Flush flush)
 {

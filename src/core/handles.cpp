@@ -1,3 +1,4 @@
+// Operations on the installed handle table.
 #include "scansteps/handles.h"
 
 #include <atomic>
@@ -40,7 +41,8 @@ void installHandles(HandleTable* table)
     installed = table;
 }
 
-// Does not search the map: other threads call this while a step may insert a value. Map values never move.
+// Does not search the map, because other threads may call this while a step inserts a value. Values of a map
+// never move.
 const HostServices* hostServices()
 {
     if (servicesValue == nullptr) return nullptr;
@@ -80,10 +82,10 @@ SlotRecord* record(int handle)
     return checkedSlot(handle);
 }
 
-SlotRecord* setKind(int handle, std::uint32_t kind)
+SlotRecord* setTag(int handle, std::uint32_t tag)
 {
     SlotRecord* slot = checkedSlot(handle);
-    slot->kind = kind;
+    slot->tag = tag;
     return slot;
 }
 

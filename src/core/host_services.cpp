@@ -1,3 +1,4 @@
+// Stores the host's services among the shared values of the handle table.
 #include "scansteps/host_services.h"
 
 #include <atomic>

@@ -1,5 +1,4 @@
-// The frame that a process event names, with the report that the dump and buffer steps make when there is
-// none.
+// Finds the frame of a process event, with the message that the steps cdump and cbuff print if there is none.
 #pragma once
 
 #include "core/print.h"

@@ -1,3 +1,4 @@
+// Memory advice for large blocks: transparent huge pages on Linux, nothing elsewhere.
 #include "core/large_pages.h"
 
 #include <cstdlib>
@@ -18,9 +19,9 @@ namespace scansteps {
 namespace {
 
 constexpr std::size_t kPage = std::size_t{2} << 20;
-constexpr std::size_t kLeast = 2 * kPage;  // below, the ragged ends are most of it
+constexpr std::size_t kMinSize = 2 * kPage;  // too little of a smaller block consists of whole pages
 
-// Whole pages of a block.
+// The whole pages in a block.
 struct Pages
 {
     Pages(void* block, std::size_t bytes, std::size_t page)
@@ -51,12 +52,12 @@ void* mallocOnLine(std::size_t bytes)
 
 void preferLargePages(void* block, std::size_t bytes)
 {
-    if (bytes >= kLeast) Pages(block, bytes, kPage).advise(MADV_HUGEPAGE);
+    if (bytes >= kMinSize) Pages(block, bytes, kPage).advise(MADV_HUGEPAGE);
 }
 
 void clearPages(void* block, std::size_t bytes)
 {
-    if (bytes >= kLeast) {
+    if (bytes >= kMinSize) {
         const Pages pages(block, bytes, std::size_t(sysconf(_SC_PAGESIZE)));
         if (pages.advise(MADV_DONTNEED)) {
             char* const begin = static_cast<char*>(block);

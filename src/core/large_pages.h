@@ -1,23 +1,22 @@
-// Memory for frames. A frame of many megabytes touches thousands of ordinary pages, and looking each of them
-// up costs up to a quarter of the time of a kernel that does little with a sample; one that does not begin on
-// a cache line costs such a kernel up to a third more.
+// Memory for frames. Large frames span thousands of ordinary pages; the address translation costs kernels
+// with little work per sample up to a quarter of their time. Frames that do not begin on a cache line make
+// them up to a third slower.
 #pragma once
 
 #include <cstddef>
 
 namespace scansteps {
 
-/// Memory that free() and realloc() take, beginning on a cache line unless it is small or the C runtime
-/// cannot allocate so. Null when there is none.
+/// Memory for use with free() and realloc(). Begins on a cache line unless it is small or the C runtime does
+/// not support that. Null on failure.
 void* mallocOnLine(std::size_t bytes);
 
-/// Asks the system to back `bytes` at `block` with large pages, as far as whole ones fit; to be called before
-/// the memory is touched. A wish only: nothing happens for small blocks, and where the system has no such
-/// call.
+/// Asks the system to use large pages for the block, before its memory is first accessed. Has no effect on
+/// small blocks and on systems without such a call.
 void preferLargePages(void* block, std::size_t bytes);
 
-/// Sets a block of private memory to zeros. Of a large one the pages are given back rather than written, so
-/// that they take memory only when they are used.
+/// Zero-fills a block of private memory. The pages of a large block are returned to the system instead of
+/// being written, so that they take memory only when used.
 void clearPages(void* block, std::size_t bytes);
 
 }  // namespace scansteps

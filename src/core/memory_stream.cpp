@@ -1,3 +1,4 @@
+// Byte stream in memory.
 #include <cstring>
 
 #include "scansteps/error.h"

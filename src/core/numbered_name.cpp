@@ -1,3 +1,4 @@
+// Decimal arithmetic on the digits of a file name.
 #include "scansteps/numbered_name.h"
 
 #include <algorithm>
@@ -11,7 +12,7 @@ bool isDigit(char c)
     return c >= '0' && c <= '9';
 }
 
-// Adds or subtracts `amount` on the digits from the last to the first; what does not fit falls off the front.
+// Adds or subtracts `amount`, starting at the last digit; overflow is discarded.
 void countDigits(std::string& name, std::int64_t amount, int sign)
 {
     for (auto c = name.rbegin(); c != name.rend() && amount != 0; ++c) {
@@ -26,7 +27,7 @@ void countDigits(std::string& name, std::int64_t amount, int sign)
     }
 }
 
-// A step up that wraps ends on zeros only, a step down on nines only, and no other step does.
+// An increment wraps if and only if it ends at all zeros, a decrement at all nines.
 bool allDigitsAre(const std::string& name, char digit)
 {
     return std::all_of(name.begin(), name.end(), [digit](char c) { return !isDigit(c) || c == digit; });

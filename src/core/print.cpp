@@ -1,3 +1,4 @@
+// Formatted output of steps.
 #include "core/print.h"
 
 #include <cinttypes>

@@ -1,5 +1,5 @@
-// What steps print, in one place, so that widths and labels are the same everywhere. All of it goes to
-// standard output, except for files that cannot be opened or written.
+// Output of steps, in one place so that widths and labels are consistent. It goes to standard output, except
+// for messages about files that cannot be opened or written.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 namespace scansteps::print {
 
 void text(std::string_view text);
-/// The text, made printable, and a line feed.
+/// The text, passed through printable(), and a line feed.
 void line(std::string_view text);
-/// On standard error: the words, the name of the file and, where there is one, ": " and the reason.
+/// On standard error: the words, the file name and, unless it is empty, ": " and the reason.
 void fileTrouble(const char* words, std::string_view path, std::string_view reason = {});
-/// The text on a line, then the same text in double quotes on a line of its own.
+/// The text on a line, then the same text in double quotes on another.
 void twice(std::string_view text);
-/// Value right-aligned in 15 columns, then the label (which brings its own blank and line feed).
+/// The value right-aligned in 15 columns, then the label, which includes blank and line feed.
 void field(std::int64_t value, const char* label);
 void field(double value, const char* label);
 inline void field(int value, const char* label)
@@ -25,7 +25,7 @@ inline void field(float value, const char* label)
 {
     field(double{value}, label);
 }
-/// Value in as many columns as it needs, then the label. A text is made printable first.
+/// The value without padding, then the label. Text values are passed through printable().
 void labelled(std::int64_t value, const char* label);
 void labelled(std::string_view value, const char* label);
 /// `name` right-aligned in 10 columns, " time = ", seconds in 10 columns, " sec \n".

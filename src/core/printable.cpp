@@ -1,3 +1,4 @@
+// UTF-8 decoding and escaping of control characters.
 #include "scansteps/printable.h"
 
 #include <cstdint>
@@ -10,10 +11,10 @@ namespace {
 struct Character
 {
     std::uint32_t code;
-    std::size_t length;  // 0: not UTF-8
+    std::size_t length;  // in bytes; 0: not UTF-8
 };
 
-// The first character. Overlong forms, surrogates and codes above U+10FFFF are not UTF-8.
+// Decodes the first character. Overlong forms, surrogates and codes above U+10FFFF are rejected.
 Character decode(std::string_view text)
 {
     const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };

@@ -1,5 +1,5 @@
-// Values and structs. A holder carries the payload inside; only array bytes live apart, shared between copies
-// of a record until one of them is written.
+// Values and structs. Payloads are stored in the value's holder, except for array bytes, which copies of a
+// record share until one of them is written.
 #include "scansteps/record.h"
 
 #include <algorithm>
@@ -17,14 +17,14 @@ void failType()
     fail("varitype::getv() type error!");
 }
 
-// An array's bytes may be shared by several holders. Once a writable reference has been handed out, the
-// holder keeps the bytes for itself: a later copy of the record copies them (`exclusive`).
+// Array bytes that several holders may share. Once a writable reference has been given out, the bytes are
+// `exclusive` to their holder: copying the record copies them.
 struct SharedArray
 {
     std::shared_ptr<Array> bytes = std::make_shared<Array>();
     bool exclusive = false;
 
-    Array& toWrite()
+    Array& writable()
     {
         if (bytes.use_count() > 1) bytes = std::make_shared<Array>(*bytes);
         exclusive = true;
@@ -158,7 +158,7 @@ varitype::~varitype()
     if (holder_ != nullptr && --holder_->references == 0) delete holder_;
 }
 
-// A moved-from value is of kind empty to its readers.
+// A moved-from value reads as kind empty.
 Kind varitype::kind() const
 {
     return holder_ == nullptr ? Kind::Empty : holder_->kind;
@@ -201,7 +201,7 @@ Struct& varitype::structure(bool toWrite) const
 Array& varitype::array(bool toWrite) const
 {
     if (kind() != Kind::Array) detail::failType();
-    return toWrite ? holder_->array.toWrite() : *holder_->array.bytes;
+    return toWrite ? holder_->array.writable() : *holder_->array.bytes;
 }
 
 StructArray& varitype::structArray() const
@@ -339,7 +339,7 @@ Struct& Struct::operator=(const Struct& other)
 
 std::vector<Struct::Entry>::iterator Struct::lowerBound(std::string_view name)
 {
-    // Records are mostly built in ascending order: look at the end first.
+    // Records are mostly built in ascending order: check the end first.
     if (entries_.empty() || entries_.back().name < name) return entries_.end();
     return std::lower_bound(entries_.begin(), entries_.end(), name,
                             [](const Entry& entry, std::string_view key) { return entry.name < key; });

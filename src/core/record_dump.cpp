@@ -1,4 +1,4 @@
-// Records as text for people.
+// Human-readable form of records.
 #include <cstdio>
 #include <string>
 

@@ -1,11 +1,12 @@
-// Bytes into records, made for bytes that nobody vouches for: a record's size field is a budget that every
-// part of it is charged to, and memory is taken only for bytes that have arrived.
+// Decodes records from untrusted input. The size field of a record is a budget to which every part is
+// charged, and memory is allocated only as bytes arrive.
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <utility>
 
 #include "core/array_storage.h"
+#include "core/byte_form.h"
 #include "scansteps/error.h"
 #include "scansteps/stream.h"
 
@@ -13,17 +14,16 @@ namespace scansteps {
 
 namespace {
 
-constexpr std::uint64_t kHeaderSize = 16;
-constexpr std::uint32_t kLengthOffset = 99;
-constexpr std::uint64_t kSmallestEntry = 9;  // empty key and kind
-constexpr std::uint64_t kGrowth = 4U << 20;  // arrays are read in steps of this size at least
+using namespace byteform;
+
+constexpr std::uint64_t kGrowth = 4U << 20;  // arrays grow by at least this many bytes
 
 [[noreturn]] void failRead()
 {
     fail("Read Error");
 }
 
-// Reads ahead within the record only: the byte behind it belongs to the next reader.
+// Buffered input. Does not read past the end of the record: the bytes after it are left to the next reader.
 class Source
 {
   public:
@@ -57,7 +57,7 @@ class Source
     std::size_t begin_ = 0, end_ = 0;
 };
 
-// What is left of a record, in bytes or in values; parts are charged before they are read.
+// What remains of a record, in bytes or in values. Parts are charged before they are read.
 class Budget
 {
   public:
@@ -102,7 +102,7 @@ class Decoder
     {
         if (depth > kMaxNesting) failRead();
         Budget budget(header.size - kHeaderSize);
-        if (header.count > budget.left() / kSmallestEntry) failRead();
+        if (header.count > budget.left() / kMinEntrySize) failRead();
         values_.charge(header.count);
 
         std::vector<std::pair<std::string, Kind>> directory;
@@ -114,8 +114,8 @@ class Decoder
         }
         Struct result;
         result.reserve(directory.size());
-        // Ascending keys are appended. Foreign writers' keys out of order are collected and sorted once, so
-        // that no order of keys costs more than a sort.
+        // Ascending keys are appended. Keys in another order, from other writers, are collected and sorted
+        // once, so that no order of keys takes quadratic time.
         std::vector<std::pair<std::string, varitype>> unordered;
         const bool ordered = std::is_sorted(directory.begin(), directory.end(),
                                             [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -159,11 +159,11 @@ class Decoder
         if (length <= kGrowth) {
             text.resize(length);
             source_.take(text.data(), length);
-        } else {  // a string grows by doubling, which is too much to take for bytes that may never come
+        } else {  // a std::string would allocate ahead of the bytes that arrive
             text.assign(reinterpret_cast<const char*>(takeGrowing(length).get()), length);
         }
         for (std::size_t i = 0; i < length; ++i)
-            text[i] = static_cast<char>(static_cast<unsigned char>(text[i]) + 10U + i);
+            text[i] = static_cast<char>(static_cast<unsigned char>(text[i]) + kCharOffset + i);
         if (text.back() != '\0') failRead();
         text.pop_back();
         return text;
@@ -221,7 +221,7 @@ class Decoder
         source_.take(fields, sizeof fields);
         if (fields[0] != std::uint32_t(Kind::Array) || fields[4] >= kKindCount) failRead();
         const std::uint64_t left = budget.left();
-        // The product is checked before the array is made: it must fit into what is left of the record.
+        // The product must fit into the rest of the record; checked before the array is created.
         std::uint64_t bytes = elementSize(Kind(fields[4]));
         const bool none = bytes == 0 || fields[1] == 0 || fields[2] == 0 || fields[3] == 0;
         for (std::size_t axis = 1; !none && axis <= 3; ++axis) {
@@ -239,7 +239,7 @@ class Decoder
         return Array::adopt(takeGrowing(bytes), Kind(fields[4]), fields[1], fields[2], fields[3]);
     }
 
-    // Storage grows with the bytes that arrive.
+    // Storage that grows as bytes arrive.
     ArrayStorage takeGrowing(std::uint64_t bytes)
     {
         ArrayStorage storage = allocateStorage(std::size_t(std::min(bytes, kGrowth)), Fill::Growing);
@@ -264,8 +264,8 @@ class Decoder
     }
 
     Source& source_;
-    Budget values_;  // that the record may still have
-    Array* spare_;   // until its storage is taken
+    Budget values_;  // that may still be read
+    Array* spare_;   // null once its storage has been used
 };
 
 }  // namespace

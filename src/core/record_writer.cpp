@@ -1,26 +1,27 @@
-// Records into bytes. Everything but array storage is encoded into one buffer; the pieces of the buffer and
-// the arrays between them leave in one gathered write.
+// Encodes records. Everything except array storage is encoded into one buffer; the parts of the buffer and
+// the arrays between them are written with one gathered write.
 #include <bit>
 #include <cstring>
 #include <limits>
 
+#include "core/byte_form.h"
 #include "scansteps/error.h"
 #include "scansteps/stream.h"
 
 namespace scansteps {
 
-static_assert(std::endian::native == std::endian::little, "the byte form is written as the memory holds it");
+static_assert(std::endian::native == std::endian::little, "the byte form is little-endian, as in memory");
 
 namespace {
 
-constexpr std::uint32_t kLengthOffset = 99;
+using namespace byteform;
 
 class Encoder
 {
   public:
     Encoder() { bytes_.reserve(512); }
 
-    /// With a frame, this is written as "data", in place of an entry "handle".
+    /// If `frame` is given, it is written as "data" and an entry "handle" is omitted.
     void putStruct(const varitype& value, int depth, const Array* frame = nullptr)
     {
         if (depth > kMaxNesting) fail("record nested too deeply");
@@ -61,7 +62,8 @@ class Encoder
     }
 
   private:
-    // Entries in key order; with a frame, "data" is visited in its place with a null entry, "handle" is not.
+    // Visits the entries in key order. With a frame, "data" is visited with a null entry and "handle" is
+    // skipped.
     template <class Visit>
     static void forEach(const Struct& entries, const Array* frame, Visit visit)
     {
@@ -97,8 +99,8 @@ class Encoder
         const std::size_t at = bytes_.size();
         bytes_.resize(at + text.size() + 1);
         for (std::size_t i = 0; i < text.size(); ++i)
-            bytes_[at + i] = static_cast<std::byte>(static_cast<unsigned char>(text[i]) - 10U - i);
-        bytes_[at + text.size()] = static_cast<std::byte>(0U - 10U - text.size());
+            bytes_[at + i] = static_cast<std::byte>(static_cast<unsigned char>(text[i]) - kCharOffset - i);
+        bytes_[at + text.size()] = static_cast<std::byte>(0U - kCharOffset - text.size());
     }
 
     void putArray(const Array& array)
@@ -162,7 +164,7 @@ class Encoder
 
     struct StoredArray
     {
-        std::size_t at;  // where in bytes_ the storage belongs
+        std::size_t at;  // position in bytes_ before which the storage is written
         std::span<const std::byte> storage;
     };
     std::vector<std::byte> bytes_;

@@ -1,5 +1,5 @@
-// Work memory of a step: what kernels need for the length of a call comes from here, so that frames after the
-// first few take none from the system.
+// Scratch memory for kernels, valid during a call. A step keeps an arena, so that after the first few frames
+// no memory is allocated from the system.
 #pragma once
 
 #include <algorithm>
@@ -13,10 +13,10 @@
 
 namespace scansteps {
 
-/// What kernels take their work memory from; the system's unless the caller says otherwise.
+/// Allocator for the scratch memory of kernels; by default, memory comes from the system.
 using Scratch = std::pmr::polymorphic_allocator<std::byte>;
 
-/// Work memory for `size` values of T that start undefined, on a cache line.
+/// Uninitialised scratch memory for `size` values of T, beginning on a cache line.
 template <class T>
 class ScratchArray
 {
@@ -40,8 +40,8 @@ class ScratchArray
     T* data_;
 };
 
-/// Hands out pieces one behind the other and starts anew when all have come back. Where one block did not
-/// suffice, the next time it does. Not for two threads at a time.
+/// Allocates sequentially from a block and starts over when everything has been freed. If further blocks were
+/// needed, they are then replaced by one of the total size. Not thread-safe.
 class ScratchArena final : public std::pmr::memory_resource
 {
   public:
@@ -71,7 +71,7 @@ class ScratchArena final : public std::pmr::memory_resource
     void do_deallocate(void* piece, std::size_t bytes, std::size_t) override
     {
         if (static_cast<std::byte*>(piece) + wholeLines(bytes) == blocks_.back().first + used_)
-            used_ -= wholeLines(bytes);  // the last comes back first as a rule
+            used_ -= wholeLines(bytes);  // pieces are usually freed in reverse order
         if (--pieces_ > 0) return;
         used_ = 0;
         if (blocks_.size() < 2) return;
@@ -79,7 +79,7 @@ class ScratchArena final : public std::pmr::memory_resource
         release();
         try {
             addBlock(all);
-        } catch (const std::bad_alloc&) {  // it is only put off
+        } catch (const std::bad_alloc&) {  // retried the next time
         }
     }
     bool do_is_equal(const std::pmr::memory_resource& other) const noexcept override
@@ -106,7 +106,7 @@ class ScratchArena final : public std::pmr::memory_resource
         total_ = used_ = 0;
     }
 
-    std::vector<Block> blocks_;  // only the last has room
+    std::vector<Block> blocks_;  // only the last one has free space
     std::size_t total_ = 0, used_ = 0, pieces_ = 0;
 };
 

@@ -1,3 +1,4 @@
+// Look-up of settings by path, with the defaults and range checks of the table of steps.
 #include "scansteps/settings.h"
 
 #include "scansteps/error.h"
@@ -6,11 +7,11 @@ namespace scansteps {
 
 namespace {
 
-const StepInfo& kindOfClass(const char* className)
+const StepInfo& infoOfClass(const char* className)
 {
-    const StepInfo* kind = findStepByClass(className);
-    if (kind == nullptr) failf("%s is not in the table of kinds", className);
-    return *kind;
+    const StepInfo* info = findStepByClass(className);
+    if (info == nullptr) failf("%s is not in the table of steps", className);
+    return *info;
 }
 
 }  // namespace
@@ -28,19 +29,19 @@ std::optional<varitype> findPath(const varitype& params, std::string_view path)
     }
 }
 
-Settings::Settings(cChain& step, const varitype& params) : Settings(kindOfClass(step.getName()), params) {}
+Settings::Settings(cChain& step, const varitype& params) : Settings(infoOfClass(step.getName()), params) {}
 
 const SettingInfo& Settings::info(std::string_view path) const
 {
-    const SettingInfo* setting = findSetting(kind_, path);
-    if (setting == nullptr) failf("%s has no setting %.*s", kind_.className, int(path.size()), path.data());
+    const SettingInfo* setting = findSetting(step_, path);
+    if (setting == nullptr) failf("%s has no setting %.*s", step_.className, int(path.size()), path.data());
     return *setting;
 }
 
 std::optional<varitype> Settings::value(const SettingInfo& setting) const
 {
     if (!setting.required) return findPath(params_, setting.path);
-    // Look-ups, so that the error names the first part that is absent.
+    // operator[] names the first absent part in its error.
     varitype at = params_;
     for (std::string_view rest = setting.path;;) {
         const std::size_t dot = rest.find('.');
@@ -53,13 +54,13 @@ std::optional<varitype> Settings::value(const SettingInfo& setting) const
 void Settings::checkRange(const SettingInfo& setting, double value) const
 {
     if (setting.enforced && !(value >= setting.min && value <= setting.max))
-        failf("%s: %s = %.*g, must be %g to %g", kind_.className, setting.path,
+        failf("%s: %s = %.*g, must be %g to %g", step_.className, setting.path,
               setting.kind == Kind::Int ? 10 : 6, value, setting.min, setting.max);
 }
 
 FrameSize Settings::frameSize() const
 {
-    const int width = integer("dataX");  // the first one to be reported when both are missing
+    const int width = integer("dataX");  // read first, so that it is the one reported when both are missing
     return {width, integer("dataY")};
 }
 

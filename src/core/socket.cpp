@@ -1,3 +1,4 @@
+// TCP byte streams on the socket layer.
 #include "scansteps/socket.h"
 
 #include <cstdio>
@@ -22,8 +23,8 @@ bool startLibrary()
 
 enum class PortError
 {
-    Words,  // the fixed ones
-    Reason  // the system's
+    Words,  // fixed texts
+    Reason  // the system's message
 };
 
 [[noreturn]] void refusePort(socketlayer::Socket socket, const char* words, PortError error)
@@ -47,11 +48,11 @@ socketlayer::Socket openPort(socketlayer::Address address, int backlog, PortErro
     return socket;
 }
 
-// Four attempts, a second apart.
+// Makes four attempts, one second apart.
 socketlayer::Socket connectPatiently(socketlayer::Address address, std::string& reason)
 {
     for (int attempt = 1;; ++attempt) {
-        // A socket whose connecting has failed is of no further use on every system.
+        // On some systems, a socket cannot be used again after a failed attempt.
         const auto socket = socketlayer::create();
         if (socket != socketlayer::kNone && socketlayer::connect(socket, address)) return socket;
         reason = socketlayer::lastError();

@@ -1,3 +1,4 @@
+// Windows Sockets and BSD sockets behind one interface.
 #include "core/socket_layer.h"
 
 #include <algorithm>
@@ -126,13 +127,13 @@ using OptionLength = socklen_t;
 template <class T>
 void setOption(Socket socket, int level, int name, const T& value)
 {
-    // Options only make things quicker or kinder: a system without one still works.
+    // Errors are ignored: the options are optimisations, and a system without one still works.
     (void)::setsockopt(native(socket), level, name, reinterpret_cast<const char*>(&value),
                        static_cast<OptionLength>(sizeof value));
 }
 
-// What every connected socket gets: records leave at once, no signal tells that the peer is gone, and what
-// would block waits where an interrupt ends it.
+// Options of connected sockets: no delay before sending, no signal when the peer closes the connection, and
+// non-blocking calls, so that waits can be interrupted.
 void prepareConnected(Socket socket)
 {
     setNonBlocking(native(socket));
@@ -231,7 +232,7 @@ Socket create()
 
 bool bind(Socket socket, Address address)
 {
-    // A port must not be shared with another listener, but one whose old connections linger may be taken.
+    // A port must not be shared with another listener, but may be reused while old connections linger.
 #ifdef _WIN32
     setOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
 #else
@@ -292,7 +293,7 @@ bool waitReadable(Socket socket, int milliseconds)
 
 namespace {
 
-// One transfer: bytes, 0 or -1.
+// One transfer. Returns the number of bytes, or -1 on an error.
 std::int64_t sendOnce(Socket socket, std::span<const std::span<const std::byte>> pieces)
 {
     const std::size_t count = std::min(pieces.size(), kMaxPieces);

@@ -1,5 +1,5 @@
-// The few socket operations that byte streams need, the same over Windows Sockets and BSD sockets. IPv4.
-// Every wait ends when the host is interrupted.
+// Socket operations for byte streams (IPv4), the same for Windows Sockets and BSD sockets. Waits end when the
+// host is interrupted.
 #pragma once
 
 #include <cstddef>
@@ -22,40 +22,40 @@ struct Address
 struct Resolved
 {
     std::uint32_t ip;
-    std::string name;  ///< as the resolver has it
+    std::string name;  ///< as returned by the resolver
 };
 
-/// Starts the socket library (version 2.0), once. False when it cannot be.
+/// Initialises the socket library (version 2.0) once. False on failure.
 bool start();
-/// Dotted address or host name. With `withName`, the name of a dotted address is looked up; it is the
-/// address where there is none.
+/// Resolves a host name or dotted address. With `withName`, the name of a dotted address is looked up; it
+/// defaults to the address.
 std::optional<Resolved> resolve(const std::string& host, bool withName);
 std::string dotted(std::uint32_t ip);
 
-/// What the system says of the last operation that failed.
+/// The system's message for the last failed operation.
 std::string lastError();
 
 Socket create();
-/// False when the address is taken.
+/// False if the address is in use.
 bool bind(Socket socket, Address address);
 bool listen(Socket socket, int backlog);
 Socket accept(Socket socket);
-/// Gives up after about ten seconds without an answer.
+/// Fails after about ten seconds without an answer.
 bool connect(Socket socket, Address address);
 Address localAddress(Socket socket);
 Address peerAddress(Socket socket);
-/// True when something can be received or accepted within that time; -1: for ever.
+/// Whether data or a connection arrives within the given time; -1 waits indefinitely.
 bool waitReadable(Socket socket, int milliseconds);
 
-/// One send of at most the first 64 pieces, without a signal when the peer is gone. Bytes sent, 0 or less on
-/// an error.
+/// One send of up to 64 pieces; raises no signal when the peer has closed the connection. Returns the number
+/// of bytes, or 0 or less on an error.
 std::int64_t send(Socket socket, std::span<const std::span<const std::byte>> pieces);
 inline constexpr std::int64_t kTimedOut = -2;
-/// One receive into the first place, then the second. 0 when the peer has closed, -1 on an error, kTimedOut
-/// when nothing came in that time (-1: for ever) or before an interrupt.
+/// One receive into `first`, then `second`. Returns the number of bytes, 0 when the peer has closed the
+/// connection, -1 on an error, kTimedOut after the given time (-1: none) or an interruption.
 std::int64_t receive(Socket socket, std::span<std::byte> first, std::span<std::byte> second,
                      int milliseconds = -1);
-/// Shuts both directions down and closes.
+/// Shuts down both directions and closes.
 void close(Socket socket);
 
 }  // namespace scansteps::socketlayer

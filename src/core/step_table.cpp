@@ -1,4 +1,5 @@
-// The table of steps, from the steps.def of every module. It is part of the core, so that hosts have it without the step library.
+// Builds the table of steps from the steps.def of every module. It is part of the core so that hosts can use
+// it without the step library.
 #include "scansteps/steps.h"
 
 #include <algorithm>
@@ -67,7 +68,7 @@ constexpr SettingInfo dataFormat = optionalText(
     "dataFormat", "", "format of the frames, such as CPU::u_1x16; when it is missing the step reports 1004");
 constexpr SettingInfo videoFormat = presence("VideoFormat", "present when the frames are YUYV16");
 
-// Settings of one kind as one array, from single settings and from groups of them.
+// Joins single settings and groups of settings into one array.
 template <std::size_t n, std::size_t m>
 constexpr std::array<SettingInfo, n + m> join(const std::array<SettingInfo, n>& a,
                                               const std::array<SettingInfo, m>& b)
@@ -156,9 +157,9 @@ const char* pixelsName(Pixels pixels)
     return kNames[static_cast<std::size_t>(pixels)];
 }
 
-const SettingInfo* findSetting(const StepInfo& kind, std::string_view path)
+const SettingInfo* findSetting(const StepInfo& step, std::string_view path)
 {
-    for (const SettingInfo& info : kind.settings)
+    for (const SettingInfo& info : step.settings)
         if (info.path == path) return &info;
     return nullptr;
 }

@@ -1,4 +1,4 @@
-// Temporary names beside the file that is to be replaced, for everything that takes its own name later.
+// Temporary names in the folder of a file that is to be created or replaced by renaming.
 #pragma once
 
 #include <cerrno>
@@ -25,19 +25,19 @@ inline std::string utf8(const std::filesystem::path& path)
     return {text.begin(), text.end()};
 }
 
-/// A link is followed, also one to a file that is still to come.
+/// The target of a symbolic link, which need not exist; otherwise `path` itself.
 std::filesystem::path followed(std::filesystem::path path);
 
-/// Calls `make`, which must not replace anything, with one name beside `target` after the other until it
-/// succeeds or fails for another reason than the name. The name that succeeded is left in `made`.
+/// Calls `make`, which must not replace existing files, with different names in the folder of `target` until
+/// it succeeds or fails for a reason other than the name. Stores the successful name in `made`.
 template <class Make>
 std::error_code makeBeside(const std::filesystem::path& target, std::filesystem::path& made, Make make)
 {
-    constexpr int kMostNames = 1000;
+    constexpr int kMaxNames = 1000;
     std::u8string stem = target.u8string();
     bool isShort = false;
     std::error_code error;
-    for (int number = 1; number <= kMostNames; ++number) {
+    for (int number = 1; number <= kMaxNames; ++number) {
         const std::string end = number == 1 ? ".part" : ".part" + std::to_string(number);
         std::filesystem::path name = stem + std::u8string(end.begin(), end.end());
         error = make(name);

@@ -1,3 +1,4 @@
+// Data formats, frame shapes and buffers.
 #include "scansteps/texture.h"
 
 #include <utility>
@@ -15,7 +16,7 @@ struct FormatName
     std::uint32_t code;
 };
 
-// Search order: the names with a trailing "n" come before the names that they contain.
+// In search order: names with a trailing "n" come before the names they contain.
 constexpr FormatName kFormats[] = {
     {"f_2x32", format::kF2x32},   {"u_2x16", format::kU2x16},   {"f_1x32n", format::kF1x32n},
     {"f_4x16n", format::kF4x16n}, {"f_4x32n", format::kF4x32n}, {"u_1x16n", format::kU1x16n},
@@ -109,7 +110,7 @@ CTexture::CTexture(std::uint32_t formatCode, std::uint32_t w, std::uint32_t h)
 
 CTexture::~CTexture()
 {
-    // A handle that was released behind the buffer's back has nothing left to free.
+    // If the handle was released elsewhere, there is nothing left to free.
     try {
         delete static_cast<Array*>(handles::payload(static_cast<int>(handle)));
         handles::release(static_cast<int>(handle));
@@ -153,7 +154,7 @@ void TextureSet::create(std::int64_t width, std::int64_t height, std::uint32_t f
 
 int TextureSet::handle(std::size_t index) const
 {
-    if (index >= textures_.size()) fail("Handle::zero handle!!!");  // its format has no buffers
+    if (index >= textures_.size()) fail("Handle::zero handle!!!");  // a format without a buffer class
     return static_cast<int>(textures_[index]->handle);
 }
 

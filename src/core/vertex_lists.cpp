@@ -1,3 +1,4 @@
+// Checks shape and element kind of arrays that hold lists of tuples.
 #include "scansteps/vertex_lists.h"
 
 #include <string>
@@ -10,7 +11,7 @@ namespace {
 
 const Array& arrayOf(const varitype& record, const char* name)
 {
-    const varitype entry = record[name];  // shares the record's array, which outlives this reference
+    const varitype entry = record[name];  // the record keeps the array alive
     return entry.as<Array>();
 }
 
@@ -48,7 +49,7 @@ std::span<const std::uint32_t> indexTuples(const varitype& record, const char* n
     if (array == nullptr) return {};
     if (array->kind() == Kind::Uint) return array->elements<std::uint32_t>();
     if (array->kind() != Kind::Int) failShape(*array, name, "kind int or unsigned int");
-    // Signed and unsigned int may refer to the same object.
+    // Accessing an int as unsigned int is allowed.
     return {reinterpret_cast<const std::uint32_t*>(array->data()), array->size()};
 }
 

@@ -1,3 +1,4 @@
+// Waiting with poll() on POSIX systems and with select() or events on Windows.
 #include "core/waits.h"
 
 #include <algorithm>
@@ -43,7 +44,7 @@ Seen waitOnce(std::intptr_t file, For what, std::intptr_t wake, int milliseconds
             WaitForSingleObject(reinterpret_cast<HANDLE>(wake), static_cast<DWORD>(milliseconds));
         return result == WAIT_OBJECT_0 ? Seen::Wake : Seen::Nothing;
     }
-    fd_set transfer, failed;  // a connection that fails is told as an exception
+    fd_set transfer, failed;  // a failed connection attempt is reported as an exception
     FD_ZERO(&transfer);
     FD_ZERO(&failed);
     FD_SET(static_cast<SOCKET>(file), &transfer);
@@ -55,17 +56,17 @@ Seen waitOnce(std::intptr_t file, For what, std::intptr_t wake, int milliseconds
     return found != 0 ? Seen::File : Seen::Nothing;
 }
 
-constexpr bool kWakesFiles = false;  // select() knows sockets only
+constexpr bool kWakesFiles = false;  // select() supports sockets only
 
 #else
 
 Seen waitOnce(std::intptr_t file, For what, std::intptr_t wake, int milliseconds)
 {
     const short events = what == For::Writing ? POLLOUT : POLLIN;
-    // Negative descriptors are passed over.
+    // poll() ignores negative descriptors.
     pollfd waits[2] = {{static_cast<int>(file), events, 0}, {static_cast<int>(wake), POLLIN, 0}};
     const int found = ::poll(waits, 2, milliseconds);
-    // A wait that the system refuses is left to the transfer, which says what is wrong.
+    // If waiting fails, the transfer that follows reports the error.
     if (found < 0) return errno == EINTR ? Seen::Nothing : Seen::File;
     if (waits[0].revents != 0) return Seen::File;
     return waits[1].revents != 0 ? Seen::Wake : Seen::Nothing;
@@ -95,7 +96,7 @@ Wait wait(std::intptr_t file, For what, int milliseconds, int afterInterrupt)
         const Seen seen = waitOnce(file, what, interrupted ? -1 : wake, once);
         if (seen == Seen::File) return Wait::Ready;
         if (left == 0) return interrupted ? Wait::Interrupted : Wait::TimedOut;
-        // The host may be a moment later with its answer than with its wake.
+        // hostInterrupted() may become true slightly after the wake-up.
         if (seen == Seen::Wake && !hostInterrupted()) (void)waitOnce(-1, For::Nothing, -1, 1);
     }
 }

@@ -1,4 +1,4 @@
-// Waits that end when the host is interrupted, for everything in the library that would otherwise block.
+// Waits that end when the host is interrupted, for all operations of the library that would otherwise block.
 #pragma once
 
 #include <cstdint>
@@ -13,18 +13,18 @@ enum class Wait
 };
 
 inline constexpr int kForever = -1;
-/// How long a transfer that was begun before the interrupt may stand still before it is given up.
+/// How long a transfer that began before the interruption may stall before it is aborted.
 inline constexpr int kToFinishMs = 1000;
-/// How often a wait that no descriptor can end looks at hostInterrupted().
+/// Polling interval of hostInterrupted() in waits that no descriptor can end.
 inline constexpr int kSliceMs = 100;
 
-/// Waits until reading or accepting would not block, also because of an error or the end. `file` is a
-/// descriptor; on Windows a socket.
+/// Waits until reading or accepting would not block, which includes errors and the end of the stream. `file`
+/// is a descriptor; on Windows, a socket.
 Wait readable(std::intptr_t file, int milliseconds = kForever);
-/// Waits until writing would not block or connecting has ended. After an interrupt it goes on waiting for
-/// that long: records are finished while the other end takes them.
+/// Waits until writing would not block or a connection attempt has ended. After an interruption it waits for
+/// up to `afterInterrupt` more, so that a record can be completed while the peer still receives.
 Wait writable(std::intptr_t file, int milliseconds = kForever, int afterInterrupt = kToFinishMs);
-/// TimedOut, or Interrupted before that.
+/// Sleeps. Returns TimedOut, or Interrupted if that happens first.
 Wait pause(int milliseconds);
 
 }  // namespace scansteps::waits

@@ -39,8 +39,7 @@ class cpuNeigFilter final : public CPUBase
         for (const char* key : {"vert", "vertAttr", "verti"}) record.remove(key);
         insertFeatures(record, kept, indices);
         print::field(std::int64_t(kept.size()), " refs.size()\n");
-        timer.stop();
-        forward(*this, record);
+        timer.forward(record);
     }
 
   private:

@@ -1,13 +1,32 @@
-#include "flow/cbuff.h"
+// Step cbuff: collects a number of frames and releases them to the next step in one burst.
+#include <vector>
 
 #include "core/frame_in_record.h"
 #include "core/incoming_frame.h"
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "scansteps/chain.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
+#include "scansteps/texture.h"
 
 namespace scansteps::flow {
+
+class CPUDBuff final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CPUDBuff"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    void flush(varitype& params) override;
+
+  private:
+    void release();
+
+    TextureSet slots_;
+    std::vector<varitype> records_;  // for the slots filled so far
+    std::size_t released_ = 0;       // number of records already forwarded
+};
 
 SCANSTEPS_FACTORY(cbuff, CPUDBuff)
 
@@ -26,7 +45,7 @@ void CPUDBuff::init(varitype& params)
 
 void CPUDBuff::process(varitype& params)
 {
-    if (released_ != 0) release();  // the burst before was broken off by an error
+    if (released_ != 0) release();  // the previous burst was interrupted by an error
     StepTimer timer(*this);
     const Array& frame = incomingFrame(params);
     const std::size_t slot = records_.size();
@@ -43,7 +62,7 @@ void CPUDBuff::flush(varitype& params)
     finishThen([&] { release(); }, [&] { CPUBase::flush(params); });
 }
 
-// An error of a step behind does not release a frame twice: the next call goes on with the frame after it.
+// If a later step throws, the next call continues with the following frame, so that none is released twice.
 void CPUDBuff::release()
 {
     while (released_ < records_.size()) forward(*this, records_[released_++]);

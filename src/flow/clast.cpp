@@ -1,4 +1,4 @@
-// Step clast: ends the path of the frames. Initialise, flush and unknown events go on.
+// Step clast: drops process events, so that frames go no further. All other events are forwarded.
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 

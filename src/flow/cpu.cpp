@@ -1,4 +1,4 @@
-// Step cpu: passes every event through. It reads a processor number that nothing depends on.
+// Step cpu: forwards every event. Reads a processor number but does not use it.
 #include "core/step_factory.h"
 #include "scansteps/settings.h"
 

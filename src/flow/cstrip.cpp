@@ -1,4 +1,4 @@
-// Step cstrip: takes "handle" and "visu" out of the records of frames.
+// Step cstrip: removes "handle" and "visu" from the records of frames.
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 
@@ -16,8 +16,7 @@ class CpuStrip final : public CPUBase
         varitype record = copyRecord(params);
         record.remove("handle");
         record.remove("visu");
-        timer.stop();
-        forward(*this, record);
+        timer.forward(record);
     }
 };
 

@@ -1,4 +1,4 @@
-// Step d2h: moves the frame from "data" in the record into a buffer of the step, named by "handle".
+// Step d2h: moves the frame from "data" in the record into a buffer of the step, which "handle" refers to.
 #include "core/frame_in_record.h"
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
@@ -27,8 +27,7 @@ class CpuD2H final : public CPUBase
         out_.pixels() = data.as<Array>();
         record.remove("data");
         record.set("handle", out_.handle());
-        timer.stop();
-        forward(*this, record);
+        timer.forward(record);
     }
 
   private:

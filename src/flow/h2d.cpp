@@ -1,4 +1,4 @@
-// Step h2d: moves the frame from its handle into the record, as "data".
+// Step h2d: replaces "handle" in the record by the frame itself, as "data".
 #include "core/step_factory.h"
 #include "scansteps/frame.h"
 
@@ -18,8 +18,7 @@ class CpuH2D final : public CPUBase
             record.insert("data", pixelsOf(record["handle"].as<std::int32_t>()));
             record.remove("handle");
         }
-        timer.stop();
-        forward(*this, record);
+        timer.forward(record);
     }
 };
 

@@ -1,4 +1,4 @@
-// Step mfilt: lets exactly one process event through, chosen by its running number.
+// Step mfilt: forwards exactly one process event, selected by its number.
 #include "core/step_factory.h"
 #include "scansteps/chain.h"
 

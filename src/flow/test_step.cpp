@@ -1,4 +1,4 @@
-// Step test: prints every record that passes, whatever the event.
+// Step test: prints and forwards the records of all events.
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "scansteps/chain.h"

@@ -160,8 +160,7 @@ void Cjwrite::process(varitype& params)
 
     varitype record = copyRecord(params);
     record.set("handle", frame_.handle());
-    timer.stop();
-    forward(*this, record);
+    timer.forward(record);
 }
 
 template <class Rows>

@@ -66,8 +66,7 @@ void ImageSource::process(varitype& params)
     // A later file may have another size; steps that cannot handle it report an error.
     deliver(image, out_.pixels(), record);
     spare_ = std::move(image);
-    timer.stop();
-    forward(*this, record);
+    timer.forward(record);
 }
 
 void ImageSource::loadNext()

@@ -93,8 +93,7 @@ void CpuPly::process(varitype& params)
         writeCloud(params);
     hasMetModel_ |= params.has("tria") || params.has("pns");
     varitype record = copyRecord(params);
-    timer.stop();
-    forward(*this, record);
+    timer.forward(record);
 }
 
 void CpuPly::flush(varitype& params)

@@ -75,8 +75,7 @@ void CpuCombine::process(varitype& params)
     sideBySide(frames_, width, height, out);
 
     replaceFrame(record, out_.handle());
-    timer.stop();
-    forward(*this, record);
+    timer.forward(record);
 }
 
 // Each buffer moves up one slot; the oldest is returned under the incoming handle.

@@ -1,5 +1,5 @@
-// The exported functions: create_<kind>, getTypeIn<kind>, getTypeOut<kind> for every kind of the table, and
-// set_handles. Nothing else leaves the library.
+// The exported functions: create_<kind>, getTypeIn<kind> and getTypeOut<kind> for every step in the table,
+// and set_handles. The library exports nothing else.
 #include "plugin/factories.h"
 
 #include "scansteps/handles.h"
@@ -11,7 +11,7 @@
 #define SCANSTEPS_EXPORT extern "C" __attribute__((visibility("default")))
 #endif
 
-// Every step file defines one of these with SCANSTEPS_FACTORY.
+// Defined in the step files with SCANSTEPS_FACTORY.
 #define SCANSTEPS_STEP(kind, ...) extern "C" scansteps::cChain* scansteps_make_##kind();
 #include "core/steps.def"
 

@@ -1,5 +1,5 @@
-// Steps by the name of their kind, for programs that link the steps instead of loading the library: tests and
-// fuzz targets.
+// Creates steps by name, for programs that link the steps instead of loading the library: tests, benchmarks
+// and fuzz targets.
 #pragma once
 
 #include <memory>
@@ -9,7 +9,7 @@
 
 namespace scansteps::plugin {
 
-/// As the exported create_<kind>, null where there is no such kind.
+/// The same as the exported create_<kind>; null if there is no such step.
 std::unique_ptr<cChain> createStep(std::string_view kind);
 
 }  // namespace scansteps::plugin

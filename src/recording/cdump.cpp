@@ -1,14 +1,32 @@
-#include "recording/cdump.h"
+// Step cdump: appends one row of every frame to a raw file, so that a scan line can be followed over time.
+#include <memory>
 
 #include "core/frame_in_record.h"
 #include "core/incoming_frame.h"
 #include "core/print.h"
 #include "core/step_factory.h"
+#include "scansteps/chain.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
+#include "scansteps/stream.h"
 
 namespace scansteps::recording {
+
+class CPUDump final : public CPUBase
+{
+  public:
+    const char* getName() override { return "CPUDump"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    void flush(varitype& params) override;
+
+  private:
+    void close();
+
+    int row_ = 0;
+    std::unique_ptr<BIOfs> file_;  // open from init to flush
+};
 
 SCANSTEPS_FACTORY(cdump, CPUDump)
 
@@ -39,8 +57,7 @@ void CPUDump::process(varitype& params)
     const std::size_t from = rowBytes * static_cast<std::size_t>(row_);
     if (from + rowBytes > frame.byteSize()) failf("CPUDump: the frame has no samples in row %d", row_);
     file_->write(frame.data() + from, rowBytes);
-    timer.stop();
-    forward(*this, params);
+    timer.forward(params);
 }
 
 void CPUDump::flush(varitype& params)

@@ -1,19 +1,40 @@
-#include "recording/filesaver.h"
+// Step filesaver: records the run. Every event becomes one record of the file, with the frame embedded.
+#include <memory>
 
 #include "core/frame_in_record.h"
 #include "core/step_factory.h"
+#include "recording/every_event_step.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
+#include "scansteps/stream.h"
 
 namespace scansteps::recording {
+
+class FileSaver final : public EveryEventStep
+{
+  public:
+    const char* getName() override { return "FileSaver"; }
+    void init(varitype& params) override;
+    void process(varitype& params) override;
+    void flush(varitype& params) override;
+
+  private:
+    void otherEvent(const varitype& params) override;
+    /// Called for the first event after initialise, when the file takes its name.
+    void begin();
+
+    std::unique_ptr<BIOfs> file_;  // open from init to flush; after a failed write, all further ones fail
+    bool hasBegun_ = false;
+    bool canBegin_ = false;  // initialise succeeded in all steps and describes frames
+};
 
 SCANSTEPS_FACTORY(filesaver, FileSaver)
 
 namespace {
 
-// False after a source that found nothing to read.
+// False if the source has found nothing to read.
 bool describesFrames(const varitype& init)
 {
     const auto isPositive = [&](const char* name) {
@@ -24,22 +45,11 @@ bool describesFrames(const varitype& init)
 
 }  // namespace
 
-void FileSaver::dispatch(varitype& params)
+void FileSaver::otherEvent(const varitype& params)
 {
-    switch (eventType(params)) {
-        case event::kInit:
-        case event::kProcess:
-        case event::kFlush:
-            CPUBase::dispatch(params);
-            break;
-        default:
-            if (file_) {
-                if (eventType(params) != event::kMismatch) begin();
-                writeRecord(*file_, params);
-            }
-            forward(*this, params);
-            break;
-    }
+    if (!file_) return;
+    if (eventType(params) != event::kMismatch) begin();
+    writeRecord(*file_, params);
 }
 
 void FileSaver::init(varitype& params)
@@ -47,7 +57,7 @@ void FileSaver::init(varitype& params)
     const Settings settings(*this, params);
     const std::string path = settings.text("save.name");
     settings.frameSize();
-    // Before the new file is opened, which may have the same name.
+    // Closed before the new file is opened, because both may have the same name.
     if (const auto before = std::move(file_); before && hasBegun_) before->close();
     file_ = std::make_unique<BIOfs>(path, BIOfs::Mode::Stage);
     hasBegun_ = false;
@@ -63,18 +73,17 @@ void FileSaver::process(varitype& params)
     StepTimer timer(*this);
     begin();
     writeEvent(*file_, params);
-    timer.stop();
-    forward(*this, params);
+    timer.forward(params);
 }
 
 void FileSaver::flush(varitype& params)
 {
     finishThen(
         [&] {
-            // The stream is gone afterwards, also when its last record or closing it is an error.
+            // Closed in any case, even if writing the last record fails.
             const std::unique_ptr<BIOfs> file = std::move(file_);
             if (!file) return;
-            // A run that never began does not replace the recording of one that did.
+            // A run that never began must not replace an existing recording.
             const bool neverBegan = !hasBegun_ && (!canBegin_ || hostInterrupted());
             if (neverBegan && file->willReplace()) return;
             if (!hasBegun_) file->commit();

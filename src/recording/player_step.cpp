@@ -1,3 +1,4 @@
+// Opens a recording, and turns its records into events.
 #include "recording/player_step.h"
 
 #include <utility>
@@ -9,7 +10,7 @@ namespace scansteps::recording {
 
 namespace {
 
-// Entries of `from` win; structs are merged key by key.
+// Merges `from` into `into`. Entries of `from` take precedence; structs are merged recursively.
 void merge(varitype& into, const varitype& from)
 {
     for (const auto& [name, value] : from.as<Struct>()) {
@@ -39,7 +40,7 @@ void RecordingPlayer::start(const std::string& path, varitype& params)
 void RecordingPlayer::process(varitype& params)
 {
     StepTimer timer(*this);
-    // The frame before has had its time: the next one is read into its memory.
+    // The previous frame is no longer needed: the next one is read into its memory.
     varitype record = nextEvent(out_.count() != 0 ? &out_.pixels() : nullptr);
     const int recorded = eventType(record);
     if (recorded == event::kFlush) {
@@ -53,7 +54,7 @@ void RecordingPlayer::process(varitype& params)
     forward(*this, record);
 }
 
-// "data" becomes the array under the step's handle.
+// Moves "data" into the buffer of the step.
 void RecordingPlayer::moveFrame(varitype& record)
 {
     varitype data = record["data"];

@@ -1,5 +1,5 @@
-// Base of the steps read and reads, which play a recording. The frame of a record is moved into a buffer of
-// the step, without a copy of its pixels.
+// Base of the steps read and reads, which replay a recording. The frame of a record is moved into a buffer of
+// the step without copying its pixels.
 #pragma once
 
 #include "recording/recording.h"
@@ -14,9 +14,9 @@ class RecordingPlayer : public CPUBase
     void process(varitype& params) override;
 
   protected:
-    /// Opens the file; the recorded init record, merged into the host's, describes the frames to come.
+    /// Opens the file and forwards the host's initialise record with the recorded one merged into it.
     void start(const std::string& path, varitype& params);
-    /// The next record that is an event; its frame may take over the storage of `spare`.
+    /// The next event; its frame may take over the storage of `spare`.
     virtual varitype nextEvent(Array* spare) = 0;
 
     Recording recording_;

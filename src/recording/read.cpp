@@ -1,4 +1,4 @@
-// Step read: plays a recording; prints its name and skips records without "eventType".
+// Step read: replays a recording. Prints its name and skips records without "eventType".
 #include "core/print.h"
 #include "core/step_factory.h"
 #include "recording/player_step.h"

@@ -1,5 +1,5 @@
-// Step readd: plays a recording as it stands, one record an event. The recorded event takes the place of the
-// host's, so the host sees the recorded end too.
+// Step readd: replays a recording unchanged, one record per event. The recorded event replaces the host's, so
+// the host receives the recorded flush as well.
 #include "core/step_factory.h"
 #include "recording/recording.h"
 #include "scansteps/frame.h"

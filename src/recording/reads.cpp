@@ -1,4 +1,4 @@
-// Step reads: plays a recording strictly: one record an event, and each has to be one.
+// Step reads: replays a recording strictly: one record per event, and every record must be an event.
 #include "core/step_factory.h"
 #include "recording/player_step.h"
 #include "scansteps/settings.h"

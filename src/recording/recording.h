@@ -1,4 +1,4 @@
-// A recording as the players read it: one record after the other, errors in the words of the players.
+// A recording as the players read it: record by record, with their error texts.
 #pragma once
 
 #include <cstring>
@@ -14,12 +14,12 @@ namespace scansteps::recording {
 class Recording
 {
   public:
-    /// Opens the file, replacing an earlier one. A file that cannot be opened is reported by next().
+    /// Opens the file, closing an earlier one. Failure is reported by next().
     void open(const std::string& path) { file_ = std::make_unique<BIOfs>(path, BIOfs::Mode::Read); }
     bool isOpen() const { return file_ != nullptr && file_->isOpen(); }
 
-    /// The next record. Throws "error file read" when no file is open, "read error" when the file ends and
-    /// "Read Error" when it is damaged. The record's first array of the size of `spare` takes its storage.
+    /// The next record. Throws "error file read" when no file is open, "read error" at the end of the file
+    /// and "Read Error" when it is damaged. See readRecord() for `spare`.
     varitype next(Array* spare = nullptr)
     {
         if (!isOpen()) refuse("error file read");
@@ -32,7 +32,7 @@ class Recording
         }
     }
 
-    /// Throws `text`; where a file could not be opened, the host is told which and why.
+    /// Notifies the host of file and reason if a file could not be opened, then throws `text`.
     [[noreturn]] void refuse(const char* text) const
     {
         if (file_) tell(file_->reason());

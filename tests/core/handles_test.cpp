@@ -46,7 +46,7 @@ TEST_F(Handles, everyOperationChecksItsHandle)
     };
     check([](int handle) { handles::release(handle); });
     check([](int handle) { handles::record(handle); });
-    check([](int handle) { handles::setKind(handle, 1); });
+    check([](int handle) { handles::setTag(handle, 1); });
     check([](int handle) { handles::payload(handle); });
     check([](int handle) { handles::setPayload(handle, nullptr); });
     check([](int handle) { handles::swap(handle, 3); });
@@ -73,10 +73,10 @@ TEST_F(Handles, swapAndSharedValues)
     const int a = handles::allocate(), b = handles::allocate();
     handles::setPayload(a, &x);
     handles::setPayload(b, &y);
-    handles::setKind(a, 7);
+    handles::setTag(a, 7);
     handles::swap(a, b);
     EXPECT_EQ(handles::payload(a), &y);
-    EXPECT_EQ(handles::record(b)->kind, 7U);
+    EXPECT_EQ(handles::record(b)->tag, 7U);
     handles::swap(a, a);
     EXPECT_EQ(handles::payload(a), &y);
     EXPECT_EQ(handles::mapGet(-3), 0U);
