@@ -12,6 +12,7 @@
 
 #include "plugin/factories.h"
 #include "scansteps/handles.h"
+#include "scansteps/stream.h"
 #include "scansteps/texture.h"
 #include "support/ratio.h"
 
