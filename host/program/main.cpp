@@ -151,7 +151,9 @@ Command addDevices(CLI::App& app)
 Command addReceive(CLI::App& app)
 {
     auto options = std::make_shared<ReceiveOptions>();
-    app.add_option("--port", options->port, "TCP port; 0: a free one, which is printed")->required();
+    app.add_option("--port", options->port, "TCP port; 0: a free one, which is printed")
+        ->check(CLI::Range(0, 65535))
+        ->required();
     app.add_option("--bind", options->bind, "Address to listen on; 0.0.0.0: all of this machine")
         ->capture_default_str();
     app.add_option("--out", options->out,

@@ -102,6 +102,7 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
          "\"thr\" is not a known setting; did you mean OCV.trh?"},
         {"steps ccany", 2, "did you mean \"ccanny\"?"},
         {"steps ccanny", 0, "", "OCV.trh"},
+        {"receive --port 99999", 2, "--port: Value 99999 not in range"},
         {"receive --port 0 --out no/such/folder/a.rec", 5, "cannot write no/such/folder/a.rec"},
         {"inspect no_such_recording", 5, "cannot read no_such_recording"},
     };
