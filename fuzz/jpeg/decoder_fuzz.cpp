@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     decoder->getSize(width, height);
     if (width < 1 || width > 4096 || height < 1 || height > 4096) std::abort();
     if (std::size_t(width) * std::size_t(height) > (std::size_t{1} << 20U)) return 0;  // only slow
-    for (const auto layout : {scansteps::JpegLayout::kYuv420, scansteps::JpegLayout::kNative}) {
+    for (const auto layout : {scansteps::jpeg::JpegLayout::kYuv420, scansteps::jpeg::JpegLayout::kNative}) {
         std::array<std::vector<std::uint8_t>, 3> planes;
         std::array<std::span<std::uint8_t>, 3> spans;
         for (std::size_t i = 0; i < 3; ++i) {

@@ -87,7 +87,7 @@ TEST(Chain, aFrameThatIsReplacedTakesItsCopyInTheRecordWithIt)
     for (const auto& [kind, stays] : {std::pair{"ccanny", false}, {"c2ima", false}, {"csegment", true}}) {
         Chain chain({kind});
         const Array frame(Kind::Ushort, 8, 8);
-        printed([&, kind = kind] {
+        printed([&] {
             chain.init({{"dataX", 8},
                         {"dataY", 8},
                         {"dataFormat", "CPU::u_1x16"},

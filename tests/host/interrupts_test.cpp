@@ -49,13 +49,14 @@ class Background
 
     void signal(int number) const { ::kill(process_, number); }
     /// Until it catches interrupts, and a moment more in which it gets to where it waits.
-    void waitUntilItWaits() const
+    void waitUntilItWaits(const std::string& mask = "SigCgt:\t") const
     {
         const std::string file = "/proc/" + std::to_string(process_) + "/status";
         for (int i = 0; i < 1000; ++i, std::this_thread::sleep_for(10ms)) {
             const std::string status = readFile(file);
-            const auto caught = status.find("SigCgt:\t");
-            if (caught != status.npos && (std::stoull(status.substr(caught + 8), nullptr, 16) & 1) != 0)
+            const auto caught = status.find(mask);
+            if (caught != status.npos &&
+                (std::stoull(status.substr(caught + mask.size()), nullptr, 16) & 1) != 0)
                 break;
         }
         std::this_thread::sleep_for(300ms);
@@ -135,7 +136,7 @@ TEST(Interrupt, SecondOneEndsTheProgramSoonAndAnIgnoredOneDoesNothing)
     ::close(reader);
     Background ignoring("trap '' INT HUP; exec " + kProgram + "run --frames 60 \"" + kCamera + "\"",
                         dir / "said");
-    std::this_thread::sleep_for(300ms);
+    ignoring.waitUntilItWaits("SigIgn:\t");
     ignoring.signal(SIGINT);
     ignoring.signal(SIGHUP);
     EXPECT_EQ(ignoring.exitCode(20s), 0) << readFile(dir / "said");
