@@ -37,13 +37,6 @@ class Paths
     std::map<fs::path, fs::path> folders_;
 };
 
-bool hasOtherNames(const fs::path& path)
-{
-    std::error_code error;
-    const auto count = fs::hard_link_count(path, error);
-    return !error && count > 1;
-}
-
 class Inputs
 {
   public:

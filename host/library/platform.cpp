@@ -62,6 +62,17 @@ std::vector<std::string> utf8Arguments(int argc, char** argv)
     return arguments;
 }
 
+bool hasOtherNames(const std::filesystem::path& path)
+{
+    const HANDLE file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    BY_HANDLE_FILE_INFORMATION facts{};
+    const bool linked = GetFileInformationByHandle(file, &facts) != 0 && facts.nNumberOfLinks > 1;
+    CloseHandle(file);
+    return linked;
+}
+
 std::filesystem::path executableFolder()
 {
     wchar_t path[32768];
@@ -126,6 +137,13 @@ const char* libraryFileName()
 std::vector<std::string> utf8Arguments(int argc, char** argv)
 {
     return {argv, argv + argc};
+}
+
+bool hasOtherNames(const std::filesystem::path& path)
+{
+    std::error_code error;
+    const auto count = std::filesystem::hard_link_count(path, error);
+    return !error && count > 1;
 }
 
 std::filesystem::path executableFolder()

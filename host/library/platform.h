@@ -17,6 +17,8 @@ std::vector<std::string> utf8Arguments(int argc, char** argv);
 /// "cannot read a.json: No such file or directory", with the reason that is in errno.
 std::string cannot(const char* verb, const std::string& name);
 
+/// Whether the file has further names (hard links).
+bool hasOtherNames(const std::filesystem::path& path);
 std::filesystem::path executableFolder();
 /// Columns of the terminal at standard error; 80 where it does not say.
 int terminalWidth();

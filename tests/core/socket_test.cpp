@@ -222,7 +222,7 @@ TEST(USock, ServerServesOnePeerAndThePortIsTaken)
         const Listener taken(0);
         port = taken.port();
         EXPECT_EQ(thrownText([&] { const USock second(port); }), "already bounded!");
-        EXPECT_EQ(thrownText([&] { const Listener second(port); }), "Address already in use");
+        EXPECT_NE(thrownText([&] { const Listener second(port); }), "");  // in the system's words
         EXPECT_NE(thrownText([&] { const Listener wrong(0, "no.such.host.invalid"); }), "");
     }
     std::string got;
