@@ -129,7 +129,9 @@ Struct structFromJson(const Json& json, const std::string& where)
     if (!json.is_object()) failValue(where, "an object was expected");
     Struct result;
     for (const auto& [key, member] : json.items()) {
-        varitype value = valueFromJson(member, where + "." + key);
+        std::string place = where;
+        place += "." + key;
+        varitype value = valueFromJson(member, place);
         if (!(value.kind() == Kind::Empty && !isForcedKind(member))) result.set(key, std::move(value));
     }
     return result;

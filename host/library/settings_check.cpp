@@ -108,7 +108,7 @@ void checkRecord(Struct& record, const std::string& prefix, const Scope& scope, 
         if (isFamily) throw UsageError{fmt::format("{}{} is a group of settings, not a value", owner, path)};
         // Hosts may send top-level keys of their own; in a known family an unknown key is a mistake.
         std::string near = nearest(key, known);
-        if (!near.empty()) near = prefix + near;
+        if (!near.empty()) near.insert(0, prefix);
         if (prefix.empty() && near.empty()) near = scope.nearInFamilies(key);
         if (!prefix.empty() || !near.empty())
             warnings.push_back(fmt::format("{}{} is not a known setting{}", owner, inQuotes(path),
