@@ -47,6 +47,7 @@ const HostServices* hostServices()
 {
     if (servicesValue == nullptr) return nullptr;
     const std::uint64_t value = std::atomic_ref(*servicesValue).load(std::memory_order_acquire);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the table shares 64-bit numbers
     const auto* services = reinterpret_cast<const HostServices*>(static_cast<std::uintptr_t>(value));
     return services != nullptr && services->size >= sizeof(HostServices) ? services : nullptr;
 }

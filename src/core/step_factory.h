@@ -6,8 +6,10 @@
 
 /// Used in the module's namespace after the class. C linkage gives the function the same name in all
 /// namespaces.
+// NOLINTBEGIN(bugprone-macro-parentheses): the arguments are names
 #define SCANSTEPS_FACTORY(kind, Class)                      \
     extern "C" ::scansteps::cChain* scansteps_make_##kind() \
     {                                                       \
         return new Class;                                   \
     }
+// NOLINTEND(bugprone-macro-parentheses)
