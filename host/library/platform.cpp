@@ -1,6 +1,7 @@
 // See platform.h: the standard library first, then Windows, then POSIX.
 #include "platform.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <iterator>
@@ -35,6 +36,20 @@ std::string cannot(const char* verb, const std::string& name)
 {
     const std::string reason = std::generic_category().message(errno);
     return std::string("cannot ") + verb + " " + name + ": " + reason;
+}
+
+std::vector<std::filesystem::path> libraryFolders()
+{
+    const auto program = executableFolder();
+    const auto prefix = program / "..";
+    std::vector<std::filesystem::path> folders;
+    for (const auto& folder :
+         {program, prefix / "lib", prefix / SCANSTEPS_LIBDIR, prefix / "lib" / SCANSTEPS_MULTIARCH}) {
+        std::error_code error;
+        const auto place = std::filesystem::canonical(folder, error);
+        if (!error && std::ranges::find(folders, place) == folders.end()) folders.push_back(place);
+    }
+    return folders;
 }
 
 std::string environmentVariable(const char* name)

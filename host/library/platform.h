@@ -20,6 +20,9 @@ std::string cannot(const char* verb, const std::string& name);
 /// Whether the file has further names (hard links).
 bool hasOtherNames(const std::filesystem::path& path);
 std::filesystem::path executableFolder();
+/// Where the libraries of the installation that this program belongs to may lie: beside the program, ../lib,
+/// and the multi-arch folder or what else was configured. Only folders that exist, each once.
+std::vector<std::filesystem::path> libraryFolders();
 /// Columns of the terminal at standard error; 80 where it does not say.
 int terminalWidth();
 const char* nullDevice();

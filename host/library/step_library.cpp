@@ -18,9 +18,9 @@ StepLibrary::StepLibrary(const std::string& path)
     else if (!fromEnvironment.empty())
         places = {pathFromUtf8(fromEnvironment)};
     else {
-        const auto folder = executableFolder();
-        for (const auto& place : {folder / libraryFileName(), folder / ".." / "lib" / libraryFileName()})
-            if (std::filesystem::exists(place)) places.push_back(place);
+        for (const auto& folder : libraryFolders())
+            if (std::filesystem::exists(folder / libraryFileName()))
+                places.push_back(folder / libraryFileName());
         places.emplace_back(libraryFileName());
     }
     std::string errors;
