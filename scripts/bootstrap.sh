@@ -5,7 +5,7 @@
 set -euo pipefail
 
 build=(
-    g++ cmake ninja-build ccache pkg-config python3 iproute2
+    g++ cmake ninja-build ccache pkg-config python3
     clang clang-format clang-tidy libclang-rt-dev
     libjpeg-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
     libgtest-dev libgmock-dev libbenchmark-dev valgrind

@@ -1,4 +1,4 @@
-// The record reader on hostile bytes, in pieces of any size.
+// Fuzzes the record reader with untrusted bytes that arrive in pieces of any size.
 #include "core/record_reader_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)

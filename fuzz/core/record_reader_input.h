@@ -47,8 +47,8 @@ class Chunked : public BIO
     ReadAhead ahead_;
 };
 
-/// Reads records until the bytes end or make no sense: the same ones in whatever pieces they arrive, and what
-/// was read is written and read again without a change.
+/// Reads records until the bytes end or are invalid: the records must not depend on the pieces in which the
+/// bytes arrive, and must be unchanged after writing and reading them again.
 inline void readRecords(const std::uint8_t* data, std::size_t size)
 {
     if (size < 4) return;

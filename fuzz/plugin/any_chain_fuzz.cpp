@@ -1,10 +1,10 @@
-// Any chain of steps, with any events: an event ends with or without a thrown text, and at the end every
-// buffer has been given back.
+// Fuzzes any chain of steps with any events: an event may throw a C string, and at the end every buffer has
+// been released.
 #include "plugin/any_chain_input.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    if (std::freopen("/dev/null", "w", stdout) == nullptr) std::abort();  // what the steps print
+    if (std::freopen("/dev/null", "w", stdout) == nullptr) std::abort();  // the output of the steps
     return 0;
 }
 

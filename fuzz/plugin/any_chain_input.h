@@ -1,5 +1,6 @@
-// What the fuzz target of all steps does with its input, shared with the test that replays the corpus: a
-// chain of steps named by the first bytes, driven with events whose records are made from the rest.
+// What the fuzz target of all steps does with its input, shared with the test that replays the corpus: the
+// first bytes name a chain of steps by the keys of their kinds, and the rest makes the records of the events
+// that drive it.
 #pragma once
 
 #include <algorithm>
@@ -73,8 +74,24 @@ class Bytes
     const std::uint8_t* end_;
 };
 
+/// Two bytes that name a step in an input, whatever its position in the table (FNV-1a, folded).
+constexpr unsigned keyOf(std::string_view kind)
+{
+    std::uint32_t hash = 2166136261U;
+    for (const char c : kind) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+    return (hash >> 16U) ^ (hash & 0xFFFFU);
+}
+
+/// The step whose key is the next one from `key` on, the first after the last: any two bytes name a step, and
+/// a new step changes only inputs whose key is not exact.
+inline const StepInfo& stepAt(unsigned key)
+{
+    const auto distance = [key](const StepInfo& step) { return (keyOf(step.kind) - key) & 0xFFFFU; };
+    return *std::ranges::min_element(stepTable(), {}, distance);
+}
+
 /// The receiver of the sender step, on a thread of its own: takes what arrives, connection after connection,
-/// and looks whether it is whole records.
+/// and checks that it consists of whole records.
 class Receiver
 {
   public:
@@ -84,7 +101,7 @@ class Receiver
     void drain()
     {
         const unsigned served = ended_.load();
-        USock("127.0.0.1", port()).write(&kMark, 1);  // served in turn, so behind the others
+        USock("127.0.0.1", port()).write(&kMark, 1);  // connections are served in order, so after the others
         ended_.wait(served);
     }
 
@@ -113,7 +130,7 @@ class Receiver
         try {
             while (!arrived.atEnd()) readRecord(arrived);
         } catch (const char* text) {
-            std::fprintf(stderr, "what the sender has sent is no whole records: %s\n", text);
+            std::fprintf(stderr, "the sender has not sent whole records: %s\n", text);
             std::abort();
         }
     }
@@ -143,8 +160,8 @@ struct Scratch
     mutable Receiver receiver;
 };
 
-/// Stands before every step: init records, also replayed ones, name no file outside of the scratch folder, no
-/// receiver but ours, no camera of the machine, and no sizes that take long.
+/// Comes before every step: makes init records, replayed ones included, name no file outside the scratch
+/// folder, no receiver but ours, no camera of the machine, and no sizes that take long.
 class Guard final : public cChain
 {
   public:
@@ -168,7 +185,7 @@ class Guard final : public cChain
         for (const std::string_view family : families) {
             if (!params.has(family) || params[family].kind() != Kind::Struct || !params[family].hasPayload())
                 continue;
-            // The extension, which chooses the writer of models and images, is the input's choice.
+            // The extension chooses the writer of models and images; the input may choose it.
             std::string extension = ".bin";
             if (params[family].has("name") && params[family]["name"].kind() == Kind::String)
                 for (const char* each : {".ply", ".obj", ".stl", ".flt", ".jpg", ".ppm"})
@@ -191,7 +208,7 @@ class Guard final : public cChain
                 limit(nested, key, most);
             }
     }
-    // A receiver that is not there would cost three seconds of trying, another host an answer of the network.
+    // A missing receiver would cost three seconds of retries, another host a network round trip.
     void redirect(varitype& params) const
     {
         if (!params.has("sender") || params["sender"].kind() != Kind::Struct ||
@@ -203,7 +220,7 @@ class Guard final : public cChain
             nested["port"].as<std::int32_t>() > 0 && nested["port"].as<std::int32_t>() < 65536)
             nested.set("port", int(scratch_.receiver.port()));
     }
-    // Without a name it would be the machine's first camera; "@max" gives every frame at once.
+    // Without a name it would open the machine's first camera; "@max" delivers every frame at once.
     void unplug(varitype& params) const
     {
         if (!params.has("capture")) params.set("capture", Struct{});
@@ -236,14 +253,17 @@ class AnyChain
         fillFreeHandles(table_);
         set_handles(&table_);
         const unsigned count = 1 + bytes_.below(5);
-        for (unsigned i = 0; i < count; ++i) add(bytes_.below(stepTable().size()));
+        for (unsigned i = 0; i < count; ++i) {
+            const unsigned high = bytes_.byte();
+            add(stepAt(high << 8U | bytes_.byte()));
+        }
         own_ = createTexture(format::kU1x8, 0, 0);
-        for (const StepInfo* kind : kinds_)
-            if (kind->source) {  // the second half of the input is also the file that sources get
-                std::ofstream(scratch / "in0.bin", std::ios::binary)
-                    .write(reinterpret_cast<const char*>(data) + size / 2, std::streamsize(size - size / 2));
-                break;
-            }
+        if (std::ranges::any_of(kinds_,
+                                &StepInfo::source)) {  // roughly the second half is also the file they read
+            const std::size_t first = std::min(size, (size + count) / 2);
+            std::ofstream(scratch / "in0.bin", std::ios::binary)
+                .write(reinterpret_cast<const char*>(data) + first, std::streamsize(size - first));
+        }
     }
     AnyChain(const AnyChain&) = delete;
     AnyChain& operator=(const AnyChain&) = delete;
@@ -272,9 +292,8 @@ class AnyChain
     }
 
   private:
-    void add(unsigned index)
+    void add(const StepInfo& kind)
     {
-        const StepInfo& kind = stepTable()[index];
         const std::string_view name = kind.kind;
         if (name == "ccap") return;  // opens the machine's own camera, whatever its settings
         if (name == "sender" && std::exchange(sends_, true)) return;  // the receiver serves one at a time
@@ -285,7 +304,7 @@ class AnyChain
             if (i > 0) steps_[i - 1]->setNext(steps_[i].get());
     }
 
-    // Whatever is thrown is a text.
+    // Only C strings may be thrown.
     void send(varitype& record)
     {
         try {
@@ -306,7 +325,7 @@ class AnyChain
         return record;
     }
 
-    // The settings of the steps in the chain, mostly of the kind that they should have.
+    // The settings of the chain's steps, mostly of the expected kind.
     void putSettings(varitype& record)
     {
         static constexpr std::array formats{"CPU::u_1x16", "CPU::u_1x8", "CPU::f_1x32",
@@ -364,7 +383,7 @@ class AnyChain
     {
         unsigned state = bytes_.byte() * 257 + 1;
         const unsigned run = 1 + bytes_.below(64);
-        // In whole runs: byte by byte, this alone took a third of the time.
+        // In runs: filling byte by byte took a third of the total time.
         for (std::span<std::byte> rest(array.data(), array.byteSize()); !rest.empty();) {
             const std::size_t length = std::min<std::size_t>(run, rest.size());
             state = state * 1664525U + 1013904223U;
@@ -420,7 +439,7 @@ class AnyChain
                 Array array(choice < elements.size() ? elements[choice] : Kind(bytes_.below(14)),
                             bytes_.below(5), bytes_.below(40), 1 + bytes_.below(3));
                 fill(array);
-                if (array.kind() == Kind::Int && bytes_.below(2) == 0)  // indices that are near to good ones
+                if (array.kind() == Kind::Int && bytes_.below(2) == 0)  // indices close to valid ones
                     for (auto& element : array.elements<std::int32_t>())
                         element = std::int32_t(bytes_.below(20)) - 1;
                 return array;

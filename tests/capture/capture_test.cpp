@@ -2,23 +2,15 @@
 // them.
 #include "capture/capture.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <numeric>
-#include <thread>
-
+#include "capture/camera_runs.h"
 #include "capture/test_pattern.h"
 #include "images/image_file.h"
 #include "jpeg/decoder.h"
 #include "jpeg/pack_yuyv16.h"
 #include "pixels/yuyv.h"
-#include "support/chain.h"
 #include "support/images.h"
 #include "support/resources.h"
 #include "support/sanitized.h"
-#include "support/temp_dir.h"
 
 namespace scansteps {
 namespace {
@@ -27,12 +19,6 @@ using namespace capture;
 using namespace images;
 using namespace jpeg;
 using namespace pixels;
-
-using test::Chain;
-using test::printed;
-using test::TempDir;
-using test::thrownText;
-using testing::HasSubstr;
 
 std::vector<std::byte> frameOf(int value, std::size_t size = 16)
 {
@@ -110,35 +96,16 @@ TEST_F(Queue, waitsEndWithTheTimeOrTheReason)
     EXPECT_FALSE(queue.sleepUntil(FrameQueue::Clock::now() + std::chrono::hours(1)));
 }
 
-Struct settings(const std::string& device, int width, int height, int frames = 0)
+std::vector<Arrived> run(Chain& chain, Struct init)
 {
-    return {{"dataX", width},
-            {"dataY", height},
-            {"capture", Struct{{"dev_name", device}, {"count_max", frames}}}};
-}
-
-// The whole run: initialise, frames until 1003, flush.
-std::vector<test::Arrived> run(Chain& chain, Struct init)
-{
-    (void)printed([&] {
-        chain.init(std::move(init));
-        while (chain.process() != event::kFlush) {
-        }
-        chain.flush();
-    });
+    (void)runCamera(chain, std::move(init));
     return std::move(chain.arrived);
-}
-
-std::vector<std::uint16_t> samples(const test::Arrived& arrived)
-{
-    const auto elements = arrived.frame->elements<std::uint16_t>();
-    return {elements.begin(), elements.end()};
 }
 
 TEST(TestDevice, everyFrameInOrderAtFullRate)
 {
     Chain chain({"ccap1"});
-    const auto arrived = run(chain, settings("test:moving@max", 321, 100, 30));
+    const auto arrived = run(chain, cameraSettings("test:moving@max", 321, 100, 30));
     ASSERT_EQ(arrived.size(), 32U) << "initialise, 30 frames, flush";
     EXPECT_EQ(arrived[0].record["dataX"].as<int>(), 320) << "pixels come in pairs: the device's choice wins";
     EXPECT_EQ(arrived[0].record["dataY"].as<int>(), 100);
@@ -147,7 +114,7 @@ TEST(TestDevice, everyFrameInOrderAtFullRate)
     PatternImage pattern(TestPattern::Moving, 320, 100);
     for (std::uint64_t i = 0; i < 30; ++i) {
         const auto expected = pattern.frame(i);
-        EXPECT_TRUE(std::ranges::equal(samples(arrived[i + 1]), expected)) << i;
+        EXPECT_TRUE(std::ranges::equal(samplesOf(*arrived[i + 1].frame), expected)) << i;
         EXPECT_GT(arrived[i + 1].record["handle"].as<int>(), 0);
     }
 }
@@ -191,16 +158,16 @@ TEST(TestDevice, showsNumberedPicturesOverAndOver)
         rgbToYuyv(rgb, pictures.back(), 6, 4);
     }
     Chain chain({"ccap1"});
-    const auto arrived = run(chain, settings("file:" + folder / "ein bild0.ppm" + "@max", 640, 480, 5));
+    const auto arrived = run(chain, cameraSettings("file:" + folder / "ein bild0.ppm" + "@max", 640, 480, 5));
     ASSERT_EQ(arrived.size(), 7U);
     EXPECT_EQ(arrived[0].record["dataX"].as<int>(), 6);
-    for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samples(arrived[i + 1]), pictures[i % 2]) << i;
+    for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samplesOf(*arrived[i + 1].frame), pictures[i % 2]) << i;
 }
 
 // The planes of the decoder as samples, the way frames of a camera arrive.
 std::vector<std::uint16_t> decoded(const std::string& path, int& width, int& height)
 {
-    const std::string file = test::readFile(path);
+    const std::string file = readFile(path);
     BaselineJpegDecoder decoder;
     EXPECT_EQ(decoder.parseHeader({reinterpret_cast<const std::uint8_t*>(file.data()), file.size()}), 0);
     decoder.getSize(width, height);
@@ -215,18 +182,18 @@ std::vector<std::uint16_t> decoded(const std::string& path, int& width, int& hei
 
 TEST(TestDevice, motionJpegIsDecodedAndDamageIsPrinted)
 {
-    const std::string path = test::examplePath("img0000.jpg");
+    const std::string path = examplePath("img0000.jpg");
     int width = 0, height = 0;
     const auto expected = decoded(path, width, height);
     Chain chain({"ccap1"});
-    Struct init = settings("file:" + path + "@max", 1, 1);
+    Struct init = cameraSettings("file:" + path + "@max", 1, 1);
     init["capture"].set("jpeg", 1);
     std::string words = printed([&] {
         chain.init(std::move(init));
         chain.process();
     });
     EXPECT_EQ(chain.arrived[0].record["dataX"].as<int>(), width);
-    EXPECT_EQ(samples(chain.arrived[1]), expected);
+    EXPECT_EQ(samplesOf(*chain.arrived[1].frame), expected);
     EXPECT_THAT(words, HasSubstr("              0 result\n"));
     EXPECT_THAT(words, testing::EndsWith(" time_count() - start0\n"));
     (void)printed([&] { chain.flush(); });
@@ -239,7 +206,7 @@ TEST(TestDevice, motionJpegIsDecodedAndDamageIsPrinted)
     const auto show = [&](const std::string& file) {
         return printed([&] { damage = converter.convert(std::as_bytes(std::span(file)), shown); });
     };
-    const std::string file = test::readFile(path);
+    const std::string file = readFile(path);
     show(file);
     EXPECT_EQ(shown, expected);
     EXPECT_EQ(damage, "");
@@ -264,7 +231,7 @@ TEST(TestDevice, pictureOfAnotherSizeEndsTheFrames)
     ASSERT_TRUE(writeImage(folder / "a1.ppm", 0, 4, 6, true, rgb));
     Chain chain({"ccap1"});
     (void)printed([&] {
-        chain.init(settings("file:" + folder / "a0.ppm" + "@max", 1, 1));
+        chain.init(cameraSettings("file:" + folder / "a0.ppm" + "@max", 1, 1));
         chain.process();
         EXPECT_EQ(thrownText([&] { chain.process(); }),
                   "capture: " + folder / "a1.ppm" + " cannot be shown: it has another size than the first");
@@ -284,8 +251,9 @@ TEST(TestDevice, saysWhatIsWrong)
     for (const auto& [device, text] : cases) {
         Chain chain({"ccap1"});
         std::string thrown;
-        (void)printed(
-            [&, device = device] { thrown = thrownText([&] { chain.init(settings(device, 64, 64)); }); });
+        (void)printed([&, device = device] {
+            thrown = thrownText([&] { chain.init(cameraSettings(device, 64, 64)); });
+        });
         EXPECT_EQ(thrown, text) << device;
         EXPECT_EQ(thrownText([&] { chain.process(); }), "CPUCap1: the camera is not open") << device;
     }
@@ -294,7 +262,7 @@ TEST(TestDevice, saysWhatIsWrong)
 TEST(CaptureStep, printsAndReports)
 {
     Chain chain({"ccap1"});
-    EXPECT_EQ(printed([&] { chain.init(settings("test:bars", 64, 48, 2)); }),
+    EXPECT_EQ(printed([&] { chain.init(cameraSettings("test:bars", 64, 48, 2)); }),
               "init OK!!!!!!!!!!!!!!!!!!!!11\n");
     chain.process();
     EXPECT_GT(chain.step(0).time, 0);
@@ -302,13 +270,13 @@ TEST(CaptureStep, printsAndReports)
     EXPECT_EQ(thrownText([&] { chain.process(); }), "CPUCap1: the camera is not open");
     // A second initialise begins a new run, with the count anew.
     chain.arrived.clear();
-    EXPECT_EQ(run(chain, settings("test:bars@max", 64, 48, 2)).size(), 4U);
+    EXPECT_EQ(run(chain, cameraSettings("test:bars@max", 64, 48, 2)).size(), 4U);
 }
 
 TEST(CaptureStep, timeoutIsThrown)
 {
     Chain chain({"ccap1"});
-    Struct init = settings("test:bars@0.01", 64, 48);
+    Struct init = cameraSettings("test:bars@0.01", 64, 48);
     init["capture"].set("timeout_ms", 30);
     (void)printed([&] { chain.init(std::move(init)); });
     EXPECT_EQ(thrownText([&] { chain.process(); }), "capture timeout");
@@ -318,7 +286,7 @@ TEST(CaptureStep, pacedByTheDeviceAndDropsWhatItIsTooSlowFor)
 {
     Chain chain({"ccap1"});
     std::string marks;
-    (void)printed([&] { chain.init(settings("test:moving@500", 64, 48)); });
+    (void)printed([&] { chain.init(cameraSettings("test:moving@500", 64, 48)); });
     marks = printed([&] {
         chain.process();
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -326,7 +294,7 @@ TEST(CaptureStep, pacedByTheDeviceAndDropsWhatItIsTooSlowFor)
     });
     EXPECT_THAT(marks, HasSubstr("i"));
     PatternImage pattern(TestPattern::Moving, 64, 48);
-    const auto late = samples(chain.arrived.back());
+    const auto late = samplesOf(*chain.arrived.back().frame);
     for (std::uint64_t i = 0; i < 5; ++i) {
         const auto early = pattern.frame(i);
         EXPECT_FALSE(std::ranges::equal(late, early)) << "an old frame was delivered";

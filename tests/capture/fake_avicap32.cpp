@@ -1,4 +1,4 @@
-// A capture service without a camera: answers every message that a client of the real one sends, refuses on
+// A fake capture service: answers every message that a client of the real one sends, refuses on
 // demand, and delivers frames from a thread of its own. Bytes 0 to 3 of a frame are its running number.
 #include "fake_avicap32.h"
 
@@ -21,8 +21,8 @@
 
 namespace {
 
-constexpr char kClassName[] = "ScanstepsCaptureDouble";
-constexpr const char* kDrivers[] = {"Double Camera", "Double Second Camera"};
+constexpr char kClassName[] = "ScanstepsFakeCapture";
+constexpr const char* kDrivers[] = {"Fake Camera", "Fake Second Camera"};
 
 struct MessageName
 {
@@ -93,7 +93,7 @@ class Service
         format_.biPlanes = 1;
         format_.biBitCount = 24;
         format_.biSizeImage = 160 * 120 * 3;
-        if (std::sscanf(environment("CAPTURE_DOUBLE_SIZE").c_str(), "%ldx%ld", &width_, &height_) != 2)
+        if (std::sscanf(environment("FAKE_CAPTURE_SIZE").c_str(), "%ldx%ld", &width_, &height_) != 2)
             width_ = height_ = 0;
         stream_.dwRequestMicroSecPerFrame = 66667;
         stream_.vKeyAbort = VK_ESCAPE;
@@ -178,12 +178,6 @@ class Service
     LRESULT setFormat(WPARAM size, const BITMAPINFOHEADER& wanted)
     {
         if (size < sizeof wanted || wanted.biWidth < 1 || wanted.biHeight < 1) return FALSE;
-        const bool jpeg = wanted.biCompression == code("MJPG");
-        if (!only_.empty() && (only_ == "MJPG") != jpeg) {
-            format_.biCompression = only_ == "MJPG" ? code("MJPG") : code("YUY2");
-            format_.biBitCount = only_ == "MJPG" ? 24 : 16;
-            return FALSE;
-        }
         format_ = wanted;
         if (width_ != 0) {
             format_.biWidth = width_;
@@ -196,10 +190,10 @@ class Service
     void deliver()
     {
         const bool jpeg = format_.biCompression == code("MJPG");
-        std::vector<char> buffer = jpeg ? fileBytes(environment("CAPTURE_DOUBLE_JPEG"))
+        std::vector<char> buffer = jpeg ? fileBytes(environment("FAKE_CAPTURE_JPEG"))
                                         : std::vector<char>(static_cast<std::size_t>(format_.biWidth) *
                                                             static_cast<std::size_t>(format_.biHeight) * 2);
-        const int rate = number("CAPTURE_DOUBLE_RATE", 1000), cut = number("CAPTURE_DOUBLE_CUT", 0);
+        const int rate = number("FAKE_CAPTURE_RATE", 1000), cut = number("FAKE_CAPTURE_CUT", 0);
         auto due = std::chrono::steady_clock::now();
         std::unique_lock guard(lock_);
         for (std::uint32_t frame = 0; !ended_; ++frame) {
@@ -234,9 +228,8 @@ class Service
     }
 
     HWND window_;
-    const std::string refused_ = environment("CAPTURE_DOUBLE_REFUSE");
-    const std::string only_ = environment("CAPTURE_DOUBLE_ONLY");
-    const bool late_ = !environment("CAPTURE_DOUBLE_LATE").empty();
+    const std::string refused_ = environment("FAKE_CAPTURE_REFUSE");
+    const bool late_ = !environment("FAKE_CAPTURE_LATE").empty();
     LONG width_ = 0, height_ = 0;
     bool connected_ = false;
     BITMAPINFOHEADER format_{};
@@ -272,7 +265,7 @@ __declspec(dllexport) HWND WINAPI capCreateCaptureWindowA(LPCSTR title, DWORD st
 {
     note("CREATE", std::to_string(style) + (parent == HWND_MESSAGE ? " message-only " : " ") +
                        std::to_string(id) + (title == nullptr ? " no title" : ""));
-    if (environment("CAPTURE_DOUBLE_REFUSE") == "CREATE") return nullptr;
+    if (environment("FAKE_CAPTURE_REFUSE") == "CREATE") return nullptr;
     WNDCLASSA description{};
     description.lpfnWndProc = windowProcedure;
     description.cbWndExtra = sizeof(void*);
@@ -292,7 +285,7 @@ __declspec(dllexport) BOOL WINAPI
     return TRUE;
 }
 
-__declspec(dllexport) const char* captureDoubleLog()
+__declspec(dllexport) const char* fakeCaptureLog()
 {
     static std::string taken;
     const std::lock_guard guard(logLock);
@@ -300,7 +293,7 @@ __declspec(dllexport) const char* captureDoubleLog()
     return taken.c_str();
 }
 
-__declspec(dllexport) long captureDoubleFrames()
+__declspec(dllexport) long fakeCaptureFrames()
 {
     return framesDelivered;
 }

@@ -1,5 +1,5 @@
-// Stands in for Video4Linux devices where there are none: preloaded, it answers for /dev/video*. /dev/video0
-// is a node without frames, /dev/video2 "Shim Camera", /dev/video3 "Shim Second Camera". A device is a timer
+// Fake Video4Linux devices: preloaded, this library answers for /dev/video*. /dev/video0
+// is a node without frames, /dev/video2 "Fake Camera", /dev/video3 "Fake Second Camera". A device is a timer
 // descriptor, so that a real poll() paces the frames. Bytes 0 to 3 of a frame are its running number.
 #include "fake_v4l2.h"
 
@@ -29,7 +29,7 @@
 
 namespace {
 
-constinit scansteps::test::V4l2Shim shim{};
+constinit scansteps::test::FakeV4l2 fake{};
 std::vector<std::uint8_t> jpegBytes;
 std::mutex lock;
 
@@ -71,40 +71,23 @@ bool every(int count, long number)
 
 void reset()
 {
-    shim.rate = 1000;
-    shim.width = shim.height = shim.padding = shim.jpeg = shim.otherFormat = 0;
-    shim.interrupt = shim.notYet = shim.damage = shim.cut = shim.unplugAfter = shim.hangUpAfter = 0;
-    shim.refuse = 0;
-    shim.refuseWith = EINVAL;
-    shim.frames = shim.rateAsked = 0;
-}
-
-void readEnvironment()
-{
-    const char* text = std::getenv("V4L2_SHIM");
-    const std::pair<const char*, std::atomic<int>*> settings[] = {{"rate=%d", &shim.rate},
-                                                                  {"width=%d", &shim.width},
-                                                                  {"height=%d", &shim.height},
-                                                                  {"unplugAfter=%d", &shim.unplugAfter}};
-    for (std::string rest = text != nullptr ? text : ""; !rest.empty();) {
-        const std::string word = rest.substr(0, rest.find(' '));
-        rest.erase(0, word.size() + 1);
-        int value = 0;
-        for (const auto& [format, setting] : settings)
-            if (std::sscanf(word.c_str(), format, &value) == 1) *setting = value;
-    }
+    fake.rate = 1000;
+    fake.width = fake.height = fake.padding = fake.jpeg = fake.otherFormat = 0;
+    fake.interrupt = fake.notYet = fake.damage = fake.cut = fake.unplugAfter = fake.hangUpAfter = 0;
+    fake.refuse = 0;
+    fake.refuseWith = EINVAL;
+    fake.frames = fake.rateAsked = 0;
 }
 
 [[gnu::constructor]] void start()
 {
-    shim.setJpeg = [](const void* bytes, unsigned long size) {
+    fake.setJpeg = [](const void* bytes, unsigned long size) {
         const std::lock_guard guard(lock);
         const auto* first = static_cast<const std::uint8_t*>(bytes);
         jpegBytes.assign(first, first + size);
     };
-    shim.reset = reset;
+    fake.reset = reset;
     reset();
-    readEnvironment();
 }
 
 int openDevice(const char* path)
@@ -116,13 +99,13 @@ int openDevice(const char* path)
     }
     auto device = std::make_unique<Device>();
     device->camera = name != "/dev/video0";
-    device->name = name == "/dev/video2"   ? "Shim Camera"
-                   : name == "/dev/video3" ? "Shim Second Camera"
-                                           : "Shim Data";
+    device->name = name == "/dev/video2"   ? "Fake Camera"
+                   : name == "/dev/video3" ? "Fake Second Camera"
+                                           : "Fake Data";
     const int file = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
     const std::lock_guard guard(lock);
     devices[file] = std::move(device);
-    ++shim.open;
+    ++fake.open;
     return file;
 }
 
@@ -146,7 +129,7 @@ int capabilities(const Device& device, v4l2_capability& answer)
 
 int enumerateFormat(v4l2_fmtdesc& answer)
 {
-    if (answer.index > (shim.jpeg != 0 ? 1U : 0U)) return EINVAL;
+    if (answer.index > (fake.jpeg != 0 ? 1U : 0U)) return EINVAL;
     answer.pixelformat = answer.index == 0 ? V4L2_PIX_FMT_YUYV : V4L2_PIX_FMT_MJPEG;
     return 0;
 }
@@ -171,12 +154,12 @@ int enumerateRate(v4l2_frmivalenum& answer)
 int setFormat(Device& device, v4l2_format& format)
 {
     v4l2_pix_format& pixels = format.fmt.pix;
-    if (shim.width != 0) pixels.width = static_cast<std::uint32_t>(shim.width.load());
-    if (shim.height != 0) pixels.height = static_cast<std::uint32_t>(shim.height.load());
-    if (shim.jpeg == 0) pixels.pixelformat = V4L2_PIX_FMT_YUYV;
-    if (shim.otherFormat != 0) pixels.pixelformat = V4L2_PIX_FMT_NV12;
+    if (fake.width != 0) pixels.width = static_cast<std::uint32_t>(fake.width.load());
+    if (fake.height != 0) pixels.height = static_cast<std::uint32_t>(fake.height.load());
+    if (fake.jpeg == 0) pixels.pixelformat = V4L2_PIX_FMT_YUYV;
+    if (fake.otherFormat != 0) pixels.pixelformat = V4L2_PIX_FMT_NV12;
     const bool jpeg = pixels.pixelformat == V4L2_PIX_FMT_MJPEG;
-    pixels.bytesperline = jpeg ? 0 : pixels.width * 2 + static_cast<std::uint32_t>(shim.padding.load());
+    pixels.bytesperline = jpeg ? 0 : pixels.width * 2 + static_cast<std::uint32_t>(fake.padding.load());
     pixels.sizeimage = jpeg ? pixels.width * pixels.height * 2 : pixels.bytesperline * pixels.height;
     device.format = pixels;
     return 0;
@@ -207,7 +190,7 @@ int describeBuffer(const Device& device, v4l2_buffer& buffer)
 int stream(int file, Device& device, bool on)
 {
     itimerspec timer{};
-    const long interval = on ? 1000000000L / shim.rate : 0;
+    const long interval = on ? 1000000000L / fake.rate : 0;
     timer.it_interval = {interval / 1000000000L, interval % 1000000000L};
     timer.it_value = timer.it_interval;
     if (!on) device.queued.clear();
@@ -224,7 +207,7 @@ std::uint32_t draw(const Device& device, std::uint8_t* to, std::uint32_t number)
     const std::uint32_t row = 2 * device.format.width;
     for (std::uint32_t y = 0; y < device.format.height; ++y) {
         std::memset(to + std::size_t{y} * device.format.bytesperline, static_cast<int>(y + number), row);
-        // Padding that must not be seen.
+        // Padding, which must not reach a frame.
         std::memset(to + std::size_t{y} * device.format.bytesperline + row, 0xEE,
                     device.format.bytesperline - row);
     }
@@ -236,25 +219,25 @@ int dequeue(int file, Device& device, v4l2_buffer& buffer)
 {
     std::uint64_t ticks = 0;
     if (read(file, &ticks, sizeof ticks) != sizeof ticks) return EAGAIN;
-    device.sequence += static_cast<std::uint32_t>(ticks);  // frames that nobody waited for are lost
+    device.sequence += static_cast<std::uint32_t>(ticks);  // frames nobody waited for are lost
     static long calls = 0;
-    if (every(shim.notYet, calls++) || device.queued.empty()) return EAGAIN;
-    const long number = shim.frames++;
+    if (every(fake.notYet, calls++) || device.queued.empty()) return EAGAIN;
+    const long number = fake.frames++;
     buffer.index = device.queued.front();
     device.queued.pop_front();
     buffer.bytesused = draw(device, device.buffers[buffer.index], static_cast<std::uint32_t>(number));
     buffer.sequence = device.sequence;
-    buffer.flags = every(shim.damage, number) ? V4L2_BUF_FLAG_ERROR : 0;
-    if (every(shim.cut, number)) --buffer.bytesused;
+    buffer.flags = every(fake.damage, number) ? V4L2_BUF_FLAG_ERROR : 0;
+    if (every(fake.cut, number)) --buffer.bytesused;
     return 0;
 }
 
 int answer(int file, Device& device, unsigned long request, void* argument)
 {
     static long calls = 0;
-    if (every(shim.interrupt, calls++)) return EINTR;
-    if (request == shim.refuse) return shim.refuseWith;
-    if (shim.unplugAfter > 0 && shim.frames >= shim.unplugAfter) return ENODEV;
+    if (every(fake.interrupt, calls++)) return EINTR;
+    if (request == fake.refuse) return fake.refuseWith;
+    if (fake.unplugAfter > 0 && fake.frames >= fake.unplugAfter) return ENODEV;
     if (request == VIDIOC_QUERYCAP) return capabilities(device, *static_cast<v4l2_capability*>(argument));
     if (!device.camera) return EINVAL;
     switch (request) {
@@ -268,7 +251,7 @@ int answer(int file, Device& device, unsigned long request, void* argument)
             return setFormat(device, *static_cast<v4l2_format*>(argument));
         case VIDIOC_S_PARM: {
             const v4l2_fract time = static_cast<v4l2_streamparm*>(argument)->parm.capture.timeperframe;
-            shim.rateAsked = time.denominator / std::max(time.numerator, 1U);
+            fake.rateAsked = time.denominator / std::max(time.numerator, 1U);
             return 0;
         }
         case VIDIOC_REQBUFS:
@@ -296,14 +279,14 @@ bool isVideo(const char* path)
 
 }  // namespace
 
-#define SHIM_EXPORT extern "C" [[gnu::visibility("default")]]
+#define FAKE_EXPORT extern "C" [[gnu::visibility("default")]]
 
-SHIM_EXPORT scansteps::test::V4l2Shim* v4l2Shim()
+FAKE_EXPORT scansteps::test::FakeV4l2* fakeV4l2()
 {
-    return &shim;
+    return &fake;
 }
 
-SHIM_EXPORT int open(const char* path, int flags, ...)
+FAKE_EXPORT int open(const char* path, int flags, ...)
 {
     va_list arguments;
     va_start(arguments, flags);
@@ -314,14 +297,14 @@ SHIM_EXPORT int open(const char* path, int flags, ...)
     return call(path, flags, mode);
 }
 
-SHIM_EXPORT int access(const char* path, int mode) noexcept
+FAKE_EXPORT int access(const char* path, int mode) noexcept
 {
     if (std::strcmp(path, "/dev/video2") == 0 || std::strcmp(path, "/dev/video3") == 0) return 0;
     static const auto call = next<int (*)(const char*, int)>("access");
     return call(path, mode);
 }
 
-SHIM_EXPORT int ioctl(int file, unsigned long request, ...) noexcept
+FAKE_EXPORT int ioctl(int file, unsigned long request, ...) noexcept
 {
     va_list arguments;
     va_start(arguments, request);
@@ -340,7 +323,7 @@ SHIM_EXPORT int ioctl(int file, unsigned long request, ...) noexcept
     return call(file, request, argument);
 }
 
-SHIM_EXPORT void* mmap(void* address, std::size_t length, int protection, int flags, int file,
+FAKE_EXPORT void* mmap(void* address, std::size_t length, int protection, int flags, int file,
                        off_t offset) noexcept
 {
     if (file >= 0) {
@@ -350,9 +333,9 @@ SHIM_EXPORT void* mmap(void* address, std::size_t length, int protection, int fl
     return realMap(address, length, protection, flags, file, offset);
 }
 
-SHIM_EXPORT int poll(pollfd* files, nfds_t count, int timeout)
+FAKE_EXPORT int poll(pollfd* files, nfds_t count, int timeout)
 {
-    if (shim.hangUpAfter > 0 && shim.frames >= shim.hangUpAfter) {
+    if (fake.hangUpAfter > 0 && fake.frames >= fake.hangUpAfter) {
         const std::lock_guard guard(lock);
         for (nfds_t i = 0; i < count; ++i)
             if (devices.contains(files[i].fd)) {
@@ -364,14 +347,14 @@ SHIM_EXPORT int poll(pollfd* files, nfds_t count, int timeout)
     return call(files, count, timeout);
 }
 
-SHIM_EXPORT int close(int file)
+FAKE_EXPORT int close(int file)
 {
     {
         const std::lock_guard guard(lock);
         if (const auto found = devices.find(file); found != devices.end()) {
             releaseBuffers(*found->second);
             devices.erase(found);
-            --shim.open;
+            --fake.open;
         }
     }
     return realClose(file);

@@ -1,17 +1,16 @@
-// What the Video4Linux stand-in can be told to do. A test finds it with dlsym("v4l2Shim"); whole programs are
-// steered with the environment variable V4L2_SHIM, such as "rate=200 width=320 height=240".
+// Controls of the fake Video4Linux devices. A test finds them with dlsym("fakeV4l2").
 #pragma once
 
 #include <atomic>
 
 namespace scansteps::test {
 
-struct V4l2Shim
+struct FakeV4l2
 {
     std::atomic<int> rate;              ///< frames a second
-    std::atomic<int> width;             ///< the only size it has; 0: whatever is asked for
+    std::atomic<int> width;             ///< the only width it has; 0: whatever is asked for
     std::atomic<int> height;            ///< the same
-    std::atomic<int> padding;           ///< bytes behind each row
+    std::atomic<int> padding;           ///< bytes after each row
     std::atomic<int> jpeg;              ///< it offers MJPG: frames are the bytes set with setJpeg()
     std::atomic<int> otherFormat;       ///< it has nothing but a format that nobody asked for
     std::atomic<int> interrupt;         ///< every so many calls are interrupted by a signal; 0: none

@@ -1,28 +1,22 @@
+// The chain of steps: creation, timing, events, and frames that are refused.
 #include "scansteps/chain.h"
 
-#include <gtest/gtest.h>
-
 #include "scansteps/steps.h"
-#include "support/chain.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
-using test::Chain;
-using test::printed;
-using test::thrownText;
-
 TEST(Chain, everyKindCreatesItsClassWithTheTypesOfTheTable)
 {
-    EXPECT_EQ(stepTable().size(), 42U);
-    for (const StepInfo& kind : stepTable()) {
-        SCOPED_TRACE(kind.kind);
+    for (const StepInfo& info : stepTable()) {
+        SCOPED_TRACE(info.kind);
         std::unique_ptr<cChain> step;
         printed([&] {
-            step = plugin::createStep(kind.kind);
-            EXPECT_STREQ(step->getName(), std::string_view(kind.kind) == "test" ? "cChain" : kind.className);
-            EXPECT_EQ(step->typeIn, kind.typeIn);
-            EXPECT_EQ(step->typeOut, kind.typeOut);
+            step = plugin::createStep(info.kind);
+            EXPECT_STREQ(step->getName(), std::string_view(info.kind) == "test" ? "cChain" : info.className);
+            EXPECT_EQ(step->typeIn, info.typeIn);
+            EXPECT_EQ(step->typeOut, info.typeOut);
             EXPECT_EQ(step->next, nullptr);
             step.reset();
         });

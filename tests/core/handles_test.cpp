@@ -1,14 +1,11 @@
+// The table of handles, the names of formats, and the buffers that own handles.
 #include "scansteps/handles.h"
 
-#include <gtest/gtest.h>
-
 #include "scansteps/texture.h"
-#include "support/chain.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::thrownText;
 
 class Handles : public testing::Test
 {

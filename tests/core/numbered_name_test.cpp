@@ -1,8 +1,7 @@
+// Counting up and down in the digits of a file name.
 #include "scansteps/numbered_name.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
+#include "support/test.h"
 
 namespace scansteps {
 namespace {

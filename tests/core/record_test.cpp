@@ -1,18 +1,10 @@
+// Records, arrays and half floats in memory: sharing, copies, order, printing and documented errors.
 #include "scansteps/record.h"
 #include "scansteps/printable.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
-
-#include "support/chain.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::thrownText;
 
 TEST(Record, documentedErrors)
 {
@@ -57,8 +49,8 @@ TEST(Record, aCopyOfTheReferenceSharesAndAnAssignedStructDoesNot)
     }
 }
 
-// Array bytes are shared between copies until written; a reference that was handed out for writing before the
-// copy must not reach the copy either.
+// Array bytes are shared between copies until written; a reference obtained for writing before the copy must
+// not affect the copy.
 TEST(Record, arrayBytesAreCopiedOnceAndOnlyWhenNeeded)
 {
     varitype record{Struct{{"pixels", Array(Kind::Uchar, 4, 1)}}};

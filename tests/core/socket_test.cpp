@@ -1,27 +1,10 @@
 // Byte streams over real loopback connections, and the sender step at one end of them.
 #include "scansteps/socket.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <cstring>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "support/chain.h"
-#include "support/records.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::Chain;
-using test::everyKind;
-using test::printed;
-using test::thrownText;
 
 // What a receiver gets until the sender closes, on a thread of its own.
 class Receiver
@@ -59,31 +42,22 @@ std::string text(std::span<const std::byte> bytes)
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-Array frameOf(int number)
-{
-    Array frame(Kind::Ushort, 64, 48);
-    for (auto& sample : frame.elements<std::uint16_t>()) sample = std::uint16_t(number++);
-    return frame;
-}
-
 Struct initFor(int port, const std::string& file)
 {
-    return {{"dataX", 64},
-            {"dataY", 48},
-            {"dataFormat", "CPU::u_1x16"},
-            {"save", Struct{{"name", file}}},
-            {"sender", Struct{{"host", "127.0.0.1"}, {"port", port}}}};
+    return geometryOf(
+        64, 48,
+        {{"save", Struct{{"name", file}}}, {"sender", Struct{{"host", "127.0.0.1"}, {"port", port}}}});
 }
 
 TEST(CPUSender, SendsWhatARecorderWrites)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     Receiver receiver;
     {
         Chain chain({"sender", "filesaver"});
         chain.init(initFor(receiver.port(), dir / "run.rec"));
         for (int i = 0; i < 5; ++i) {
-            const Array frame = frameOf(i);
+            const Array frame = countingFrame(64, 48, i);
             chain.process(&frame, {{"number", i}});
         }
         varitype own = Struct{{"eventType", 2000}, {"text", "own"}};
@@ -91,12 +65,12 @@ TEST(CPUSender, SendsWhatARecorderWrites)
         EXPECT_NE(printed([&] { chain.flush(); }).find("sender::flush:: time = "), std::string::npos);
         EXPECT_EQ(chain.arrived.size(), 8U);
     }
-    EXPECT_EQ(text(receiver.bytes()), test::readFile(dir / "run.rec"));
+    EXPECT_EQ(text(receiver.bytes()), readFile(dir / "run.rec"));
 }
 
 TEST(CPUSender, SendsTheInitRecordAsItCameWhenTheFormatIsUnknown)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     Receiver receiver;
     {
         Chain chain({"sender"});
@@ -124,12 +98,12 @@ TEST(CPUSender, WithoutAReceiverTheRunGoesOn)
     const std::string retry = "result = -1\nConnect Error ,retry\n";
     EXPECT_NE(out.find(" 127.0.0.1\n" + retry + retry + retry + "Connect Error \n"), std::string::npos)
         << out;
-    const Array frame = frameOf(1);
+    const Array frame = countingFrame(64, 48, 1);
     chain.process(&frame);
     chain.flush();
     EXPECT_EQ(chain.arrived.size(), 3U);
     ASSERT_EQ(chain.notices.size(), 3U);
-    for (const test::KeptNotice& each : chain.notices) {
+    for (const KeptNotice& each : chain.notices) {
         EXPECT_EQ(each.trouble, Trouble::RecordNotSent);
         EXPECT_EQ(each.file, "127.0.0.1:" + std::to_string(port));
         EXPECT_NE(each.reason, "");
@@ -152,7 +126,7 @@ TEST(CPUSender, ReceiverThatGoesAwayIsAWriteErrorOfEveryLaterEvent)
     std::thread peer([&] { listener.accept(10000).reset(); });  // accepts and closes
     chain.init(initFor(listener.port(), ""));
     peer.join();
-    const Array frame = frameOf(1);
+    const Array frame = countingFrame(64, 48, 1);
     std::string error;
     for (int i = 0; i < 1000 && error.empty(); ++i) error = thrownText([&] { chain.process(&frame); });
     EXPECT_EQ(error, "write error");
@@ -163,7 +137,7 @@ TEST(CPUSender, ReceiverThatGoesAwayIsAWriteErrorOfEveryLaterEvent)
 
 TEST(CPUSender, SlowReceiverLosesNothing)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     Listener listener(0, "127.0.0.1");
     std::size_t got = 0;
     std::thread slow([&] {
@@ -181,7 +155,7 @@ TEST(CPUSender, SlowReceiverLosesNothing)
         chain.flush();
     }
     slow.join();
-    EXPECT_EQ(got, test::readFile(dir / "run.rec").size());
+    EXPECT_EQ(got, readFile(dir / "run.rec").size());
 }
 
 TEST(USock, ReaderTakesRecordsHoweverTheyArrive)
@@ -189,7 +163,7 @@ TEST(USock, ReaderTakesRecordsHoweverTheyArrive)
     BIOmem sent;
     for (int i = 0; i < 3; ++i) {
         writeRecord(sent, everyKind());
-        writeRecord(sent, Struct{{"data", frameOf(i)}});
+        writeRecord(sent, Struct{{"data", countingFrame(64, 48, i)}});
     }
     for (const std::size_t most : {std::size_t{1}, std::size_t{7}, std::size_t{4096}, std::size_t{1} << 20}) {
         Listener listener(0, "127.0.0.1");
@@ -206,7 +180,7 @@ TEST(USock, ReaderTakesRecordsHoweverTheyArrive)
         const auto socket = listener.accept(10000);
         for (int i = 0; i < 3; ++i) {
             EXPECT_TRUE(readRecord(*socket).equals(everyKind()));
-            EXPECT_TRUE(readRecord(*socket).equals(Struct{{"data", frameOf(i)}}));
+            EXPECT_TRUE(readRecord(*socket).equals(Struct{{"data", countingFrame(64, 48, i)}}));
         }
         std::string error;
         EXPECT_EQ(printed([&] { error = thrownText([&] { readRecord(*socket); }); }), "-1s\n");

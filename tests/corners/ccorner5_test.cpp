@@ -1,23 +1,17 @@
-#include <gtest/gtest.h>
+// Step ccorner5, which works on pairs of frames, and features as record entries.
 
 #ifdef __linux__
 #include <pthread.h>
 #endif
 
 #include "corners/feature_record.h"
-#include "support/chain.h"
-#include "support/frames16.h"
 #include "support/images.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
 using namespace corners;
-
-using test::Chain;
-using test::geometryOf;
-using test::printed;
-using test::thrownText;
 
 Struct settings(Struct corner = {})
 {
@@ -26,7 +20,7 @@ Struct settings(Struct corner = {})
 
 Array photo(const char* name)
 {
-    return test::offsetFrame(test::greyOf(test::examplePhoto(name)), 640);
+    return offsetFrame(greyOf(examplePhoto(name)), 640);
 }
 
 TEST(CpuCorners5, framesInPairsInOrderAndALoneOneAtFlush)
@@ -129,7 +123,7 @@ TEST(CpuCorners5, pairWithoutASecondThread)
 // In every mode; none where the largest that counts, of 1024 pixels, has no room.
 TEST(CpuCorners5, regionsAreCounted)
 {
-    const std::vector<std::uint8_t> photo = test::greyOf(test::examplePhoto("img0000.jpg"));
+    const std::vector<std::uint8_t> photo = greyOf(examplePhoto("img0000.jpg"));
     for (const auto& [width, height] : {std::pair{640, 480}, {31, 33}}) {
         std::vector<std::uint8_t> cut;
         for (int y = 0; y < height; ++y)
@@ -137,7 +131,7 @@ TEST(CpuCorners5, regionsAreCounted)
                 cut.push_back(photo[std::size_t(640 * (y + (480 - height) / 2) + x + (640 - width) / 2)]);
         Chain chain({"ccorner5"});
         chain.init(geometryOf(width, height, {{"cpu_base", 0}, {"corner", Struct{{"threshold", 1}}}}));
-        const Array frame = test::offsetFrame(cut, std::uint32_t(width));
+        const Array frame = offsetFrame(cut, std::uint32_t(width));
         std::string thrown;
         const std::string text =
             printed([&] { thrown = thrownText([&] { chain.process(&frame), chain.flush(); }); });
@@ -152,7 +146,7 @@ TEST(CpuCorners5, errorsOfAThreadReachTheHost)
     Chain chain({"ccorner5"});
     chain.init(settings());
     const Array good = photo("img0000.jpg");
-    const Array flat = test::offsetFrame(std::vector<std::uint8_t>(640 * 480, 70), 640);
+    const Array flat = offsetFrame(std::vector<std::uint8_t>(640 * 480, 70), 640);
     std::string thrown;
     const std::string text = printed([&] {
         chain.process(&good);

@@ -1,13 +1,9 @@
+// Corner response, features and descriptors: definitions, vector code, repeatability on warped photographs.
 #include "corners/corners.h"
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <random>
 
 #include "grey/grey_filters.h"
 #include "support/images.h"
-#include "support/targets.h"
+#include "support/test.h"
 #include "support/warp.h"
 
 namespace scansteps {
@@ -35,7 +31,7 @@ TEST(GreyFilters, vectorEqualsScalar)
         grey::scalar::binomial5(image.view(), expected[0]);
         grey::scalar::halve(image.view(), expected[1]);
         grey::scalar::twoThirds(image.view(), expected[2]);
-        test::forEachTarget([&, width = width] {
+        forEachTarget([&, width = width] {
             binomial5(image.view(), out[0]);
             halve(image.view(), out[1]);
             twoThirds(image.view(), out[2]);
@@ -78,7 +74,7 @@ TEST(CornerResponse, vectorEqualsScalar)
                 corners::scalar::cornerResponse(image.view(), settings, expected);
                 std::vector<Peak> expectedPeaks, peaks;
                 corners::scalar::findPeaks(expected, width, height, 2, 10, expectedPeaks);
-                test::forEachTarget([&, width = width, height = height] {
+                forEachTarget([&, width = width, height = height] {
                     cornerResponse(image.view(), settings, out);
                     EXPECT_EQ(out, expected) << width << " " << window;
                     findPeaks(out, width, height, 2, 10, peaks);
@@ -149,8 +145,8 @@ TEST(Corners, movesWithTheImageByFractionsOfAPixel)
 
 TEST(Corners, bucketsAndOrder)
 {
-    const test::Image photo = test::examplePhoto("img0003.jpg");
-    const std::vector<std::uint8_t> grey = test::greyOf(photo);
+    const test::Image photo = examplePhoto("img0003.jpg");
+    const std::vector<std::uint8_t> grey = greyOf(photo);
     const GreyView view{grey.data(), photo.width, photo.height, photo.width};
     CornerDetector detector;
     CornerSettings settings;
@@ -191,7 +187,7 @@ TEST(Corners, orientationTurnsWithTheImage)
 // On warped views of photographs most of the strongest features come again, and the descriptors find them.
 TEST(Corners, repeatAndMatchOnWarpedPhotographs)
 {
-    const test::WarpSource source(test::examplePhoto("photo_coffee.jpg"));
+    const test::WarpSource source(examplePhoto("photo_coffee.jpg"));
     const test::WarpedPair pair = source.pair(1, test::WarpRange{});
     CornerDetector detector;
     const auto a = detector.detect({pair.first.data(), 640, 480, 640}, {});

@@ -1,14 +1,9 @@
+// The filter for features with similar neighbours, and step cneig.
 #include "corners/neighbour_filter.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <random>
-
 #include "corners/feature_record.h"
-#include "support/chain.h"
-#include "support/frames16.h"
 #include "support/images.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -41,13 +36,13 @@ TEST(NeighbourFilter, equalsASearchOverAllPairs)
     EXPECT_TRUE(withLikeNeighbours({}, {}).empty());
 }
 
-TEST(NeigFilter, behindTheCornerDetector)
+TEST(NeigFilter, afterTheCornerDetector)
 {
-    const Array frame = test::offsetFrame(test::greyOf(test::examplePhoto("img0000.jpg")), 640);
+    const Array frame = offsetFrame(greyOf(examplePhoto("img0000.jpg")), 640);
     const auto run = [&](const std::vector<std::string>& kinds) {
-        test::Chain chain(kinds);
-        chain.init(test::geometryOf(640, 480, {{"cpu_base", 0}, {"neig", Struct{{"distance", 80}}}}));
-        test::printed([&] { chain.process(&frame), chain.flush(); });
+        Chain chain(kinds);
+        chain.init(geometryOf(640, 480, {{"cpu_base", 0}, {"neig", Struct{{"distance", 80}}}}));
+        printed([&] { chain.process(&frame), chain.flush(); });
         return chain.arrived.at(1).record;
     };
     const varitype record = run({"ccorner5", "cneig"});
@@ -60,9 +55,9 @@ TEST(NeigFilter, behindTheCornerDetector)
     for (std::size_t i = 0; i < after.size(); ++i)
         EXPECT_EQ(before[std::size_t(numbers[i])].bits, after[i].bits);
     EXPECT_EQ(record["vert"].as<Array>().dim(1), after.size());
-    test::Chain alone({"cneig"});
-    alone.init(test::geometryOf(640, 480));
-    EXPECT_EQ(test::thrownText([&] { alone.process(); }), "[vertAttr] not found");
+    Chain alone({"cneig"});
+    alone.init(geometryOf(640, 480));
+    EXPECT_EQ(thrownText([&] { alone.process(); }), "[vertAttr] not found");
 }
 
 }  // namespace

@@ -1,28 +1,15 @@
 // Filters and detector: documented values, and the vector code against the reference, bit for bit.
 #include "edges/canny.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "edges/canny_frame16.h"
 #include "support/images.h"
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
 using namespace edges;
 using namespace grey;
-
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 FloatPlane planeOf(std::uint32_t width, std::uint32_t height, const std::function<float(int, int)>& value)
 {
@@ -40,8 +27,8 @@ FloatPlane copyOf(const FloatPlane& plane)
 // The middle of a photograph.
 FloatPlane photo(const std::string& name)
 {
-    const test::Image image = test::examplePhoto(name);
-    const auto grey = test::greyOf(image);
+    const test::Image image = examplePhoto(name);
+    const auto grey = greyOf(image);
     return planeOf(330, 260,
                    [&](int x, int y) { return grey[std::size_t((y + 70) * image.width + x + 130)]; });
 }
@@ -67,16 +54,6 @@ std::size_t edgesIn(const FloatPlane& plane)
     return count;
 }
 
-std::string textOf(const std::function<void()>& call)
-{
-    try {
-        call();
-    } catch (const char* text) {
-        return text;
-    }
-    return "no error";
-}
-
 TEST(SobelKernels, knownOnes)
 {
     std::vector<float> kx, ky;
@@ -100,16 +77,16 @@ TEST(SobelKernels, badOnes)
 {
     std::vector<float> kx, ky;
     for (const int size : {33, 2, 0, -2})
-        EXPECT_EQ(textOf([&] { getSobelKernels(kx, ky, 1, 0, size); }),
+        EXPECT_EQ(thrownText([&] { getSobelKernels(kx, ky, 1, 0, size); }),
                   "The kernel size must be odd and not larger than 31");
     for (const auto& [dx, dy] : {std::pair{0, 0}, {-1, 2}, {2, -1}}) {
-        const std::string text = textOf([&, x = dx, y = dy] { getSobelKernels(kx, ky, x, y, 3); });
+        const std::string text = thrownText([&, x = dx, y = dy] { getSobelKernels(kx, ky, x, y, 3); });
         EXPECT_THAT(text, HasSubstr("dx >= 0 && dy >= 0 && dx+dy > 0"));
         EXPECT_THAT(text, HasSubstr("mcanny"));
         EXPECT_THAT(text, HasSubstr(", line "));
     }
-    EXPECT_THAT(textOf([&] { getSobelKernels(kx, ky, 3, 0, 3); }), HasSubstr("ksize > order"));
-    EXPECT_THAT(textOf([&] { getSobelKernels(kx, ky, 1, 0, -1); }), HasSubstr("ksize > order"));
+    EXPECT_THAT(thrownText([&] { getSobelKernels(kx, ky, 3, 0, 3); }), HasSubstr("ksize > order"));
+    EXPECT_THAT(thrownText([&] { getSobelKernels(kx, ky, 1, 0, -1); }), HasSubstr("ksize > order"));
 }
 
 TEST(Filters, sobelOfARamp)
@@ -181,7 +158,7 @@ TEST(Filters, vectorEqualsScalar)
             const auto &kx = kernels[k], &ky = kernels[random() % kernels.size()];
             FloatPlane expected;
             edges::scalar::sepFilter(src, expected, kx, ky);
-            test::forEachTarget([&] {
+            forEachTarget([&] {
                 FloatPlane out = copyOf(src);
                 sepFilter(out, out, kx, ky);  // in place, the harder case
                 expectSame(out, expected, "kernel " + std::to_string(k));
@@ -200,7 +177,7 @@ TEST(Filters, vectorEqualsScalar)
         for (const int size : {1, 2, 3, 4, 5, 6, 7, 9, 40}) {
             FloatPlane expected = copyOf(src);
             edges::scalar::lowPass(expected, size);
-            test::forEachTarget([&] {
+            forEachTarget([&] {
                 FloatPlane out = copyOf(src);
                 lowPass(out, size);
                 expectSame(out, expected, "box " + std::to_string(size));
@@ -217,7 +194,7 @@ TEST(Canny, documentedBehaviour)
     FloatPlane step = planeOf(40, 30, [](int x, int) { return x < 20 ? 0.0F : 300.0F; });
     FloatPlane edges;
     for (const int aperture : {1, 2, 4, 9, -3, 0})
-        EXPECT_EQ(textOf([&] { Canny(step, edges, 1, 2, aperture); }), "aperture_size wrong");
+        EXPECT_EQ(thrownText([&] { Canny(step, edges, 1, 2, aperture); }), "aperture_size wrong");
     // |dx| is 1200 in columns 19 and 20; only the left one is greater than what lies before it.
     Canny(step, edges, 400, 900, 3);
     for (int y = 0; y < 30; ++y)
@@ -269,7 +246,7 @@ void compareDetectors(const FloatPlane& plane, const std::vector<Setting>& setti
             const double scale = aperture == 3 ? 1 : aperture == 5 ? 12 : 160;
             FloatPlane expected;
             edges::scalar::Canny(plane, expected, s.low * scale, s.high * scale, aperture);
-            test::forEachTarget([&] {
+            forEachTarget([&] {
                 FloatPlane out;
                 Canny(plane, out, s.low * scale, s.high * scale, aperture, work);
                 expectSame(out, expected, what + ", aperture " + std::to_string(aperture));
@@ -364,8 +341,8 @@ TEST(Canny, aLongSnakeIsFollowed)
 TEST(CannyFrame16, equalsItsPartsAndTheScalarChain)
 {
     std::mt19937 random(4);
-    const test::Image image = test::examplePhoto("photo_coffee.jpg");
-    const auto grey = test::greyOf(image);
+    const test::Image image = examplePhoto("photo_coffee.jpg");
+    const auto grey = greyOf(image);
     CannyWorkspace work;
     for (const auto& [width, height] :
          {std::pair{200, 150}, {61, 40}, {1, 9}, {130, 1}, {1303, 17}, {0, 5}, {5, 0}}) {
@@ -385,7 +362,7 @@ TEST(CannyFrame16, equalsItsPartsAndTheScalarChain)
                                                                      double high) {
                     auto expected = in;
                     edges::scalar::cannyFrame16(expected, width, height, coding, passes, low, high, aperture);
-                    test::forEachTarget([&] {
+                    forEachTarget([&] {
                         auto out = in;
                         cannyFrame16(out, width, height, coding, passes, low, high, aperture, work);
                         ASSERT_EQ(out, expected) << width << " x " << height << ", " << passes << " passes";
@@ -399,7 +376,7 @@ TEST(CannyFrame16, equalsItsPartsAndTheScalarChain)
     }
     std::vector<std::uint16_t> small(11);
     EXPECT_THROW(cannyFrame16(small, 4, 3, SampleCoding::Yuyv16, 0, 1, 2, 3, work), const char*);
-    EXPECT_EQ(textOf([&] { cannyFrame16(small, 3, 3, SampleCoding::Yuyv16, 0, 1, 2, 4, work); }),
+    EXPECT_EQ(thrownText([&] { cannyFrame16(small, 3, 3, SampleCoding::Yuyv16, 0, 1, 2, 4, work); }),
               "aperture_size wrong");
 }
 
@@ -407,7 +384,7 @@ TEST(CannyFrame16, conversions)
 {
     std::vector<std::uint16_t> samples(65536);
     for (unsigned k = 0; k < 65536; ++k) samples[k] = static_cast<std::uint16_t>(k);
-    test::forEachTarget([&] {
+    forEachTarget([&] {
         FloatPlane plane;
         frame16ToPlane(samples, plane, 241, 271, SampleCoding::Offset16);
         for (int k = 0; k < 241 * 271; ++k) ASSERT_EQ(plane.row(k / 241)[k % 241], float(k - 32768));

@@ -1,19 +1,13 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <set>
+// Step ccanny in a chain: defaults, thresholds, and errors.
 
 #include "edges/canny.h"
-#include "support/chain.h"
+
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
 using namespace edges;
-
-using test::Chain;
-using test::printed;
-using test::thrownText;
 
 // A bright square on a dark ground, offset 16-bit or luma in the low byte.
 Array squareFrame(std::uint16_t dark, std::uint16_t bright)
@@ -34,10 +28,7 @@ std::set<int> valuesIn(const Array& frame)
 
 Struct geometry(Struct more = {})
 {
-    more.set("dataX", 48);
-    more.set("dataY", 40);
-    more.set("dataFormat", "CPU::u_1x16");
-    return more;
+    return geometryOf(48, 40, std::move(more));
 }
 
 TEST(CpuCanny, defaultsPrintingAndTheEdgeFrame)

@@ -1,22 +1,14 @@
+// Pixel chains, polylines, enclosed regions and sub-pixel edges, and the steps ccanny2a, ccanny2b and
+// ccanny2c.
 #include "edges/polyline.h"
 
 #include <fmt/format.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <map>
-#include <random>
-#include <set>
-#include <string>
 
 #include "edges/canny.h"
 #include "edges/edge_regions.h"
 #include "edges/subpixel_edges.h"
-#include "support/chain.h"
-#include "support/frames16.h"
 #include "support/images.h"
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -256,7 +248,7 @@ TEST(SubpixelEdges, everyTargetAsThePlainForm)
                     Subpixel expected, got;
                     edges::scalar::subpixelEdges(image, low, 3 * low, aperture, expected.planes,
                                                  expected.edges, expected.positions);
-                    test::forEachTarget([&] {
+                    forEachTarget([&] {
                         subpixelEdges(image, low, 3 * low, aperture, got.planes, got.edges, got.positions);
                         const auto a = got.found(), b = expected.found();
                         ASSERT_EQ(a.size(), b.size()) << image.width() << " " << aperture << " " << low;
@@ -268,13 +260,13 @@ TEST(SubpixelEdges, everyTargetAsThePlainForm)
 
 TEST(TracingSteps, onAPhotograph)
 {
-    const Array frame = test::offsetFrame(test::greyOf(test::examplePhoto("img0000.jpg")), 640);
+    const Array frame = offsetFrame(greyOf(examplePhoto("img0000.jpg")), 640);
     for (const char* kind : {"ccanny2a", "ccanny2b", "ccanny2c"}) {
-        test::Chain chain({kind});
-        chain.init(test::geometryOf(
-            640, 480, {{"OCV", Struct{{"lp0", 1}, {"clear", 1}, {"trl", 60.0F}, {"trh", 160.0F}}}}));
+        Chain chain({kind});
+        chain.init(geometryOf(640, 480,
+                              {{"OCV", Struct{{"lp0", 1}, {"clear", 1}, {"trl", 60.0F}, {"trh", 160.0F}}}}));
         chain.arrived.clear();
-        const std::string text = test::printed([&] { chain.process(&frame); });
+        const std::string text = printed([&] { chain.process(&frame); });
         const auto& arrived = chain.arrived.at(0);
         const auto samples = arrived.frame->elements<std::uint16_t>();
         const auto edges = std::ranges::count(samples, 33023);
@@ -309,7 +301,7 @@ TEST(TracingSteps, onAPhotograph)
             EXPECT_EQ(std::ranges::count(samples.first(1280), 33023), 0);
             EXPECT_EQ(std::ranges::count(samples.last(1280), 33023), 0);
         }
-        EXPECT_EQ(test::thrownText([&] {
+        EXPECT_EQ(thrownText([&] {
                       chain.process(&frame, {{"fvertsArray", 1}});
                   }),
                   "[fvertsArray] already found");
@@ -320,10 +312,10 @@ TEST(TracingSteps, tinyFrames)
 {
     for (const char* kind : {"ccanny2a", "ccanny2b", "ccanny2c"})
         for (const int size : {0, 1, 3}) {
-            test::Chain chain({kind});
-            chain.init(test::geometryOf(size, size, {{"OCV", Struct{{"trl", 0.0F}, {"trh", 0.0F}}}}));
+            Chain chain({kind});
+            chain.init(geometryOf(size, size, {{"OCV", Struct{{"trl", 0.0F}, {"trh", 0.0F}}}}));
             const Array frame(Kind::Ushort, std::uint32_t(size), std::uint32_t(size));
-            test::printed([&] { chain.process(&frame); });
+            printed([&] { chain.process(&frame); });
             EXPECT_EQ(chain.arrived.size(), 2U);
         }
 }

@@ -140,14 +140,14 @@ bool fails(int index, long descriptor)
     }
     if (index != wantedCall || inLibrary != wantedInLibrary) return false;
     if (number < wantedNumber || (number > wantedNumber && !wantedOnward)) return false;
-    // A full disk leaves the program its voice.
+    // A full disk must not silence the messages of the program.
     if (number > wantedNumber && kCalls[index].transfer != Transfer::None && descriptor <= 2) return false;
     if (!done.exchange(true)) log(index, descriptor, true);
     return true;
 }
 
 // The loader allocates a thread's copy of a library's variables when they are first used, and ends the
-// process when it cannot: nothing that a program could do about it.
+// process when it cannot: a program cannot prevent that.
 bool isLoader(const void* caller)
 {
     static const std::uintptr_t begin = getauxval(AT_BASE);
@@ -328,13 +328,13 @@ VISIBLE void* dlopen(const char* name, int flags) noexcept
 }
 VISIBLE int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found)
 {
-    const InLibrary inside(true);  // glibc's ends the process where it gets no memory
+    const InLibrary inside(true);  // glibc ends the process when it gets no memory here
     return next<decltype(&getaddrinfo)>("getaddrinfo")(node, service, hints, found);
 }
 VISIBLE int getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostLength,
                         char* service, socklen_t serviceLength, int flags)
 {
-    const InLibrary inside(true);  // glibc's ends the process where it gets no memory
+    const InLibrary inside(true);  // glibc ends the process when it gets no memory here
     return next<decltype(&getnameinfo)>("getnameinfo")(address, length, host, hostLength, service,
                                                        serviceLength, flags);
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Fails every allocation, thread start and system call of real runs in turn, and checks what the program makes of it.
+"""Fails every allocation, thread start and system call of real runs in turn, and checks how the program reacts.
 
 usage: run_faults.py BIN [--seconds S] [--jobs N] [--only PIPELINE[:CALL]] [--list FILE]
 
@@ -71,7 +71,7 @@ Result = collections.namedtuple("Result", "code out err files hung call")
 
 
 class Peer:
-    """Stands in for the other end: takes what a sender sends, or sends a recording to a receiver."""
+    """The other end of a connection: takes what a sender sends, or sends a recording to a receiver."""
 
     def __init__(self, recording):
         self.recording, self.received = recording, b""
@@ -198,7 +198,7 @@ def differs(name, file, data, whole):
             got.pop()
         elif cut and not whole.startswith(data):
             return "ends in bytes that are of no record"
-        rest = iter(wanted)  # a frame may be missing where a step behind goes on after the error
+        rest = iter(wanted)  # a frame may be missing where a later step goes on after the error
         if len(got) > 1 and not all(record in rest for record in got) and name != "corners":  # of pairs one may be alone
             return "records that the clean run has not"
     elif file.endswith(".raw"):
@@ -239,7 +239,7 @@ def faults_of(name, how, clean, result, old, strict):
         if strict or PIPELINES[name][0] != "run":
             found.append("different output and exit code 0")
         elif not speechless and err == clean.err:
-            found.append("different output without a word")
+            found.append("different output without a message")
     for file, data in result.files.items():
         if file not in clean.files:
             found.append(f"left {file}")

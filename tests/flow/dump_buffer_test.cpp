@@ -1,18 +1,9 @@
 // Rows dumped to a file, and frames held back until there is a burst of them.
-#include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
-#include "support/chain.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::Chain;
-using test::printed;
-using test::thrownText;
 
 Array filled(std::uint32_t rowLength, std::uint32_t rows, int value)
 {
@@ -23,16 +14,12 @@ Array filled(std::uint32_t rowLength, std::uint32_t rows, int value)
 
 Struct dumpTo(const std::string& path, int row)
 {
-    return {{"dataX", 4},
-            {"dataY", 3},
-            {"dataFormat", "CPU::u_1x16"},
-            {"numberOfViews", 2},
-            {"dump", Struct{{"name", path}, {"row", row}}}};
+    return geometryOf(4, 3, {{"numberOfViews", 2}, {"dump", Struct{{"name", path}, {"row", row}}}});
 }
 
 TEST(CPUDump, AppendsARowAFrame)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     Chain chain({"cdump"});
     const std::string out = printed([&] { chain.init(dumpTo(dir / "rows.raw", 1)); });
     EXPECT_EQ(out,
@@ -47,13 +34,13 @@ TEST(CPUDump, AppendsARowAFrame)
         EXPECT_TRUE(varitype(*chain.arrived.back().frame).equals(frame));
     }
     chain.flush();
-    EXPECT_EQ(test::readFile(dir / "rows.raw"), expected);
+    EXPECT_EQ(readFile(dir / "rows.raw"), expected);
     EXPECT_EQ(chain.arrived.back().eventType, 1003);
 }
 
 TEST(CPUDump, ReportsFramesAndFilesThatFail)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     Chain chain({"cdump"});
     EXPECT_EQ(thrownText([&] { chain.init(dumpTo(dir / "no/folder", 1)); }), "write error");
     chain.init(dumpTo(dir / "rows.raw", 2));
@@ -74,7 +61,7 @@ TEST(CPUDump, ReportsFramesAndFilesThatFail)
 
 Struct bufferOf(int size)
 {
-    return {{"dataX", 4}, {"dataY", 3}, {"dataFormat", "CPU::u_1x16"}, {"Buff", Struct{{"Size", size}}}};
+    return geometryOf(4, 3, {{"Buff", Struct{{"Size", size}}}});
 }
 
 std::vector<int> numbersOf(const Chain& chain)

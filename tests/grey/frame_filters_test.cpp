@@ -1,10 +1,5 @@
+// Filters of whole frames, and the steps c3f, cedge, cdeva and csegment on a photograph.
 #include <fmt/format.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <random>
 
 #include "edges/gradient_frame.h"
 #include "edges/gradient_length.h"
@@ -12,10 +7,8 @@
 #include "grey/grey_from_frame.h"
 #include "grey/local_deviation.h"
 #include "regions/mser.h"
-#include "support/chain.h"
-#include "support/frames16.h"
 #include "support/images.h"
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -23,10 +16,6 @@ namespace {
 using namespace edges;
 using namespace grey;
 using namespace regions;
-
-using test::Chain;
-using test::geometryOf;
-using test::printed;
 
 TEST(LocalDeviation, equalsItsDefinition)
 {
@@ -66,7 +55,7 @@ TEST(BoxMean, vectorEqualsScalar)
         image.reshape(width, 11);
         for (auto& v : image.samples) v = std::uint8_t(random() % 3 ? random() : 255);
         grey::scalar::boxMean(image.view(), 3, expected);
-        test::forEachTarget([&] {
+        forEachTarget([&] {
             GreyImage out;
             boxMean(image.view(), 3, out);
             EXPECT_EQ(out.samples, expected.samples) << width;
@@ -84,7 +73,7 @@ TEST(LocalDeviation, vectorEqualsScalar)
                 for (auto& v : frame) v = std::uint16_t(random());
                 std::vector<std::uint16_t> expected = frame;
                 grey::scalar::localDeviation(expected, width, height, coding, 5, gain);
-                test::forEachTarget([&, width = width, height = height] {
+                forEachTarget([&, width = width, height = height] {
                     std::vector<std::uint16_t> out = frame;
                     localDeviation(out, width, height, coding, 5, gain);
                     EXPECT_EQ(out, expected) << width << " " << gain;
@@ -106,7 +95,7 @@ TEST(GradientLength, vectorEqualsScalar)
         for (const std::size_t count : {std::size_t{0}, std::size_t{7}, dx.size()}) {
             std::vector<float> expected(count), out(count);
             edges::scalar::gradientLengths({dx.data(), count}, {dy.data(), count}, 0.7F, most, expected);
-            test::forEachTarget([&] {
+            forEachTarget([&] {
                 gradientLengths({dx.data(), count}, {dy.data(), count}, 0.7F, most, out);
                 EXPECT_EQ(out, expected) << most;
             });
@@ -172,8 +161,8 @@ TEST(FrameBytes, samplesAreLimitedOrStretched)
 
 TEST(FilterSteps, onAPhotograph)
 {
-    const std::vector<std::uint8_t> grey = test::greyOf(test::examplePhoto("img0000.jpg"));
-    const Array frame = test::videoFrame(grey, 640);
+    const std::vector<std::uint8_t> grey = greyOf(examplePhoto("img0000.jpg"));
+    const Array frame = videoFrame(grey, 640);
     for (const char* kind : {"c3f", "cedge", "cdeva"}) {
         // What a later step reports reaches the host's own record.
         EXPECT_EQ(Chain({kind, "cf2u"}).init(geometryOf(640, 480)), event::kMismatch) << kind;
@@ -196,9 +185,9 @@ TEST(FilterSteps, onAPhotograph)
 
 TEST(Segment, tableAndLabelsOfAPhotograph)
 {
-    const std::vector<std::uint8_t> grey = test::greyOf(test::examplePhoto("photo_rocket.jpg"));
+    const std::vector<std::uint8_t> grey = greyOf(examplePhoto("photo_rocket.jpg"));
     const int height = int(grey.size() / 640);
-    const Array frame = test::offsetFrame(grey, 640);
+    const Array frame = offsetFrame(grey, 640);
     for (const int bright : {0, 1}) {
         Chain chain({"csegment"});
         chain.init(geometryOf(640, height, {{"segment", Struct{{"labels", 1}, {"bright", bright}}}}));

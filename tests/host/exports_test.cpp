@@ -1,11 +1,8 @@
 // The library exports set_handles and three functions a kind, and nothing else.
-#include <gtest/gtest.h>
-
-#include <set>
-#include <sstream>
 
 #include "scansteps/steps.h"
 #include "support/process.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -14,18 +11,17 @@ namespace {
 #ifndef _WIN32
 TEST(Exports, symbolTableOfTheLibraryIsTheTableOfKinds)
 {
-    const test::TempDir folder;
+    const TempDir folder;
     const std::string list = (folder / "symbols");
     const std::string line =
         "nm -D --defined-only \"" SCANSTEPS_BIN_DIR "/libscansteps.so\" >\"" + list + "\"";
     ASSERT_EQ(std::system(line.c_str()), 0);
     std::set<std::string> exported, expected = {"set_handles"};
-    std::istringstream symbols(test::readFile(list));
+    std::istringstream symbols(readFile(list));
     for (std::string address, type, name; symbols >> address >> type >> name;) exported.insert(name);
-    for (const StepInfo& kind : stepTable())
+    for (const StepInfo& step : stepTable())
         for (const char* prefix : {"create_", "getTypeIn", "getTypeOut"})
-            expected.insert(prefix + std::string(kind.kind));
-    EXPECT_EQ(expected.size(), 127U);
+            expected.insert(prefix + std::string(step.kind));
     EXPECT_EQ(exported, expected);
 }
 #endif

@@ -1,17 +1,13 @@
 // `inspect --model` over the example recordings and over broken ones.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
 #include "scansteps/stream.h"
 #include "support/process.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::runProgram;
-using testing::HasSubstr;
 
 constexpr const char* kModels = SCANSTEPS_SOURCE_DIR "/examples/models/";
 
@@ -39,7 +35,7 @@ TEST(InspectModel, brokenModelsAreDescribedAsFarAsTheyGo)
                                                  {"Indices", indices},
                                                  {"Views", Array(Kind::Int, 2, 2)}}},
                                  {"images", StructArray{Struct{{"handle", 4}}}}}};
-    const test::TempDir dir;
+    const TempDir dir;
     {
         BIOfs file(dir / "broken.rec", BIOfs::Mode::Write);
         writeRecord(file, record);

@@ -1,27 +1,17 @@
-// Recorded models to files, as a user makes them, and what readers of other makers find in the files.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <iostream>
-#include <string>
+// Recorded models to files, as a user makes them, and what third-party readers find in the files.
 
 #include "support/process.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::runProgram;
-using test::TempDir;
-using testing::HasSubstr;
 
 const std::string kExamples = SCANSTEPS_SOURCE_DIR "/examples/";
 
 TEST(Models, examplePipelineWritesAllFourFormats)
 {
     const TempDir folder;
-    std::string pipeline = test::readFile(kExamples + "models.json");
+    std::string pipeline = readFile(kExamples + "models.json");
     const auto replaceAll = [&](const std::string& from, const std::string& to) {
         for (std::size_t at = 0; (at = pipeline.find(from, at)) != std::string::npos; at += to.size())
             pipeline.replace(at, from.size(), to);
@@ -32,10 +22,10 @@ TEST(Models, examplePipelineWritesAllFourFormats)
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_THAT(result.out,
                 HasSubstr("             50 sizeof(STLEntry)\n           1664 imax\n              0 imin\n"));
-    EXPECT_THAT(test::readFile(folder / "knot.ply"), HasSubstr("element face 3024\n"));
+    EXPECT_THAT(readFile(folder / "knot.ply"), HasSubstr("element face 3024\n"));
     EXPECT_EQ(std::filesystem::file_size(folder / "knot.stl"), 84U + 3024 * 50);
-    EXPECT_THAT(test::readFile(folder / "knot.obj"), HasSubstr("usemtl Texture_1\n"));
-    EXPECT_THAT(test::readFile(folder / "knot.mtl"), HasSubstr("map_Kd knot_1.jpg\n"));
+    EXPECT_THAT(readFile(folder / "knot.obj"), HasSubstr("usemtl Texture_1\n"));
+    EXPECT_THAT(readFile(folder / "knot.mtl"), HasSubstr("map_Kd knot_1.jpg\n"));
     EXPECT_TRUE(std::filesystem::exists(folder / "knot_1.jpg"));
     EXPECT_TRUE(std::filesystem::exists(folder / "textured.flt"));
     EXPECT_TRUE(std::filesystem::exists(folder / "textured_1.jpg"));
@@ -54,9 +44,9 @@ TEST(Models, otherReadersFindTheMeshThatWentIn)
                              SCANSTEPS_BIN_DIR "/scansteps\" >\"" + log + "\" 2>&1";
     const int status = std::system(line.c_str());
     const int exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    if (exitCode == 77 || exitCode == 127) GTEST_SKIP() << "no reader installed: " << test::readFile(log);
-    EXPECT_EQ(exitCode, 0) << test::readFile(log);
-    std::cout << test::readFile(log);
+    if (exitCode == 77 || exitCode == 127) GTEST_SKIP() << "no reader installed: " << readFile(log);
+    EXPECT_EQ(exitCode, 0) << readFile(log);
+    std::cout << readFile(log);
 }
 #endif
 

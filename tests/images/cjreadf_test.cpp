@@ -1,18 +1,10 @@
 // Step cjreadf: what its frames are, and that the other steps take them.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "images/image_file.h"
 #include "jpeg/pack_yuyv16.h"
-#include "support/chain.h"
 #include "support/images.h"
 #include "support/jpeg.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -20,26 +12,17 @@ namespace {
 using namespace images;
 using namespace jpeg;
 
-using ::testing::HasSubstr;
-using ::testing::SizeIs;
+const std::string kFirst = examplePath("img0000.jpg");
 
-const std::string kFirst = test::examplePath("img0000.jpg");
-
-void start(test::Chain& chain, Struct more = {})
+void start(Chain& chain, Struct more = {})
 {
     more.set("load", Struct{{"name", kFirst}, {"count", 1}});
     ASSERT_EQ(chain.init(std::move(more)), event::kInit);
 }
 
-std::vector<std::uint16_t> samplesOf(const Array& frame)
-{
-    const auto samples = frame.elements<std::uint16_t>();
-    return {samples.begin(), samples.end()};
-}
-
 std::vector<std::uint16_t> expectedSamples(const std::string& path)
 {
-    const std::string file = test::readFile(path);
+    const std::string file = readFile(path);
     const test::JpegPlanes planes = test::decodeJpegRaw({file.begin(), file.end()});
     std::vector<std::uint16_t> samples(planes[0].size());
     jpeg::scalar::packYuyv16(planes[0], planes[1], planes[2], samples, 640, 480);
@@ -48,7 +31,7 @@ std::vector<std::uint16_t> expectedSamples(const std::string& path)
 
 TEST(CjreadF, framesUnderTheHandleAndInTheRecord)
 {
-    test::Chain chain({"cjreadf"});
+    Chain chain({"cjreadf"});
     start(chain, {{"dataX", 7}, {"other", "kept"}});
     chain.process();
     chain.process();
@@ -62,7 +45,7 @@ TEST(CjreadF, framesUnderTheHandleAndInTheRecord)
     EXPECT_EQ(init["other"].as<std::string>(), "kept");
     for (std::size_t i : {1U, 2U}) {
         const varitype& record = chain.arrived[i].record;
-        const std::string path = test::examplePath("img000" + std::to_string(i - 1) + ".jpg");
+        const std::string path = examplePath("img000" + std::to_string(i - 1) + ".jpg");
         EXPECT_EQ(record["filename"].as<std::string>(), path);
         EXPECT_TRUE(chain.arrived[i].frame->hasShape(Kind::Ushort, 640, 480));
         EXPECT_EQ(samplesOf(*chain.arrived[i].frame), expectedSamples(path));
@@ -83,10 +66,10 @@ double difference(std::span<const std::uint8_t> a, std::span<const std::uint8_t>
 // levels; Cb taken for Cr would be dozens.
 TEST(CjreadF, coloursAreThoseOfCjread)
 {
-    test::Chain rgb({"cjread"});
-    test::Chain yuyv({"cjreadf", "crgb"});
-    const Struct load = {{"name", test::examplePath("photo_astronaut.jpg")}, {"one", 1}};
-    for (test::Chain* chain : {&rgb, &yuyv}) {
+    Chain rgb({"cjread"});
+    Chain yuyv({"cjreadf", "crgb"});
+    const Struct load = {{"name", examplePath("photo_astronaut.jpg")}, {"one", 1}};
+    for (Chain* chain : {&rgb, &yuyv}) {
         chain->init({{"load", load}});
         chain->process();
         ASSERT_THAT(chain->arrived, SizeIs(2));
@@ -109,14 +92,14 @@ TEST(CjreadF, coloursAreThoseOfCjread)
 
 TEST(CjreadF, edgesAndWrittenFiles)
 {
-    const test::TempDir dir;
-    test::Chain chain({"cjreadf", "cjwrite", "ccanny"});
+    const TempDir dir;
+    Chain chain({"cjreadf", "cjwrite", "ccanny"});
     start(chain, {{"cjwrite", Struct{{"name", dir / "out0.ppm"}}},
                   {"OCV", Struct{{"trh", 500.0F}, {"trl", 200.0F}}}});
-    test::printed([&] { chain.process(); });
+    printed([&] { chain.process(); });
     const auto written = loadImage(dir / "out0.ppm");
     ASSERT_TRUE(written);
-    EXPECT_LT(difference(written->bytes(), test::examplePhoto("img0000.jpg").rgb), 15);
+    EXPECT_LT(difference(written->bytes(), examplePhoto("img0000.jpg").rgb), 15);
     const std::vector<std::uint16_t> edges = samplesOf(*chain.arrived.back().frame);
     const auto set = std::ranges::count(edges, 33023);
     EXPECT_EQ(std::ranges::count(edges, 32768) + set, 640 * 480);
@@ -126,19 +109,19 @@ TEST(CjreadF, edgesAndWrittenFiles)
 // A recording has one form of a frame: cstrip leaves "data", d2h makes it a handle again.
 TEST(CjreadF, recordings)
 {
-    const test::TempDir dir;
-    test::Chain both({"cjreadf", "filesaver"});
+    const TempDir dir;
+    Chain both({"cjreadf", "filesaver"});
     start(both, {{"save", Struct{{"name", dir / "both"}}}});
-    EXPECT_EQ(test::thrownText([&] { both.process(); }), "[data] already found");
+    EXPECT_EQ(thrownText([&] { both.process(); }), "[data] already found");
     ASSERT_THAT(both.notices, SizeIs(1));
     EXPECT_THAT(both.notices[0].reason, HasSubstr("put cstrip before"));
 
     for (const char* between : {"cstrip", "d2h"}) {
-        test::Chain recorded({"cjreadf", between, "filesaver"});
+        Chain recorded({"cjreadf", between, "filesaver"});
         start(recorded, {{"save", Struct{{"name", dir / between}}}});
         recorded.process();
-        test::printed([&] { recorded.flush(); });
-        test::Chain replayed({"reads"});
+        printed([&] { recorded.flush(); });
+        Chain replayed({"reads"});
         replayed.init({{"load", Struct{{"name", dir / between}}}});
         replayed.process();
         ASSERT_THAT(replayed.arrived, SizeIs(2));
@@ -149,8 +132,8 @@ TEST(CjreadF, recordings)
 
 TEST(CjreadF, filesThatItCannotTakeEndTheStream)
 {
-    const test::TempDir dir;
-    const test::Image photo = test::cropped(test::examplePhoto("photo_coffee.jpg"), 64, 48);
+    const TempDir dir;
+    const test::Image photo = test::cropped(examplePhoto("photo_coffee.jpg"), 64, 48);
     const auto encoded = [&](const test::JpegOptions& options) {
         const std::vector<std::uint8_t> bytes = test::encodeJpeg(photo, options);
         return std::string(bytes.begin(), bytes.end());
@@ -172,8 +155,8 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
         {"picture.ppm", "Not a JPG file ?\nparse error!\n"},
     };
     for (const auto& row : table) {
-        test::Chain chain({"cjreadf"});
-        const std::string out = test::printed([&] {
+        Chain chain({"cjreadf"});
+        const std::string out = printed([&] {
             chain.init({{"load", Struct{{"name", dir / row.name}}}});
             EXPECT_EQ(chain.process(), event::kFlush);
         });
@@ -188,8 +171,8 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
     dir.write("s0.jpg", whole);
     dir.write("s1.jpg", whole.substr(0, whole.size() * 4 / 5));
     dir.write("s2.jpg", whole);
-    test::Chain chain({"cjreadf"});
-    const std::string out = test::printed([&] {
+    Chain chain({"cjreadf"});
+    const std::string out = printed([&] {
         chain.init({{"load", Struct{{"name", dir / "s0.jpg"}}}});
         for (int i = 0; i < 3; ++i) EXPECT_EQ(chain.process(), event::kProcess);
     });
@@ -206,11 +189,11 @@ TEST(CjreadF, filesThatItCannotTakeEndTheStream)
 // Files of other samplings and odd sizes become frames too.
 TEST(CjreadF, otherSamplings)
 {
-    const test::TempDir dir;
-    const test::Image photo = test::cropped(test::examplePhoto("photo_coffee.jpg"), 33, 17);
+    const TempDir dir;
+    const test::Image photo = test::cropped(examplePhoto("photo_coffee.jpg"), 33, 17);
     const std::vector<std::uint8_t> bytes = test::encodeJpeg(photo, {.horizontal = 1, .vertical = 1});
     dir.write("a.jpg", std::string(bytes.begin(), bytes.end()));
-    test::Chain chain({"cjreadf", "crgb"});
+    Chain chain({"cjreadf", "crgb"});
     chain.init({{"load", Struct{{"name", dir / "a.jpg"}}}});
     chain.process();
     ASSERT_THAT(chain.arrived, SizeIs(2));

@@ -1,18 +1,10 @@
 // Step cjwrite: frames of every kind through a chain, read back from the files.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "images/image_file.h"
 #include "pixels/grey_window.h"
 #include "pixels/yuyv.h"
-#include "support/chain.h"
 #include "support/images.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -20,14 +12,10 @@ namespace {
 using namespace images;
 using namespace pixels;
 
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::HasSubstr;
-
 struct CjwriteTest : testing::Test
 {
-    test::TempDir dir;
-    test::Chain chain{{"cjwrite"}};
+    TempDir dir;
+    Chain chain{{"cjwrite"}};
 
     int init(const std::string& name, int width, int height, Struct more = {})
     {
@@ -90,7 +78,7 @@ TEST_F(CjwriteTest, samplesThroughWindowAndLevel)
         init("w.ppm", 6, 1,
              {{"dataFormat", "CPU::u_1x16"},
               {"viewer", Struct{{"window", row.window}, {"level", row.level}}}});
-        EXPECT_EQ(test::printed([&] { processSamples(6, 1, samples); }),
+        EXPECT_EQ(printed([&] { processSamples(6, 1, samples); }),
                   dir / "w.ppm" + std::string(" filename.c_str()\n"));
         std::vector<std::uint8_t> threeTimes;
         for (const std::uint8_t grey : row.grey) threeTimes.insert(threeTimes.end(), 3, grey);
@@ -148,7 +136,7 @@ TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
     pixels::scalar::greyWindow(std::span(samples).first(6 * 41), grey, 256, 128);
     EXPECT_EQ(written("tall.ppm"), grey);
 
-    // The last pixel of an odd width has a colour of the row below, wherever the pieces end.
+    // The last pixel of an odd width has a colour of the row below, wherever a block of rows ends.
     samples.resize(5 * 41);
     for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<std::uint16_t>(i * 40503U);
     init("odd.ppm", 5, 41, {{"dataFormat", "CPU::u_1x16"}, {"VideoFormat", "YUYV16"}});
@@ -161,18 +149,18 @@ TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
 TEST_F(CjwriteTest, framesThatDoNotFitThrowBothSizes)
 {
     init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x8"}});
-    const std::string text = test::thrownText([&] { processRgb(2, 4, std::vector<std::uint8_t>(24)); });
+    const std::string text = thrownText([&] { processRgb(2, 4, std::vector<std::uint8_t>(24)); });
     EXPECT_THAT(text, HasSubstr("6 x 4"));
     EXPECT_THAT(text, HasSubstr("12 x 4"));
     init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x16"}});
-    EXPECT_THAT(test::thrownText([&] { processSamples(4, 3, {}); }), HasSubstr("too small"));
+    EXPECT_THAT(thrownText([&] { processSamples(4, 3, {}); }), HasSubstr("too small"));
     EXPECT_FALSE(std::filesystem::exists(dir / "a0.ppm"));
     processSamples(4, 4, {});  // and goes on with the next good one
     EXPECT_TRUE(std::filesystem::exists(dir / "a0.ppm"));
     // A size that was refused counts, not the one before it.
     init("b0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x8"}});
-    EXPECT_THAT(test::thrownText([&] { init("b0.ppm", 40000, 40000); }), HasSubstr("40000 x 40000"));
-    EXPECT_THAT(test::thrownText([&] { processRgb(4, 4, {}); }), HasSubstr("initialised for 120000 x 40000"));
+    EXPECT_THAT(thrownText([&] { init("b0.ppm", 40000, 40000); }), HasSubstr("40000 x 40000"));
+    EXPECT_THAT(thrownText([&] { processRgb(4, 4, {}); }), HasSubstr("initialised for 120000 x 40000"));
 }
 
 // As at any other step: an unknown format is reported and taken for f_1x32, one without buffers has no
@@ -182,11 +170,11 @@ TEST_F(CjwriteTest, formatsThatCannotBeUsed)
     init("a0.ppm", 2, 2, {{"dataFormat", "CPU::u_1x8"}});
     EXPECT_EQ(init("a0.ppm", 4, 4, {{"dataFormat", "CPU::nonsense"}}), event::kMismatch);
     ASSERT_EQ(chain.arrived.size(), 3U);  // the report and the record itself
-    EXPECT_THAT(test::thrownText([&] { processSamples(4, 3, {}); }), HasSubstr("too small"));
+    EXPECT_THAT(thrownText([&] { processSamples(4, 3, {}); }), HasSubstr("too small"));
     processSamples(4, 4, {});
     EXPECT_TRUE(std::filesystem::exists(dir / "a0.ppm"));
     EXPECT_EQ(init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_4x8"}}), event::kInit);
-    EXPECT_EQ(test::thrownText([&] { processSamples(4, 4, {}); }), "Handle::zero handle!!!");
+    EXPECT_EQ(thrownText([&] { processSamples(4, 4, {}); }), "Handle::zero handle!!!");
 }
 
 }  // namespace

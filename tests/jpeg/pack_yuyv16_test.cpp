@@ -1,11 +1,7 @@
+// Planes of a decoded picture packed into YUYV16 samples.
 #include "jpeg/pack_yuyv16.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-#include <vector>
-
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -37,7 +33,7 @@ TEST(PackYuyv16, vectorEqualsScalar)
                 for (auto& byte : *plane) byte = std::uint8_t(random());
             std::vector<std::uint16_t> expected(luma.size());
             jpeg::scalar::packYuyv16(luma, even, odd, expected, width, height);
-            test::forEachTarget([&] {
+            forEachTarget([&] {
                 std::vector<std::uint16_t> out(luma.size());
                 packYuyv16(luma, even, odd, out, width, height);
                 EXPECT_EQ(out, expected) << width << " by " << height;

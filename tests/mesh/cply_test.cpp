@@ -1,29 +1,15 @@
 // Step cply in a chain: records in every accepted form to files, what is refused, and what passes on.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <string>
 
 #include "images/image_file.h"
 #include "mesh/model_format.h"
 #include "mesh/models.h"
-#include "support/chain.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
 using namespace images;
 using namespace mesh;
-
-using test::printed;
-using test::thrownText;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 template <class T>
 Array arrayOf(Kind kind, const std::vector<T>& values, std::vector<std::uint32_t> dims)
@@ -63,8 +49,8 @@ Struct cloudRecord()
 
 struct CpuPlyTest : testing::Test
 {
-    test::TempDir dir;
-    test::Chain chain{{"cply"}};
+    TempDir dir;
+    Chain chain{{"cply"}};
 
     void init(const std::string& name, int width = 64)
     {
@@ -92,7 +78,7 @@ TEST_F(CpuPlyTest, everyShapeOfTriplesGivesTheSameFiles)
         for (const char* name : {"a.ply", "a.obj", "a.stl", "a.flt"}) {
             init(name);
             printed([&] { chain.process(nullptr, recordOf(test::tetrahedron(), flat)); });
-            const std::string bytes = test::readFile(dir / name);
+            const std::string bytes = readFile(dir / name);
             EXPECT_FALSE(bytes.empty());
             EXPECT_EQ(first.try_emplace(name, bytes).first->second, bytes) << name << " " << flat;
         }
@@ -119,7 +105,7 @@ TEST_F(CpuPlyTest, cloudsAreWrittenAsPlyOnly)
     EXPECT_TRUE(dir.names().empty());
     init("a.ply");
     chain.process(nullptr, cloudRecord());
-    EXPECT_THAT(test::readFile(dir / "a.ply"), testing::EndsWith("end_header\n1 2 3 4 5 6 \n"));
+    EXPECT_THAT(readFile(dir / "a.ply"), testing::EndsWith("end_header\n1 2 3 4 5 6 \n"));
 }
 
 TEST_F(CpuPlyTest, meshGoesBeforeCloudAndOtherEventsWriteNothing)
@@ -128,7 +114,7 @@ TEST_F(CpuPlyTest, meshGoesBeforeCloudAndOtherEventsWriteNothing)
     Struct both = recordOf(test::tetrahedron());
     both.insert("pns", cloudRecord()["pns"]);
     chain.process(nullptr, both);
-    EXPECT_THAT(test::readFile(dir / "a.ply"), HasSubstr("element face 4"));
+    EXPECT_THAT(readFile(dir / "a.ply"), HasSubstr("element face 4"));
     init("b.txt");
     chain.process(nullptr, recordOf(test::tetrahedron()));
     init("c.ply");

@@ -1,12 +1,8 @@
 // OpenFlight files read back record by record, by the format's own rules.
-#include <gtest/gtest.h>
-
-#include <bit>
-#include <string>
 
 #include "mesh/flt_writer.h"
 #include "mesh/models.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -46,10 +42,10 @@ class Records
 
 TEST(FltWriter, treePaletteAndFaces)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     const test::Model model = test::tetrahedron();
     ASSERT_TRUE(saveFlt(dir / "a.flt", {model.mesh(), {}, {16, 1}}));
-    Records r(test::readFile(dir / "a.flt"));
+    Records r(readFile(dir / "a.flt"));
     EXPECT_EQ(r.opcode(), 1);
     EXPECT_EQ(r.length(), 324U);
     EXPECT_EQ(r.u(12, 4), 1600U);  // format revision
@@ -97,14 +93,14 @@ TEST(FltWriter, treePaletteAndFaces)
 
 TEST(FltWriter, picturesGiveTexturesAndCoordinates)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     test::Model model = test::tetrahedron();
     model.pixels = {0, 0, 15, 0, 0, 15, 7, 7};
     const test::Plain picture(16, 16, 9, 9, 9);
     const std::vector<PictureView> pictures = {picture.view()};
     ASSERT_TRUE(saveFlt(dir / "a.flt", {model.mesh(), pictures, {16, 1}}));
     int vertices = 0, faces = 0, textures = 0;
-    for (Records r(test::readFile(dir / "a.flt")); r.more(); r.next()) {
+    for (Records r(readFile(dir / "a.flt")); r.more(); r.next()) {
         if (r.opcode() == 64) {
             EXPECT_EQ(r.text(4), "a.jpg");
             EXPECT_EQ(r.length(), 216U);

@@ -1,4 +1,4 @@
-// Small models that the tests of the writers share.
+// Small models shared by the tests of the writers.
 #pragma once
 
 #include <cstdint>

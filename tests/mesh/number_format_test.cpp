@@ -1,18 +1,7 @@
+// Numbers as text, compared with what the C library prints.
 #include "mesh/number_batch.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <bit>
-#include <cmath>
-#include <cstdio>
-#include <limits>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -86,15 +75,6 @@ TEST(TextFormat, tenThousandthsAtEveryTie)
         first *= 10;
     }
     EXPECT_EQ(textOf(text::putTenThousandths, std::numeric_limits<std::int32_t>::min()), "-214748");
-}
-
-// All 2^32 numbers; takes minutes, so it is run by hand (--gtest_also_run_disabled_tests).
-TEST(TextFormat, DISABLED_tenThousandthsOfEveryInteger)
-{
-    for (std::int64_t n = std::numeric_limits<std::int32_t>::min(); n <= 0x7FFFFFFF; ++n) {
-        const auto number = static_cast<std::int32_t>(n);
-        ASSERT_EQ(textOf(text::putTenThousandths, number), printed(number * 0.0001)) << n;
-    }
 }
 
 void expectGeneral(double value)
@@ -180,7 +160,7 @@ TEST(TextFormat, preparedAlikeOnEveryTarget)
     std::vector<text::PreparedNumber> expected(values.size());
     text::scalar::prepareNumbers(values, expected);
     EXPECT_GT(std::ranges::count_if(expected, [](auto n) { return n != text::kNotPrepared; }), 50000);
-    test::forEachTarget([&] {
+    forEachTarget([&] {
         std::vector<text::PreparedNumber> prepared(values.size());
         text::prepareNumbers(values, prepared);
         EXPECT_EQ(prepared, expected);

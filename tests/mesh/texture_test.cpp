@@ -1,29 +1,17 @@
 // Several pictures: layout, page pixels, and the OBJ and OpenFlight files that refer to them.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <random>
-#include <sstream>
-#include <string>
 
 #include "images/image_file.h"
 #include "mesh/flt_writer.h"
 #include "mesh/models.h"
 #include "mesh/obj_writer.h"
 #include "mesh/texture_page.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
 using namespace images;
 using namespace mesh;
-
-using test::Model;
-using test::Plain;
-using testing::HasSubstr;
 
 /// Pairs of triangles (quads) at random places of the pictures, four vertices each.
 Model patches(int count, int pictures, int width, int height, unsigned seed)
@@ -140,7 +128,7 @@ struct ReadObj
 
     explicit ReadObj(const std::string& path)
     {
-        std::istringstream file(test::readFile(path));
+        std::istringstream file(readFile(path));
         int page = -1;
         for (std::string line; std::getline(file, line);) {
             if (line.starts_with("v ")) vertices.push_back(line.substr(2));
@@ -163,7 +151,7 @@ struct ReadObj
 TEST(ObjWriter, pagesShowEachTriangleItsOwnPicture)
 {
     for (const float scale : {1.0F, 0.6F}) {
-        const test::TempDir dir;
+        const TempDir dir;
         const Model model = patches(120, 4, 90, 60, 9);
         const auto pictures = views(colouredPictures());
         ASSERT_TRUE(saveObj(dir / "a.obj", {model.mesh(), pictures, {128, scale}}));
@@ -198,7 +186,7 @@ TEST(ObjWriter, pagesShowEachTriangleItsOwnPicture)
                 }
             }
         }
-        const std::string materials = test::readFile(dir / "a.mtl");
+        const std::string materials = readFile(dir / "a.mtl");
         EXPECT_THAT(materials, HasSubstr("newmtl Texture_" + std::to_string(loaded)));
         EXPECT_THAT(materials, HasSubstr("map_Kd a_" + std::to_string(loaded) + ".jpg\n"));
         EXPECT_FALSE(std::filesystem::exists(dir / ("a_" + std::to_string(loaded + 1) + ".jpg")));
@@ -208,7 +196,7 @@ TEST(ObjWriter, pagesShowEachTriangleItsOwnPicture)
 // Views of triangles may share vertices: these get further texture vertices, and stay one vertex.
 TEST(ObjWriter, sharedVerticesOfTwoPictures)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     Model model = test::bumpyGrid(3, 2);
     model.views = {0, 0, 1, 1};
     model.viewsOfTriangles = true;
@@ -229,7 +217,7 @@ TEST(ObjWriter, sharedVerticesOfTwoPictures)
 TEST(ObjWriter, onePictureIsCopiedUnscaledAndClipped)
 {
     for (const int side : {128, 64}) {
-        const test::TempDir dir;
+        const TempDir dir;
         Model model = test::tetrahedron();
         model.pixels.assign(8, 1.0F);
         const std::vector<PictureView> pictures = {colouredPictures()[0].view()};
@@ -267,18 +255,15 @@ TEST(ObjWriter, brokenTexturesAreRefused)
     };
     const auto pictures = views(colouredPictures());
     for (const Refusal& refusal : refusals) {
-        const test::TempDir dir;
+        const TempDir dir;
         Model model = patches(5, 4, 90, 60, 1);
         TextureSettings settings{128, 1};
         refusal.breakIt(model, settings);
         for (const auto& save : {saveObj, saveFlt}) {
-            std::string text;
-            try {
-                save(dir / "a.obj", {model.mesh(), pictures, settings});
-            } catch (const char* error) {
-                text = error;
-            }
-            EXPECT_THAT(text, HasSubstr(refusal.text));
+            EXPECT_THAT(thrownText([&] {
+                            save(dir / "a.obj", {model.mesh(), pictures, settings});
+                        }),
+                        HasSubstr(refusal.text));
         }
         EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(dir / "a").parent_path()));
     }

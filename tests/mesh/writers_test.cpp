@@ -1,13 +1,4 @@
 // PLY, STL and OBJ files byte by byte, what is refused, and that nothing half-written is left behind.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <limits>
-#include <string>
 
 #include "mesh/flt_writer.h"
 #include "mesh/models.h"
@@ -15,25 +6,21 @@
 #include "mesh/ply_writer.h"
 #include "mesh/stl_writer.h"
 #include "mesh/vertex_normals.h"
-#include "support/targets.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
 using namespace mesh;
 
-using test::Model;
-using testing::HasSubstr;
-
 template <typename... Args>
 std::string plyOf(const Args&... args)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     AtomicFile file(dir / "a.ply");
     writePly(file, args...);
     file.commit();
-    return test::readFile(dir / "a.ply");
+    return readFile(dir / "a.ply");
 }
 
 TEST(PlyWriter, meshByteByByte)
@@ -63,13 +50,13 @@ TEST(Writers, emptyModels)
     EXPECT_THAT(plyOf(Mesh{}), HasSubstr("element vertex 0\n"));
     EXPECT_THAT(plyOf(Mesh{}), testing::EndsWith("end_header\n"));
     EXPECT_THAT(plyOf(Cloud{}), testing::EndsWith("end_header\n"));
-    const test::TempDir dir;
+    const TempDir dir;
     AtomicFile file(dir / "a.stl");
     const IndexRange range = writeStl(file, Mesh{});
     file.commit();
     EXPECT_EQ(range.smallest, 1000000U);
     EXPECT_EQ(range.largest, 0U);
-    EXPECT_EQ(test::readFile(dir / "a.stl").size(), 84U);
+    EXPECT_EQ(readFile(dir / "a.stl").size(), 84U);
     EXPECT_TRUE(saveObj(dir / "a.obj", {{}, {}, {16, 1}}));
     EXPECT_TRUE(saveFlt(dir / "a.flt", {{}, {}, {16, 1}}));
 }
@@ -89,12 +76,12 @@ TEST(StlWriter, layoutNormalsAndColourWord)
     model.vertices = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0, 1, 0, 1};
     model.indices = {0, 1, 2, 1, 3, 2, 1, 4, 3};
     model.colours = {255, 128, 0, 0, 0, 0, 7.99F, 8, 255.9F};
-    const test::TempDir dir;
+    const TempDir dir;
     AtomicFile file(dir / "a.stl");
     const IndexRange range = writeStl(file, model.mesh());
     file.commit();
     EXPECT_EQ(range.largest, 4U);
-    const std::string bytes = test::readFile(dir / "a.stl");
+    const std::string bytes = readFile(dir / "a.stl");
     ASSERT_EQ(bytes.size(), 84U + 3 * 50);
     EXPECT_STREQ(bytes.substr(0, 80).c_str(), "scansteps 0.1.0 binary STL");
     EXPECT_EQ(valueAt<std::uint32_t>(bytes, 80), 3U);
@@ -115,7 +102,7 @@ TEST(StlWriter, vectorEqualsScalarOnEveryTarget)
     mesh::scalar::vertexNormals(mesh, expected);
     std::string bytes(mesh.triangleCount() * kStlEntrySize, '\0');
     ASSERT_TRUE(mesh::scalar::stlEntries(mesh, expected, 0, mesh.triangleCount(), bytes.data()));
-    test::forEachTarget([&] {
+    forEachTarget([&] {
         std::vector<Normal> normals(mesh.vertexCount());
         vertexNormals(mesh, normals);
         EXPECT_EQ(std::memcmp(normals.data(), expected.data(), normals.size() * sizeof(Normal)), 0);
@@ -149,7 +136,7 @@ TEST(StlWriter, trianglesWithoutAreaHaveZeroNormals)
     Model model;
     model.vertices = {0, 0, 0, 1, 0, 0, 2, 0, 0, 3e38F, 0, 0, 0, 3e38F, 0, 0, 0, 3e38F};
     model.indices = {0, 1, 2, 3, 4, 5};
-    test::forEachTarget([&] {
+    forEachTarget([&] {
         std::vector<Normal> normals(6);
         vertexNormals(model.mesh(), normals);
         for (const Normal& n : normals)
@@ -159,17 +146,17 @@ TEST(StlWriter, trianglesWithoutAreaHaveZeroNormals)
 
 TEST(ObjWriter, oneTextureByteByByte)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     Model model = test::tetrahedron();
     model.pixels = {0, 0, 2047, 2047, 10.25F, 3, 5, 7};
     ASSERT_TRUE(saveObj(dir / "scan.obj", {model.mesh(), {}, {2048, 1}}));
-    EXPECT_EQ(test::readFile(dir / "scan.obj"),
+    EXPECT_EQ(readFile(dir / "scan.obj"),
               "# scansteps 0.1.0\nmtllib scan.mtl\n# list of vertices\n"
               "v -1.23456 0 0\nvt 0.000244141 0.999756 0\nv 2.99999 0 1000.06\nvt 0.999756 0.000244141 0\n"
               "v 0 3 0\nvt 0.00524902 0.998291 0\nv 1 1 4\nvt 0.00268555 0.996338 0\n"
               "# list of faces\ng Texture_0\nusemtl Texture_0\n"
               "f 1/1 3/3 2/2 \nf 1/1 2/2 4/4 \nf 2/2 3/3 4/4 \nf 3/3 1/1 4/4 \n");
-    EXPECT_EQ(test::readFile(dir / "scan.mtl"),
+    EXPECT_EQ(readFile(dir / "scan.mtl"),
               "newmtl Texture_0\nKa 1.0 1.0 1.0\nKd 1.0 1.0 1.0\nKs 0.0 0.0 0.0\nd 1\nNs 1.0\nillum 1\n"
               "map_Kd scan.jpg\n");
     EXPECT_TRUE(std::filesystem::exists(dir / "scan.jpg"));
@@ -209,26 +196,16 @@ bool save(const std::string& path, const Mesh& mesh)
     return true;
 }
 
-std::string errorOf(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const char* text) {
-        return text;
-    }
-    return "nothing thrown";
-}
-
 TEST(Writers, brokenMeshesAreRefusedAndLeaveNothingBehind)
 {
     for (const Refusal& refusal : kRefusals)
         for (const char* name : {"a.ply", "a.stl", "a.flt"}) {
-            const test::TempDir dir;
+            const TempDir dir;
             dir.write(name, "before");
             Model model = test::tetrahedron();
             refusal.breakIt(model);
-            EXPECT_THAT(errorOf([&] { save(dir / name, model.mesh()); }), HasSubstr(refusal.text)) << name;
-            EXPECT_EQ(test::readFile(dir / name), "before");
+            EXPECT_THAT(thrownText([&] { save(dir / name, model.mesh()); }), HasSubstr(refusal.text)) << name;
+            EXPECT_EQ(readFile(dir / name), "before");
             EXPECT_FALSE(std::filesystem::exists(dir / (std::string(name) + ".part")));
         }
 }
@@ -238,43 +215,43 @@ TEST(PlyWriter, coordinatesBeyondThirtyTwoBits)
     Model model = test::tetrahedron();
     for (const float large : {214748.4F, -214748.4F, 1e30F}) {
         model.vertices[4] = large;
-        EXPECT_THAT(errorOf([&] { plyOf(model.mesh()); }), HasSubstr("too large for PLY"));
+        EXPECT_THAT(thrownText([&] { plyOf(model.mesh()); }), HasSubstr("too large for PLY"));
     }
 }
 
 TEST(AtomicFile, filesOfOneNameDoNotMix)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     AtomicFile first(dir / "a.ply"), second(dir / "a.ply");
     first.write("first");
     second.write("second");
     second.commit();
-    EXPECT_EQ(test::readFile(dir / "a.ply"), "second");
+    EXPECT_EQ(readFile(dir / "a.ply"), "second");
     first.commit();
-    EXPECT_EQ(test::readFile(dir / "a.ply"), "first");
+    EXPECT_EQ(readFile(dir / "a.ply"), "first");
     EXPECT_THAT(dir.names(), testing::ElementsAre("a.ply"));
 }
 
 TEST(AtomicFile, committedTogetherOrNotAtAll)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     dir.write("old.mtl", "old");
     {
         AtomicFile old(dir / "old.mtl"), fresh(dir / "new.jpg"), refused(dir / "a.obj"), last(dir / "b.obj");
         for (AtomicFile* file : {&old, &fresh, &refused, &last}) file->write("new");
         std::filesystem::create_directory(dir / "a.obj");  // over which no file can be renamed
         AtomicFile* const files[] = {&old, &fresh, &refused, &last};
-        EXPECT_THAT(errorOf([&] { AtomicFile::commitTogether(files); }),
+        EXPECT_THAT(thrownText([&] { AtomicFile::commitTogether(files); }),
                     HasSubstr("a.obj\": " + refused.reason()));
         EXPECT_NE(refused.reason(), "");
     }
-    EXPECT_EQ(test::readFile(dir / "old.mtl"), "old");
+    EXPECT_EQ(readFile(dir / "old.mtl"), "old");
     EXPECT_THAT(dir.names(), testing::ElementsAre("a.obj", "old.mtl"));
 }
 
 TEST(AtomicFile, unopenedLinkedAndSpecialTargets)
 {
-    const test::TempDir dir;
+    const TempDir dir;
     EXPECT_FALSE(AtomicFile(dir / "missing/a.ply").isOpen());
     EXPECT_FALSE(saveObj(dir / "missing/a.obj", {test::tetrahedron().mesh(), {}, {16, 1}}));
     std::filesystem::create_directory(dir / "folder.ply");
@@ -284,14 +261,14 @@ TEST(AtomicFile, unopenedLinkedAndSpecialTargets)
     AtomicFile named(dir / longName.c_str());
     named.write("here");
     named.commit();
-    EXPECT_EQ(test::readFile(dir / longName.c_str()), "here");
+    EXPECT_EQ(readFile(dir / longName.c_str()), "here");
     const std::string real = dir.write("real.ply", "old");
     std::filesystem::create_symlink("real.ply", dir / "link.ply");
     AtomicFile linked(dir / "link.ply");
     linked.write("new");
     linked.commit();
     EXPECT_TRUE(std::filesystem::is_symlink(dir / "link.ply"));
-    EXPECT_EQ(test::readFile(real), "new");
+    EXPECT_EQ(readFile(real), "new");
     std::filesystem::create_symlink("fresh.ply", dir / "dangling.ply");
     AtomicFile(dir / "dangling.ply").commit();
     EXPECT_TRUE(std::filesystem::exists(dir / "fresh.ply"));
@@ -301,7 +278,7 @@ TEST(AtomicFile, unopenedLinkedAndSpecialTargets)
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
     AtomicFile full("/dev/full");
     full.write("no room");
-    EXPECT_THAT(errorOf([&] { full.commit(); }), HasSubstr("cannot write \"/dev/full\""));
+    EXPECT_THAT(thrownText([&] { full.commit(); }), HasSubstr("cannot write \"/dev/full\""));
 #endif
 }
 

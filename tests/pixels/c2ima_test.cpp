@@ -1,22 +1,9 @@
 // Frames side by side, and the filter for one event.
-#include <gtest/gtest.h>
 
-#include <vector>
-
-#include "support/chain.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::Chain;
-using test::thrownText;
-
-Array filled(std::uint32_t width, std::uint32_t height, int value)
-{
-    Array frame(Kind::Ushort, width, height);
-    for (auto& sample : frame.elements<std::uint16_t>()) sample = static_cast<std::uint16_t>(value++);
-    return frame;
-}
 
 Struct initFor(int factor, const char* format = "CPU::u_1x16")
 {
@@ -35,7 +22,7 @@ TEST(CpuCombine, PutsTheNewestAtTheLeft)
     chain.init(initFor(3));
     EXPECT_EQ(chain.arrived[0].record["dataX"].as<int>(), 12);
     for (int i = 1; i <= 5; ++i) {
-        const Array frame = filled(4, 3, 100 * i);
+        const Array frame = countingFrame(4, 3, 100 * i);
         chain.process(&frame);
         const Array& wide = *chain.arrived.back().frame;
         ASSERT_TRUE(wide.hasShape(Kind::Ushort, 12, 3));
@@ -45,10 +32,10 @@ TEST(CpuCombine, PutsTheNewestAtTheLeft)
                     EXPECT_EQ(sample(wide, k, x, y), i > k ? 100 * (i - k) + 4 * y + x : 0);
         // The oldest buffer comes back under the host's handle, pixels and all.
         EXPECT_TRUE(varitype(chain.hostPixels())
-                        .equals(i > 3 ? filled(4, 3, 100 * (i - 3)) : Array(Kind::Ushort, 4, 3)));
+                        .equals(i > 3 ? countingFrame(4, 3, 100 * (i - 3)) : Array(Kind::Ushort, 4, 3)));
     }
     chain.init(initFor(3));  // the history begins anew
-    const Array frame = filled(4, 3, 9);
+    const Array frame = countingFrame(4, 3, 9);
     chain.process(&frame);
     EXPECT_EQ(sample(*chain.arrived.back().frame, 1, 0, 0), 0);
 }
@@ -57,7 +44,7 @@ TEST(CpuCombine, FactorOneCopies)
 {
     Chain chain({"c2ima"});
     chain.init(initFor(1));
-    const Array frame = filled(4, 3, 7);
+    const Array frame = countingFrame(4, 3, 7);
     chain.process(&frame);
     EXPECT_TRUE(varitype(*chain.arrived.back().frame).equals(frame));
 }
@@ -73,11 +60,11 @@ TEST(CpuCombine, RefusesWhatItCannotCombine)
     }
 
     chain.init(initFor(2));
-    const Array small = filled(4, 2, 0);
+    const Array small = countingFrame(4, 2, 0);
     EXPECT_EQ(thrownText([&] { chain.process(&small); }),
               "CpuCombine: the frame is 4 x 2 x 1 Ushort, too small for 4 x 3 16-bit samples");
     EXPECT_EQ(thrownText([&] { chain.process(); }), "[handle] not found");
-    const Array frame = filled(4, 3, 1);
+    const Array frame = countingFrame(4, 3, 1);
     chain.process(&frame);  // a refused frame leaves no trace
     EXPECT_EQ(sample(*chain.arrived.back().frame, 1, 0, 0), 0);
 }

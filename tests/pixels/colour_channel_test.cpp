@@ -1,16 +1,9 @@
+// One channel of colour and video frames, and step c3f.
 #include "pixels/colour_channel.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <random>
-
 #include "pixels/yuyv.h"
-#include "support/chain.h"
 #include "support/images.h"
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -51,16 +44,9 @@ TEST(ColourChannel, vectorEqualsScalar)
              {Channel::red, Channel::green, Channel::blue, Channel::luma, Channel::mixture})
             for (const auto& w : weights) {
                 const std::span<const std::uint8_t> pixels(rgb.data(), 3 * count);
-                std::vector<std::uint16_t> expected(count), luma(count);
-                pixels::scalar::channelOfRgb(pixels, expected, channel, w);
-                pixels::scalar::lumaOfYuyv({yuyv.data(), count}, luma);
-                test::forEachTarget([&] {
-                    std::vector<std::uint16_t> out(count);
-                    channelOfRgb(pixels, out, channel, w);
-                    EXPECT_EQ(out, expected) << int(channel) << " " << count;
-                    lumaOfYuyv({yuyv.data(), count}, out);
-                    EXPECT_EQ(out, luma) << count;
-                });
+                const std::vector<std::uint16_t> out(count);
+                expectTwins(channelOfRgb, pixels::scalar::channelOfRgb, pixels, out, channel, w);
+                expectTwins(lumaOfYuyv, pixels::scalar::lumaOfYuyv, std::span(yuyv).first(count), out);
             }
 }
 
@@ -80,7 +66,7 @@ TEST(ColourChannel, everyLuma)
 
 TEST(Cpu3f, colourAndVideoFrames)
 {
-    const test::Image photo = test::examplePhoto("img0001.jpg");
+    const test::Image photo = examplePhoto("img0001.jpg");
     Array frame(Kind::Uchar, std::uint32_t(3 * photo.width), std::uint32_t(photo.height));
     std::ranges::copy(photo.rgb, frame.elements<std::uint8_t>().begin());
     Array video(Kind::Ushort, std::uint32_t(photo.width), std::uint32_t(photo.height));
@@ -88,7 +74,7 @@ TEST(Cpu3f, colourAndVideoFrames)
               std::size_t(photo.height));
     for (const bool isVideo : {false, true})
         for (int channel = 0; channel < 5; ++channel) {
-            test::Chain chain({"c3f"});
+            Chain chain({"c3f"});
             Struct settings{
                 {"dataX", photo.width},
                 {"dataY", photo.height},
@@ -113,7 +99,7 @@ TEST(Cpu3f, colourAndVideoFrames)
             // chroma is halved along the rows of a video frame
             EXPECT_LT(difference / double(out.size()), isVideo ? 6 : 0.6) << channel;
         }
-    test::Chain chain({"c3f"});
+    Chain chain({"c3f"});
     // A format whose frames would not be taken is reported at once.
     for (const auto& [format, isVideo] : {std::pair{"u_1x16", false}, {"u_1x8", true}}) {
         Struct record{{"dataX", 4}, {"dataY", 4}, {"dataFormat", format}};

@@ -1,10 +1,7 @@
+// The length of RGB triples as vectors.
 #include "pixels/colour_length.h"
 
-#include <gtest/gtest.h>
-
-#include <vector>
-
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -25,18 +22,14 @@ TEST(RgbMagnitude, documentedValues)
 TEST(RgbMagnitude, exactForAllByteTriples)
 {
     std::vector<std::uint8_t> in(3 << 16);
-    std::vector<std::uint16_t> expected(1 << 16), out(1 << 16);
+    const std::vector<std::uint16_t> out(1 << 16);
     for (unsigned b = 0; b < 256; ++b) {
         for (unsigned k = 0; k < 1 << 16; ++k) {
             in[3 * k] = static_cast<std::uint8_t>(k);
             in[3 * k + 1] = static_cast<std::uint8_t>(k >> 8);
             in[3 * k + 2] = static_cast<std::uint8_t>(b);
         }
-        pixels::scalar::colourLength(in, expected);
-        test::forEachTarget([&] {
-            colourLength(in, out);
-            ASSERT_EQ(out, expected);
-        });
+        expectTwins(colourLength, pixels::scalar::colourLength, in, out);
     }
 }
 
@@ -51,12 +44,7 @@ TEST(RgbMagnitude, everyLengthOfColoursAndOfRed)
     for (const auto& source : {colours, red})
         for (std::size_t count = 0; count < 150; ++count) {
             const std::vector<std::uint8_t> in(source.begin(), source.begin() + 3 * count);
-            std::vector<std::uint16_t> expected(count), out(count);
-            pixels::scalar::colourLength(in, expected);
-            test::forEachTarget([&] {
-                colourLength(in, out);
-                ASSERT_EQ(out, expected);
-            });
+            expectTwins(colourLength, pixels::scalar::colourLength, in, std::vector<std::uint16_t>(count));
         }
 }
 

@@ -1,15 +1,9 @@
-#include <gtest/gtest.h>
+// The conversion steps in chains: formats, sizes and what they print.
 
-#include <algorithm>
-
-#include "support/chain.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
-
-using test::Chain;
-using test::printed;
-using test::thrownText;
 
 template <class T>
 Array arrayOf(std::uint32_t rowLength, std::uint32_t rows, const std::vector<T>& values)

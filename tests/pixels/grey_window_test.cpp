@@ -1,13 +1,7 @@
+// Window and level of 16-bit samples.
 #include "pixels/grey_window.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <numeric>
-#include <random>
-#include <vector>
-
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -30,14 +24,9 @@ TEST(GreyWindow, vectorEqualsScalarForAllSamples)
     std::mt19937 random(3);
     for (int k = 0; k < 150; ++k)
         settings.emplace_back(int(random() % 70000) - 2000, int(random() % 70000) - 35000);
-    std::vector<std::uint8_t> expected(3 * in.size()), out(3 * in.size());
-    for (const auto& [window, level] : settings) {
-        pixels::scalar::greyWindow(in, expected, window, level);
-        test::forEachTarget([&, w = window, l = level] {
-            greyWindow(in, out, w, l);
-            ASSERT_EQ(out, expected) << w << " " << l;
-        });
-    }
+    const std::vector<std::uint8_t> out(3 * in.size());
+    for (const auto& [window, level] : settings)
+        expectTwins(greyWindow, pixels::scalar::greyWindow, in, out, window, level);
 }
 
 }  // namespace

@@ -1,13 +1,7 @@
+// Floats to offset 16-bit samples and back.
 #include "pixels/offset16.h"
 
-#include <gtest/gtest.h>
-
-#include <bit>
-#include <limits>
-#include <numeric>
-#include <vector>
-
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -32,20 +26,14 @@ TEST(Offset16, vectorEqualsScalarOnEveryKindOfFloat)
     std::vector<float> in;
     for (std::uint64_t bits = 0; bits <= 0xFFFFFFFFU; bits += 9973)
         in.push_back(std::bit_cast<float>(std::uint32_t(bits)));
-    std::vector<std::uint16_t> expected(in.size());
-    pixels::scalar::floatToOffset16(in, expected);
-    test::forEachTarget([&] {
-        std::vector<std::uint16_t> out(in.size());
-        floatToOffset16(in, out);
-        EXPECT_EQ(out, expected);
-    });
+    expectTwins(floatToOffset16, pixels::scalar::floatToOffset16, in, std::vector<std::uint16_t>(in.size()));
 }
 
 TEST(Offset16, allSamplesToFloat)
 {
     std::vector<std::uint16_t> in(65536 + 5);
     std::iota(in.begin(), in.end(), std::uint16_t{0});
-    test::forEachTarget([&] {
+    forEachTarget([&] {
         std::vector<float> out(in.size());
         offset16ToFloat(in, out);
         for (std::size_t i = 0; i < in.size(); ++i) ASSERT_EQ(out[i], float(int(in[i]) - 32768));

@@ -1,11 +1,7 @@
+// Reduction of 16-bit frames by whole factors.
 #include "pixels/reduce16.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-#include <vector>
-
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -40,17 +36,9 @@ TEST(Reduce16, vectorEqualsScalarInEveryShape)
             for (auto& sample : in) sample = static_cast<std::uint16_t>(random());
             for (const int factor : {1, 2, 3, 5, 300}) {
                 const std::size_t f = static_cast<std::size_t>(factor);
-                std::vector<std::uint16_t> expected((width / f) * (height / f)), out(expected.size());
-                pixels::scalar::reduceOffset16(in, expected, width, height, factor);
-                test::forEachTarget([&] {
-                    reduceOffset16(in, out, width, height, factor);
-                    ASSERT_EQ(out, expected) << width << " x " << height << " by " << factor;
-                });
-                pixels::scalar::reduceYuyv16(in, expected, width, height, factor);
-                test::forEachTarget([&] {
-                    reduceYuyv16(in, out, width, height, factor);
-                    ASSERT_EQ(out, expected) << width << " x " << height << " by " << factor;
-                });
+                const std::vector<std::uint16_t> out((width / f) * (height / f));
+                expectTwins(reduceOffset16, pixels::scalar::reduceOffset16, in, out, width, height, factor);
+                expectTwins(reduceYuyv16, pixels::scalar::reduceYuyv16, in, out, width, height, factor);
             }
         }
     }

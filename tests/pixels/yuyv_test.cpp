@@ -1,12 +1,7 @@
 // The colour conversions against their scalar twins: every byte triple, and every shape of a frame's end.
 #include "pixels/yuyv.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-#include <vector>
-
-#include "support/targets.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -28,17 +23,13 @@ TEST(Yuyv, documentedValues)
 TEST(Yuyv, toRgbIsExactForAllByteTriples)
 {
     std::vector<std::uint16_t> in(2 << 16);
-    std::vector<std::uint8_t> expected(3 * in.size()), out(3 * in.size());
+    const std::vector<std::uint8_t> out(3 * in.size());
     for (unsigned v = 0; v < 256; ++v) {
         for (unsigned k = 0; k < 1 << 16; ++k) {
             in[2 * k] = static_cast<std::uint16_t>(k);
             in[2 * k + 1] = static_cast<std::uint16_t>(((k + 128) & 0xFF) | v << 8);
         }
-        pixels::scalar::yuyvToRgb(in, expected, 2, in.size() / 2);
-        test::forEachTarget([&] {
-            yuyvToRgb(in, out, 2, in.size() / 2);
-            ASSERT_EQ(out, expected);
-        });
+        expectTwins(yuyvToRgb, pixels::scalar::yuyvToRgb, in, out, std::size_t{2}, in.size() / 2);
     }
 }
 
@@ -46,18 +37,14 @@ TEST(Yuyv, toRgbIsExactForAllByteTriples)
 TEST(Yuyv, fromRgbIsExactForAllByteTriples)
 {
     std::vector<std::uint8_t> in(3 * (1 << 17));
-    std::vector<std::uint16_t> expected(1 << 17), out(1 << 17);
+    const std::vector<std::uint16_t> out(1 << 17);
     for (unsigned b = 0; b < 256; ++b) {
         for (unsigned k = 0; k < 1 << 17; ++k) {
             in[3 * k] = static_cast<std::uint8_t>(k / 2);
             in[3 * k + 1] = static_cast<std::uint8_t>(k / 2 >> 8);
             in[3 * k + 2] = static_cast<std::uint8_t>(b);
         }
-        pixels::scalar::rgbToYuyv(in, expected, 1 << 17, 1);
-        test::forEachTarget([&] {
-            rgbToYuyv(in, out, 1 << 17, 1);
-            ASSERT_EQ(out, expected);
-        });
+        expectTwins(rgbToYuyv, pixels::scalar::rgbToYuyv, in, out, out.size(), std::size_t{1});
     }
 }
 
@@ -68,18 +55,12 @@ TEST(Yuyv, everyWidth)
     std::mt19937 random(7);
     for (std::size_t width = 0; width < 200; ++width) {
         for (const std::size_t height : {0, 1, 2, 3}) {
-            std::vector<std::uint16_t> yuyv(width * height), yuyvOut(width * height),
-                yuyvBack(width * height);
+            std::vector<std::uint16_t> yuyv(width * height);
             for (auto& sample : yuyv) sample = static_cast<std::uint16_t>(random());
-            std::vector<std::uint8_t> rgb(3 * width * height), rgbOut(3 * width * height);
+            std::vector<std::uint8_t> rgb(3 * width * height);
+            expectTwins(yuyvToRgb, pixels::scalar::yuyvToRgb, yuyv, rgb, width, height);
             pixels::scalar::yuyvToRgb(yuyv, rgb, width, height);
-            pixels::scalar::rgbToYuyv(rgb, yuyvBack, width, height);
-            test::forEachTarget([&] {
-                yuyvToRgb(yuyv, rgbOut, width, height);
-                ASSERT_EQ(rgbOut, rgb) << width << " x " << height;
-                rgbToYuyv(rgb, yuyvOut, width, height);
-                ASSERT_EQ(yuyvOut, yuyvBack) << width << " x " << height;
-            });
+            expectTwins(rgbToYuyv, pixels::scalar::rgbToYuyv, rgb, yuyv, width, height);
         }
     }
 }

@@ -1,14 +1,12 @@
-#include <gtest/gtest.h>
+// Steps c2rege and c2rege5, and the sequence of views and edge support they rely on.
 
 #include "edges/polyline_record.h"
 #include "grey/draw_line.h"
 #include "registration/draw_views.h"
 #include "registration/edge_support.h"
 #include "registration/view_sequence.h"
-#include "support/chain.h"
-#include "support/frames16.h"
+#include "registration/views.h"
 #include "support/images.h"
-#include "support/warp.h"
 
 namespace scansteps {
 namespace {
@@ -18,44 +16,15 @@ using namespace edges;
 using namespace grey;
 using namespace registration;
 
-using test::Chain;
-using test::cornerError;
-using test::geometryOf;
-using test::printed;
-
-Eigen::Matrix3d matrixOf(const varitype& record, const char* key)
-{
-    const auto values = record[key].as<Array>().elements<float>();
-    EXPECT_EQ(values.size(), 9U);
-    Eigen::Matrix3d m;
-    for (int i = 0; i < 9; ++i) m(i / 3, i % 3) = double(values[std::size_t(i)]);
-    return m;
-}
-
 int intOf(const varitype& record, const char* key)
 {
     return record[key].as<std::int32_t>();
 }
 
-test::WarpRange similarityRange()
-{
-    test::WarpRange range;
-    range.perspective = 0;
-    return range;
-}
-
 const test::WarpSource& photo(const std::string& name)
 {
     static std::map<std::string, test::WarpSource> sources;
-    return sources.try_emplace(name, test::examplePhoto(name)).first->second;
-}
-
-PreparedView prepared(const std::vector<std::uint8_t>& grey)
-{
-    CornerDetector detector;
-    PreparedView view;
-    prepareView(detector, {grey.data(), 640, 480, 640}, registrationCorners(), view);
-    return view;
+    return sources.try_emplace(name, examplePhoto(name)).first->second;
 }
 
 // A photograph, two views of it, nothing, another photograph, and the first again.
@@ -129,7 +98,7 @@ TEST(EdgeSupport, steepestPixelOfEveryCellALinePasses)
 
 struct RunOfTwo
 {
-    std::vector<test::Arrived> arrived;
+    std::vector<Arrived> arrived;
     std::string text;
 };
 
@@ -143,12 +112,12 @@ RunOfTwo runPair(const std::vector<std::string>& kinds, const test::WarpedPair& 
     run.text = printed([&] {
         chain.init(geometryOf(640, 480, std::move(settings)));
         for (const auto* grey : {&pair.first, &pair.second}) {
-            const Array frame = video ? test::videoFrame(*grey, 640) : test::offsetFrame(*grey, 640);
+            const Array frame = video ? videoFrame(*grey, 640) : offsetFrame(*grey, 640);
             chain.process(&frame);
         }
         chain.flush();
     });
-    for (const test::Arrived& a : chain.arrived)
+    for (const Arrived& a : chain.arrived)
         if (a.eventType == event::kProcess) run.arrived.push_back(a);
     EXPECT_EQ(run.arrived.size(), 2U);
     return run;
@@ -218,12 +187,12 @@ TEST(RegE, drawsOnRequestOnly)
 {
     const test::WarpedPair pair = photo("photo_coffee.jpg").pair(5, similarityRange());
     for (const bool video : {false, true}) {
-        const Array plain = video ? test::videoFrame(pair.second, 640) : test::offsetFrame(pair.second, 640);
+        const Array plain = video ? videoFrame(pair.second, 640) : offsetFrame(pair.second, 640);
         const auto run = [&](int draw) {
             return runPair({"c2rege5"}, pair, {{"rege5", Struct{{"draw", draw}}}}, video).arrived[1];
         };
         const auto before = plain.elements<std::uint16_t>();
-        const test::Arrived untouched = run(0), drawn = run(1);
+        const Arrived untouched = run(0), drawn = run(1);
         EXPECT_TRUE(std::ranges::equal(untouched.frame->elements<std::uint16_t>(), before));
         const auto after = drawn.frame->elements<std::uint16_t>();
         const std::uint16_t ink = inkOf(video ? SampleCoding::Yuyv16 : SampleCoding::Offset16);
@@ -268,12 +237,12 @@ TEST(RegE, saysWhenNothingIsKnown)
 
 TEST(RegE, hostileRecordsAndTinyFrames)
 {
-    const Array frame = test::offsetFrame(std::vector<std::uint8_t>(64 * 64, 5), 64);
+    const Array frame = offsetFrame(std::vector<std::uint8_t>(64 * 64, 5), 64);
     Chain chain({"c2rege5"});
     chain.init(geometryOf(64, 64));
     const auto thrown = [&](Struct entries) {
         std::string text;
-        printed([&] { text = test::thrownText([&] { chain.process(&frame, std::move(entries)); }); });
+        printed([&] { text = thrownText([&] { chain.process(&frame, std::move(entries)); }); });
         return text;
     };
     const auto lines = [](varitype verts) {

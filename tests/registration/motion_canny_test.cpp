@@ -1,31 +1,13 @@
+// Steps ccanny5old, ccanny5 and ccanny7: the motion between frames.
 #include "registration/motion_canny_step.h"
 
-#include <gtest/gtest.h>
-
-#include <set>
-
-#include "support/chain.h"
-#include "support/frames16.h"
+#include "registration/views.h"
 #include "support/images.h"
-#include "support/warp.h"
 
 namespace scansteps {
 namespace {
 
 using namespace registration;
-
-using test::Chain;
-using test::geometryOf;
-using test::printed;
-
-Eigen::Matrix3d matrixOf(const varitype& record)
-{
-    const auto values = record["transform"].as<Array>().elements<float>();
-    EXPECT_EQ(values.size(), 9U);
-    Eigen::Matrix3d m;
-    for (int i = 0; i < 9; ++i) m(i / 3, i % 3) = double(values[std::size_t(i)]);
-    return m;
-}
 
 test::WarpRange narrow(bool scaled)
 {
@@ -39,14 +21,14 @@ test::WarpRange narrow(bool scaled)
 
 TEST(MotionCanny, transformFromTheFrameBefore)
 {
-    const test::WarpSource source(test::examplePhoto("photo_coffee.jpg"));
+    const test::WarpSource source(examplePhoto("photo_coffee.jpg"));
     const test::WarpedPair rigid = source.pair(7, narrow(false)), scaled = source.pair(7, narrow(true));
     for (const char* kind : {"ccanny5old", "ccanny5", "ccanny7"}) {
         const test::WarpedPair& pair = std::string(kind) == "ccanny5old" ? rigid : scaled;
         Chain chain({kind});
         printed([&] { chain.init(geometryOf(640, 480, {{"VideoFormat", "YUYV16"}})); });
         chain.arrived.clear();
-        const Array first = test::videoFrame(pair.first, 640), second = test::videoFrame(pair.second, 640);
+        const Array first = videoFrame(pair.first, 640), second = videoFrame(pair.second, 640);
         const std::string text = printed([&] {
             chain.process(&first);
             chain.process(&second);
@@ -67,8 +49,8 @@ TEST(MotionCanny, transformFromTheFrameBefore)
 
 TEST(MotionCanny, factorAndAngleOfCcanny5)
 {
-    const test::Image photo = test::examplePhoto("img0000.jpg");
-    const std::vector<std::uint8_t> grey = test::greyOf(photo);
+    const test::Image photo = examplePhoto("img0000.jpg");
+    const std::vector<std::uint8_t> grey = greyOf(photo);
     // A quarter of a turn counter-clockwise as seen: the right border comes to lie at the top.
     std::vector<std::uint8_t> square(480 * 480), turned(480 * 480);
     for (std::size_t y = 0; y < 480; ++y)
@@ -82,7 +64,7 @@ TEST(MotionCanny, factorAndAngleOfCcanny5)
     });
     EXPECT_EQ(text, "              0 RLEV\n              9 int(log2(W)+0.5)\n");
     chain.arrived.clear();
-    const Array first = test::offsetFrame(square, 480), second = test::offsetFrame(turned, 480);
+    const Array first = offsetFrame(square, 480), second = offsetFrame(turned, 480);
     const std::string said = printed([&] {
         chain.process(&first);
         chain.process(&second);
@@ -90,10 +72,7 @@ TEST(MotionCanny, factorAndAngleOfCcanny5)
     EXPECT_NE(said.find(" regions.size()\n"), std::string::npos);
     EXPECT_NEAR(double(chain.arrived[1].record["angle"].as<float>()), 90, 0.02);
     EXPECT_NEAR(double(chain.arrived[1].record["factor"].as<float>()), 1, 1e-4);
-    EXPECT_EQ(test::thrownText([&] {
-                  chain.process(&first, {{"transform", 1}});
-              }),
-              "[transform] already found");
+    EXPECT_EQ(thrownText([&] { chain.process(&first, {{"transform", 1}}); }), "[transform] already found");
 }
 
 TEST(MotionCanny, saysWhenTheViewsHaveNothingInCommon)
@@ -101,8 +80,8 @@ TEST(MotionCanny, saysWhenTheViewsHaveNothingInCommon)
     Chain chain({"ccanny7"});
     chain.init(geometryOf(640, 480));
     chain.arrived.clear();
-    const Array a = test::offsetFrame(test::greyOf(test::examplePhoto("img0000.jpg")), 640);
-    const Array b = test::offsetFrame(std::vector<std::uint8_t>(640 * 480, 9), 640);
+    const Array a = offsetFrame(greyOf(examplePhoto("img0000.jpg")), 640);
+    const Array b = offsetFrame(std::vector<std::uint8_t>(640 * 480, 9), 640);
     printed([&] {
         for (const Array* frame : {&a, &b, &a}) chain.process(frame);
     });

@@ -1,11 +1,8 @@
+// Matching of descriptors, estimation of motion, and registration of two views.
 #include "registration/register_views.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-
+#include "registration/views.h"
 #include "support/images.h"
-#include "support/warp.h"
 
 namespace scansteps {
 namespace {
@@ -108,18 +105,10 @@ TEST(Motion, saysWhenThereIsNothing)
     EXPECT_LT(estimateMotion(pairs, MotionModel::similarity, 640, 480).inliers, 8);
 }
 
-PreparedView prepared(const std::vector<std::uint8_t>& grey)
-{
-    CornerDetector detector;
-    PreparedView view;
-    prepareView(detector, {grey.data(), 640, 480, 640}, registrationCorners(), view);
-    return view;
-}
-
 TEST(Register, warpedPhotographs)
 {
     for (const char* name : {"photo_rocket.jpg", "photo_chelsea.jpg"}) {
-        const test::WarpSource source(test::examplePhoto(name));
+        const test::WarpSource source(examplePhoto(name));
         const test::WarpedPair pair = source.pair(101, test::WarpRange{});
         ASSERT_GE(test::overlap(pair.truth), 0.6);
         const Registration r =
@@ -135,8 +124,7 @@ TEST(Register, refusesViewsOfDifferentScenesAndEmptyOnes)
                            "photo_astronaut.jpg"};
     std::vector<PreparedView> views;
     for (const char* name : names)
-        views.push_back(
-            prepared(test::WarpSource(test::examplePhoto(name)).pair(1, test::WarpRange{}).first));
+        views.push_back(prepared(test::WarpSource(examplePhoto(name)).pair(1, test::WarpRange{}).first));
     views.push_back(prepared(std::vector<std::uint8_t>(640 * 480, 90)));
     for (std::size_t i = 0; i < views.size(); ++i)
         for (std::size_t k = 0; k < i; ++k) {

@@ -1,19 +1,10 @@
 // In the steady state neither the edge detector nor the steps around it take memory: their buffers are there
 // from the first frames on.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "edges/canny_frame16.h"
-#include "support/chain.h"
 #include "support/count_allocations.h"
-#include "support/frames16.h"
 #include "support/images.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
@@ -87,7 +78,7 @@ Array emptyFrame(const std::string& format)
 /// Allocations of each of some frames from the third on, less those of the record's copies.
 std::vector<long> allocationsAFrame(const SteadySteps& steps)
 {
-    test::Chain chain(steps.kinds);
+    Chain chain(steps.kinds);
     End end;
     chain.step(steps.kinds.size() - 1).setNext(&end);
     Struct settings = steps.nested;
@@ -146,17 +137,17 @@ TEST(Steady, stepsThatAddToTheRecordTakeNoMemoryButTheRecords)
         {"cdeva", {}, 0},
     };
     constexpr int kWidth = 200, kHeight = 150;
-    const test::Image photo = test::examplePhoto("img0000.jpg");
-    const std::vector<std::uint8_t> grey = test::greyOf(photo);
+    const test::Image photo = examplePhoto("img0000.jpg");
+    const std::vector<std::uint8_t> grey = greyOf(photo);
     for (const RecordingStep& step : table) {
         SCOPED_TRACE(step.kind);
-        test::Chain chain({step.kind});
+        Chain chain({step.kind});
         Witness end;
         chain.step(0).setNext(&end);
         std::vector<long> temporary, kept;
         temporary.reserve(8), kept.reserve(8);
-        test::printed([&] {
-            chain.init(test::geometryOf(kWidth, kHeight, step.settings));
+        printed([&] {
+            chain.init(geometryOf(kWidth, kHeight, step.settings));
             const Array shape(Kind::Ushort, kWidth, kHeight);
             chain.process(&shape);
             const int handle = chain.hostHandle();
@@ -182,7 +173,7 @@ TEST(Steady, stepsThatAddToTheRecordTakeNoMemoryButTheRecords)
 
 TEST(Steady, stepsTakeNoMemoryAfterTheSecondFrameButForTheCopyOfTheRecord)
 {
-    const test::TempDir folder;
+    const TempDir folder;
     const Struct reduce{{"down1", Struct{{"factor", 2}}}}, combine{{"combine", Struct{{"factor", 3}}}};
     const Struct dump{{"dump", Struct{{"row", 7}, {"name", folder / "rows.raw"}}}};
     const Struct buffer{{"Buff", Struct{{"Size", 2}}}};
@@ -209,7 +200,7 @@ TEST(Steady, stepsTakeNoMemoryAfterTheSecondFrameButForTheCopyOfTheRecord)
     };
     for (const SteadySteps& steps : table) {
         std::vector<long> counts;
-        test::printed([&] { counts = allocationsAFrame(steps); });
+        printed([&] { counts = allocationsAFrame(steps); });
         EXPECT_THAT(counts, testing::Each(0)) << steps.name();
     }
 }

@@ -1,6 +1,6 @@
 // Counts blocks that operator new gives and operator delete takes in the whole program. Include it in one
-// source file of a program only. A sanitizer keeps its own operators, which find mismatched pairs, and tells
-// of what it hands out.
+// source file of a program only. A sanitizer keeps its
+// own operators, which find mismatched pairs; its hooks report allocations.
 #pragma once
 
 #include <atomic>

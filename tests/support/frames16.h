@@ -1,4 +1,4 @@
-// 8-bit grey pictures as the 16-bit frames that steps take.
+// 16-bit frames as steps take them, made from 8-bit grey pictures or by counting.
 #pragma once
 
 #include <cstdint>
@@ -19,12 +19,26 @@ inline Array offsetFrame(std::span<const std::uint8_t> grey, int width)
     return frame;
 }
 
-/// YUYV16 frame of that luma, with chroma that says nothing.
+/// YUYV16 frame of that luma, with arbitrary chroma.
 inline Array videoFrame(std::span<const std::uint8_t> grey, int width)
 {
     Array frame = offsetFrame(grey, width);
     for (auto& v : frame.elements<std::uint16_t>()) v = std::uint16_t((v & 255) | (v % 7 << 13));
     return frame;
+}
+
+/// 16-bit frame whose samples count up from `first`.
+inline Array countingFrame(std::uint32_t width, std::uint32_t height, int first)
+{
+    Array frame(Kind::Ushort, width, height);
+    for (auto& sample : frame.elements<std::uint16_t>()) sample = std::uint16_t(first++);
+    return frame;
+}
+
+inline std::vector<std::uint16_t> samplesOf(const Array& frame)
+{
+    const auto samples = frame.elements<std::uint16_t>();
+    return {samples.begin(), samples.end()};
 }
 
 /// The settings that every step on frames reads.

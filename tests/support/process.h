@@ -42,7 +42,7 @@ class InheritedFile
     HANDLE handle_;
 };
 
-// Without a shell: its rules of quoting and its code page would stand between the test and the program.
+// Without a shell, whose quoting rules and code page would alter the arguments.
 inline int runWithFiles(const std::string& command, const std::filesystem::path& folder)
 {
     const InheritedFile in(folder / "in", GENERIC_READ, OPEN_EXISTING);

@@ -1,9 +1,11 @@
-// Records for tests.
+// Records for tests, and the records of a file.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "scansteps/record.h"
+#include "scansteps/stream.h"
 
 namespace scansteps::test {
 
@@ -38,6 +40,14 @@ inline varitype everyKind()
         {"uint", std::uint32_t{4000000000U}},
         {"ushort", std::uint16_t{60000}},
     };
+}
+
+inline std::vector<varitype> recordsOf(const std::string& path)
+{
+    BIOfs in(path, BIOfs::Mode::Read);
+    std::vector<varitype> records;
+    while (!in.atEnd()) records.push_back(readRecord(in));
+    return records;
 }
 
 }  // namespace scansteps::test

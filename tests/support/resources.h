@@ -1,5 +1,5 @@
-// What the test process holds of the system: threads, descriptors or handles, memory. For tests that do
-// something many times over and want nothing left.
+// Resources that the test process holds: threads, descriptors or handles, memory. For tests that repeat
+// something many times and must leave nothing.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -70,7 +70,7 @@ inline Resources resourcesHeld()
 
 #endif
 
-/// The same when threads that were joined are gone from the system's list too, which takes it a moment.
+/// The same after joined threads have left the system's list too, which takes a moment.
 inline Resources resourcesHeldAtRest()
 {
     Resources held = resourcesHeld();

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <tuple>
+
 #include "hwy/targets.h"
 
 namespace scansteps::test {
@@ -17,6 +20,20 @@ void forEachTarget(Check check)
         check();
     }
     hwy::SetSupportedTargetsForTest(0);
+}
+
+/// On every instruction set `vector` writes what `scalar` writes; both are called with (in, out, more...).
+template <class Function, class In, class Out, class... More>
+void expectTwins(Function* vector, Function* scalar, const In& in, const Out& out, const More&... more)
+{
+    Out expected = out;
+    scalar(in, expected, more...);
+    forEachTarget([&] {
+        Out got = out;
+        vector(in, got, more...);
+        EXPECT_TRUE(got == expected) << "size " << std::size(in)
+                                     << testing::PrintToString(std::tuple(more...));
+    });
 }
 
 }  // namespace scansteps::test

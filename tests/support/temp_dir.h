@@ -1,4 +1,4 @@
-// A folder of its own for one test, removed with everything in it at the end. Its name holds no digits, as
+// A folder of its own for one test, removed with everything in it at the end. Its name has no digits, as
 // every digit of a path is part of the counter of numbered files.
 #pragma once
 

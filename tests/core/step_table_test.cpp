@@ -1,23 +1,16 @@
-// The table of kinds held against the steps: what each does with every setting of the table that is missing,
-// of another kind, or out of range.
+// Checks the table of steps against the steps: what each does with every setting of the table that is
+// missing, of another kind, or out of range.
 #include "scansteps/steps.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <optional>
-
 #include "scansteps/socket.h"
-#include "support/chain.h"
-#include "support/temp_dir.h"
+#include "support/test.h"
 
 namespace scansteps {
 namespace {
 
 constexpr const char* kTypeError = "varitype::getv() type error!";
 
-// Gives the value at a path, or takes it out; families come and go with their settings.
+// Sets the value at a path or removes it; a family is created for its first setting.
 void put(Struct& settings, std::string_view path, const std::optional<varitype>& value)
 {
     const std::size_t dot = path.find('.');
@@ -59,72 +52,72 @@ class TableTest : public testing::Test
         return number(setting, std::clamp(2.0, setting.min, setting.max));
     }
 
-    // Settings as few as the kind can do with.
-    Struct least(const StepInfo& kind)
+    // The fewest settings that the step accepts.
+    Struct fewest(const StepInfo& step)
     {
         Struct settings;
-        for (const SettingInfo& setting : kind.settings)
+        for (const SettingInfo& setting : step.settings)
             if (setting.required) put(settings, setting.path, validValue(setting));
-        if (findSetting(kind, "capture.dev_name") != nullptr)
+        if (findSetting(step, "capture.dev_name") != nullptr)
             put(settings, "capture.dev_name", varitype("test:bars"));
         return settings;
     }
 
     // What the step raises: as a rule at initialise, but mfilt reads its number with every frame.
-    std::string raised(const StepInfo& kind, const Struct& settings, int* eventType = nullptr)
+    std::string raised(const StepInfo& step, const Struct& settings, int* eventType = nullptr)
     {
         std::string text;
-        test::printed([&] {
-            test::Chain chain({kind.kind});
-            text = test::thrownText([&] {
+        printed([&] {
+            Chain chain({step.kind});
+            text = thrownText([&] {
                 const int after = chain.init(settings);
                 if (eventType != nullptr) *eventType = after;
-                if (std::string_view(kind.kind) == "mfilt") chain.process();
+                if (std::string_view(step.kind) == "mfilt") chain.process();
             });
         });
         receiver_.accept(0);
         return text;
     }
 
-    std::string raisedWith(const StepInfo& kind, const SettingInfo& setting,
+    std::string raisedWith(const StepInfo& step, const SettingInfo& setting,
                            const std::optional<varitype>& value)
     {
-        Struct settings = least(kind);
+        Struct settings = fewest(step);
         put(settings, setting.path, value);
-        return raised(kind, settings);
+        return raised(step, settings);
     }
 
-    void checkKindOfValue(const StepInfo& kind, const SettingInfo& setting, bool runs)
+    void checkKindOfValue(const StepInfo& step, const SettingInfo& setting, bool runs)
     {
         const std::string path = setting.path;
         const varitype other = setting.kind == Kind::String ? varitype(7) : varitype("text");
         if (runs || !setting.presence) {
-            EXPECT_EQ(raisedWith(kind, setting, other), setting.presence ? "" : kTypeError);
+            EXPECT_EQ(raisedWith(step, setting, other), setting.presence ? "" : kTypeError);
         }
         if (path.find('.') == std::string::npos) return;
-        Struct noFamily = least(kind);
+        Struct noFamily = fewest(step);
         noFamily.set(path.substr(0, path.find('.')), 5);
-        EXPECT_EQ(raised(kind, noFamily), "MustBe nsa ");
+        EXPECT_EQ(raised(step, noFamily), "MustBe nsa ");
     }
 
-    void checkMissing(const StepInfo& kind, const SettingInfo& setting, bool runs)
+    void checkMissing(const StepInfo& step, const SettingInfo& setting, bool runs)
     {
         const std::string path = setting.path;
         if (setting.required) {
-            EXPECT_EQ(raisedWith(kind, setting, std::nullopt),
+            EXPECT_EQ(raisedWith(step, setting, std::nullopt),
                       "[" + path.substr(path.rfind('.') + 1) + "] not found");
-            Struct none = least(kind);
+            Struct none = fewest(step);
             none.remove(path.substr(0, path.find('.')));
-            EXPECT_EQ(raised(kind, none), "[" + path.substr(0, path.find('.')) + "] not found");
+            EXPECT_EQ(raised(step, none), "[" + path.substr(0, path.find('.')) + "] not found");
         } else if (runs) {
             int after = 0;
-            EXPECT_EQ(raised(kind, least(kind), &after), "");
+            EXPECT_EQ(raised(step, fewest(step), &after), "");
             const bool reports = std::string_view(setting.doc).find("1004") != std::string_view::npos;
             EXPECT_TRUE(path != "dataFormat" || (after == event::kMismatch) == reports);
         }
     }
 
-    void checkRange(const StepInfo& kind, const SettingInfo& setting, bool runs)
+    void checkRange(const StepInfo& step, const SettingInfo& setting, bool runs)
     {
         const auto isInt = [](double v) { return v >= INT32_MIN && v <= INT32_MAX; };
         for (const auto& [limit, away] : {std::pair{setting.min, -1.0}, std::pair{setting.max, 1.0}}) {
@@ -132,28 +125,28 @@ class TableTest : public testing::Test
             if (!std::isfinite(limit) || (setting.kind == Kind::Int && !isInt(outside))) continue;
             SCOPED_TRACE(outside);
             if (runs || setting.enforced) {
-                const std::string text = raisedWith(kind, setting, number(setting, outside));
+                const std::string text = raisedWith(step, setting, number(setting, outside));
                 EXPECT_EQ(text.find(", must be ") != std::string::npos, setting.enforced) << text;
             }
             if (runs && std::string_view(setting.path) != "sender.port") {
-                EXPECT_EQ(raisedWith(kind, setting, number(setting, limit)), "");
+                EXPECT_EQ(raisedWith(step, setting, number(setting, limit)), "");
             }
         }
     }
 
-    test::TempDir dir_;
+    TempDir dir_;
     Listener receiver_{0, "127.0.0.1"};
 };
 
 TEST_F(TableTest, StepsReadEverySettingAsTheTableSays)
 {
-    for (const StepInfo& kind : stepTable()) {
-        const bool runs = std::string_view(kind.kind) != "ccap";  // which needs a camera
-        for (const SettingInfo& setting : kind.settings) {
-            SCOPED_TRACE(std::string(kind.kind) + " " + setting.path);
-            checkMissing(kind, setting, runs);
-            checkKindOfValue(kind, setting, runs);
-            checkRange(kind, setting, runs);
+    for (const StepInfo& step : stepTable()) {
+        const bool runs = std::string_view(step.kind) != "ccap";  // which needs a camera
+        for (const SettingInfo& setting : step.settings) {
+            SCOPED_TRACE(std::string(step.kind) + " " + setting.path);
+            checkMissing(step, setting, runs);
+            checkKindOfValue(step, setting, runs);
+            checkRange(step, setting, runs);
         }
     }
 }

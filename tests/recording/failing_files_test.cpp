@@ -1,23 +1,16 @@
-// The recorder on files that fail in every way a system knows: writes cut short, a disk that fills up in the
+// The recorder on files that fail: writes cut short, a disk that fills up in the
 // middle of a record, a close that reports what was lost, a pipe whose reader has gone. The system's calls
-// are replaced for this program; they do as ever until a test arms them.
+// are replaced in this program; they work as usual until a test arms them.
 #ifndef _WIN32
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <string>
-#include <thread>
-
 #include "scansteps/stream.h"
-#include "support/chain.h"
-#include "support/temp_dir.h"
+
+#include "support/test.h"
 
 namespace {
 struct Plan
@@ -85,11 +78,6 @@ int close(int file)
 namespace scansteps {
 namespace {
 
-using test::Chain;
-using test::readFile;
-using test::TempDir;
-using test::thrownText;
-
 class Armed
 {
   public:
@@ -97,16 +85,9 @@ class Armed
     ~Armed() { armed = nullptr; }
 };
 
-Array frameOf(int number)
-{
-    Array frame(Kind::Ushort, 40, 30);
-    for (auto& sample : frame.elements<std::uint16_t>()) sample = std::uint16_t(number++);
-    return frame;
-}
-
 Struct initFor(const std::string& path)
 {
-    return {{"dataX", 40}, {"dataY", 30}, {"dataFormat", "CPU::u_1x16"}, {"save", Struct{{"name", path}}}};
+    return geometryOf(40, 30, {{"save", Struct{{"name", path}}}});
 }
 
 // The error of each event of a run of three frames, "" where it went well.
@@ -115,19 +96,11 @@ std::vector<std::string> recordRun(const std::string& path, Plan plan, Chain& ch
     const Armed now(plan);
     std::vector<std::string> errors{thrownText([&] { chain.init(initFor(path)); })};
     for (int i = 0; i < 3; ++i) {
-        const Array frame = frameOf(i);
+        const Array frame = countingFrame(40, 30, i);
         errors.push_back(thrownText([&] { chain.process(&frame); }));
     }
     errors.push_back(thrownText([&] { chain.flush(); }));
     return errors;
-}
-
-std::vector<varitype> recordsOf(const std::string& path)
-{
-    BIOfs in(path, BIOfs::Mode::Read);
-    std::vector<varitype> records;
-    while (!in.atEnd()) records.push_back(readRecord(in));
-    return records;
 }
 
 const std::vector<std::string> kNoErrors(5);
@@ -165,7 +138,7 @@ TEST(FailingFiles, DiskThatFillsUpAnywhereLeavesWholeRecords)
             EXPECT_EQ(chain.notices.back().file, dir / "run.rec");
             EXPECT_EQ(chain.notices.back().reason, "No space left on device");
             ASSERT_EQ(recordsOf(dir / "run.rec").size(), written) << room;
-            EXPECT_EQ(chain.arrived.back().eventType, 1003);  // the steps behind are flushed
+            EXPECT_EQ(chain.arrived.back().eventType, 1003);  // the later steps are flushed
         }
     }
 }
@@ -193,7 +166,7 @@ TEST(FailingFiles, OneCallOfTheSystemARecord)
     chain.init(initFor(dir / "run.rec"));
     Plan plan;
     const Armed now(plan);
-    const Array frame = frameOf(1);
+    const Array frame = countingFrame(40, 30, 1);
     for (int i = 0; i < 10; ++i) chain.process(&frame);
     EXPECT_EQ(plan.writeCalls, 10);
 }
@@ -212,13 +185,13 @@ TEST(FailingFiles, PipeWhoseReaderHasGoneIsAWriteErrorAndNoSignal)
     Chain chain({"filesaver"});
     chain.init(initFor(path));
     reader.join();
-    const Array frame = frameOf(1);
+    const Array frame = countingFrame(40, 30, 1);
     for (int i = 0; i < 3; ++i) EXPECT_EQ(thrownText([&] { chain.process(&frame); }), "write error");
     EXPECT_EQ(thrownText([&] { chain.flush(); }), "write error");
     EXPECT_EQ(chain.arrived.back().eventType, 1003);
     BIOmem in(std::as_bytes(std::span(got)));
     EXPECT_EQ(readRecord(in)["eventType"].as<int>(), 1001);
-    // Nothing is left behind that would arrive later, or be kept from others.
+    // No signal is left pending or blocked.
     sigset_t pending, blocked;
     sigpending(&pending);
     pthread_sigmask(SIG_BLOCK, nullptr, &blocked);

@@ -1,0 +1,57 @@
+// Replays the saved inputs of every fuzz target: each folder fuzz/<module>/<thing>_corpus.
+#include "../../fuzz/core/record_reader_input.h"
+#include "../../fuzz/images/image_file_input.h"
+#include "../../fuzz/jpeg/decoder_input.h"
+#include "../../fuzz/plugin/any_chain_input.h"
+#include "support/test.h"
+
+namespace scansteps {
+namespace {
+
+using Feed = std::function<void(const std::filesystem::path&)>;
+
+Feed ofBytes(const std::function<void(const std::uint8_t*, std::size_t)>& feed)
+{
+    return [=](const std::filesystem::path& path) {
+        const std::string bytes = readFile(path);
+        feed(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    };
+}
+
+TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
+{
+    const fuzzing::Scratch scratch;
+    const std::map<std::string, Feed> targets = {
+        {"record_reader_corpus", ofBytes(fuzzing::readRecords)},
+        {"image_file_corpus", [](const auto& path) { fuzzing::loadImageFile(path.string()); }},
+        {"decoder_corpus", ofBytes([](const std::uint8_t* data, std::size_t size) {
+             forEachTarget([&] { fuzzing::decodeJpeg(data, size); });
+         })},
+        {"any_chain_corpus", ofBytes([&](const std::uint8_t* data, std::size_t size) {
+             fuzzing::AnyChain(data, size, scratch).run();
+         })}};
+    std::map<std::string, int> replayed;
+    testing::internal::CaptureStderr();
+    printed([&] {
+        for (const auto& entry :
+             std::filesystem::recursive_directory_iterator(SCANSTEPS_SOURCE_DIR "/fuzz")) {
+            const std::string folder = entry.path().parent_path().filename().string();
+            if (!entry.is_regular_file() || !folder.ends_with("_corpus")) continue;
+            SCOPED_TRACE(entry.path());
+            targets.at(folder)(entry.path());
+            ++replayed[folder];
+        }
+    });
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(replayed.size(), targets.size()) << "a target without saved inputs";
+}
+
+// Saved inputs name the steps of their chain by these keys.
+TEST(FuzzCorpus, everyStepHasAKeyOfItsOwn)
+{
+    for (const StepInfo& step : stepTable())
+        EXPECT_EQ(fuzzing::stepAt(fuzzing::keyOf(step.kind)).kind, step.kind);
+}
+
+}  // namespace
+}  // namespace scansteps
