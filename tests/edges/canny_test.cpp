@@ -239,7 +239,8 @@ void compareDetectors(const FloatPlane& plane, const std::vector<Setting>& setti
     for (const int aperture : {3, 5, 7}) {
         if (isOutOfRange(plane, aperture)) {
             FloatPlane out;
-            EXPECT_EQ(textOf([&] { Canny(plane, out, 1, 2, aperture, work); }), "derivative out of range");
+            EXPECT_EQ(thrownText([&] { Canny(plane, out, 1, 2, aperture, work); }),
+                      "derivative out of range");
             continue;
         }
         for (const Setting& s : settings) {
