@@ -3,6 +3,10 @@
 
 #include "support/test.h"
 
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
+
 namespace scansteps {
 namespace {
 
@@ -334,7 +338,7 @@ TEST(FileStream, DoesNotOverwriteAFileThatIsBeingPlayed)
     EXPECT_EQ(readFile(path), "");
 }
 
-// Not on Windows, which has no device that is always full.
+// Not on Windows, which has no device that is always full and no limit on the size of files.
 #ifndef _WIN32
 TEST(FileStream, FullDiskIsAWriteError)
 {
@@ -344,6 +348,26 @@ TEST(FileStream, FullDiskIsAWriteError)
     EXPECT_EQ(full.position(), 0U);
 }
 
+TEST(FileStream, SizeLimitIsAWriteErrorThatLeavesWholeRecords)
+{
+    const TempDir dir;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit limited = before;
+    limited.rlim_cur = 10000;
+    const Struct record{{"a", Array(Kind::Uchar, 1000, 1)}};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const std::uint64_t whole = 9 * recordSize(record);
+    BIOfs out(dir / "run.rec", BIOfs::Mode::Write);
+    for (int i = 0; i < 9; ++i) writeRecord(out, record);
+    const std::string error = thrownText([&] { writeRecord(out, record); });
+    const std::string later = thrownText([&] { writeRecord(out, Struct{}); });  // which would fit
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(error, "write error");
+    EXPECT_EQ(later, "write error");
+    EXPECT_EQ(out.reason(), "File too large");
+    EXPECT_EQ(readFile(dir / "run.rec").size(), whole);
+}
 #endif
 
 }  // namespace

@@ -4,6 +4,10 @@
 #include "support/process.h"
 #include "support/test.h"
 
+#ifndef _WIN32
+#include <sys/resource.h>
+#endif
+
 namespace scansteps {
 namespace {
 
@@ -85,6 +89,23 @@ TEST(PhotographsToEdges, anErrorNamesStepFrameAndMessageAndTheChainIsFlushed)
         << result.err;
     EXPECT_NE(result.out.find("   CpuLast time = "), std::string::npos) << "flushed";
 }
+
+#ifndef _WIN32  // which has no limit on the size of files
+// As on a full disk: the writer reports it, and the run goes on to its end.
+TEST(PhotographsToEdges, aLimitOnFilesStopsTheWriterOnly)
+{
+    const TempDir folder;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit limited{100'000, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const auto result = runProgram("run \"cjread load.one=1 load.name=" + kImages +
+                                   "img0000.jpg ! cjwrite name=" + (folder / "a0.ppm") + " ! clast\"");
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_NE(result.err.find("can't write " + (folder / "a0.ppm")), std::string::npos) << result.err;
+}
+#endif
 
 }  // namespace
 }  // namespace scansteps
