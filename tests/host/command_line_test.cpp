@@ -156,6 +156,10 @@ TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
     ASSERT_EQ(list.size(), stepTable().size());
     const Json canny = Json::parse(runProgram("steps ccanny --json").out);
     EXPECT_EQ(canny["frames"], Json({{"in", "samples16"}, {"out", "samples16"}}));
+    for (const Json& setting : canny["settings"])
+        if (setting["path"] == "OCV.trh") {
+            EXPECT_EQ(setting["default"], 900.0);
+        }
     EXPECT_EQ(Json::parse(runProgram("steps cdump --json").out)["settings"][4]["role"], "output");
 }
 

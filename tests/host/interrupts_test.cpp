@@ -84,6 +84,7 @@ TEST(Interrupt, EveryWaitEndsAndTheFlushIsReached)
         int signal = SIGINT;
     } cases[] = {
         {"silent camera", kCamera + "@0.01"},
+        {"busy chain", kCamera + "@max ! ccanny"},
         {"terminated", kCamera + "@0.01", false, SIGTERM},
         {"hung up", kCamera + "@0.01", false, SIGHUP},
         {"receiver that does not read", kCamera + "@max ! sender port=" + port},
@@ -154,6 +155,9 @@ TEST(StandardStreams, ClosedFullOrWithoutAReader)
              "\" | head -1; exit $(grep -o '\"exitCode\": [0-9]*' \"" + (dir / "report") +
              "\" | cut -d: -f2)",
          5, "error: the reader of standard output has gone away"},
+        {run + "\"" + kCamera + " ! filesaver name=/dev/full\"", 4,
+         "step 2 (filesaver), initialise: write error"},
+        {kProgram + "steps >/dev/full", 5, "cannot write standard output"},
         {kProgram + "steps >&-", 5, "cannot write standard output"},
         {kProgram + "steps --no-such-option 2>&-", 2, ""},
     };
@@ -163,7 +167,7 @@ TEST(StandardStreams, ClosedFullOrWithoutAReader)
         const auto result = runCommand("( " + c.command + " )");
         EXPECT_EQ(result.exitCode, c.exitCode) << result.err;
         EXPECT_THAT(result.err, HasSubstr(c.err));
-        if (c.command.find("filesaver") == c.command.npos) continue;
+        if (c.command.find(file) == c.command.npos) continue;
         EXPECT_EQ(runCommand(kProgram + "inspect \"" + file + "\"").exitCode, 0);
         EXPECT_THAT(readFile(dir / "report"), HasSubstr("\"frames\": "));
     }

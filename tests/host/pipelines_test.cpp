@@ -21,7 +21,8 @@ TEST(PhotographsToEdges, everyFrameIsWrittenAndThinWhiteLinesStandOnBlack)
     const auto result = runProgram("run \"cjread load.name=" + kImages +
                                    "img0000.jpg ! cyuv ! ccanny trl=200 trh=500 ! "
                                    "cjwrite name=" +
-                                   (folder / "edge0000.ppm") + " ! clast\" --frames 3");
+                                   (folder / "edge0000.ppm") +
+                                   " ! cjwrite name=" + (folder / "copy0000.ppm") + " ! clast\" --frames 3");
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("3 frames in"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("  CpuCanny time = "), std::string::npos);
@@ -36,6 +37,7 @@ TEST(PhotographsToEdges, everyFrameIsWrittenAndThinWhiteLinesStandOnBlack)
         EXPECT_GT(white, image->size() / 200);
         EXPECT_LT(white, image->size() / 4);
     }
+    EXPECT_TRUE(readFile(folder / "copy0002.ppm") == readFile(folder / "edge0002.ppm"));
     EXPECT_FALSE(std::filesystem::exists((folder / "edge0003.ppm")));
 }
 

@@ -355,11 +355,12 @@ TEST(Receive, GivesEveryRunARecordingAndEndsWhenInterrupted)
     }
     EXPECT_TRUE(receiver.waitFor("run-2.rec"));
     EXPECT_TRUE(readFile(dir / "run.rec") == readFile(dir / "run-2.rec"));
-    EXPECT_EQ(runProgram("run \"cjread load.name=" + kImages + "img0000.jpg ! sender " + receiver.to() +
-                         "\" --frames 1")
+    EXPECT_EQ(runProgram("run \"cjread load.name=" + kImages + "img0000.jpg ! filesaver name=" +
+                         (dir / "sent.rec") + " ! sender " + receiver.to() + "\" --frames 2")
                   .exitCode,
               0);
-    EXPECT_TRUE(receiver.waitFor("3 records in " + (dir / "run-3.rec")));
+    EXPECT_TRUE(receiver.waitFor("4 records in " + (dir / "run-3.rec")));
+    EXPECT_TRUE(framesOf(dir / "run-3.rec") == framesOf(dir / "sent.rec"));
     receiver.interrupt();
     EXPECT_EQ(receiver.end(), 130);
 }
