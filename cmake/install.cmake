@@ -24,6 +24,7 @@ configure_package_config_file(cmake/scansteps-config.cmake.in ${PROJECT_BINARY_D
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/scansteps-config-version.cmake
   COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/scansteps-config.cmake ${PROJECT_BINARY_DIR}/scansteps-config-version.cmake
+  cmake/scansteps-plugin.cmake
   DESTINATION ${package_dir})
 
 set(module_file ${CMAKE_SHARED_MODULE_PREFIX}scansteps${CMAKE_SHARED_MODULE_SUFFIX})

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "plugins.h"
+
 namespace scansteps::host {
 
 namespace {
@@ -21,7 +23,7 @@ int typeOf(const varitype& params)
 
 StepBase* asStepBase(const PipelineStep& step, cChain& made)
 {
-    if (step.create) return dynamic_cast<StepBase*>(&made);
+    if (step.create || pluginOf(step.info->kind) != nullptr) return dynamic_cast<StepBase*>(&made);
     return std::string_view(step.info->kind) == "test" ? nullptr : &static_cast<StepBase&>(made);
 }
 

@@ -15,6 +15,7 @@
 #include <shellapi.h>
 #else
 #include <dlfcn.h>
+#include <link.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #endif
@@ -62,6 +63,22 @@ std::string environmentVariable(const char* name)
     const char* value = std::getenv(name);
     return value == nullptr ? "" : value;
 #endif
+}
+
+std::vector<std::string> splitPathList(const std::string& list)
+{
+#ifdef _WIN32
+    constexpr char kSeparator = ';';
+#else
+    constexpr char kSeparator = ':';
+#endif
+    std::vector<std::string> entries;
+    for (std::size_t begin = 0; begin <= list.size();) {
+        const std::size_t end = std::min(list.find(kSeparator, begin), list.size());
+        if (end > begin) entries.push_back(list.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return entries;
 }
 
 #ifdef _WIN32
@@ -129,6 +146,22 @@ std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& 
         error = systemText(GetLastError());
         return nullptr;
     }
+    wchar_t full[32768];
+    const DWORD length = GetModuleFileNameW(library, full, 32768);
+    return std::unique_ptr<SharedLibrary>(
+        new SharedLibrary(reinterpret_cast<void*>(library), length == 0 ? path : std::wstring(full, length)));
+}
+
+std::unique_ptr<SharedLibrary> SharedLibrary::openPlugin(const std::filesystem::path& path,
+                                                         std::string& error)
+{
+    const std::wstring native = std::filesystem::path(path).make_preferred().wstring();
+    HMODULE library = LoadLibraryExW(native.c_str(), nullptr,
+                                     LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+    if (library == nullptr) {
+        error = systemText(GetLastError());
+        return nullptr;
+    }
     return std::unique_ptr<SharedLibrary>(new SharedLibrary(reinterpret_cast<void*>(library), path));
 }
 
@@ -188,7 +221,16 @@ std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& 
         error = dlerror();
         return nullptr;
     }
-    return std::unique_ptr<SharedLibrary>(new SharedLibrary(library, path));
+    // Where the loader found it.
+    link_map* map = nullptr;
+    const bool told = dlinfo(library, RTLD_DI_LINKMAP, &map) == 0 && map != nullptr && *map->l_name != 0;
+    return std::unique_ptr<SharedLibrary>(new SharedLibrary(library, told ? map->l_name : path));
+}
+
+std::unique_ptr<SharedLibrary> SharedLibrary::openPlugin(const std::filesystem::path& path,
+                                                         std::string& error)
+{
+    return open(path, error);
 }
 
 SharedLibrary::~SharedLibrary()

@@ -27,6 +27,8 @@ std::vector<std::filesystem::path> libraryFolders();
 int terminalWidth();
 const char* nullDevice();
 std::string environmentVariable(const char* name);
+/// The entries of a list like PATH that are not empty.
+std::vector<std::string> splitPathList(const std::string& list);
 
 /// A library loaded at run time; closed at the end of its life.
 class SharedLibrary
@@ -34,6 +36,8 @@ class SharedLibrary
   public:
     /// Null when it cannot be loaded; `error` says why.
     static std::unique_ptr<SharedLibrary> open(const std::filesystem::path& path, std::string& error);
+    /// The same, of an absolute path: libraries that it needs are also looked for beside it.
+    static std::unique_ptr<SharedLibrary> openPlugin(const std::filesystem::path& path, std::string& error);
     ~SharedLibrary();
     SharedLibrary(const SharedLibrary&) = delete;
     SharedLibrary& operator=(const SharedLibrary&) = delete;

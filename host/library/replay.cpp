@@ -5,6 +5,7 @@
 
 #include "scansteps/printable.h"
 #include "scansteps/settings.h"
+#include "setting_lookup.h"
 #include "values.h"
 
 namespace scansteps::host {
@@ -32,6 +33,27 @@ std::string shown(const varitype& value)
 bool isProtected(SettingRole role)
 {
     return role == SettingRole::Output || role == SettingRole::Host || role == SettingRole::Port;
+}
+
+// The settings record that holds the last key of a path; null where there is none.
+std::optional<varitype> groupOf(const varitype& record, std::string_view path)
+{
+    varitype group = record;
+    for (std::size_t dot = path.find('.'); dot != path.npos; dot = path.find('.')) {
+        if (!isStruct(group.as<Struct>().find(path.substr(0, dot)))) return std::nullopt;
+        group = group[path.substr(0, dot)];
+        path.remove_prefix(dot + 1);
+    }
+    return group;
+}
+
+// {"a": {"b": value}} for "a.b".
+Struct nested(std::string_view path, const varitype& value)
+{
+    const std::size_t dot = path.find('.');
+    Struct result;
+    result.set(path.substr(0, dot), dot == path.npos ? value : varitype(nested(path.substr(dot + 1), value)));
+    return result;
 }
 
 }  // namespace
@@ -80,22 +102,16 @@ void ReplayRules::protect(std::size_t player, const SettingInfo& setting, const 
                           varitype& record)
 {
     const std::string_view path = setting.path;
-    const std::size_t dot = path.find('.');
-    const std::string family(path.substr(0, dot)), key(path.substr(dot + 1));
-    if (const auto given = findPath(user, path)) {
-        Struct own;
-        own.set(key, given->clone());
-        mergeSettings(record, Struct{{family, own}});
-        return;
-    }
-    if (!isStruct(record.as<Struct>().find(family))) return;
-    varitype group = record[family];
-    if (!group.has(key)) return;
+    if (const auto given = findPath(user, path)) return mergeSettings(record, nested(path, given->clone()));
+    auto group = groupOf(record, path);
+    const std::string key = lastPart(path);
+    if (!group || !group->has(key)) return;
     if (isMissed(player, setting.path))
-        warnOnce(fmt::format(
-            "{} = {} of the recording is not used: only the user names what is written or sent to", path,
-            shown(group[key])));
-    group.remove(key);
+        warnOnce(fmt::format("{} = {} of the recording is not used: {}", path, shown((*group)[key]),
+                             setting.role == SettingRole::Unknown
+                                 ? "its plug-in does not say what its texts name"
+                                 : "only the user names what is written or sent to"));
+    group->remove(key);
 }
 
 void ReplayRules::apply(std::size_t player, varitype& record)
@@ -109,6 +125,9 @@ void ReplayRules::apply(std::size_t player, varitype& record)
     for (const StepInfo& info : stepTable())
         for (const SettingInfo& setting : info.settings)
             if (isProtected(setting.role)) protect(player, setting, user, record);
+    for (std::size_t i = player + 1; i < pipeline_.steps.size(); ++i)
+        for (const SettingInfo& setting : pipeline_.steps[i].info->settings)
+            if (setting.role == SettingRole::Unknown) protect(player, setting, user, record);
     compareTop(pipeline_.settings, record.as<Struct>(), winners.as<Struct>(), "");
 }
 

@@ -1,26 +1,70 @@
-// Finds and loads the step library as any host would.
+// Finds and loads the step library and the plug-ins beside it as any host would.
 #include <fmt/format.h>
 
 #include <filesystem>
 #include <vector>
 
 #include "platform.h"
+#include "plugins.h"
 #include "scansteps/host.h"
 
 namespace scansteps::host {
 
-StepLibrary::StepLibrary(const std::string& path)
+namespace fs = std::filesystem;
+
+namespace {
+
+void tell(const Log& log, LogLevel level, const std::string& text)
+{
+    if (log) log(level, text);
+}
+
+void loadNamed(const std::string& file, const Log& log)
+{
+    const std::size_t before = loadedPlugins().size();
+    const PluginInfo& info = loadPlugin(pathFromUtf8(file)).info;
+    if (loadedPlugins().size() == before) return tell(log, LogLevel::Info, file + " is loaded already");
+    tell(log, LogLevel::Info,
+         fmt::format("plug-in {} {}: {}, {} kinds", info.name, info.version, file, info.kinds.size()));
+}
+
+// The folder of plug-ins that belongs to the step library, else to the program.
+fs::path pluginFolder(const fs::path& library)
+{
+    std::vector<fs::path> folders;
+    if (library.has_parent_path())
+        folders = {library.parent_path() / "scansteps", library.parent_path() / ".." / "lib" / "scansteps"};
+    for (const fs::path& folder : libraryFolders()) folders.push_back(folder / "scansteps");
+    std::error_code error;
+    for (const fs::path& folder : folders)
+        if (fs::is_directory(folder, error)) return folder;
+    return {};
+}
+
+void loadFolder(const fs::path& folder, const Log& log)
+{
+    for (const fs::path& file : pluginFiles(folder)) {
+        try {
+            loadNamed(utf8FromPath(file.lexically_normal()), log);
+        } catch (const FileError& error) {
+            tell(log, LogLevel::Warning, std::string(error.what()) + ": left out");
+        }
+    }
+}
+
+}  // namespace
+
+StepLibrary::StepLibrary(const std::string& path, const std::vector<std::string>& plugins, const Log& log)
 {
     const std::string fromEnvironment = environmentVariable("SCANSTEPS_LIBRARY");
-    std::vector<std::filesystem::path> places;
+    std::vector<fs::path> places;
     if (!path.empty())
         places = {pathFromUtf8(path)};
     else if (!fromEnvironment.empty())
         places = {pathFromUtf8(fromEnvironment)};
     else {
-        for (const auto& folder : libraryFolders())
-            if (std::filesystem::exists(folder / libraryFileName()))
-                places.push_back(folder / libraryFileName());
+        for (const fs::path& folder : libraryFolders())
+            if (fs::exists(folder / libraryFileName())) places.push_back(folder / libraryFileName());
         places.emplace_back(libraryFileName());
     }
     std::string errors;
@@ -29,30 +73,40 @@ StepLibrary::StepLibrary(const std::string& path)
         if ((!path.empty() || !fromEnvironment.empty()) && !place.has_parent_path()) place = "." / place;
         std::string error;
         library_ = SharedLibrary::open(place, error);
-        if (library_) return;
+        if (library_) break;
         errors += fmt::format("{}{}: {}", errors.empty() ? "" : "; ", utf8FromPath(place), error);
     }
-    throw FileError{"cannot load the step library: " + errors};
+    if (!library_) throw FileError{"cannot load the step library: " + errors};
+    tell(log, LogLevel::Info, "step library: " + utf8FromPath(library_->path().lexically_normal()));
+    loadFolder(pluginFolder(library_->path()), log);
+    for (const std::string& file : splitPathList(environmentVariable("SCANSTEPS_PLUGINS")))
+        loadNamed(file, log);
+    for (const std::string& file : plugins) loadNamed(file, log);
 }
 
 StepLibrary::~StepLibrary() = default;
 
-template <class Function>
-Function* StepLibrary::function(const std::string& name) const
-{
-    void* symbol = library_->symbol(name);
-    if (symbol == nullptr) throw FileError{fmt::format("{} has no {}", utf8FromPath(library_->path()), name)};
-    return reinterpret_cast<Function*>(symbol);
-}
-
 void StepLibrary::setHandles(HandleTable* table) const
 {
-    function<void(HandleTable*)>("set_handles")(table);
+    const auto set = [&](const SharedLibrary& library) {
+        reinterpret_cast<void (*)(HandleTable*)>(symbolOf(library, "set_handles"))(table);
+    };
+    set(*library_);
+    for (const Plugin* plugin : loadedPlugins()) set(*plugin->library);
 }
 
 std::unique_ptr<cChain> StepLibrary::create(const std::string& kind) const
 {
-    return std::unique_ptr<cChain>(function<cChain*()>("create_" + kind)());
+    const Plugin* plugin = pluginOf(kind);
+    const SharedLibrary& library = plugin == nullptr ? *library_ : *plugin->library;
+    return std::unique_ptr<cChain>(reinterpret_cast<cChain* (*)()>(symbolOf(library, "create_" + kind))());
+}
+
+std::vector<PluginInfo> StepLibrary::plugins()
+{
+    std::vector<PluginInfo> result;
+    for (const Plugin* plugin : loadedPlugins()) result.push_back(plugin->info);
+    return result;
 }
 
 }  // namespace scansteps::host

@@ -13,6 +13,7 @@ TypeCheck typeCheckOf(const std::string& types)
 
 int check(const CheckOptions& options)
 {
+    const auto library = loadLibrary(options);
     const Pipeline pipeline = readPipeline(options.pipeline, options.sets);
     const std::vector<Finding> findings =
         checkPipeline(pipeline, {typeCheckOf(options.types), options.force, false});

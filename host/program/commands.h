@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,9 +11,18 @@
 
 namespace scansteps::host {
 
-struct RunOptions
+/// What commands that know steps load.
+struct LibraryOptions
 {
-    std::string pipeline, library, reportFile, stepOutput;
+    std::string library;
+    std::vector<std::string> plugins;
+};
+/// Loads the step library and the plug-ins; what the loader finds missing memory for ends the program.
+std::unique_ptr<StepLibrary> loadLibrary(const LibraryOptions& options);
+
+struct RunOptions : LibraryOptions
+{
+    std::string pipeline, reportFile, stepOutput;
     std::vector<std::string> sets;
     std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
     std::string types = "error";
@@ -23,7 +33,7 @@ int run(const RunOptions& options);
 /// "error", "warn" or "off".
 TypeCheck typeCheckOf(const std::string& types);
 
-struct CheckOptions
+struct CheckOptions : LibraryOptions
 {
     std::string pipeline;
     std::vector<std::string> sets;
@@ -32,7 +42,7 @@ struct CheckOptions
 };
 int check(const CheckOptions& options);
 
-struct StepsOptions
+struct StepsOptions : LibraryOptions
 {
     std::string kind;
     bool json = false, markdown = false, schema = false;

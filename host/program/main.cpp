@@ -76,6 +76,15 @@ void addPipeline(CLI::App& app, std::string& pipeline, std::vector<std::string>&
         ->allow_extra_args(false);
 }
 
+void addLibraries(CLI::App& app, LibraryOptions& options)
+{
+    app.add_option("--library", options.library, "The step library to load");
+    app.add_option("--plugin", options.plugins, "A plug-in to load beside it; may be given several times")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
+}
+
 void addChecks(CLI::App& app, std::string& types, bool& force)
 {
     app.add_option("--types", types, "When types of neighbours do not fit: error, warn or off")
@@ -93,7 +102,7 @@ Command addRun(CLI::App& app)
             const bool isCount = text.size() <= 18 && text.find_first_not_of("0123456789") == text.npos;
             return isCount ? std::string() : text + " is not a number of frames";
         });
-    app.add_option("--library", options->library, "The step library to load");
+    addLibraries(app, *options);
     addChecks(app, options->types, options->force);
     app.add_flag("--quiet", options->quiet, "No progress and no table of times");
     app.add_flag("--strict", options->strict,
@@ -109,6 +118,7 @@ Command addCheck(CLI::App& app)
 {
     auto options = std::make_shared<CheckOptions>();
     addPipeline(app, options->pipeline, options->sets, "As for run");
+    addLibraries(app, *options);
     addChecks(app, options->types, options->force);
     return command(check, options);
 }
@@ -116,6 +126,7 @@ Command addCheck(CLI::App& app)
 Command addSteps(CLI::App& app)
 {
     auto options = std::make_shared<StepsOptions>();
+    addLibraries(app, *options);
     app.add_option("KIND", options->kind, "One kind");
     app.add_flag("--json", options->json, "As JSON");
     app.add_flag("--markdown", options->markdown, "The reference page docs/steps.md");

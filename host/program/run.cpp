@@ -1,8 +1,6 @@
 // scansteps run: runs a pipeline.
 #include <fmt/format.h>
 
-#include <memory>
-#include <new>
 #include <utility>
 
 #include "commands.h"
@@ -73,27 +71,11 @@ void judgeOutput(RunReport& facts, bool deserted, bool strict)
     if (facts.exitCode == kEnded && (deserted || (strict && !trouble.empty()))) facts.exitCode = kFileFailed;
 }
 
-// What libraries throw while they are initialised does not get past the loader. Nothing has been started
-// then.
-[[noreturn]] void endOutOfMemory()
-{
-    descriptor::writeAll(descriptor::kErrors,
-                         "scansteps: error: out of memory while the step library was loaded\n");
-    endAtOnce(kFileFailed);
-}
-
-std::unique_ptr<StepLibrary> loadLibrary(const std::string& path)
-{
-    const auto handler = std::set_new_handler(endOutOfMemory);
-    auto library = std::make_unique<StepLibrary>(path);
-    std::set_new_handler(handler);
-    return library;
-}
-
 }  // namespace
 
 int run(const RunOptions& options)
 {
+    const auto library = loadLibrary(options);
     Pipeline pipeline = readPipeline(options.pipeline, options.sets);
     if (options.frames >= 0) pipeline.frames = options.frames;
     StepOutput stepOutput(options.stepOutput);
@@ -107,7 +89,6 @@ int run(const RunOptions& options)
         return facts.exitCode;
     }
 
-    const auto library = loadLibrary(options.library);
     catchInterrupts();
     bool deserted = false;
     {

@@ -9,7 +9,7 @@
 #include "library/usage_hints.h"
 #include "output.h"
 #include "scansteps/host.h"
-#include "scansteps/steps.h"
+#include "scansteps/plugin.h"
 
 namespace scansteps::host {
 
@@ -23,36 +23,14 @@ Ordered numberOf(const SettingInfo& setting, double value)
     return value;
 }
 
-Ordered jsonOf(const SettingInfo& setting)
-{
-    Ordered json = {{"path", setting.path}, {"kind", kindTypeName(setting.kind)}};
-    if (setting.hasDefault())
-        json["default"] =
-            setting.kind == Kind::String ? Ordered(setting.text) : numberOf(setting, setting.number);
-    json["required"] = setting.required;
-    if (setting.presence) json["presence"] = true;
-    if (std::isfinite(setting.min)) json["min"] = numberOf(setting, setting.min);
-    if (std::isfinite(setting.max)) json["max"] = numberOf(setting, setting.max);
-    if (*setting.unitName != 0) json["unit"] = setting.unitName;
-    constexpr const char* kRoles[] = {"", "input", "output", "host", "port"};
-    if (setting.role != SettingRole::None) json["role"] = kRoles[static_cast<std::size_t>(setting.role)];
-    json["doc"] = setting.doc;
-    return json;
-}
-
 Ordered jsonOf(const StepInfo& info)
 {
-    Ordered json = {{"kind", info.kind},
-                    {"class", info.className},
-                    {"typeIn", info.typeIn},
-                    {"typeOut", info.typeOut},
-                    {"source", info.source},
-                    {"summary", info.summary},
-                    {"frames", {{"in", pixelsName(info.frames.in)}, {"out", pixelsName(info.frames.out)}}},
-                    {"stateless", info.frames.isStateless},
-                    {"settings", Ordered::array()}};
-    for (const SettingInfo& setting : info.settings) json["settings"].push_back(jsonOf(setting));
-    return json;
+    return Ordered::parse(stepsJson({&info, 1}))[0];
+}
+
+Ordered defaultOf(const SettingInfo& setting)
+{
+    return setting.kind == Kind::String ? Ordered(setting.text) : numberOf(setting, setting.number);
 }
 
 std::string defaultText(const SettingInfo& setting)
@@ -60,7 +38,7 @@ std::string defaultText(const SettingInfo& setting)
     if (setting.presence) return "presence";
     if (setting.required) return "required";
     if (setting.kind == Kind::String) return fmt::format("\"{}\"", setting.text);
-    return jsonOf(setting)["default"].dump();
+    return defaultOf(setting).dump();
 }
 
 std::string rangeText(const SettingInfo& setting)
@@ -128,7 +106,7 @@ Ordered schemaOf(const SettingInfo& setting)
         plain["maximum"] = numberOf(setting, setting.max);
     }
     Ordered json = {{"description", setting.doc}};
-    if (setting.hasDefault()) json["default"] = jsonOf(setting)["default"];
+    if (setting.hasDefault()) json["default"] = defaultOf(setting);
     json["anyOf"] = {plain, {{"$ref", "#/definitions/other"}}};
     return json;
 }
@@ -187,6 +165,7 @@ Ordered schema()
 
 int steps(const StepsOptions& options)
 {
+    const auto library = loadLibrary(options);
     if (options.markdown)
         answerLines(markdown());
     else if (options.schema)
@@ -204,9 +183,7 @@ int steps(const StepsOptions& options)
         else
             printStep(*info);
     } else if (options.json) {
-        Ordered list = Ordered::array();
-        for (const StepInfo& info : stepTable()) list.push_back(jsonOf(info));
-        answerLines(list.dump(2) + "\n");
+        answerLines(Ordered::parse(stepsJson(stepTable())).dump(2) + "\n");
     } else {
         for (const StepInfo& info : stepTable())
             answer("{:<12} {:<15} {}", info.kind, info.className, info.summary);

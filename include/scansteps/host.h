@@ -122,24 +122,43 @@ ExitCode codeOf(const std::vector<Finding>& findings);
 
 class SharedLibrary;
 
-/// The step library, loaded at run time.
+enum class LogLevel
+{
+    Error,
+    Warning,
+    Info,
+};
+/// Takes what the host library reports of its work.
+using Log = std::function<void(LogLevel, const std::string&)>;
+
+struct PluginInfo
+{
+    std::string name, version, file;
+    std::vector<std::string> kinds;
+};
+
+/// The step library and the plug-ins beside it, loaded at run time. The kinds of a plug-in are then known
+/// like the library's own, in the whole process and until its end.
 class StepLibrary
 {
   public:
     /// Loads `path` when it is given, else looks at the variable SCANSTEPS_LIBRARY, beside the program, in
-    /// ../lib and in the system's loader path. Throws FileError that says where it looked.
-    explicit StepLibrary(const std::string& path = "");
+    /// ../lib and in the system's loader path. Then loads the plug-ins: every library in the folder
+    /// scansteps/ beside the step library or in ../lib/scansteps, of which broken ones are left out with a
+    /// warning, those of the path list SCANSTEPS_PLUGINS, and `plugins`. Throws FileError that says where it
+    /// looked, or what is wrong with a plug-in that was named.
+    explicit StepLibrary(const std::string& path = "", const std::vector<std::string>& plugins = {},
+                         const Log& log = {});
     ~StepLibrary();
     StepLibrary(const StepLibrary&) = delete;
     StepLibrary& operator=(const StepLibrary&) = delete;
 
     void setHandles(HandleTable* table) const;
     std::unique_ptr<cChain> create(const std::string& kind) const;
+    /// All that are loaded in this process.
+    static std::vector<PluginInfo> plugins();
 
   private:
-    template <class Function>
-    Function* function(const std::string& name) const;
-
     std::unique_ptr<SharedLibrary> library_;
 };
 

@@ -15,10 +15,11 @@ namespace scansteps {
 enum class SettingRole
 {
     None,
-    Input,   ///< a file that the step reads
-    Output,  ///< a file that the step writes
-    Host,    ///< the address of a peer
-    Port,    ///< the port of a peer
+    Input,    ///< a file that the step reads
+    Output,   ///< a file that the step writes
+    Host,     ///< the address of a peer
+    Port,     ///< the port of a peer
+    Unknown,  ///< a text of a plug-in that declares no roles: it may be any of these
 };
 
 /// One setting of a step: a key of the initialise record, or one inside a nested record of its family.
@@ -142,7 +143,8 @@ struct StepInfo
     std::span<const SettingInfo> settings;
 };
 
-/// All steps, in alphabetical order of `kind`.
+/// All steps, in alphabetical order of `kind`: those of the step library and what addSteps() of plugin.h
+/// added. Spans and pointers stay valid when steps are added.
 std::span<const StepInfo> stepTable();
 /// Null when there is no such step.
 const StepInfo* findStep(std::string_view kind);

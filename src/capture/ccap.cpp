@@ -1,7 +1,7 @@
 // Step ccap: uncompressed frames of the first camera.
 #include "capture/capture_step.h"
-#include "core/step_factory.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::capture {
 

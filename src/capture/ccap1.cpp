@@ -2,8 +2,8 @@
 #include "capture/capture_step.h"
 #include "core/frame_in_record.h"
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::capture {
 

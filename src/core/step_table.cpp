@@ -1,150 +1,82 @@
-// Builds the table of steps from the steps.def of every module. It is part of the core so that hosts can use
-// it without the step library.
-#include "scansteps/steps.h"
-
+// The table of steps: those of the step library, built from the steps.def of every module, and those that
+// plug-ins add. It is part of the core so that hosts can use it without the step library.
 #include <algorithm>
-#include <array>
-#include <cstddef>
+#include <atomic>
+#include <list>
+#include <mutex>
+#include <vector>
+
+#include "scansteps/plugin.h"
+#include "scansteps/step_definitions.h"
 
 namespace scansteps {
 
 namespace {
 
-constexpr SettingInfo setting(const char* path, Kind kind, const char* doc)
-{
-    SettingInfo info;
-    info.path = path;
-    info.kind = kind;
-    info.doc = doc;
-    return info;
-}
+using namespace definitions;
 
-constexpr SettingInfo optionalInt(const char* path, int value, const char* doc)
-{
-    SettingInfo info = setting(path, Kind::Int, doc);
-    info.number = value;
-    return info;
-}
-
-constexpr SettingInfo optionalFloat(const char* path, double value, const char* doc)
-{
-    SettingInfo info = setting(path, Kind::Float, doc);
-    info.number = value;
-    return info;
-}
-
-constexpr SettingInfo optionalText(const char* path, const char* value, const char* doc)
-{
-    SettingInfo info = setting(path, Kind::String, doc);
-    info.text = value;
-    return info;
-}
-
-constexpr SettingInfo requiredInt(const char* path, const char* doc)
-{
-    SettingInfo info = setting(path, Kind::Int, doc);
-    info.required = true;
-    return info;
-}
-
-constexpr SettingInfo requiredText(const char* path, const char* doc)
-{
-    SettingInfo info = setting(path, Kind::String, doc);
-    info.required = true;
-    return info;
-}
-
-constexpr SettingInfo presence(const char* path, const char* doc)
-{
-    SettingInfo info = setting(path, Kind::Int, doc);
-    info.presence = true;
-    return info;
-}
-
-// Settings that steps of several modules share.
-constexpr SettingInfo dataX = requiredInt("dataX", "width of the frames").range(0, 65535).unit("pixels");
-constexpr SettingInfo dataY = requiredInt("dataY", "height of the frames").range(0, 65535).unit("pixels");
-constexpr SettingInfo dataFormat = optionalText(
-    "dataFormat", "", "format of the frames, such as CPU::u_1x16; when it is missing the step reports 1004");
-constexpr SettingInfo videoFormat = presence("VideoFormat", "present when the frames are YUYV16");
-
-// Joins single settings and groups of settings into one array.
-template <std::size_t n, std::size_t m>
-constexpr std::array<SettingInfo, n + m> join(const std::array<SettingInfo, n>& a,
-                                              const std::array<SettingInfo, m>& b)
-{
-    std::array<SettingInfo, n + m> all;
-    for (std::size_t i = 0; i < n; ++i) all[i] = a[i];
-    for (std::size_t i = 0; i < m; ++i) all[n + i] = b[i];
-    return all;
-}
-
-constexpr std::array<SettingInfo, 0> list()
-{
-    return {};
-}
-template <class... Rest>
-constexpr auto list(const SettingInfo& first, const Rest&... rest);
-template <std::size_t n, class... Rest>
-constexpr auto list(const std::array<SettingInfo, n>& first, const Rest&... rest)
-{
-    return join(first, list(rest...));
-}
-template <class... Rest>
-constexpr auto list(const SettingInfo& first, const Rest&... rest)
-{
-    return join(std::array<SettingInfo, 1>{first}, list(rest...));
-}
-
-#define SCANSTEPS_SETTINGS(name, ...) constexpr auto name = list(__VA_ARGS__);
-#define SCANSTEPS_STEP(kind, className, role, typeIn, typeOut, flow, summary, ...) \
-    constexpr auto k_##kind = list(__VA_ARGS__);
+#define SCANSTEPS_SETTINGS SCANSTEPS_SETTINGS_ARRAY
+#define SCANSTEPS_STEP SCANSTEPS_STEP_ARRAY
 #include "core/steps.def"
-
-enum StepRole
-{
-    Step,
-    Source,
-    Player
-};
-using enum Pixels;
-
-constexpr FrameFlow frames(Pixels in, Pixels out)
-{
-    FrameFlow flow;
-    flow.in = in;
-    flow.out = out;
-    return flow;
-}
 
 constexpr StepInfo kUnsorted[] = {
-#define SCANSTEPS_STEP(kind, className, role, typeIn, typeOut, flow, summary, ...) \
-    {#kind, #className, typeIn, typeOut, role != Step, role == Player, flow, summary, k_##kind},
+#define SCANSTEPS_STEP SCANSTEPS_STEP_ENTRY
 #include "core/steps.def"
 };
+
+constexpr auto byKind = [](const StepInfo& info) { return std::string_view(info.kind); };
 
 constexpr auto kTable = [] {
     auto table = std::to_array(kUnsorted);
-    std::ranges::sort(table, {}, [](const StepInfo& info) { return std::string_view(info.kind); });
+    std::ranges::sort(table, {}, byKind);
     return table;
 }();
+
+// Tables are replaced, never changed: those handed out before stay valid.
+struct Extended
+{
+    std::vector<StepInfo> all, added;
+};
+std::atomic<const Extended*> extended = nullptr;
 
 }  // namespace
 
 std::span<const StepInfo> stepTable()
 {
-    return kTable;
+    const Extended* table = extended;
+    if (table == nullptr) return kTable;
+    return table->all;
+}
+
+void addSteps(std::span<const StepInfo> steps)
+{
+    static std::mutex mutex;
+    static auto& tables = *new std::list<Extended>;  // never destroyed
+    const std::lock_guard lock(mutex);
+    const Extended* before = extended;
+    const auto now = stepTable();
+    Extended table{{now.begin(), now.end()}, {}};
+    if (before != nullptr) table.added = before->added;
+    table.all.insert(table.all.end(), steps.begin(), steps.end());
+    table.added.insert(table.added.end(), steps.begin(), steps.end());
+    std::ranges::stable_sort(table.all, {}, byKind);
+    tables.push_back(std::move(table));
+    extended = &tables.back();
 }
 
 const StepInfo* findStep(std::string_view kind)
 {
-    for (const StepInfo& info : kTable)
+    for (const StepInfo& info : stepTable())
         if (info.kind == kind) return &info;
     return nullptr;
 }
 
 const StepInfo* findStepByClass(std::string_view className)
 {
+    // A plug-in means its own class, also where the step library has one of the same name.
+    if (const Extended* table = extended)
+        for (const StepInfo& info : table->added)
+            if (info.className == className) return &info;
     for (const StepInfo& info : kTable)
         if (info.className == className) return &info;
     return nullptr;

@@ -11,7 +11,6 @@
 
 #include "core/frame_in_record.h"
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "corners/corners.h"
 #include "corners/feature_record.h"
 #include "grey/grey_from_frame.h"
@@ -21,6 +20,7 @@
 #include "scansteps/frame.h"
 #include "scansteps/handles.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::corners {
 

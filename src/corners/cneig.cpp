@@ -1,11 +1,11 @@
 // Step cneig: drops the features of a record that have too few similar neighbours. Frames pass unchanged.
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "corners/feature_record.h"
 #include "corners/neighbour_filter.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::corners {
 

@@ -1,7 +1,7 @@
 // Step ccanny: replaces every 16-bit frame by its Canny edges.
-#include "core/step_factory.h"
 #include "edges/canny_settings.h"
 #include "scansteps/frame.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::edges {
 

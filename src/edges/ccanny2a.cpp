@@ -1,8 +1,8 @@
 // Step ccanny2a: Canny edges traced into polylines.
 #include <algorithm>
 
-#include "core/step_factory.h"
 #include "edges/tracing_canny_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::edges {
 

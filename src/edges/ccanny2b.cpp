@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "core/step_factory.h"
 #include "edges/edge_regions.h"
 #include "edges/tracing_canny_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::edges {
 

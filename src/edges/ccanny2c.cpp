@@ -1,9 +1,9 @@
 // Step ccanny2c: edges with sub-pixel positions, traced into polylines.
 #include <vector>
 
-#include "core/step_factory.h"
 #include "edges/subpixel_edges.h"
 #include "edges/tracing_canny_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::edges {
 

@@ -1,7 +1,7 @@
 // Step cedge: gradient magnitude as offset 16-bit samples.
-#include "core/step_factory.h"
 #include "edges/gradient_frame.h"
 #include "grey/filter_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::edges {
 

@@ -1,6 +1,6 @@
 // Step clast: drops process events, so that frames go no further. All other events are forwarded.
-#include "core/step_factory.h"
 #include "scansteps/frame.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::flow {
 

@@ -1,6 +1,6 @@
 // Step cpu: forwards every event. Reads a processor number but does not use it.
-#include "core/step_factory.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::flow {
 

@@ -1,6 +1,6 @@
 // Step cstrip: removes "handle" and "visu" from the records of frames.
-#include "core/step_factory.h"
 #include "scansteps/frame.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::flow {
 

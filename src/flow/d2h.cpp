@@ -1,8 +1,8 @@
 // Step d2h: moves the frame from "data" in the record into a buffer of the step, which "handle" refers to.
 #include "core/frame_in_record.h"
-#include "core/step_factory.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::flow {
 

@@ -1,6 +1,6 @@
 // Step h2d: replaces "handle" in the record by the frame itself, as "data".
-#include "core/step_factory.h"
 #include "scansteps/frame.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::flow {
 

@@ -1,6 +1,6 @@
 // Step mfilt: forwards exactly one process event, selected by its number.
-#include "core/step_factory.h"
 #include "scansteps/chain.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::flow {
 

@@ -1,7 +1,7 @@
 // Step test: prints and forwards the records of all events.
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "scansteps/chain.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::flow {
 

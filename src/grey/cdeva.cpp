@@ -1,7 +1,7 @@
 // Step cdeva: local standard deviation as offset 16-bit samples.
-#include "core/step_factory.h"
 #include "grey/filter_step.h"
 #include "grey/local_deviation.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::grey {
 

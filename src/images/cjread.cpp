@@ -1,9 +1,9 @@
 // Step cjread: 8-bit RGB frames from numbered JPEG and PPM files.
 #include <utility>
 
-#include "core/step_factory.h"
 #include "images/image_file.h"
 #include "images/image_source.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::images {
 

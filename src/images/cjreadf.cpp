@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "images/image_source.h"
 #include "images/input_file.h"
 #include "images/parse_error.h"
 #include "jpeg/decoder.h"
 #include "jpeg/pack_yuyv16.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::images {
 

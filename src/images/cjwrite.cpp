@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "images/image_file.h"
 #include "pixels/grey_window.h"
 #include "pixels/yuyv.h"
@@ -15,6 +14,7 @@
 #include "scansteps/host_services.h"
 #include "scansteps/numbered_name.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 #include "scansteps/texture.h"
 
 namespace scansteps::images {

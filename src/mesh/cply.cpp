@@ -3,7 +3,6 @@
 #include <string>
 
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "mesh/flt_writer.h"
 #include "mesh/model_format.h"
 #include "mesh/model_record.h"
@@ -16,6 +15,7 @@
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::mesh {
 

@@ -3,12 +3,12 @@
 #include <span>
 #include <vector>
 
-#include "core/step_factory.h"
 #include "pixels/side_by_side.h"
 #include "scansteps/chain.h"
 #include "scansteps/frame.h"
 #include "scansteps/handles.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 #include "scansteps/texture.h"
 
 namespace scansteps::pixels {

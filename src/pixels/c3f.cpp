@@ -2,10 +2,10 @@
 // with "VideoFormat", from YUYV16. Later steps receive offset frames, so "VideoFormat" is removed.
 #include <vector>
 
-#include "core/step_factory.h"
 #include "pixels/colour_channel.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::pixels {
 

@@ -1,8 +1,8 @@
 // Step c3t1: the length of the colour vector of 8-bit RGB as offset 16-bit samples.
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "pixels/colour_length.h"
 #include "pixels/conversion_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::pixels {
 

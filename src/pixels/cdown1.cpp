@@ -1,8 +1,8 @@
 // Step cdown1: reduces 16-bit frames by an integer factor.
-#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/reduce16.h"
 #include "scansteps/error.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::pixels {
 

@@ -1,7 +1,7 @@
 // Step cf2u: converts 32-bit float frames to offset 16-bit frames.
-#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/offset16.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::pixels {
 

@@ -1,7 +1,7 @@
 // Step crgb: converts YUYV16 frames to 8-bit RGB.
-#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::pixels {
 

@@ -1,7 +1,7 @@
 // Step cu2f: converts offset 16-bit frames to 32-bit float frames.
-#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/offset16.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::pixels {
 

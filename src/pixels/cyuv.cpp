@@ -1,7 +1,7 @@
 // Step cyuv: converts 8-bit RGB frames to YUYV16.
-#include "core/step_factory.h"
 #include "pixels/conversion_step.h"
 #include "pixels/yuyv.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::pixels {
 

@@ -4,11 +4,11 @@
 #include "core/frame_in_record.h"
 #include "core/incoming_frame.h"
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "scansteps/chain.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 #include "scansteps/stream.h"
 
 namespace scansteps::recording {

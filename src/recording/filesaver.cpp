@@ -2,12 +2,12 @@
 #include <memory>
 
 #include "core/frame_in_record.h"
-#include "core/step_factory.h"
 #include "recording/every_event_step.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 #include "scansteps/stream.h"
 
 namespace scansteps::recording {

@@ -1,8 +1,8 @@
 // Step read: replays a recording. Prints its name and skips records without "eventType".
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "recording/player_step.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::recording {
 

@@ -1,9 +1,9 @@
 // Step readd: replays a recording unchanged, one record per event. The recorded event replaces the host's, so
 // the host receives the recorded flush as well.
-#include "core/step_factory.h"
 #include "recording/recording.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::recording {
 

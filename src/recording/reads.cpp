@@ -1,7 +1,7 @@
 // Step reads: replays a recording strictly: one record per event, and every record must be an event.
-#include "core/step_factory.h"
 #include "recording/player_step.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::recording {
 

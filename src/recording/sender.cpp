@@ -4,12 +4,12 @@
 
 #include "core/frame_in_record.h"
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "recording/every_event_step.h"
 #include "scansteps/frame.h"
 #include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 #include "scansteps/socket.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::recording {
 

@@ -3,13 +3,13 @@
 #include <vector>
 
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "grey/grey_from_frame.h"
 #include "grey/sample_coding.h"
 #include "regions/mser.h"
 #include "regions/region_labels.h"
 #include "scansteps/frame.h"
 #include "scansteps/settings.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::regions {
 

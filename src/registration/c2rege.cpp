@@ -1,6 +1,6 @@
 // Step c2rege: the similarity between a view and the previous view.
-#include "core/step_factory.h"
 #include "registration/registering_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::registration {
 

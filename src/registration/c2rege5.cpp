@@ -1,8 +1,8 @@
 // Step c2rege5: the homography between a view and the earlier views that the step still holds.
-#include "core/step_factory.h"
 #include "edges/polyline_record.h"
 #include "registration/edge_support.h"
 #include "registration/registering_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::registration {
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "core/print.h"
-#include "core/step_factory.h"
 #include "registration/motion_canny_step.h"
+#include "scansteps/step_factory.h"
 
 namespace scansteps::registration {
 

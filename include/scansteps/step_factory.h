@@ -4,8 +4,7 @@
 
 #include "scansteps/chain.h"
 
-/// Used in the module's namespace after the class. C linkage gives the function the same name in all
-/// namespaces.
+/// Used after the class, in its namespace. C linkage gives the function the same name in all namespaces.
 // NOLINTBEGIN(bugprone-macro-parentheses): the arguments are names
 #define SCANSTEPS_FACTORY(kind, Class)                      \
     extern "C" ::scansteps::cChain* scansteps_make_##kind() \

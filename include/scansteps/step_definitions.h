@@ -1,0 +1,124 @@
+// The words of a steps.def file: settings, groups of settings and the flow of frames. steps.def files are
+// included by step_exports.h and plugin_exports.h, and by the table of the step library.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "scansteps/steps.h"
+
+namespace scansteps::definitions {
+
+using enum Pixels;
+
+enum StepRole
+{
+    Step,
+    Source,
+    Player,  ///< a source whose recording contains its own initialise record
+};
+
+constexpr SettingInfo setting(const char* path, Kind kind, const char* doc)
+{
+    SettingInfo info;
+    info.path = path;
+    info.kind = kind;
+    info.doc = doc;
+    return info;
+}
+
+constexpr SettingInfo optionalInt(const char* path, int value, const char* doc)
+{
+    SettingInfo info = setting(path, Kind::Int, doc);
+    info.number = value;
+    return info;
+}
+
+constexpr SettingInfo optionalFloat(const char* path, double value, const char* doc)
+{
+    SettingInfo info = setting(path, Kind::Float, doc);
+    info.number = value;
+    return info;
+}
+
+constexpr SettingInfo optionalText(const char* path, const char* value, const char* doc)
+{
+    SettingInfo info = setting(path, Kind::String, doc);
+    info.text = value;
+    return info;
+}
+
+constexpr SettingInfo requiredInt(const char* path, const char* doc)
+{
+    SettingInfo info = setting(path, Kind::Int, doc);
+    info.required = true;
+    return info;
+}
+
+constexpr SettingInfo requiredText(const char* path, const char* doc)
+{
+    SettingInfo info = setting(path, Kind::String, doc);
+    info.required = true;
+    return info;
+}
+
+constexpr SettingInfo presence(const char* path, const char* doc)
+{
+    SettingInfo info = setting(path, Kind::Int, doc);
+    info.presence = true;
+    return info;
+}
+
+// Settings that steps of several modules share.
+inline constexpr SettingInfo dataX =
+    requiredInt("dataX", "width of the frames").range(0, 65535).unit("pixels");
+inline constexpr SettingInfo dataY =
+    requiredInt("dataY", "height of the frames").range(0, 65535).unit("pixels");
+inline constexpr SettingInfo dataFormat = optionalText(
+    "dataFormat", "", "format of the frames, such as CPU::u_1x16; when it is missing the step reports 1004");
+inline constexpr SettingInfo videoFormat = presence("VideoFormat", "present when the frames are YUYV16");
+
+// Joins single settings and groups of settings into one array.
+template <std::size_t n, std::size_t m>
+constexpr std::array<SettingInfo, n + m> join(const std::array<SettingInfo, n>& a,
+                                              const std::array<SettingInfo, m>& b)
+{
+    std::array<SettingInfo, n + m> all;
+    for (std::size_t i = 0; i < n; ++i) all[i] = a[i];
+    for (std::size_t i = 0; i < m; ++i) all[n + i] = b[i];
+    return all;
+}
+
+constexpr std::array<SettingInfo, 0> list()
+{
+    return {};
+}
+template <class... Rest>
+constexpr auto list(const SettingInfo& first, const Rest&... rest);
+template <std::size_t n, class... Rest>
+constexpr auto list(const std::array<SettingInfo, n>& first, const Rest&... rest)
+{
+    return join(first, list(rest...));
+}
+template <class... Rest>
+constexpr auto list(const SettingInfo& first, const Rest&... rest)
+{
+    return join(std::array<SettingInfo, 1>{first}, list(rest...));
+}
+
+constexpr FrameFlow frames(Pixels in, Pixels out)
+{
+    FrameFlow flow;
+    flow.in = in;
+    flow.out = out;
+    return flow;
+}
+
+}  // namespace scansteps::definitions
+
+// Made from the entries of a steps.def file, inside a namespace that uses scansteps::definitions.
+#define SCANSTEPS_SETTINGS_ARRAY(name, ...) constexpr auto name = list(__VA_ARGS__);
+#define SCANSTEPS_STEP_ARRAY(kind, className, role, typeIn, typeOut, flow, summary, ...) \
+    constexpr auto k_##kind = list(__VA_ARGS__);
+#define SCANSTEPS_STEP_ENTRY(kind, className, role, typeIn, typeOut, flow, summary, ...) \
+    {#kind, #className, typeIn, typeOut, role != Step, role == Player, flow, summary, k_##kind},
