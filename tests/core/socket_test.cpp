@@ -257,7 +257,6 @@ TEST(USock, AuxiliaryFramings)
         client.sendText(std::string(255, 'x'));
         client.sendText(std::string(254, 'y'));
     }
-    using namespace std::string_literals;
     EXPECT_EQ(text(receiver.bytes()), "\x04\0\0\0\x34\x12\xCD\xAB"s + "\x04\0\0\0abc\0"s + "\xFF\0\0\0"s +
                                           std::string(254, 'y') + "\0"s);
 }

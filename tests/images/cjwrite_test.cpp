@@ -26,24 +26,22 @@ struct CjwriteTest : testing::Test
     }
 
     // Sends a host's frame of 8-bit RGB, or of 16-bit samples; missing ones are zero.
-    void processRgb(int width, int height, const std::vector<std::uint8_t>& rgb)
+    template <class T = std::uint8_t>
+    void process(int width, int height, const std::vector<T>& samples = {})
     {
-        Array frame(Kind::Uchar, static_cast<std::uint32_t>(3 * width), static_cast<std::uint32_t>(height));
-        std::ranges::copy(rgb, frame.elements<std::uint8_t>().begin());
+        Array frame(kindOf<T>(), std::uint32_t(sizeof(T) == 1 ? 3 * width : width), std::uint32_t(height));
+        std::ranges::copy(samples, frame.elements<T>().begin());
         chain.process(&frame);
     }
-    void processSamples(int width, int height, const std::vector<std::uint16_t>& samples)
+    void processSamples(int width, int height, const std::vector<std::uint16_t>& samples = {})
     {
-        Array frame(Kind::Ushort, static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
-        std::ranges::copy(samples, frame.elements<std::uint16_t>().begin());
-        chain.process(&frame);
+        process(width, height, samples);
     }
 
     std::vector<std::uint8_t> written(const std::string& name)
     {
-        testing::internal::CaptureStdout();
-        const auto image = loadImage(dir / name);
-        testing::internal::GetCapturedStdout();
+        std::optional<RgbImage> image;
+        printed([&] { image = loadImage(dir / name); });
         if (!image) return {};
         return {image->bytes().begin(), image->bytes().end()};
     }
@@ -53,8 +51,8 @@ TEST_F(CjwriteTest, rgbFramesAreNumberedAndPassedOn)
 {
     const std::vector<std::uint8_t> rgb = {1, 2, 3, 40, 50, 60};
     init("x8.ppm", 2, 1, {{"dataFormat", "CPU::u_1x8"}});
-    processRgb(2, 1, rgb);
-    processRgb(2, 1, rgb);
+    process(2, 1, rgb);
+    process(2, 1, rgb);
     EXPECT_EQ(written("x8.ppm"), rgb);
     EXPECT_EQ(written("x9.ppm"), rgb);
     ASSERT_EQ(chain.arrived.size(), 3U);
@@ -97,8 +95,8 @@ TEST_F(CjwriteTest, videoFramesInColour)
 TEST_F(CjwriteTest, aNameWithoutDigitsIsWrittenOver)
 {
     init("out.ppm", 1, 1);
-    processRgb(1, 1, {1, 1, 1});
-    processRgb(1, 1, {2, 2, 2});
+    process<std::uint8_t>(1, 1, {1, 1, 1});
+    process<std::uint8_t>(1, 1, {2, 2, 2});
     EXPECT_THAT(written("out.ppm"), ElementsAre(2, 2, 2));
 }
 
@@ -106,10 +104,10 @@ TEST_F(CjwriteTest, aFailedWriteIsNoError)
 {
     init("no/such/folder0.jpg", 1, 1);
     testing::internal::CaptureStderr();
-    processRgb(1, 1, {1, 1, 1});
+    process<std::uint8_t>(1, 1, {1, 1, 1});
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("can't open"));
     init("picture0.png", 1, 1);
-    processRgb(1, 1, {1, 1, 1});
+    process<std::uint8_t>(1, 1, {1, 1, 1});
     ASSERT_EQ(chain.arrived.size(), 4U);
     EXPECT_NE(chain.arrived[1].frame, nullptr);
     EXPECT_NE(chain.arrived[3].frame, nullptr);
@@ -149,18 +147,18 @@ TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
 TEST_F(CjwriteTest, framesThatDoNotFitThrowBothSizes)
 {
     init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x8"}});
-    const std::string text = thrownText([&] { processRgb(2, 4, std::vector<std::uint8_t>(24)); });
+    const std::string text = thrownText([&] { process(2, 4); });
     EXPECT_THAT(text, HasSubstr("6 x 4"));
     EXPECT_THAT(text, HasSubstr("12 x 4"));
     init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x16"}});
-    EXPECT_THAT(thrownText([&] { processSamples(4, 3, {}); }), HasSubstr("too small"));
+    EXPECT_THAT(thrownText([&] { processSamples(4, 3); }), HasSubstr("too small"));
     EXPECT_FALSE(std::filesystem::exists(dir / "a0.ppm"));
-    processSamples(4, 4, {});  // and goes on with the next good one
+    processSamples(4, 4);  // and goes on with the next good one
     EXPECT_TRUE(std::filesystem::exists(dir / "a0.ppm"));
     // A size that was refused counts, not the one before it.
     init("b0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x8"}});
     EXPECT_THAT(thrownText([&] { init("b0.ppm", 40000, 40000); }), HasSubstr("40000 x 40000"));
-    EXPECT_THAT(thrownText([&] { processRgb(4, 4, {}); }), HasSubstr("initialised for 120000 x 40000"));
+    EXPECT_THAT(thrownText([&] { process(4, 4); }), HasSubstr("initialised for 120000 x 40000"));
 }
 
 // As at any other step: an unknown format is reported and taken for f_1x32, one without buffers has no
@@ -170,11 +168,11 @@ TEST_F(CjwriteTest, formatsThatCannotBeUsed)
     init("a0.ppm", 2, 2, {{"dataFormat", "CPU::u_1x8"}});
     EXPECT_EQ(init("a0.ppm", 4, 4, {{"dataFormat", "CPU::nonsense"}}), event::kMismatch);
     ASSERT_EQ(chain.arrived.size(), 3U);  // the report and the record itself
-    EXPECT_THAT(thrownText([&] { processSamples(4, 3, {}); }), HasSubstr("too small"));
-    processSamples(4, 4, {});
+    EXPECT_THAT(thrownText([&] { processSamples(4, 3); }), HasSubstr("too small"));
+    processSamples(4, 4);
     EXPECT_TRUE(std::filesystem::exists(dir / "a0.ppm"));
     EXPECT_EQ(init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_4x8"}}), event::kInit);
-    EXPECT_EQ(thrownText([&] { processSamples(4, 4, {}); }), "Handle::zero handle!!!");
+    EXPECT_EQ(thrownText([&] { processSamples(4, 4); }), "Handle::zero handle!!!");
 }
 
 }  // namespace

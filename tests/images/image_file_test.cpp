@@ -61,17 +61,11 @@ TEST(LoadPpm, layoutsScaledByMaxval)
     }
 }
 
-TEST(LoadPpm, printsWhatItReads)
+TEST(LoadPpm, printsWhatItReadsAndSkipsComments)
 {
     const TempDir dir;
     EXPECT_EQ(load(dir.write("a.ppm", "P5 2 1 255\nAB")).out,
               "              5 fmt\n              2 *W\n              1 *H\n");
-    EXPECT_EQ(load(dir / "missing.ppm").out, "image file not found\n");
-}
-
-TEST(LoadPpm, commentsAfterTheMagicNumber)
-{
-    const TempDir dir;
     const Loaded one = load(dir.write("a.ppm", "P5\n# made by hand\n2 1\n255\nAB"));
     ASSERT_TRUE(one.image);
     EXPECT_THAT(one.out, HasSubstr("fmt\nreadppm params error\n              2 *W"));
@@ -80,9 +74,7 @@ TEST(LoadPpm, commentsAfterTheMagicNumber)
     ASSERT_TRUE(between.image);
     EXPECT_EQ(between.image->width, 2);
     EXPECT_THAT(between.out, HasSubstr("fmt\nreadppm params error\nreadppm params error\n"));
-
-    const Loaded longComment = load(dir.write("c.ppm", "P5\n#" + std::string(10001, 'x') + "\n2 1\n255\nAB"));
-    EXPECT_FALSE(longComment.image);
+    EXPECT_FALSE(load(dir.write("c.ppm", "P5\n#" + std::string(10001, 'x') + "\n2 1\n255\nAB")).image);
     const Loaded noNumber = load(dir.write("d.ppm", "P5\nx\n2 1\n255\nAB"));
     EXPECT_FALSE(noNumber.image);
     EXPECT_THAT(noNumber.out, HasSubstr("readppm params error\nreadppm params error\n"));
@@ -91,24 +83,18 @@ TEST(LoadPpm, commentsAfterTheMagicNumber)
 TEST(LoadPpm, refusesWhatTheFileCannotHold)
 {
     const TempDir dir;
-    const struct
-    {
-        const char* header;
-        const char* words;
-    } table[] = {
+    const std::pair<const char*, const char*> table[] = {
         {"P6 100 100 255\n", "fewer samples"}, {"P6 999999999 999999999 255\n", "fewer samples"},
         {"P6 0 5 255\n", "at least 1"},        {"P6 5 0 255\n", "at least 1"},
         {"P6 -4 -4 255\n", "at least 1"},      {"P6 1 1 0\n", "at least 1"},
         {"P6 1 1 -255\n", "at least 1"},
     };
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.header);
-        const Loaded loaded = load(dir.write("a.ppm", std::string(row.header) + "some samples"));
-        EXPECT_FALSE(loaded.image);
-        EXPECT_THAT(loaded.err, HasSubstr(row.words));
+    for (const auto& [header, text] : table) {
+        const Loaded loaded = load(dir.write("a.ppm", header + "some samples"s));
+        EXPECT_FALSE(loaded.image) << header;
+        EXPECT_THAT(loaded.err, HasSubstr(text)) << header;
     }
-    EXPECT_FALSE(load(dir.write("b.ppm", "P6 2")).image);
-    EXPECT_FALSE(load(dir.write("c.ppm", "P6")).image);
+    for (const char* cut : {"P6 2", "P6"}) EXPECT_FALSE(load(dir.write("b.ppm", cut)).image) << cut;
 }
 
 TEST(LoadJpeg, photographsEqualThePlainUseOfTheLibrary)
@@ -137,7 +123,8 @@ TEST(LoadJpeg, brokenFiles)
     EXPECT_THAT(truncated.err, HasSubstr("Premature end"));
 
     EXPECT_THAT(load(dir.write("b.jpg", "hello")).err, HasSubstr("Not a JPEG file"));
-    EXPECT_FALSE(load(dir.write("c.jpg", "")).image);
+    for (const std::string& path : {dir / "", ""s, dir.write("c.jpg", "")})
+        EXPECT_FALSE(load(path).image) << path;
     EXPECT_FALSE(load(dir.write("d.jpg", photo.substr(0, 200))).image);
 
     std::string huge = photo;  // the frame header claims 65500 x 65500
@@ -154,19 +141,11 @@ TEST(LoadJpeg, inksBecomeColours)
 {
     const TempDir dir;
     const test::Image photo = test::cropped(examplePhoto("photo_coffee.jpg"), 64, 48);
-    const struct
-    {
-        J_COLOR_SPACE space;
-        bool adobe;
-    } table[] = {{JCS_YCCK, true}, {JCS_CMYK, true}, {JCS_CMYK, false}};
-    for (const auto& row : table) {
-        const auto bytes = test::encodeInks(photo, row.space, row.adobe);
+    for (const auto& [space, adobe] : {std::pair{JCS_YCCK, true}, {JCS_CMYK, true}, {JCS_CMYK, false}}) {
+        const auto bytes = test::encodeInks(photo, space, adobe);
         const Loaded loaded = load(dir.write("inks.jpg", {bytes.begin(), bytes.end()}));
         ASSERT_TRUE(loaded.image) << loaded.err;
-        double sum = 0;
-        for (std::size_t i = 0; i < photo.rgb.size(); ++i)
-            sum += std::abs(int(photo.rgb[i]) - int(loaded.image->bytes()[i]));
-        EXPECT_LT(sum / double(photo.rgb.size()), 3) << row.space << row.adobe;
+        EXPECT_LT(meanDifference(photo.rgb, loaded.image->bytes()), 3) << space << adobe;
     }
 }
 
@@ -192,13 +171,6 @@ TEST(LoadImage, throughAPipeInPieces)
 }
 #endif
 
-TEST(LoadJpeg, notFiles)
-{
-    const TempDir dir;
-    EXPECT_FALSE(load(dir / "").image) << "a folder";
-    EXPECT_FALSE(load("").image);
-}
-
 TEST(WriteImage, theNameTellsTheKind)
 {
     const TempDir dir;
@@ -216,46 +188,42 @@ TEST(WriteImage, theNameTellsTheKind)
 TEST(WriteImage, whatIsNotWritten)
 {
     const TempDir dir;
-    const std::vector<std::uint8_t> six(6);
     const struct
     {
         const char* name;
         int width, height;
         bool isRgb;
+        std::string err = {};
     } table[] = {
-        {"out.png", 2, 1, true},  {"out.Jpg", 2, 1, true},  {"out", 2, 1, true},
-        {"out.ppm", 2, 1, false}, {"out.jpg", 0, 1, true},  {"out.jpg", 2, -1, true},
-        {"out.ppm", 2, 2, true},  {"out.jpg", 7, 1, false}, {"no/out.ppm", 2, 1, true},
+        {"out.png", 2, 1, true},
+        {"out.Jpg", 2, 1, true},
+        {"out", 2, 1, true},
+        {"out.ppm", 2, 1, false},
+        {"out.jpg", 0, 1, true},
+        {"out.jpg", 2, -1, true},
+        {"out.ppm", 2, 2, true},
+        {"out.jpg", 7, 1, false},
+        {"no/out.ppm", 2, 1, true},
+        {"no/out.jpg", 2, 1, true, "can't open " + (dir / "no/out.jpg") + "\n"},
+        {"out.jpg", 70000, 1, false, "Maximum supported image dimension"},
+#ifndef _WIN32
+        {"full.jpg", 640, 480, true, "can't write " + dir / "full.jpg"},
+        {"full.ppm", 640, 480, true, "can't write " + dir / "full.ppm"},
+#endif
     };
+#ifndef _WIN32
+    for (const char* name : {"full.jpg", "full.ppm"})
+        std::filesystem::create_symlink("/dev/full", dir / name);
+#endif
+    std::vector<std::uint8_t> samples(std::size_t{640} * 480 * 3);
+    for (std::size_t i = 0; i < samples.size(); ++i) samples[i] = std::uint8_t(i * i / 7);
     for (const auto& row : table) {
-        EXPECT_FALSE(writeImage(dir / row.name, 75, row.width, row.height, row.isRgb, six)) << row.name;
-        EXPECT_FALSE(std::filesystem::exists(dir / row.name)) << row.name;
-    }
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(writeImage(dir / "no/out.jpg", 75, 2, 1, true, six));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "can't open " + (dir / "no/out.jpg") + "\n");
-}
-
-TEST(WriteImage, tooWideForJpegFailsWithTheLibrarysWords)
-{
-    const TempDir dir;
-    const std::vector<std::uint8_t> row(70000);
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(writeImage(dir / "a.jpg", 75, 70000, 1, false, row));
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Maximum supported image dimension"));
-}
-
-TEST(WriteImage, fullDiskIsAFailure)
-{
-    if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
-    const TempDir dir;
-    std::filesystem::create_symlink("/dev/full", dir / "a.jpg");
-    std::filesystem::create_symlink("/dev/full", dir / "a.ppm");
-    const test::Image photo = examplePhoto("img0000.jpg");
-    for (const char* name : {"a.jpg", "a.ppm"}) {
         testing::internal::CaptureStderr();
-        EXPECT_FALSE(writeImage(dir / name, 90, 640, 480, true, photo.rgb));
-        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("can't write " + dir / name));
+        EXPECT_FALSE(writeImage(dir / row.name, 75, row.width, row.height, row.isRgb,
+                                std::span(samples).first(row.err.empty() ? 6 : samples.size())))
+            << row.name;
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(row.err)) << row.name;
+        EXPECT_FALSE(std::filesystem::is_regular_file(dir / row.name)) << row.name;
     }
 }
 
@@ -264,11 +232,7 @@ TEST(WriteImage, photographsComeBackNearlyAsTheyWere)
     const TempDir dir;
     const test::Image photo = examplePhoto("img0003.jpg");
     const auto meanError = [&](const std::string& path, const std::vector<std::uint8_t>& expected) {
-        const Loaded loaded = load(path);
-        double sum = 0;
-        for (std::size_t i = 0; i < expected.size(); ++i)
-            sum += std::abs(int(expected[i]) - int(loaded.image->bytes()[i]));
-        return sum / double(expected.size());
+        return meanDifference(load(path).image->bytes(), expected);
     };
     ASSERT_TRUE(writeImage(dir / "a.ppm", 0, 640, 480, true, photo.rgb));
     EXPECT_EQ(meanError(dir / "a.ppm", photo.rgb), 0.0);

@@ -7,7 +7,9 @@
 // jpeglib.h needs the two above first
 #include <jpeglib.h>
 
+#include <cstdlib>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -75,6 +77,15 @@ inline std::vector<float> greyPlaneOf(const Image& image)
 {
     const std::vector<std::uint8_t> grey = greyOf(image);
     return {grey.begin(), grey.end()};
+}
+
+/// Mean absolute difference of the samples.
+inline double meanDifference(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b)
+{
+    if (a.size() != b.size()) throw std::runtime_error("pictures of different sizes");
+    double sum = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) sum += std::abs(a[i] - b[i]);
+    return sum / double(a.size());
 }
 
 }  // namespace scansteps::test

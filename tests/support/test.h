@@ -49,6 +49,7 @@
 namespace scansteps {
 
 using namespace test;
+using namespace std::string_literals;
 using testing::ElementsAre, testing::ElementsAreArray, testing::HasSubstr, testing::SizeIs,
     testing::StartsWith;
 
