@@ -7,23 +7,14 @@
 namespace scansteps {
 namespace {
 
-TEST(Chain, everyKindCreatesItsClassWithTheTypesOfTheTable)
+TEST(Chain, everyKindCreatesItsClass)
 {
     for (const StepInfo& info : stepTable()) {
-        SCOPED_TRACE(info.kind);
-        std::unique_ptr<cChain> step;
-        printed([&] {
-            step = plugin::createStep(info.kind);
-            EXPECT_STREQ(step->getName(), std::string_view(info.kind) == "test" ? "cChain" : info.className);
-            EXPECT_EQ(step->typeIn, info.typeIn);
-            EXPECT_EQ(step->typeOut, info.typeOut);
-            EXPECT_EQ(step->next, nullptr);
-            step.reset();
-        });
+        auto step = plugin::createStep(info.kind);
+        EXPECT_STREQ(step->getName(), std::string_view(info.kind) == "test" ? "cChain" : info.className);
+        EXPECT_EQ(step->next, nullptr);
+        printed([&] { step.reset(); });
     }
-    EXPECT_STREQ(findStep("ccanny5")->className, "CpuCanny6");
-    EXPECT_STREQ(findStep("ccanny5old")->className, "CpuCanny5");
-    EXPECT_STREQ(findStep("cu2f")->typeIn, "CPU::f_1x32");
 }
 
 TEST(Chain, timingLineAtFlush)
@@ -56,24 +47,17 @@ TEST(Chain, initialiseZeroesTheTimeAndUnknownEventsPassUnchanged)
     EXPECT_EQ(thrownText([&] { chain.send(none); }), "[eventType] not found");
 }
 
-// The frame moves by swapping handles: the step owns the frame, the host gets the step's former buffer.
-TEST(Chain, framesOfAnotherSizeAreRefusedAndNothingIsExchanged)
+TEST(Chain, framesOfAnotherShapeAreRefusedWithBothShapes)
 {
     Chain chain({"cu2f"});
-    chain.init({{"dataX", 8}, {"dataY", 2}, {"dataFormat", "CPU::u_1x16"}});
-    const Array wrong[] = {Array(Kind::Ushort, 8, 1), Array(Kind::Uchar, 16, 2), Array(Kind::Ushort, 2, 8),
-                           Array()};
-    for (const Array& frame : wrong) {
-        const std::string text = thrownText([&] { chain.process(&frame); });
-        EXPECT_NE(text.find("CpuShort2Float: the frame is"), std::string::npos) << text;
-        EXPECT_NE(text.find("initialised for 8 x 2 x 1 Ushort"), std::string::npos) << text;
-        EXPECT_TRUE(chain.hostPixels().sameShape(frame));
-    }
+    chain.init(geometryOf(8, 2));
+    for (const Array& frame :
+         {Array(Kind::Ushort, 8, 1), Array(Kind::Uchar, 16, 2), Array(Kind::Ushort, 2, 8), Array()})
+        EXPECT_THAT(thrownText([&] { chain.process(&frame); }),
+                    testing::EndsWith("initialised for 8 x 2 x 1 Ushort"));
     const Array right(Kind::Ushort, 8, 2);
     chain.process(&right);
     EXPECT_EQ(chain.arrived.back().frame->elements<float>()[0], -32768.0F);
-    varitype lost{Struct{{"eventType", event::kProcess}, {"handle", 2000}}};
-    EXPECT_EQ(thrownText([&] { chain.send(lost); }), "Handle::zero handle!!!");
 }
 
 TEST(Chain, aFrameThatIsReplacedTakesItsCopyInTheRecordWithIt)
@@ -82,10 +66,7 @@ TEST(Chain, aFrameThatIsReplacedTakesItsCopyInTheRecordWithIt)
         Chain chain({kind});
         const Array frame(Kind::Ushort, 8, 8);
         printed([&] {
-            chain.init({{"dataX", 8},
-                        {"dataY", 8},
-                        {"dataFormat", "CPU::u_1x16"},
-                        {"combine", Struct{{"factor", 1}}}});
+            chain.init(geometryOf(8, 8, {{"combine", Struct{{"factor", 1}}}}));
             chain.process(&frame, {{"data", frame}});
         });
         EXPECT_EQ(chain.arrived.back().record.has("data"), stays) << kind;

@@ -1,5 +1,5 @@
 // Checks the table of steps against the steps: what each does with every setting of the table that is
-// missing, of another kind, or out of range.
+// missing, of another kind, or out of range, and with frames that do not fit.
 #include "scansteps/steps.h"
 
 #include "scansteps/socket.h"
@@ -147,6 +147,51 @@ TEST_F(TableTest, StepsReadEverySettingAsTheTableSays)
             checkMissing(step, setting, runs);
             checkKindOfValue(step, setting, runs);
             checkRange(step, setting, runs);
+        }
+    }
+}
+
+// A frame as a step of the table takes it; empty for a step that takes any or none.
+Array frameFor(Pixels pixels, int width, int height)
+{
+    if (pixels == Pixels::None || pixels == Pixels::Any || pixels == Pixels::Same) return {};
+    const bool isRgb = pixels == Pixels::Rgb8;
+    return Array(isRgb                     ? Kind::Uchar
+                 : pixels == Pixels::Float ? Kind::Float
+                                           : Kind::Ushort,
+                 std::uint32_t(isRgb ? 3 * width : width), std::uint32_t(height));
+}
+
+TEST_F(TableTest, StepsRefuseFramesThatDoNotFitAndTakeTinyOnes)
+{
+    for (const StepInfo& step : stepTable()) {
+        const Kind kind = frameFor(step.frames.in, 1, 1).kind();
+        if (kind == Kind::Empty) continue;
+        SCOPED_TRACE(step.kind);
+        for (const int size : {0, 1, 3, 5, 40}) {
+            Chain chain({step.kind});
+            Struct settings = geometryOf(size, size, fewest(step));
+            settings.set("dataFormat", kind == Kind::Uchar   ? "CPU::u_1x8"
+                                       : kind == Kind::Float ? "CPU::f_1x32"
+                                                             : "CPU::u_1x16");
+            const Array frame = frameFor(step.frames.in, size, size), wrong(kind, 1, 39);
+            std::string error, refused, unnamed, lost;
+            printed([&] {
+                error = thrownText([&] {
+                    chain.init(settings);
+                    for (int i = 0; i < 2; ++i) chain.process(&frame);
+                    chain.flush();
+                });
+                refused = thrownText([&] { chain.process(&wrong); });
+                unnamed = thrownText([&] { chain.process(); });
+                lost = thrownText([&] { chain.process(nullptr, {{"handle", 2000}}); });
+            });
+            EXPECT_EQ(error, std::string_view(step.kind) == "ccorner5" ? "too small" : "");
+            if (size < 40) continue;
+            EXPECT_THAT(refused, StartsWith(chain.step(0).getName() + ": the frame is 1 x 39 x 1 "s));
+            EXPECT_TRUE(chain.hostPixels().sameShape(wrong)) << "exchanged";
+            EXPECT_EQ(unnamed, "[handle] not found");
+            EXPECT_EQ(lost, "Handle::zero handle!!!");
         }
     }
 }

@@ -184,46 +184,19 @@ TEST(HostileRecords, AreRefused)
     for (const auto& entry : cases) EXPECT_EQ(readError(entry.bytes), entry.error) << entry.what;
 }
 
-TEST(HostileRecords, NestedWithoutEndAreRefused)
+TEST(HostileRecords, NestedWithoutEndLargerThanTheLimitOrCutAnywhereAreRefused)
 {
-    Bytes bytes;
+    Bytes nested;
     for (int level = 0; level < 100000; ++level)
-        bytes.header(std::uint64_t(100000 - level) * 26 - 10, 1).text("a").u32(11);
-    EXPECT_EQ(readError(bytes), "Read Error");
-}
+        nested.header(std::uint64_t(100000 - level) * 26 - 10, 1).text("a").u32(11);
+    EXPECT_EQ(readError(nested), "Read Error");
 
-TEST(HostileRecords, LargerThanTheLimitAreRefusedUnread)
-{
     const auto bytes = bytesOf(everyKind());
     BIOmem in(std::as_bytes(std::span(bytes)));
     EXPECT_EQ(thrownText([&] { readRecord(in, {bytes.size() - 1}); }), "Read Error");
-    EXPECT_EQ(in.position(), 16U);
-}
-
-TEST(HostileRecords, CutAnywhereAreAReadError)
-{
-    const auto bytes = bytesOf(everyKind());
-    for (std::size_t length = 0; length < bytes.size(); ++length) {
+    EXPECT_EQ(in.position(), 16U) << "refused by its header";
+    for (std::size_t length = 0; length < bytes.size(); ++length)
         EXPECT_EQ(readError({bytes.begin(), bytes.begin() + std::ptrdiff_t(length)}), "read error") << length;
-    }
-}
-
-TEST(HostileRecords, WithFlippedBitsReadAsARecordOrNot)
-{
-    const auto good = bytesOf(everyKind());
-    int refused = 0;
-    for (std::size_t bit = 0; bit < 8 * good.size(); ++bit) {
-        auto bytes = good;
-        bytes[bit / 8] ^= std::uint8_t(1U << (bit % 8));
-        const std::string error = thrownText([&] {
-            const varitype record = fromBytes(bytes);
-            EXPECT_TRUE(fromBytes(bytesOf(record)).equals(record));
-        });
-        if (error.empty()) continue;
-        EXPECT_TRUE(error == "Read Error" || error == "read error") << error;
-        ++refused;
-    }
-    EXPECT_GT(refused, 0);
 }
 
 TEST(RecordStreams, ReaderTakesNotAByteBeyondTheRecord)
@@ -289,40 +262,33 @@ TEST(FileStream, KeepsRecordsAndPositions)
     EXPECT_EQ(thrownText([&] { readRecord(in); }), "read error");
 }
 
+// More pieces than the system writes at once.
 TEST(FileStream, ManyArraysLeaveInOneRecord)
 {
     const TempDir dir;
     Struct many;
-    for (int i = 0; i < 200; ++i) many.set("k" + std::to_string(i), Array(Kind::Uchar, 10, i % 3));
-    {
-        BIOfs out(dir / "many.rec", BIOfs::Mode::Write);
-        writeRecord(out, many);
-    }
-    BIOfs in(dir / "many.rec", BIOfs::Mode::Read);
-    EXPECT_TRUE(readRecord(in).equals(many));
+    for (int i = 0; i < 2000; ++i) many.set("k" + std::to_string(i), Array(Kind::Uchar, 10, i % 3));
+    BIOfs out(dir / "many.rec", BIOfs::Mode::Write);
+    writeRecord(out, many);
+    out.close();
+    EXPECT_TRUE(recordsOf(dir / "many.rec").at(0).equals(many));
 }
 
-TEST(FileStream, IsNotOpenWhereThereIsNoFile)
+TEST(FileStream, WhatCannotBeOpenedOrReadSaysWhy)
 {
     const TempDir dir;
     BIOfs in(dir / "missing", BIOfs::Mode::Read), out(dir / "no/such/folder", BIOfs::Mode::Write);
-    EXPECT_FALSE(in.isOpen());
-    EXPECT_FALSE(out.isOpen());
+    EXPECT_FALSE(in.isOpen() || out.isOpen());
     EXPECT_EQ(in.reason(), "No such file or directory");
     EXPECT_TRUE(in.atEnd());
     EXPECT_EQ(thrownText([&] { readRecord(in); }), "read error");
     EXPECT_EQ(thrownText([&] { writeRecord(out, Struct{}); }), "write error");
-}
-
 #ifndef _WIN32  // where a folder cannot be opened
-TEST(FileStream, ThatCannotBeReadBetweenTwoRecordsIsNotAtItsEnd)
-{
-    const TempDir dir;
-    BIOfs in(dir.path().string(), BIOfs::Mode::Read);
-    EXPECT_EQ(thrownText([&] { in.atEnd(); }), "read error");
-    EXPECT_EQ(in.reason(), "Is a directory");
-}
+    BIOfs folder(dir.path().string(), BIOfs::Mode::Read);
+    EXPECT_EQ(thrownText([&] { folder.atEnd(); }), "read error");
+    EXPECT_EQ(folder.reason(), "Is a directory");
 #endif
+}
 
 TEST(FileStream, DoesNotOverwriteAFileThatIsBeingPlayed)
 {

@@ -308,17 +308,5 @@ TEST(TracingSteps, onAPhotograph)
     }
 }
 
-TEST(TracingSteps, tinyFrames)
-{
-    for (const char* kind : {"ccanny2a", "ccanny2b", "ccanny2c"})
-        for (const int size : {0, 1, 3}) {
-            Chain chain({kind});
-            chain.init(geometryOf(size, size, {{"OCV", Struct{{"trl", 0.0F}, {"trh", 0.0F}}}}));
-            const Array frame(Kind::Ushort, std::uint32_t(size), std::uint32_t(size));
-            printed([&] { chain.process(&frame); });
-            EXPECT_EQ(chain.arrived.size(), 2U);
-        }
-}
-
 }  // namespace
 }  // namespace scansteps

@@ -111,14 +111,12 @@ TEST(CPUDBuff, GoesOnWithTheBurstAfterAnError)
     Struct settings = bufferOf(3);
     settings.set("combine", Struct{{"factor", 1}});
     chain.init(settings);
-    std::string error;
-    for (int i = 1; i <= 3; ++i) {
+    for (int i = 1; i <= 4; ++i) {
         const Array frame = i == 2 ? filled(1, 1, i) : filled(4, 3, i);
-        error = thrownText([&] { chain.process(&frame, {{"number", i}}); });
+        EXPECT_EQ(thrownText([&] { chain.process(&frame, {{"number", i}}); }) == "", i != 3) << i;
     }
-    EXPECT_NE(error, "");
     chain.flush();
-    EXPECT_EQ(numbersOf(chain), (std::vector<int>{1, 3}));
+    EXPECT_EQ(numbersOf(chain), (std::vector<int>{1, 3, 4}));
 }
 
 TEST(CPUDBuff, SecondInitDropsWhatWasHeldBack)

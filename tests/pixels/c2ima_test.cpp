@@ -63,7 +63,6 @@ TEST(CpuCombine, RefusesWhatItCannotCombine)
     const Array small = countingFrame(4, 2, 0);
     EXPECT_EQ(thrownText([&] { chain.process(&small); }),
               "CpuCombine: the frame is 4 x 2 x 1 Ushort, too small for 4 x 3 16-bit samples");
-    EXPECT_EQ(thrownText([&] { chain.process(); }), "[handle] not found");
     const Array frame = countingFrame(4, 3, 1);
     chain.process(&frame);  // a refused frame leaves no trace
     EXPECT_EQ(sample(*chain.arrived.back().frame, 1, 0, 0), 0);

@@ -98,8 +98,6 @@ TEST(ConversionSteps, reductionTellsTheReducedSizeToTheNextStepOnly)
     EXPECT_EQ(valuesOf<std::uint16_t>(*chain.arrived.back().frame), (std::vector<std::uint16_t>{32769, 4}));
 
     const Array small = arrayOf<std::uint8_t>(5, 2, std::vector<std::uint8_t>(10));
-    EXPECT_NE(thrownText([&] { chain.process(&small); }).find("too small for 5 x 2 16-bit samples"),
-              std::string::npos);
     record.set("dataFormat", "CPU::u_1x8");
     chain.init(record);
     EXPECT_NE(thrownText([&] { chain.process(&small); }).find("8-bit frames cannot"), std::string::npos);

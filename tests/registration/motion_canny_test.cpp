@@ -91,16 +91,5 @@ TEST(MotionCanny, saysWhenTheViewsHaveNothingInCommon)
     }
 }
 
-TEST(MotionCanny, tinyFrames)
-{
-    for (const int size : {0, 1, 5, 40}) {
-        Chain chain({"ccanny7"});
-        chain.init(geometryOf(size, size, {{"canny5", Struct{{"debug", 1}}}}));
-        const Array frame(Kind::Ushort, std::uint32_t(size), std::uint32_t(size));
-        printed([&] { chain.process(&frame), chain.process(&frame); });
-        EXPECT_EQ(chain.arrived.size(), 3U);
-    }
-}
-
 }  // namespace
 }  // namespace scansteps
