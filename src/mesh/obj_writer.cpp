@@ -5,7 +5,7 @@
 #include <chrono>
 
 #include "core/print.h"
-#include "mesh/number_batch.h"
+#include "mesh/number_format.h"
 
 namespace scansteps::mesh {
 
@@ -36,55 +36,24 @@ char* putText(char* out, std::string_view text)
     return out + text.size();
 }
 
-/// Collects a few hundred numbers and prepares them at once.
-class Numbers
-{
-  public:
-    bool isFull() const { return count_ + 5 > kMax; }
-    void add(double value) { values_[count_++] = value; }
-    void prepare()
-    {
-        text::prepareNumbers({values_, count_}, prepared_);
-        count_ = next_ = 0;
-    }
-    /// Writes the next prepared number.
-    char* put(char* out)
-    {
-        out = text::putPrepared(out, prepared_[next_], values_[next_]);
-        ++next_;
-        return out;
-    }
-
-  private:
-    static constexpr std::size_t kMax = 320;
-    double values_[kMax];
-    text::PreparedNumber prepared_[kMax];
-    std::size_t count_ = 0, next_ = 0;
-};
-
-/// Adds the texture coordinates of texture vertex i on its page.
-void addPosition(Numbers& numbers, std::span<const float> positions, std::size_t i, int width)
+/// Writes the texture coordinates of texture vertex i on its page.
+char* putTextureVertex(char* out, std::span<const float> positions, std::size_t i, int width)
 {
     const double w = width;
     const float column = positions.empty() ? 0 : positions[2 * i],
                 row = positions.empty() ? 0 : positions[2 * i + 1];
-    numbers.add((static_cast<double>(column) + 0.5) / w);
-    numbers.add(((w - 1) - static_cast<double>(row) + 0.5) / w);
-}
-
-char* putTextureVertex(char* out, Numbers& numbers)
-{
-    out = numbers.put(putText(out, "vt "));
+    out = text::putGeneral(putText(out, "vt "), (static_cast<double>(column) + 0.5) / w);
     *out++ = ' ';
-    return putText(numbers.put(out), " 0\n");
+    out = text::putGeneral(out, ((w - 1) - static_cast<double>(row) + 0.5) / w);
+    return putText(out, " 0\n");
 }
 
-char* putVertex(char* out, Numbers& numbers)
+char* putVertex(char* out, const float* xyz)
 {
     *out++ = 'v';
     for (int i = 0; i < 3; ++i) {
         *out++ = ' ';
-        out = numbers.put(out);
+        out = text::putGeneral(out, static_cast<double>(xyz[i]));
     }
     *out++ = '\n';
     return out;
@@ -95,36 +64,17 @@ void writeVertices(AtomicFile& file, const TexturedModel& model, const TextureLa
     const Mesh& mesh = model.mesh;
     const std::span<const float> positions = layout.positions.empty() ? mesh.pixels : layout.positions;
     const int width = model.settings.width;
-    Numbers numbers;
-    for (std::size_t i = 0; i < mesh.vertexCount();) {
-        const std::size_t first = i;
-        for (; i < mesh.vertexCount() && !numbers.isFull(); ++i) {
-            for (std::size_t k = 0; k < 3; ++k) numbers.add(static_cast<double>(mesh.vertices[3 * i + k]));
-            addPosition(numbers, positions, i, width);
-        }
-        numbers.prepare();
-        for (std::size_t k = first; k < i; ++k)
-            file.advance(putTextureVertex(putVertex(file.room(2 * kLine), numbers), numbers));
+    for (std::size_t i = 0; i < mesh.vertexCount(); ++i) {
+        char* out = putVertex(file.room(2 * kLine), &mesh.vertices[3 * i]);
+        file.advance(putTextureVertex(out, positions, i, width));
     }
-    for (std::size_t i = 0; i < layout.extra.size(); ++i) {
-        addPosition(numbers, positions, mesh.vertexCount() + i, width);
-        numbers.prepare();
-        file.advance(putTextureVertex(file.room(kLine), numbers));
-    }
+    for (std::size_t i = 0; i < layout.extra.size(); ++i)
+        file.advance(putTextureVertex(file.room(kLine), positions, mesh.vertexCount() + i, width));
 }
 
 /// Writes "vertex/texture vertex ", numbered from 1.
 char* putCorner(char* out, std::uint32_t vertex, std::uint32_t textureVertex)
 {
-    if (vertex == textureVertex && text::hasSixDigits(vertex + 1)) {  // most corners of a large mesh
-        const std::uint64_t digits = text::sixDigits(vertex + 1);
-        return text::putSix(text::putSix(out, digits, '/'), digits, ' ');
-    }
-    if (std::max(vertex, textureVertex) < text::kWordLimit - 1) {
-        const text::Word word = text::wordOf(vertex + 1);
-        out = text::put(out, word, '/');
-        return text::put(out, vertex == textureVertex ? word : text::wordOf(textureVertex + 1), ' ');
-    }
     out = text::putUnsigned(out, vertex + 1);
     *out++ = '/';
     out = text::putUnsigned(out, textureVertex + 1);

@@ -11,44 +11,16 @@ namespace scansteps::mesh {
 
 namespace {
 
-/// The text of every component value and the blank after it as one word; the last byte holds its length.
-struct ColourWords
+char* putNumber(char* out, std::uint32_t number)
 {
-    std::uint32_t word[256];
-    std::uint8_t length[256];
-};
-
-constexpr ColourWords makeColourWords()
-{
-    ColourWords table{};
-    for (std::uint32_t n = 0; n < 256; ++n) {
-        const int digits = n < 10 ? 1 : n < 100 ? 2 : 3;
-        std::uint32_t word = std::uint32_t{' '} << 8 * digits;
-        std::uint32_t rest = n;
-        for (int i = digits; i-- > 0; rest /= 10) word |= ('0' + rest % 10) << 8 * i;
-        table.word[n] = word;
-        table.length[n] = static_cast<std::uint8_t>(digits + 1);
-    }
-    return table;
-}
-
-constexpr ColourWords kColourWords = makeColourWords();
-
-char* putColour(char* out, const float* rgb)
-{
-    for (int i = 0; i < 3; ++i) {
-        const auto component = static_cast<std::uint8_t>(static_cast<int>(rgb[i]));
-        std::memcpy(out, &kColourWords.word[component], 4);
-        out += kColourWords.length[component];
-    }
+    out = text::putUnsigned(out, number);
+    *out++ = ' ';
     return out;
 }
 
-char* putIndex(char* out, std::uint32_t index)
+char* putColour(char* out, const float* rgb)
 {
-    if (index < text::kWordLimit) return text::put(out, text::wordOf(index), ' ');
-    out = text::putUnsigned(out, index);
-    *out++ = ' ';
+    for (int i = 0; i < 3; ++i) out = putNumber(out, static_cast<std::uint8_t>(static_cast<int>(rgb[i])));
     return out;
 }
 
@@ -92,7 +64,7 @@ void writePly(AtomicFile& file, const Mesh& mesh)
         char* out = file.room(kLine);
         *out++ = '3';
         *out++ = ' ';
-        for (std::size_t corner = 0; corner < 3; ++corner) out = putIndex(out, mesh.indices[3 * k + corner]);
+        for (std::size_t corner = 0; corner < 3; ++corner) out = putNumber(out, mesh.indices[3 * k + corner]);
         out = putColour(out, &mesh.colours[3 * k]);
         *out++ = '\n';
         file.advance(out);

@@ -78,8 +78,7 @@ std::vector<std::unique_ptr<AtomicFile>> writePages(const TexturedModel& model, 
             continue;
         }
         const TexturePage page = makePage(model, layout, number);
-        images::PictureRows rows(page.rgb, page.width, true);
-        if (const std::string reason = images::writeJpeg(*file, 100, page.width, page.width, rows);
+        if (const std::string reason = images::writeJpeg(*file, 100, page.width, page.width, page.rgb);
             !reason.empty())
             failf("cannot write \"%.700s\": %.200s", name.c_str(), reason.c_str());
         files.push_back(std::move(file));

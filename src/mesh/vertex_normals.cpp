@@ -110,7 +110,7 @@ IndexRange Range(std::span<const std::uint32_t> indices)
     auto smallest = hn::Set(d, none.smallest), largest = hn::Set(d, none.largest);
     std::size_t i = 0;
     for (; i + lanes <= indices.size(); i += lanes) {
-        fetchAhead(&indices[i]);
+        prefetch(&indices[i]);
         const auto v = hn::LoadU(d, &indices[i]);
         smallest = hn::Min(smallest, v);
         largest = hn::Max(largest, v);
@@ -201,8 +201,8 @@ std::pair<std::size_t, bool> Entries(const Mesh& mesh, const Normal* normal, std
     const float* rgb = mesh.colours.data() + 3 * first;
     std::size_t done = 0;
     for (; done + 4 < count; done += 4, rgb += 12) {
-        fetchAhead(corner);
-        fetchAhead(rgb);
+        prefetch(corner);
+        prefetch(rgb);
         alignas(16) std::int32_t words[4];
         hn::Store(ColourWords(rgb, seen), hn::RebindToSigned<D4>(), words);
         const auto entry = [&](std::int32_t word) HWY_ATTR {

@@ -1,5 +1,5 @@
 // Numbers as text, compared with what the C library prints.
-#include "mesh/number_batch.h"
+#include "mesh/number_format.h"
 
 #include "support/test.h"
 
@@ -49,12 +49,6 @@ TEST(TextFormat, unsignedNumbers)
     for (std::uint32_t n = 0; n < 1100000; ++n) ASSERT_EQ(textOf(text::putUnsigned, n), std::to_string(n));
 }
 
-TEST(TextFormat, words)
-{
-    const auto put = [](char* out, std::uint32_t n) { return text::put(out, text::wordOf(n), '/'); };
-    for (std::uint32_t n = 0; n < text::kWordLimit; ++n) ASSERT_EQ(textOf(put, n), std::to_string(n) + "/");
-}
-
 // What needs no rounding, in full.
 TEST(TextFormat, tenThousandthsOfSixDigits)
 {
@@ -80,10 +74,6 @@ TEST(TextFormat, tenThousandthsAtEveryTie)
 void expectGeneral(double value)
 {
     ASSERT_EQ(textOf(text::putGeneral, value), printed(value)) << std::hexfloat << value;
-    text::PreparedNumber prepared = 0;
-    text::prepareNumbers({&value, 1}, {&prepared, 1});
-    const auto put = [&](char* out, double v) { return text::putPrepared(out, prepared, v); };
-    ASSERT_EQ(textOf(put, value), printed(value)) << std::hexfloat << value;
 }
 
 TEST(TextFormat, generalNumbersOfEveryDecadeAndTheirTies)
@@ -133,38 +123,6 @@ TEST(TextFormat, generalRandomFloats)
             ASSERT_EQ(streamed(value), printed(value));
         }
     }
-}
-
-TEST(TextFormat, numbersOfSixDigits)
-{
-    for (std::uint32_t n = 0; n < 2000000; n += n % 100000 < 3 || n % 100000 > 99990 ? 1 : 17) {
-        if (!text::hasSixDigits(n)) continue;
-        const auto put = [](char* out, std::uint32_t k) {
-            return text::putSix(out, text::sixDigits(k), ' ');
-        };
-        ASSERT_EQ(textOf(put, n), std::to_string(n) + " ");
-    }
-}
-
-// Every binade with random bits below, and what lies around the borders.
-TEST(TextFormat, preparedAlikeOnEveryTarget)
-{
-    std::mt19937_64 random(3);
-    std::vector<double> values = {0.0, -0.0, HUGE_VAL, -HUGE_VAL, std::nan(""), 5e-324};
-    for (std::uint64_t exponent = 0; exponent < 2048; ++exponent)
-        for (int i = 0; i < (exponent > 1000 && exponent < 1050 ? 3000 : 5); ++i)
-            values.push_back(std::bit_cast<double>(exponent << 52 | random() >> 12 | (random() & 1) << 63));
-    for (double power = 1e-6; power < 1e8; power *= 10)
-        for (const double v : {power, 0.9999995 * power, 0.99999949999 * power, 1.0000005 * power})
-            for (const double w : {v, std::nextafter(v, 0), std::nextafter(v, 1e300)}) values.push_back(-w);
-    std::vector<text::PreparedNumber> expected(values.size());
-    text::scalar::prepareNumbers(values, expected);
-    EXPECT_GT(std::ranges::count_if(expected, [](auto n) { return n != text::kNotPrepared; }), 50000);
-    forEachTarget([&] {
-        std::vector<text::PreparedNumber> prepared(values.size());
-        text::prepareNumbers(values, prepared);
-        EXPECT_EQ(prepared, expected);
-    });
 }
 
 }  // namespace
