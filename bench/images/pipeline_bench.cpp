@@ -176,8 +176,7 @@ Parts runParts(const Photos& photos, CannyWorkspace& work)
         yuyvToRgb(frame, rgb, width, height);
         start = seconds();
         AtomicFile out(photos.file("part", i));
-        PictureRows rows(rgb, photos.width(), true);
-        writeJpeg(out, kQuality, photos.width(), photos.height(), rows);
+        writeJpeg(out, kQuality, photos.width(), photos.height(), rgb);
         out.commit();
         parts.jpeg += seconds() - start;
     }

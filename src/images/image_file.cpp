@@ -34,14 +34,10 @@ bool holdsAnyOf(const std::string& name, std::initializer_list<const char*> text
                        [&](const char* text) { return name.find(text) != std::string::npos; });
 }
 
-void writePpm(AtomicFile& file, int width, int height, RowSource& source)
+void writePpm(AtomicFile& file, int width, int height, std::span<const std::uint8_t> rgb)
 {
-    const std::size_t rowBytes = static_cast<std::size_t>(width) * 3;
     file.write("P6\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n");
-    for (int y = 0; y < height; y += kRowsAtOnce) {
-        const int count = std::min(kRowsAtOnce, height - y);
-        file.write(std::span(source.rows(y, count), rowBytes * static_cast<std::size_t>(count)));
-    }
+    file.write(rgb);
 }
 
 bool isJpegName(const std::string& path)
@@ -49,22 +45,51 @@ bool isJpegName(const std::string& path)
     return holdsAnyOf(path, {".jpg", ".jpeg", ".JPG", ".JPEG"});
 }
 
+std::vector<std::uint8_t> repeatedThrice(std::span<const std::uint8_t> grey)
+{
+    std::vector<std::uint8_t> rgb(3 * grey.size());
+    for (std::size_t i = 0; i < grey.size(); ++i) std::fill_n(rgb.data() + 3 * i, 3, grey[i]);
+    return rgb;
+}
+
+// Returns why nothing was written, or an empty string.
+std::string writeRgb(const std::string& path, int quality, int width, int height,
+                     std::span<const std::uint8_t> rgb)
+{
+    AtomicFile file(path);
+    if (!file.isOpen()) {
+        print::fileTrouble("can't open ", path);
+        return file.reason();
+    }
+    std::string reason;
+    try {
+        if (isJpegName(path))
+            reason = writeJpeg(file, quality, width, height, rgb);
+        else
+            writePpm(file, width, height, rgb);
+        if (reason.empty()) file.commit();
+    } catch (const char* text) {
+        reason = file.reason().empty() ? text : file.reason();
+    }
+    if (!reason.empty()) print::fileTrouble("can't write ", path, reason);
+    return reason;
+}
+
+std::string writePicture(const std::string& path, int quality, int width, int height, bool isRgb,
+                         std::span<const std::uint8_t> pixels)
+{
+    const bool isPpm = !isJpegName(path) && holdsAnyOf(path, {".ppm", ".PPM"});
+    if (!isJpegName(path) && !isPpm) return "the name tells neither JPEG nor PPM";
+    if (width < 1 || height < 1) return "an image without pixels";
+    if (isPpm && !isRgb) return "PPM files are written in colour only";
+    const std::size_t rowBytes = static_cast<std::size_t>(width) * (isRgb ? 3 : 1);
+    if (pixels.size() / rowBytes < static_cast<std::size_t>(height)) return "too few pixels";
+    const auto picture = pixels.first(rowBytes * static_cast<std::size_t>(height));
+    return isRgb ? writeRgb(path, quality, width, height, picture)
+                 : writeRgb(path, quality, width, height, repeatedThrice(picture));
+}
+
 }  // namespace
-
-PictureRows::PictureRows(std::span<const std::uint8_t> pixels, int width, bool isRgb)
-    : pixels_(pixels), width_(static_cast<std::size_t>(width))
-{
-    if (!isRgb) spread_.resize(width_ * 3 * kRowsAtOnce);
-}
-
-const std::uint8_t* PictureRows::rows(int first, int count)
-{
-    const auto y = static_cast<std::size_t>(first);
-    if (spread_.empty()) return pixels_.data() + y * width_ * 3;
-    for (std::size_t i = 0; i < width_ * static_cast<std::size_t>(count); ++i)
-        std::fill_n(spread_.data() + 3 * i, 3, pixels_[y * width_ + i]);
-    return spread_.data();
-}
 
 std::optional<RgbImage> loadImage(const std::string& path, Array memory, ImageTrouble* trouble)
 {
@@ -85,37 +110,12 @@ std::optional<RgbImage> loadImage(const std::string& path, Array memory, ImageTr
 }
 
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
-                std::span<const std::uint8_t> pixels)
+                std::span<const std::uint8_t> pixels, std::string* reason)
 {
-    if (width < 1 || height < 1 || (!isRgb && !isJpegName(path))) return false;
-    const std::size_t rowBytes = static_cast<std::size_t>(width) * (isRgb ? 3 : 1);
-    if (pixels.size() / rowBytes < static_cast<std::size_t>(height)) return false;
-    PictureRows source(pixels, width, isRgb);
-    return writeImage(path, quality, width, height, source).empty();
-}
-
-std::string writeImage(const std::string& path, int quality, int width, int height, RowSource& source)
-{
-    const bool isJpeg = isJpegName(path);
-    if (!isJpeg && !holdsAnyOf(path, {".ppm", ".PPM"})) return "the name tells neither JPEG nor PPM";
-    if (width < 1 || height < 1) return "an image without pixels";
-    AtomicFile file(path);
-    if (!file.isOpen()) {
-        print::fileTrouble("can't open ", path);
-        return file.reason();
-    }
-    std::string reason;
-    try {
-        if (isJpeg)
-            reason = writeJpeg(file, quality, width, height, source);
-        else
-            writePpm(file, width, height, source);
-        if (reason.empty()) file.commit();
-    } catch (const char* text) {
-        reason = file.reason().empty() ? text : file.reason();
-    }
-    if (!reason.empty()) print::fileTrouble("can't write ", path, reason);
-    return reason;
+    std::string found = writePicture(path, quality, width, height, isRgb, pixels);
+    const bool written = found.empty();
+    if (reason != nullptr) *reason = std::move(found);
+    return written;
 }
 
 }  // namespace scansteps::images

@@ -60,40 +60,14 @@ struct ImageTrouble
 std::optional<RgbImage> loadImage(const std::string& path, Array memory = {},
                                   ImageTrouble* trouble = nullptr);
 
-/// Provides the rows of an RGB picture to a writer a few at a time, so that they can be computed while they
-/// stay in cache.
-class RowSource
-{
-  public:
-    virtual ~RowSource() = default;
-    /// Rows first ... first + count - 1, contiguous; valid until the next call. Rows are requested in order.
-    virtual const std::uint8_t* rows(int first, int count) = 0;
-};
-/// Number of rows per request, except for the last one.
-inline constexpr int kRowsAtOnce = 16;
-
-/// A complete picture in memory, RGB or grey; grey samples are repeated as R, G and B.
-class PictureRows final : public RowSource
-{
-  public:
-    PictureRows(std::span<const std::uint8_t> pixels, int width, bool isRgb);
-    const std::uint8_t* rows(int first, int count) override;
-
-  private:
-    std::span<const std::uint8_t> pixels_;
-    std::size_t width_;
-    std::vector<std::uint8_t> spread_;  // requested rows of a grey picture as RGB
-};
-
 /// Writes an image file in the format given by the first of these texts found anywhere in its name: ".jpg",
 /// ".jpeg", ".JPG", ".JPEG" (baseline JPEG of `quality` 0 to 100) or ".ppm", ".PPM" (binary PPM, RGB only).
-/// The file appears complete or, on failure, not at all. Returns an empty string on success, otherwise the
-/// reason, printed on standard error if opening ("can't open NAME") or writing ("can't write NAME: ...")
-/// failed. `source` is not used if the file cannot be opened.
-std::string writeImage(const std::string& path, int quality, int width, int height, RowSource& source);
-/// The same for pixels in memory: rows from top to bottom with 3 bytes per pixel or, unless `isRgb`, 1 byte
-/// of grey (JPEG files only). Returns false when nothing was written, also when there are too few pixels.
+/// `pixels` are rows from top to bottom with 3 bytes R, G, B per pixel or, unless `isRgb`, 1 byte of grey
+/// (JPEG files only), which is repeated as R, G and B. The file appears complete or, on failure, not at all.
+/// Returns whether it was written; `reason` then receives why not, which is printed on standard error if
+/// opening
+/// ("can't open NAME") or writing ("can't write NAME: ...") failed.
 bool writeImage(const std::string& path, int quality, int width, int height, bool isRgb,
-                std::span<const std::uint8_t> pixels);
+                std::span<const std::uint8_t> pixels, std::string* reason = nullptr);
 
 }  // namespace scansteps::images

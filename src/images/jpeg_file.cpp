@@ -1,8 +1,6 @@
 // Encoding of JPEG files; jpeg_reader.cpp decodes them.
 #include "images/jpeg_file.h"
 
-#include <algorithm>
-#include <array>
 #include <exception>
 
 #include "images/jpeg_errors.h"
@@ -64,18 +62,7 @@ struct Encoder
     ~Encoder() { jpeg_destroy_compress(&jpeg); }
 };
 
-// Passes all `count` rows to the library.
-void putRows(jpeg_compress_struct& jpeg, const std::uint8_t* pixels, int count)
-{
-    std::array<JSAMPROW, kRowsAtOnce> rows{};
-    const auto end = static_cast<JDIMENSION>(count);
-    // The library takes non-const pointers although it only reads the rows.
-    for (JDIMENSION i = 0; i < end; ++i)
-        rows[i] = const_cast<JSAMPROW>(pixels) + std::size_t{jpeg.image_width} * 3 * i;
-    for (JDIMENSION put = 0; put < end;) put += jpeg_write_scanlines(&jpeg, rows.data() + put, end - put);
-}
-
-bool encode(Encoder& encoder, int quality, RowSource& source)
+bool encode(Encoder& encoder, int quality, const std::uint8_t* rgb)
 {
     auto& jpeg = encoder.jpeg;
     if (setjmp(encoder.errors.escape) != 0) return false;
@@ -84,9 +71,9 @@ bool encode(Encoder& encoder, int quality, RowSource& source)
     jpeg.dest = &encoder.destination.base;
     jpeg_start_compress(&jpeg, TRUE);
     while (jpeg.next_scanline < jpeg.image_height) {
-        const int y = static_cast<int>(jpeg.next_scanline);
-        const int count = std::min(kRowsAtOnce, static_cast<int>(jpeg.image_height) - y);
-        putRows(jpeg, source.rows(y, count), count);
+        // The library takes non-const pointers although it only reads the rows.
+        JSAMPROW row = const_cast<JSAMPROW>(rgb) + std::size_t{3} * jpeg.image_width * jpeg.next_scanline;
+        jpeg_write_scanlines(&jpeg, &row, 1);
     }
     jpeg_finish_compress(&jpeg);
     return true;
@@ -106,10 +93,10 @@ bool createEncoder(Encoder& encoder, int width, int height)
 
 }  // namespace
 
-std::string writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source)
+std::string writeJpeg(AtomicFile& file, int quality, int width, int height, std::span<const std::uint8_t> rgb)
 {
     Encoder encoder(file);
-    const bool written = createEncoder(encoder, width, height) && encode(encoder, quality, source);
+    const bool written = createEncoder(encoder, width, height) && encode(encoder, quality, rgb.data());
     if (encoder.destination.failure) std::rethrow_exception(encoder.destination.failure);
     return written ? std::string() : encoder.errors.fatal.data();
 }

@@ -18,8 +18,9 @@ namespace scansteps::images {
 std::optional<RgbImage> readJpeg(std::span<const std::uint8_t> file, std::uint64_t maxBytes, Array memory,
                                  std::string& reason);
 
-/// Encodes rows of RGB pixels as baseline JPEG. Returns the library's message after a fatal error, otherwise
-/// an empty string. Exceptions from `file` and `source` propagate.
-std::string writeJpeg(AtomicFile& file, int quality, int width, int height, RowSource& source);
+/// Encodes height rows of width RGB pixels as baseline JPEG. Returns the library's message after a fatal
+/// error, otherwise an empty string. Exceptions from `file` propagate.
+std::string writeJpeg(AtomicFile& file, int quality, int width, int height,
+                      std::span<const std::uint8_t> rgb);
 
 }  // namespace scansteps::images
