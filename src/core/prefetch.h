@@ -5,20 +5,20 @@
 namespace scansteps {
 
 /// Starts loading the cache line 2048 bytes after `at`, which may be any address.
-inline void fetchAhead(const void* at)
+inline void prefetch(const void* at)
 {
     __builtin_prefetch(static_cast<const char*>(at) + 2048);
 }
 
 /// The same for writing: the cache line 1024 bytes after `at`.
-inline void fetchAheadToWrite(const void* at)
+inline void prefetchForWriting(const void* at)
 {
     __builtin_prefetch(static_cast<const char*>(at) + 1024, 1);
 }
 
 /// Starts loading the cache line at `at` into the second-level cache, for kernels whose working set fills the
 /// first-level cache.
-inline void fetchToSecondLevel(const void* at)
+inline void prefetchToSecondLevel(const void* at)
 {
     __builtin_prefetch(at, 0, 2);
 }

@@ -70,8 +70,8 @@ struct CannyWorkspace::Buffers
     float* line = nullptr;             // the row read last
     std::int32_t* magnitudes[3] = {};  // first column of three rows
     std::uint64_t* active[2] = {};     // bitmaps of two rows: magnitude above the low threshold
-    FloatPlane stageRows;              // rows of the low-pass filters before the detector
-    FloatPlane filtered;               // the filtered image, when there are too many passes for stageRows
+    FloatPlane filtered;               // the image after all low passes but the last
+    FloatPlane lowPassRows;            // rows of the last one
     ScratchArena memory;
 
   private:

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "core/sample_values.h"
 #include "edges/canny_detector.h"
 #include "scansteps/error.h"
 
@@ -45,7 +46,7 @@ std::size_t EdgesTo16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT
     std::size_t i = 0;
     for (; i + hn::Lanes(d) <= count; i += hn::Lanes(d)) {
         const auto whole = TruncateInRange(hn::LoadU(d, src + i));
-        hn::StoreU(hn::DemoteTo(du, hn::Add(whole, hn::Set(di, 32768))), du, dst + i);
+        hn::StoreU(hn::DemoteTo(du, hn::Add(whole, hn::Set(di, kOffset16Zero))), du, dst + i);
     }
     return i;
 }
@@ -88,12 +89,12 @@ namespace {
 float sampleToFloat(std::uint16_t sample, grey::SampleCoding coding)
 {
     return coding == grey::SampleCoding::Yuyv16 ? static_cast<float>(sample & 255)
-                                                : static_cast<float>(int{sample} - 32768);
+                                                : static_cast<float>(int{sample} - kOffset16Zero);
 }
 
 std::uint16_t edgeToSample(float value)
 {
-    return static_cast<std::uint16_t>(static_cast<std::int32_t>(static_cast<double>(value) + 32768.0));
+    return static_cast<std::uint16_t>(static_cast<std::int32_t>(static_cast<double>(value) + kOffset16Zero));
 }
 
 void checkFrame(std::size_t samples, std::size_t width, std::size_t height)
@@ -185,8 +186,8 @@ class LowPassRows : public FloatRowSource
 void samplesToFloats(std::span<const std::uint16_t> samples, std::span<float> row, grey::SampleCoding coding)
 {
     const bool video = coding == grey::SampleCoding::Yuyv16;
-    for (std::size_t x = HWY_DYNAMIC_DISPATCH(SamplesToFloat)(samples.data(), row.data(), samples.size(),
-                                                              video ? 0xFF : 0xFFFF, video ? 0 : 32768);
+    for (std::size_t x = HWY_DYNAMIC_DISPATCH(SamplesToFloat)(
+             samples.data(), row.data(), samples.size(), video ? 0xFF : 0xFFFF, video ? 0 : kOffset16Zero);
          x < samples.size(); ++x)
         row[x] = sampleToFloat(samples[x], coding);
 }
@@ -241,23 +242,21 @@ EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width,
     checkFrame(frame.size(), width, height);
     const CannyThresholds thresholds(low, high, aperture);
     CannyWorkspace::Buffers& buffers = work.buffers();
-    if (lowPasses > kFusedLowPasses) {
-        frame16ToPlane(frame, buffers.filtered, width, height, coding);
-        for (int k = 0; k < lowPasses; ++k) lowPass(buffers.filtered, 3, &buffers.memory);
-        return detectFiltered16(buffers.filtered, low, high, aperture, work);
-    }
     FrameRows samples(frame.data(), width, coding);
-    LowPassRows filters[kFusedLowPasses];
+    PlaneRows plane(buffers.filtered);
+    LowPassRows lastPass;
     FloatRowSource* source = &samples;
+    if (lowPasses > 1) {
+        frame16ToPlane(frame, buffers.filtered, width, height, coding);
+        for (int k = 1; k < lowPasses; ++k) lowPass(buffers.filtered, 3, &buffers.memory);
+        source = &plane;
+    }
+    // One pass without a float image makes the whole 1.1 (640 x 480) to 1.3 times (3840 x 2160) as fast.
     if (lowPasses > 0 && width > 0) {
-        // Each filter stage uses one line and three rows of sums.
-        FloatPlane& rows = buffers.stageRows;
-        rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin),
-                    static_cast<std::uint32_t>(4 * kFusedLowPasses));
-        for (std::size_t k = 0; k < static_cast<std::size_t>(lowPasses); ++k) {
-            filters[k].connect(*source, rows.row(4 * k) + kMargin, rows.stride(), width, height);
-            source = &filters[k];
-        }
+        FloatPlane& rows = buffers.lowPassRows;  // a line and three rows of sums
+        rows.resize(static_cast<std::uint32_t>(stripWidth(width) + 5 * kMargin), 4);
+        lastPass.connect(*source, rows.row(0) + kMargin, rows.stride(), width, height);
+        source = &lastPass;
     }
     return detectIn(*source, width, height, thresholds, aperture, buffers);
 }

@@ -1,5 +1,5 @@
-// The edge detector on 16-bit frames: conversion to floats, box filtering, detection and output in one pass
-// over the rows, without a float image in memory.
+// The edge detector on 16-bit frames: conversion to floats, the last box filter, detection and output in one
+// pass over the rows.
 #pragma once
 
 #include <cstddef>
@@ -25,13 +25,10 @@ void floatsToSamples(std::span<const float> row, std::span<std::uint16_t> sample
 
 /// Replaces a frame by its edges, with the result of frame16ToPlane, `lowPasses` times lowPass(plane, 3),
 /// Canny and floatsToSamples. Throws what they throw, and then leaves the frame unchanged. Allocates nothing
-/// when the workspace has been used for the same size and aperture before. Up to kFusedLowPasses passes need
-/// no float image.
+/// when the workspace has been used for the same size, aperture and number of passes before.
 void cannyFrame16(std::span<std::uint16_t> frame, std::size_t width, std::size_t height,
                   grey::SampleCoding coding, int lowPasses, double low, double high, int aperture,
                   CannyWorkspace& work);
-
-inline constexpr int kFusedLowPasses = 8;
 
 /// The edges that cannyFrame16 would draw. The bitmap belongs to the workspace; the frame is not changed.
 EdgeBits& detectFrame16(std::span<const std::uint16_t> frame, std::size_t width, std::size_t height,

@@ -80,7 +80,7 @@ void RunRow(const FusedFilter& filter, const CurrentRow& current)
         const std::size_t from = stretch.from, to = stretch.to;
         const auto alongX = [&](std::size_t x) HWY_ATTR {
             const auto at = static_cast<std::ptrdiff_t>(x - from);
-            fetchToSecondLevel(line + (at + ahead));
+            prefetchToSecondLevel(line + (at + ahead));
             const auto sum =
                 Folded<R, X>([&](int k) HWY_ATTR { return hn::LoadU(d, line + (at + k)); }, xFactor);
             hn::StoreU(sum, d, folded + x);

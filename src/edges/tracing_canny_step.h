@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "core/print.h"
+#include "core/sample_values.h"
 #include "edges/canny_settings.h"
 #include "edges/polyline.h"
 #include "edges/polyline_record.h"
@@ -32,7 +33,7 @@ class TracingCanny : public CPUBase
         const auto samples = frame.input<std::uint16_t>();
         settings_.print();
         EdgeBits& edges = findEdges(samples);
-        if (clear_ != 0) std::ranges::fill(samples, std::uint16_t{32768});
+        if (clear_ != 0) std::ranges::fill(samples, kOffset16Zero);
         print::field(std::int64_t(in_.width()), " a.getX()\n");
         print::field(std::int64_t(in_.height()), " a.getY()\n");
         describe(edges, frame.record());

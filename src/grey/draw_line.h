@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 
+#include "core/sample_values.h"
 #include "grey/sample_coding.h"
 
 namespace scansteps::grey {
@@ -16,7 +17,7 @@ void drawLine(std::span<std::uint16_t> frame, int width, int height, double x1, 
 /// The sample value for white: 255 as an offset 16-bit sample, or as YUYV16 luma with neutral chroma.
 constexpr std::uint16_t inkOf(SampleCoding coding)
 {
-    return coding == SampleCoding::Yuyv16 ? 0x80FF : 33023;
+    return coding == SampleCoding::Yuyv16 ? 0x80FF : kOffset16White;
 }
 
 }  // namespace scansteps::grey

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "core/sample_values.h"
 #include "scansteps/error.h"
 
 namespace scansteps::grey {
@@ -17,7 +18,7 @@ std::size_t sizedFor(std::span<const std::uint16_t> frame, int width, int height
 
 int valueOf(std::uint16_t sample, SampleCoding coding)
 {
-    return coding == SampleCoding::Yuyv16 ? sample & 255 : sample - 32768;
+    return coding == SampleCoding::Yuyv16 ? sample & 255 : sample - kOffset16Zero;
 }
 
 }  // namespace
@@ -31,7 +32,8 @@ void greyFromFrame(std::span<const std::uint16_t> frame, int width, int height, 
     if (coding == SampleCoding::Yuyv16)
         for (std::size_t i = 0; i < count; ++i) to[i] = std::uint8_t(from[i] & 255);
     else
-        for (std::size_t i = 0; i < count; ++i) to[i] = std::uint8_t(std::clamp(from[i] - 32768, 0, 255));
+        for (std::size_t i = 0; i < count; ++i)
+            to[i] = std::uint8_t(std::clamp(from[i] - kOffset16Zero, 0, 255));
 }
 
 void stretchedGreyFromFrame(std::span<const std::uint16_t> frame, int width, int height, SampleCoding coding,

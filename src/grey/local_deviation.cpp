@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "core/sample_values.h"
 #include "grey/grey_filters.h"
 #include "scansteps/error.h"
 
@@ -42,7 +43,7 @@ inline void rootsScalar(const double* squares, double factor, std::uint16_t* out
 {
     for (std::size_t x = 0; x < count; ++x) {
         const double deviation = std::sqrt(squares[x]) * factor;
-        out[x] = std::uint16_t(32768 + (deviation < 32767 ? int(std::max(deviation, 0.0)) : 32767));
+        out[x] = std::uint16_t(kOffset16Zero + (deviation < 32767 ? int(std::max(deviation, 0.0)) : 32767));
     }
 }
 
@@ -82,7 +83,7 @@ void DeviationRoots(const double* squares, double factor, std::uint16_t* out, st
     for (; x + hn::Lanes(d) <= count; x += hn::Lanes(d)) {
         const auto deviation = hn::Mul(hn::Sqrt(hn::LoadU(d, squares + x)), by);
         const auto limited = hn::Max(hn::IfThenElse(hn::Lt(deviation, limit), deviation, limit), hn::Zero(d));
-        const auto whole = hn::Add(hn::DemoteTo(d32, limited), hn::Set(d32, 32768));
+        const auto whole = hn::Add(hn::DemoteTo(d32, limited), hn::Set(d32, kOffset16Zero));
         hn::StoreU(hn::DemoteTo(d16, whole), d16, out + x);
     }
     rootsScalar(squares + x, factor, out + x, count - x);
@@ -150,7 +151,7 @@ class ColumnSums
         const std::uint16_t* from = frame_.data() + std::size_t(y) * width_;
         std::int32_t* to = row(y);
         for (std::size_t x = 0; x < width_; ++x)
-            to[x] = coding_ == SampleCoding::Yuyv16 ? from[x] & 255 : from[x] - 32768;
+            to[x] = coding_ == SampleCoding::Yuyv16 ? from[x] & 255 : from[x] - kOffset16Zero;
     }
     void add(int y, bool subtract)
     {

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "core/sample_values.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "pixels/colour_channel.cpp"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
@@ -51,7 +53,7 @@ HWY_INLINE ChannelVectors LoadChannels(const std::uint8_t* src)
 // Values are -32768 to 32767.
 HWY_INLINE void StoreOffset(hn::Vec<I32> value, std::uint16_t* dst)
 {
-    hn::StoreU(hn::DemoteTo(U16(), hn::Add(value, hn::Set(I32(), 32768))), U16(), dst);
+    hn::StoreU(hn::DemoteTo(U16(), hn::Add(value, hn::Set(I32(), kOffset16Zero))), U16(), dst);
 }
 
 std::size_t TakeChannel(const std::uint8_t* src, std::uint16_t* dst, std::size_t count, std::size_t channel)
@@ -105,7 +107,7 @@ std::size_t LowBytesOfSamples(const std::uint16_t* src, std::uint16_t* dst, std:
 {
     const hn::ScalableTag<std::uint16_t> d;
     const auto low = hn::Set(d, std::uint16_t{255});
-    const auto offset = hn::Set(d, std::uint16_t{32768});
+    const auto offset = hn::Set(d, kOffset16Zero);
     std::size_t i = 0;
     for (; i + hn::Lanes(d) <= count; i += hn::Lanes(d))
         hn::StoreU(hn::Or(hn::And(hn::LoadU(d, src + i), low), offset), d, dst + i);
@@ -156,25 +158,26 @@ void channelOfRgb(std::span<const std::uint8_t> src, std::span<std::uint16_t> ds
     const std::size_t count = std::min(src.size() / 3, dst.size());
     if (channel == Channel::luma) {
         for (std::size_t i = 0; i < count; ++i)
-            dst[i] = std::uint16_t(
-                32768 + (299 * src[3 * i] + 587 * src[3 * i + 1] + 114 * src[3 * i + 2] + 500) / 1000);
+            dst[i] =
+                std::uint16_t(kOffset16Zero +
+                              (299 * src[3 * i] + 587 * src[3 * i + 1] + 114 * src[3 * i + 2] + 500) / 1000);
     } else if (channel == Channel::mixture) {
         for (std::size_t i = 0; i < count; ++i) {
             const float sum = weights[0] * float(src[3 * i]) + weights[1] * float(src[3 * i + 1]) +
                               weights[2] * float(src[3 * i + 2]);
             const float limited = sum == sum ? std::clamp(sum, -32768.0F, 32767.0F) : 0.0F;
-            dst[i] = std::uint16_t(int(std::floor(limited + 0.5F)) + 32768);
+            dst[i] = std::uint16_t(int(std::floor(limited + 0.5F)) + kOffset16Zero);
         }
     } else {
         const auto offset = std::size_t(channel);
-        for (std::size_t i = 0; i < count; ++i) dst[i] = std::uint16_t(32768 + src[3 * i + offset]);
+        for (std::size_t i = 0; i < count; ++i) dst[i] = std::uint16_t(kOffset16Zero + src[3 * i + offset]);
     }
 }
 
 void lumaOfYuyv(std::span<const std::uint16_t> src, std::span<std::uint16_t> dst)
 {
     for (std::size_t i = 0; i < std::min(src.size(), dst.size()); ++i)
-        dst[i] = std::uint16_t(32768 + (src[i] & 255));
+        dst[i] = std::uint16_t(kOffset16Zero + (src[i] & 255));
 }
 
 }  // namespace scalar

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/prefetch.h"
+#include "core/sample_values.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "pixels/colour_length.cpp"
@@ -97,7 +98,8 @@ Estimate<D> EstimateRoot(D di, const Pixels<D>& p)
 #endif
     const auto k = hn::Sub(rounded, magic);
     const auto rest = hn::NegMulAdd(k, k, n);
-    return {hn::Sub(hn::BitCast(di, rounded), hn::Set(di, 0x4B000000 + 32768)), hn::BitCast(di, rest)};
+    return {hn::Sub(hn::BitCast(di, rounded), hn::Set(di, 0x4B000000 + kOffset16Zero)),
+            hn::BitCast(di, rest)};
 }
 
 // Where the root of n is not an integer, the sample is its integer part, because the rounding errors are far
@@ -166,9 +168,9 @@ std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* H
         const std::size_t last = std::min(first + kBlock, all);
         std::uint8_t* bits = whole;
         for (std::size_t i = first; i < last; i += step) {
-            fetchAhead(src + 3 * i);
-            fetchAhead(src + 3 * i + 3 * lanes);
-            fetchAheadToWrite(dst + i);
+            prefetch(src + 3 * i);
+            prefetch(src + 3 * i + 3 * lanes);
+            prefetchForWriting(dst + i);
             const auto p = EstimateRoot(di, pixelsAt(i)), q = EstimateRoot(di, pixelsAt(i + lanes));
             const auto sign = hn::ReorderDemote2To(d16, p.sign, q.sign);
             store(hn::SaturatedAdd(hn::ReorderDemote2To(d16, p.k, q.k), hn::ShiftRight<15>(sign)), i);

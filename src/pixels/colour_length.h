@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <span>
 
+#include "core/sample_values.h"
+
 namespace scansteps::pixels {
 
 /// Sample = integer part of (255 m + 32768), the sum in double precision, m = sqrt((a1 a1 + a0 a0) + a2 a2)
@@ -20,7 +22,7 @@ inline std::uint16_t colourLength(const std::uint8_t* rgb)
     constexpr float kUnit = 0.003921568859368563F;
     const float a0 = float(rgb[0]) * kUnit, a1 = float(rgb[1]) * kUnit, a2 = float(rgb[2]) * kUnit;
     const float m = std::sqrt((a1 * a1 + a0 * a0) + a2 * a2);
-    return static_cast<std::uint16_t>(m * 255.0 + 32768.0);
+    return static_cast<std::uint16_t>(m * 255.0 + kOffset16Zero);
 }
 
 void colourLength(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst);

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "core/prefetch.h"
+#include "core/sample_values.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "pixels/grey_window.cpp"
@@ -74,13 +75,13 @@ std::size_t GreyWindow(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_
     }
     // A sample as the low mantissa bits of 2^23 is the float 2^23 + sample; subtracting the offset is exact.
     const auto exponent = hn::Set(d16, 0x4B00);
-    const auto offset = hn::Set(df, float(0x800000 + 32768 + level));
+    const auto offset = hn::Set(df, float(0x800000 + kOffset16Zero + level));
     const auto factor = hn::Set(df, scale);
     const auto grey = [&](auto samples) HWY_ATTR {
         return Grey(hn::Mul(hn::Sub(hn::BitCast(df, samples), offset), factor));
     };
     const auto greys = [&](const std::uint16_t* from) HWY_ATTR {
-        fetchAhead(from);
+        prefetch(from);
         const auto samples = hn::LoadU(d16, from);
         // Memory order is kept because both operations work within 16-byte blocks.
         return hn::ReorderDemote2To(dWords, grey(hn::InterleaveLower(d16, samples, exponent)),
@@ -126,7 +127,7 @@ void greyWindow(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst,
 {
     const float scale = window != 0 ? 1.0F / static_cast<float>(window) : 1.0F;
     for (std::size_t i = 0; i < std::min(src.size(), dst.size() / 3); ++i) {
-        const float v = static_cast<float>(std::int64_t{src[i]} - 32768 - level) * scale;
+        const float v = static_cast<float>(std::int64_t{src[i]} - kOffset16Zero - level) * scale;
         const double grey = std::min(std::max((v + 0.5) * 255.0, 0.0), 255.0);
         dst[3 * i] = dst[3 * i + 1] = dst[3 * i + 2] = static_cast<std::uint8_t>(grey);
     }

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "core/prefetch.h"
+#include "core/sample_values.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "pixels/offset16.cpp"
@@ -50,14 +51,14 @@ void FloatToOffset16(const float* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT 
     const auto offset = hn::Set(du16, 0x8000);
     const auto inOrder = OrderOfPacked(d64);
     const auto convert = [&](const float* from) HWY_ATTR {
-        fetchAhead(from);
+        prefetch(from);
         const auto v = hn::LoadU(df, from);
         const auto limited = hn::Max(hn::IfThenElse(hn::Lt(v, high), v, high), low);  // NaN compares false
         return FloorToInt(hn::Add(limited, tiny));
     };
     std::size_t i = 0;
     for (; i + 2 * lanes <= count; i += 2 * lanes) {
-        fetchAheadToWrite(dst + i);
+        prefetchForWriting(dst + i);
         const auto packed = hn::ReorderDemote2To(d16, convert(src + i), convert(src + i + lanes));
         const auto ordered = hn::TableLookupLanes(hn::BitCast(d64, packed), inOrder);
         hn::StoreU(hn::Xor(hn::BitCast(du16, ordered), offset), du16, dst + i);
@@ -70,14 +71,14 @@ void Offset16ToFloat(const std::uint16_t* HWY_RESTRICT src, float* HWY_RESTRICT 
     const hn::ScalableTag<float> df;
     const hn::RebindToSigned<decltype(df)> di;
     const hn::Rebind<std::uint16_t, decltype(df)> du;
-    const auto offset = hn::Set(di, 32768);
+    const auto offset = hn::Set(di, kOffset16Zero);
     const std::size_t lanes = hn::Lanes(df);
     std::size_t i = 0;
     for (; i + 2 * lanes <= count; i += 2 * lanes) {
-        fetchAhead(src + i);
+        prefetch(src + i);
         for (std::size_t k = i; k < i + 2 * lanes; k += lanes) {
             const auto wide = hn::PromoteTo(di, hn::LoadU(du, src + k));
-            fetchAheadToWrite(dst + k);
+            prefetchForWriting(dst + k);
             hn::StoreU(hn::ConvertTo(df, hn::Sub(wide, offset)), df, dst + k);
         }
     }
@@ -110,15 +111,15 @@ void floatToOffset16(std::span<const float> src, std::span<std::uint16_t> dst)
 {
     for (std::size_t i = 0; i < std::min(src.size(), dst.size()); ++i) {
         const float v = src[i] < 32767.0F ? src[i] : 32767.0F;
-        dst[i] =
-            v >= -32767.0F ? static_cast<std::uint16_t>(static_cast<double>(v) + 32768.0) : std::uint16_t{1};
+        dst[i] = v >= -32767.0F ? static_cast<std::uint16_t>(static_cast<double>(v) + kOffset16Zero)
+                                : std::uint16_t{1};
     }
 }
 
 void offset16ToFloat(std::span<const std::uint16_t> src, std::span<float> dst)
 {
     for (std::size_t i = 0; i < std::min(src.size(), dst.size()); ++i)
-        dst[i] = static_cast<float>(static_cast<int>(src[i]) - 32768);
+        dst[i] = static_cast<float>(static_cast<int>(src[i]) - kOffset16Zero);
 }
 
 }  // namespace scalar

@@ -2,6 +2,7 @@
 #include "pixels/reduce16.h"
 
 #include "core/prefetch.h"
+#include "core/sample_values.h"
 #include "scansteps/error.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -37,8 +38,8 @@ HWY_INLINE std::size_t HalveRow(const std::uint16_t* HWY_RESTRICT upper,
     const auto at = [&](std::size_t i) HWY_ATTR {
         const std::uint16_t *a = upper + 2 * i, *b = lower + 2 * i;
         for (const std::uint16_t* row : {a, b}) {
-            fetchAhead(row);
-            fetchAhead(row + step);
+            prefetch(row);
+            prefetch(row + step);
         }
         const auto first = half(hn::LoadU(du16, a), hn::LoadU(du16, b));
         const auto second = half(hn::LoadU(du16, a + step), hn::LoadU(du16, b + step));
@@ -140,9 +141,9 @@ std::uint16_t meanOffset(std::span<const std::uint16_t> src, const Shape& s, std
     std::int64_t sum = 0;
     for (std::size_t row = y * s.factor; row < (y + 1) * s.factor; ++row)
         for (std::size_t k = row * s.width + x * s.factor; k < row * s.width + (x + 1) * s.factor; ++k)
-            sum += src[k] - 32768;
+            sum += src[k] - kOffset16Zero;
     const auto area = static_cast<std::int64_t>(s.factor * s.factor);
-    return static_cast<std::uint16_t>(sum / area + 32768);
+    return static_cast<std::uint16_t>(sum / area + kOffset16Zero);
 }
 
 std::uint16_t meanYuyv(std::span<const std::uint16_t> src, const Shape& s, std::size_t x, std::size_t y)

@@ -72,9 +72,9 @@ std::size_t YuyvToRgb(const std::uint16_t* HWY_RESTRICT src, std::uint8_t* HWY_R
     };
     std::size_t i = 0;
     for (; i + 2 * lanes <= count; i += 2 * lanes) {
-        fetchAhead(src + i);
-        fetchAhead(src + i + lanes);
-        for (std::size_t out = 0; out < 3; ++out) fetchAheadToWrite(dst + 3 * i + out * hn::Lanes(d8));
+        prefetch(src + i);
+        prefetch(src + i + lanes);
+        for (std::size_t out = 0; out < 3; ++out) prefetchForWriting(dst + 3 * i + out * hn::Lanes(d8));
         hn::Vec<decltype(du16)> even, odd;
         LoadAlternateBlocks(du16, src + i, even, odd);
         hn::Vec<decltype(d16)> r0, g0, b0, r1, g1, b1;
@@ -118,8 +118,8 @@ std::size_t RgbToYuyv(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_R
     const std::size_t lanes = hn::Lanes(d32);
     std::size_t i = 0;
     for (; 3 * i + hn::Lanes(d8) <= 3 * count; i += lanes) {
-        fetchAhead(src + 3 * i);
-        fetchAheadToWrite(dst + i);
+        prefetch(src + 3 * i);
+        prefetchForWriting(dst + i);
         const auto x =
             hn::BitCast(d8, hn::TableLookupLanes(hn::BitCast(du32, hn::LoadU(d8, src + 3 * i)), spreadIndex));
         const auto rg = hn::BitCast(d16, hn::TableLookupBytesOr0(x, rgIndex));

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "core/sample_values.h"
 #include "scansteps/error.h"
 
 namespace scansteps::regions {
@@ -13,11 +14,11 @@ void labelStableRegions(grey::GreyView image, std::span<const Region> regions, b
 {
     const std::size_t pixels = std::size_t(image.width) * std::size_t(image.height);
     if (labels.size() < pixels) fail("label frame too small");
-    std::fill_n(labels.begin(), pixels, std::uint16_t{32768});
+    std::fill_n(labels.begin(), pixels, kOffset16Zero);
     std::vector<std::int32_t> owner(pixels, -1);
     std::vector<std::int32_t> todo;
     for (std::size_t k = 0; k < regions.size(); ++k) {
-        const auto label = std::uint16_t(32768 + std::min<std::size_t>(k + 1, 32767));
+        const auto label = std::uint16_t(kOffset16Zero + std::min<std::size_t>(k + 1, 32767));
         const auto visit = [&](int x, int y) {
             if (x < 0 || y < 0 || x >= image.width || y >= image.height) return;
             const std::size_t place = std::size_t(y) * std::size_t(image.width) + std::size_t(x);
