@@ -142,7 +142,7 @@ void FilesCheck::checkFirst(std::size_t i, const std::string& name)
     inputs_.add(pathFromUtf8(name));
 }
 
-// The pictures of a camera "file:NAME0000.jpg@RATE".
+// The pictures of a camera "file:NAME0000.jpg@FPS".
 void FilesCheck::checkShownPictures(std::size_t i)
 {
     if (findSetting(*pipeline_.steps[i].info, "capture.dev_name") == nullptr) return;

@@ -8,16 +8,10 @@
 #include <system_error>
 
 #ifdef _WIN32
-#include <fcntl.h>
-#include <io.h>
 #include <windows.h>
-// After windows.h.
-#include <shellapi.h>
 #else
 #include <dlfcn.h>
 #include <link.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 #endif
 
 namespace scansteps::host {
@@ -83,17 +77,6 @@ std::vector<std::string> splitPathList(const std::string& list)
 
 #ifdef _WIN32
 
-std::vector<std::string> utf8Arguments(int argc, char** argv)
-{
-    int count = 0;
-    wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &count);
-    if (wide == nullptr) return {argv, argv + argc};
-    std::vector<std::string> arguments;
-    for (int i = 0; i < count; ++i) arguments.push_back(utf8FromPath(std::filesystem::path(wide[i])));
-    LocalFree(wide);
-    return arguments;
-}
-
 bool hasOtherNames(const std::filesystem::path& path)
 {
     const HANDLE file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -110,18 +93,6 @@ std::filesystem::path executableFolder()
     wchar_t path[32768];
     const DWORD length = GetModuleFileNameW(nullptr, path, 32768);
     return std::filesystem::path(std::wstring(path, length)).parent_path();
-}
-
-int terminalWidth()
-{
-    CONSOLE_SCREEN_BUFFER_INFO information;
-    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &information) == 0) return 80;
-    return information.srWindow.Right - information.srWindow.Left + 1;
-}
-
-const char* nullDevice()
-{
-    return "NUL";
 }
 
 namespace {
@@ -182,11 +153,6 @@ const char* libraryFileName()
 
 #else
 
-std::vector<std::string> utf8Arguments(int argc, char** argv)
-{
-    return {argv, argv + argc};
-}
-
 bool hasOtherNames(const std::filesystem::path& path)
 {
     std::error_code error;
@@ -198,18 +164,6 @@ std::filesystem::path executableFolder()
 {
     std::error_code error;
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-}
-
-int terminalWidth()
-{
-    winsize size{};
-    const bool told = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
-    return told ? size.ws_col : 80;
-}
-
-const char* nullDevice()
-{
-    return "/dev/null";
 }
 
 std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& path, std::string& error)

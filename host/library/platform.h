@@ -1,4 +1,4 @@
-// What differs between the systems: loading a library, where the program lies, paths, the terminal.
+// What differs between the systems: loading a library, where the program lies, paths.
 #pragma once
 
 #include <filesystem>
@@ -11,8 +11,6 @@ namespace scansteps::host {
 /// A path from UTF-8, as every system's streams take it.
 std::filesystem::path pathFromUtf8(const std::string& text);
 std::string utf8FromPath(const std::filesystem::path& path);
-/// Command-line arguments as UTF-8.
-std::vector<std::string> utf8Arguments(int argc, char** argv);
 
 /// "cannot read a.json: No such file or directory", with the reason that is in errno.
 std::string cannot(const char* verb, const std::string& name);
@@ -23,9 +21,6 @@ std::filesystem::path executableFolder();
 /// Where the libraries of the installation that this program belongs to may lie: beside the program, ../lib,
 /// and the multi-arch folder or what else was configured. Only folders that exist, each once.
 std::vector<std::filesystem::path> libraryFolders();
-/// Columns of the terminal at standard error; 80 where it does not say.
-int terminalWidth();
-const char* nullDevice();
 std::string environmentVariable(const char* name);
 /// The entries of a list like PATH that are not empty.
 std::vector<std::string> splitPathList(const std::string& list);

@@ -14,9 +14,9 @@
 #include <string_view>
 
 #include "commands.h"
+#include "console.h"
 #include "interrupts.h"
 #include "library/descriptors.h"
-#include "library/platform.h"
 #include "library/usage_hints.h"
 #include "output.h"
 #include "scansteps/host.h"

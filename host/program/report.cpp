@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <utility>
 
+#include "console.h"
 #include "library/descriptors.h"
 #include "library/json_values.h"
-#include "library/platform.h"
 #include "output.h"
 #include "standard_streams.h"
 

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "console.h"
 #include "interrupts.h"
 #include "library/descriptors.h"
 #include "library/platform.h"
@@ -33,7 +34,7 @@ int sharedWith(int file, std::initializer_list<int> others)
 StepOutput::StepOutput(const std::string& target) : target_(target), original_(descriptor::kOutput)
 {
     if (target.empty() || target == "-") return;
-    int file = descriptor::open(target == "none" ? nullDevice() : target, false);
+    int file = descriptor::open(target == "none" ? kNullDevice : target, false);
     if (file < 0) throw FileError{cannot("write", target)};
     const int shared = sharedWith(file, {descriptor::kOutput, descriptor::kErrors});
     if (shared >= 0) {

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "console.h"
 #include "interrupts.h"
-#include "library/platform.h"
 
 #ifdef _WIN32
 #include <fcntl.h>
@@ -68,7 +68,7 @@ void openClosedDescriptors()
 {
     for (int file = 0; file <= 2; ++file) {
         if (::fcntl(file, F_GETFD) >= 0 || errno != EBADF) continue;
-        (void)::open("/dev/null", O_RDWR);  // takes the lowest free number
+        (void)::open(kNullDevice, O_RDWR);  // takes the lowest free number
         if (file == STDOUT_FILENO) outputWasClosed = true;
     }
 }

@@ -77,7 +77,7 @@ void printStep(const StepInfo& info)
 std::string markdown()
 {
     std::string page =
-        "# Steps\n\n<!-- Made by `scripts/generate.sh` from the table of kinds; do not edit. -->\n\n"
+        "# Steps\n\n<!-- Made by `scripts/generate.sh` from the table of steps; do not edit. -->\n\n"
         "Every kind of step, its class, its types and its settings. `scansteps steps KIND` prints the "
         "same.\n";
     for (const StepInfo& info : stepTable()) {
