@@ -6,10 +6,19 @@
 #include <limits>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
 #include "scansteps/array.h"
 
 namespace scansteps {
+
+/// A copy of `entry` with one member changed.
+template <class Entry, class Value>
+constexpr Entry with(Entry entry, Value Entry::*member, std::type_identity_t<Value> value)
+{
+    entry.*member = value;
+    return entry;
+}
 
 /// What a setting refers to outside the program, if anything.
 enum class SettingRole
@@ -43,47 +52,26 @@ struct SettingInfo
     const char* doc = "";
 
     constexpr bool hasDefault() const { return !required && !presence; }
+
     /// Rejects values outside low ... high.
     constexpr SettingInfo range(double low, double high) const
     {
-        SettingInfo copy = hint(low, high);
-        copy.enforced = true;
-        return copy;
+        return with(hint(low, high), &SettingInfo::enforced, true);
     }
     /// Range of useful values, not enforced.
     constexpr SettingInfo hint(double low, double high) const
     {
-        SettingInfo copy = *this;
-        copy.min = low;
-        copy.max = high;
-        return copy;
+        return with(with(*this, &SettingInfo::min, low), &SettingInfo::max, high);
     }
-    constexpr SettingInfo names(SettingRole what) const
-    {
-        SettingInfo copy = *this;
-        copy.role = what;
-        return copy;
-    }
+    constexpr SettingInfo names(SettingRole what) const { return with(*this, &SettingInfo::role, what); }
     /// The setting names a file that the step writes; see `endings`.
     constexpr SettingInfo writes(const char* allowed = "") const
     {
-        SettingInfo copy = names(SettingRole::Output);
-        copy.endings = allowed;
-        return copy;
+        return with(names(SettingRole::Output), &SettingInfo::endings, allowed);
     }
     /// The setting names the first of a series of numbered files.
-    constexpr SettingInfo countedUp() const
-    {
-        SettingInfo copy = *this;
-        copy.counted = true;
-        return copy;
-    }
-    constexpr SettingInfo unit(const char* name) const
-    {
-        SettingInfo copy = *this;
-        copy.unitName = name;
-        return copy;
-    }
+    constexpr SettingInfo countedUp() const { return with(*this, &SettingInfo::counted, true); }
+    constexpr SettingInfo unit(const char* name) const { return with(*this, &SettingInfo::unitName, name); }
 };
 
 /// Sample format of a frame.
@@ -110,24 +98,9 @@ struct FrameFlow
     bool addsData = false;     ///< adds the frame to the record as "data"
     bool refusesData = false;  ///< a record with both "handle" and "data" is an error
 
-    constexpr FrameFlow stateless() const
-    {
-        FrameFlow copy = *this;
-        copy.isStateless = true;
-        return copy;
-    }
-    constexpr FrameFlow withData() const
-    {
-        FrameFlow copy = *this;
-        copy.addsData = true;
-        return copy;
-    }
-    constexpr FrameFlow withoutData() const
-    {
-        FrameFlow copy = *this;
-        copy.refusesData = true;
-        return copy;
-    }
+    constexpr FrameFlow stateless() const { return with(*this, &FrameFlow::isStateless, true); }
+    constexpr FrameFlow withData() const { return with(*this, &FrameFlow::addsData, true); }
+    constexpr FrameFlow withoutData() const { return with(*this, &FrameFlow::refusesData, true); }
 };
 
 struct StepInfo
