@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes docs/steps.md and pipeline.schema.json anew from the table of kinds. With --check it only says whether they
+# Makes docs/steps.md and pipeline.schema.json anew from the table of steps. With --check it only says whether they
 # are up to date. BIN names the folder of a built program (default build/dev/bin).
 set -euo pipefail
 cd "$(dirname "$0")/.."

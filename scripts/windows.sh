@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The Windows build from a Debian machine: installs the cross compiler and Wine, builds the dependencies once, the
-# project, runs every test under Wine, compares the exports of the DLL with the table of kinds, and packs
+# project, runs every test under Wine, compares the exports of the DLL with the table of steps, and packs
 # build/scansteps-windows-x64.zip, which runs where nothing is installed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -22,7 +22,7 @@ trap 'rm -rf "$work"; "$wine" --stop' EXIT
 [ -z "${GTEST_OUTPUT:-}" ] || export GTEST_OUTPUT=${GTEST_OUTPUT/:\//:Z:/}
 ctest --preset windows
 
-# The DLL exports the functions of the table of kinds and set_handles, undecorated, and nothing else.
+# The DLL exports the functions of the table of steps and set_handles, undecorated, and nothing else.
 "$wine" "$tree/bin/scansteps.exe" steps --json |
     python3 -c 'import json, sys
 print("set_handles")
@@ -31,7 +31,7 @@ for kind in json.load(sys.stdin):
 x86_64-w64-mingw32-objdump -p "$tree/bin/scansteps.dll" |
     sed -n '/^\[Ordinal\/Name Pointer\]/,/^$/s/^\t\[ *[0-9]*\] //p' | sort >"$work/exported"
 diff -u "$work/wanted" "$work/exported" || { echo "windows: the exports are not those of the table" >&2; exit 1; }
-echo "windows: $(wc -l <"$work/exported") exports, those of the table of kinds"
+echo "windows: $(wc -l <"$work/exported") exports, those of the table of steps"
 
 # Programs, the compiler's runtime that they ask for, headers and the core for hosts of one's own.
 package=$work/scansteps-windows-x64

@@ -1,5 +1,5 @@
 // Simulated cameras for demonstrations and tests: "test:PATTERN" draws a pattern, "file:NAME0000.jpg" repeats
-// numbered pictures. Both may end in "@RATE", frames per second (default 60), or in "@max": as fast as frames
+// numbered pictures. Both may end in "@FPS", frames per second (default 60), or in "@max": as fast as frames
 // are taken, without dropping any.
 #include <algorithm>
 #include <charconv>
@@ -157,7 +157,7 @@ class TestDevice final : public CaptureDevice
     std::jthread thread_;
 };
 
-/// Removes "@RATE" from the end of a device name and returns the rate, 0 for "max".
+/// Removes "@FPS" from the end of a device name and returns the rate, 0 for "max".
 double takeRate(std::string& device)
 {
     const std::size_t at = device.rfind('@');

@@ -32,7 +32,7 @@ class cpuNeigFilter final : public CPUBase
         if (numbers.size() != features.size()) fail("verti: not one int a feature");
         std::vector<CornerFeature> kept;
         std::vector<std::int32_t> indices;
-        for (const std::uint32_t i : withLikeNeighbours(features, settings_)) {
+        for (const std::uint32_t i : withSimilarNeighbours(features, settings_)) {
             kept.push_back(features[i]);
             indices.push_back(numbers[i]);
         }

@@ -45,8 +45,8 @@ class CellHash
 
 }  // namespace
 
-std::vector<std::uint32_t> withLikeNeighbours(std::span<const CornerFeature> features,
-                                              const NeighbourFilter& settings)
+std::vector<std::uint32_t> withSimilarNeighbours(std::span<const CornerFeature> features,
+                                                 const NeighbourFilter& settings)
 {
     const CellHash hash(features, settings.radius);
     std::vector<std::uint32_t> kept;

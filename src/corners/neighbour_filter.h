@@ -19,7 +19,7 @@ struct NeighbourFilter
 /// Indices, in ascending order, of the features that have enough similar neighbours. A spatial hash finds the
 /// neighbours, so the time grows only with the number of features and of their neighbours. Which features are
 /// selected does not depend on their order.
-std::vector<std::uint32_t> withLikeNeighbours(std::span<const CornerFeature> features,
-                                              const NeighbourFilter& settings);
+std::vector<std::uint32_t> withSimilarNeighbours(std::span<const CornerFeature> features,
+                                                 const NeighbourFilter& settings);
 
 }  // namespace scansteps::corners

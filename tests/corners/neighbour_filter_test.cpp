@@ -31,9 +31,9 @@ TEST(NeighbourFilter, equalsASearchOverAllPairs)
                     hammingDistance(features[i].bits, features[j].bits) <= s.distance;
             if (like >= s.count) expected.push_back(i);
         }
-        EXPECT_EQ(withLikeNeighbours(features, s), expected) << s.radius;
+        EXPECT_EQ(withSimilarNeighbours(features, s), expected) << s.radius;
     }
-    EXPECT_TRUE(withLikeNeighbours({}, {}).empty());
+    EXPECT_TRUE(withSimilarNeighbours({}, {}).empty());
 }
 
 TEST(NeigFilter, afterTheCornerDetector)
