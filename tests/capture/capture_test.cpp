@@ -138,10 +138,8 @@ TEST(TestDevice, patternsAreWhatTheyAreCalled)
     EXPECT_EQ(row.front() & 255, 16);
     EXPECT_EQ(row.back() & 255, 235);
 
-    EXPECT_EQ(bounce(0, 5), 0);
-    EXPECT_EQ(bounce(5, 5), 5);
-    EXPECT_EQ(bounce(7, 5), 3);
-    EXPECT_EQ(bounce(10, 5), 0);
+    for (const auto& [step, place] : {std::pair{0, 0}, {5, 5}, {7, 3}, {10, 0}})
+        EXPECT_EQ(bounce(step, 5), place);
     EXPECT_EQ(bounce(3, 0), 0);
 }
 

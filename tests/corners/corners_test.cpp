@@ -27,15 +27,17 @@ TEST(GreyFilters, vectorEqualsScalar)
 {
     for (const auto& [width, height] : kSizes) {
         const GreyImage image = randomImage(width, height, 3);
-        GreyImage expected[3], out[3];
+        GreyImage expected[4], out[4];
         grey::scalar::binomial5(image.view(), expected[0]);
         grey::scalar::halve(image.view(), expected[1]);
         grey::scalar::twoThirds(image.view(), expected[2]);
+        grey::scalar::boxMean(image.view(), 3, expected[3]);
         forEachTarget([&, width = width] {
+            boxMean(image.view(), 3, out[3]);
             binomial5(image.view(), out[0]);
             halve(image.view(), out[1]);
             twoThirds(image.view(), out[2]);
-            for (int i = 0; i < 3; ++i) EXPECT_EQ(out[i].samples, expected[i].samples) << i << " " << width;
+            for (int i = 0; i < 4; ++i) EXPECT_EQ(out[i].samples, expected[i].samples) << i << " " << width;
         });
         EXPECT_EQ(out[2].width, width / 3 * 2);
     }

@@ -381,22 +381,5 @@ TEST(CannyFrame16, equalsItsPartsAndTheScalarChain)
               "aperture_size wrong");
 }
 
-TEST(CannyFrame16, conversions)
-{
-    std::vector<std::uint16_t> samples(65536);
-    for (unsigned k = 0; k < 65536; ++k) samples[k] = static_cast<std::uint16_t>(k);
-    forEachTarget([&] {
-        FloatPlane plane;
-        frame16ToPlane(samples, plane, 241, 271, SampleCoding::Offset16);
-        for (int k = 0; k < 241 * 271; ++k) ASSERT_EQ(plane.row(k / 241)[k % 241], float(k - 32768));
-        frame16ToPlane(samples, plane, 241, 271, SampleCoding::Yuyv16);
-        for (int k = 0; k < 241 * 271; ++k) ASSERT_EQ(plane.row(k / 241)[k % 241], float(k & 255));
-        std::vector<std::uint16_t> back(241 * 271);
-        for (std::size_t y = 0; y < 271; ++y)
-            floatsToSamples(plane.samples(y), std::span(back).subspan(241 * y, 241));
-        for (int k = 0; k < 241 * 271; ++k) ASSERT_EQ(back[k], 32768 + (k & 255));
-    });
-}
-
 }  // namespace
 }  // namespace scansteps

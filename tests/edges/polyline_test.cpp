@@ -125,6 +125,8 @@ TEST(Polylines, simplifiedLinesStayWithinTheTolerance)
     }
     simplify({straight, false}, 0.5F, lines);
     EXPECT_TRUE(std::ranges::equal(lines[3].items, std::vector<Vertex>{{0, 0}, {399, 798}}));
+    simplify({std::vector<Vertex>{{0, 0}, {1, 0}, {1, 1}, {0, 1}}, true}, 5, lines);
+    EXPECT_TRUE(std::ranges::equal(lines[4].items, std::vector<Vertex>{{0, 0}, {1, 1}})) << "no single point";
 }
 
 TEST(EdgeRegions, gapsAreFilledAndInsidesFound)

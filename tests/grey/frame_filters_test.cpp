@@ -47,22 +47,6 @@ TEST(LocalDeviation, equalsItsDefinition)
     EXPECT_THROW(localDeviation(few, 2, 2, SampleCoding::Offset16, 3, 1), const char*);
 }
 
-TEST(BoxMean, vectorEqualsScalar)
-{
-    std::mt19937 random(9);
-    for (const int width : {1, 2, 17, 64, 131, 640}) {
-        GreyImage image, expected;
-        image.reshape(width, 11);
-        for (auto& v : image.samples) v = std::uint8_t(random() % 3 ? random() : 255);
-        grey::scalar::boxMean(image.view(), 3, expected);
-        forEachTarget([&] {
-            GreyImage out;
-            boxMean(image.view(), 3, out);
-            EXPECT_EQ(out.samples, expected.samples) << width;
-        });
-    }
-}
-
 TEST(LocalDeviation, vectorEqualsScalar)
 {
     std::mt19937 random(6);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <random>
 #include <vector>
 
 #include "mesh/mesh.h"
@@ -61,5 +62,41 @@ struct Plain
     int width, height;
     std::vector<std::uint8_t> rgb;
 };
+
+/// Pairs of triangles (quads) at random places of the pictures, four vertices each.
+inline Model patches(int count, int pictures, int width, int height, unsigned seed)
+{
+    std::mt19937 random(seed);
+    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    Model model;
+    for (int i = 0; i < count; ++i) {
+        const int w = 1 + below(width / 3), h = 1 + below(height / 3);
+        const int x = below(width - w), y = below(height - h), view = below(pictures);
+        const auto first = static_cast<std::uint32_t>(4 * i);
+        for (int corner = 0; corner < 4; ++corner) {
+            const auto px = static_cast<float>(x + corner % 2 * w),
+                       py = static_cast<float>(y + corner / 2 * h);
+            model.vertices.insert(model.vertices.end(), {px, py, static_cast<float>(i)});
+            model.pixels.insert(model.pixels.end(), {px + 0.25F, py});
+            model.views.push_back(view);
+        }
+        for (const std::uint32_t c : {0U, 1U, 2U, 1U, 3U, 2U}) model.indices.push_back(first + c);
+    }
+    return model;
+}
+
+inline const std::vector<Plain>& colouredPictures()
+{
+    static const std::vector<Plain> pictures = {
+        {90, 60, 255, 0, 0}, {90, 60, 0, 0, 255}, {90, 60, 0, 255, 0}, {90, 60, 255, 255, 255}};
+    return pictures;
+}
+
+inline std::vector<PictureView> views(const std::vector<Plain>& pictures)
+{
+    std::vector<PictureView> result;
+    for (const Plain& p : pictures) result.push_back(p.view());
+    return result;
+}
 
 }  // namespace scansteps::test

@@ -13,42 +13,6 @@ namespace {
 using namespace images;
 using namespace mesh;
 
-/// Pairs of triangles (quads) at random places of the pictures, four vertices each.
-Model patches(int count, int pictures, int width, int height, unsigned seed)
-{
-    std::mt19937 random(seed);
-    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
-    Model model;
-    for (int i = 0; i < count; ++i) {
-        const int w = 1 + below(width / 3), h = 1 + below(height / 3);
-        const int x = below(width - w), y = below(height - h), view = below(pictures);
-        const auto first = static_cast<std::uint32_t>(4 * i);
-        for (int corner = 0; corner < 4; ++corner) {
-            const auto px = static_cast<float>(x + corner % 2 * w),
-                       py = static_cast<float>(y + corner / 2 * h);
-            model.vertices.insert(model.vertices.end(), {px, py, static_cast<float>(i)});
-            model.pixels.insert(model.pixels.end(), {px + 0.25F, py});
-            model.views.push_back(view);
-        }
-        for (const std::uint32_t c : {0U, 1U, 2U, 1U, 3U, 2U}) model.indices.push_back(first + c);
-    }
-    return model;
-}
-
-const std::vector<Plain>& colouredPictures()
-{
-    static const std::vector<Plain> pictures = {
-        {90, 60, 255, 0, 0}, {90, 60, 0, 0, 255}, {90, 60, 0, 255, 0}, {90, 60, 255, 255, 255}};
-    return pictures;
-}
-
-std::vector<PictureView> views(const std::vector<Plain>& pictures)
-{
-    std::vector<PictureView> result;
-    for (const Plain& p : pictures) result.push_back(p.view());
-    return result;
-}
-
 TEST(TextureLayout, rectanglesAreDisjointAndHoldTheirTriangles)
 {
     for (const float scale : {1.0F, 0.5F, 1.7F}) {
@@ -231,41 +195,6 @@ TEST(ObjWriter, onePictureIsCopiedUnscaledAndClipped)
         EXPECT_NEAR(page->bytes()[0], 255, 3);
         const std::size_t below = static_cast<std::size_t>(3 * side * 62);
         EXPECT_NEAR(page->bytes()[below], 0, 3);
-    }
-}
-
-struct Refusal
-{
-    std::function<void(Model&, TextureSettings&)> breakIt;
-    std::string text;
-};
-
-TEST(ObjWriter, brokenTexturesAreRefused)
-{
-    const Refusal refusals[] = {
-        {[](Model& m, auto&) { m.pixels.pop_back(); }, "\"Pixels\" has 39 values for 20 vertices"},
-        {[](Model& m, auto&) { m.pixels[7] = 62; }, "\"Pixels\": entry 3"},
-        {[](Model& m, auto&) { m.pixels[6] = std::nanf(""); }, "lies outside its image of 90 x 60"},
-        {[](Model& m, auto&) { m.views[2] = 4; }, "\"Views\": entry 2 is 4, but there are 4 images"},
-        {[](Model& m, auto&) { m.views[2] = -1; }, "\"Views\": entry 2 is -1"},
-        {[](Model& m, auto&) { m.views.pop_back(); }, "\"Views\" has 19 values for 20 vertices"},
-        {[](Model& m, auto&) { m.views[1] = (m.views[1] + 1) % 4; },
-         "triangle 0 joins vertices of different images"},
-        {[](Model&, TextureSettings& s) { s.width = 8; }, "too narrow"},
-    };
-    const auto pictures = views(colouredPictures());
-    for (const Refusal& refusal : refusals) {
-        const TempDir dir;
-        Model model = patches(5, 4, 90, 60, 1);
-        TextureSettings settings{128, 1};
-        refusal.breakIt(model, settings);
-        for (const auto& save : {saveObj, saveFlt}) {
-            EXPECT_THAT(thrownText([&] {
-                            save(dir / "a.obj", {model.mesh(), pictures, settings});
-                        }),
-                        HasSubstr(refusal.text));
-        }
-        EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(dir / "a").parent_path()));
     }
 }
 

@@ -162,52 +162,75 @@ TEST(ObjWriter, oneTextureByteByByte)
     EXPECT_TRUE(std::filesystem::exists(dir / "scan.jpg"));
 }
 
-using Break = std::function<void(Model&)>;
 struct Refusal
 {
-    Break breakIt;
-    std::string text;
+    std::function<void(Model&, TextureSettings&)> breakIt;
+    const char* text;
 };
 
-const Refusal kRefusals[] = {
-    {[](Model& m) { m.indices[7] = 4; },
+const Refusal kBrokenMeshes[] = {
+    {[](Model& m, auto&) { m.indices[7] = 4; },
      "\"Indices\": entry 2 holds 4, outside the 4 entries of \"Vertices\""},
-    {[](Model& m) { m.indices[0] = 0xFFFFFFFF; }, "\"Indices\": entry 0 holds -1, outside"},
-    {[](Model& m) { m.vertices.clear(); }, "outside the 0 entries"},
-    {[](Model& m) { m.vertices[5] = std::nanf(""); }, "\"Vertices\": entry 1 is not finite"},
-    {[](Model& m) { m.vertices[11] = -HUGE_VALF; }, "\"Vertices\": entry 3 is not finite"},
-    {[](Model& m) { m.vertices.pop_back(); }, "\"Vertices\" has 11 values"},
-    {[](Model& m) { m.indices.pop_back(); }, "\"Indices\" has 11 values"},
-    {[](Model& m) { m.colours.resize(9); }, "\"Tricolors\" has 3 entries for 4 triangles"},
-    {[](Model& m) { m.colours[11] = 256; }, "\"Tricolors\": entry 3 lies outside 0..255"},
-    {[](Model& m) { m.colours[3] = -1; }, "\"Tricolors\": entry 1 lies outside 0..255"},
-    {[](Model& m) { m.colours[3] = std::nanf(""); }, "\"Tricolors\": entry 1 lies outside 0..255"},
+    {[](Model& m, auto&) { m.indices[0] = 0xFFFFFFFF; }, "\"Indices\": entry 0 holds -1, outside"},
+    {[](Model& m, auto&) { m.vertices.clear(); }, "outside the 0 entries"},
+    {[](Model& m, auto&) { m.vertices[5] = std::nanf(""); }, "\"Vertices\": entry 1 is not finite"},
+    {[](Model& m, auto&) { m.vertices[11] = -HUGE_VALF; }, "\"Vertices\": entry 3 is not finite"},
+    {[](Model& m, auto&) { m.vertices.pop_back(); }, "\"Vertices\" has 11 values"},
+    {[](Model& m, auto&) { m.indices.pop_back(); }, "\"Indices\" has 11 values"},
+    {[](Model& m, auto&) { m.colours.resize(9); }, "\"Tricolors\" has 3 entries for 4 triangles"},
+    {[](Model& m, auto&) { m.colours[11] = 256; }, "\"Tricolors\": entry 3 lies outside 0..255"},
+    {[](Model& m, auto&) { m.colours[3] = -1; }, "\"Tricolors\": entry 1 lies outside 0..255"},
+    {[](Model& m, auto&) { m.colours[3] = std::nanf(""); }, "\"Tricolors\": entry 1 lies outside 0..255"},
 };
 
-bool save(const std::string& path, const Mesh& mesh)
+const Refusal kBrokenTextures[] = {
+    {[](Model& m, auto&) { m.pixels.pop_back(); }, "\"Pixels\" has 39 values for 20 vertices"},
+    {[](Model& m, auto&) { m.pixels[7] = 62; }, "\"Pixels\": entry 3"},
+    {[](Model& m, auto&) { m.pixels[6] = std::nanf(""); }, "lies outside its image of 90 x 60"},
+    {[](Model& m, auto&) { m.views[2] = 4; }, "\"Views\": entry 2 is 4, but there are 4 images"},
+    {[](Model& m, auto&) { m.views[2] = -1; }, "\"Views\": entry 2 is -1"},
+    {[](Model& m, auto&) { m.views.pop_back(); }, "\"Views\" has 19 values for 20 vertices"},
+    {[](Model& m, auto&) { m.views[1] = (m.views[1] + 1) % 4; },
+     "triangle 0 joins vertices of different images"},
+    {[](Model&, TextureSettings& s) { s.width = 8; }, "too narrow"},
+};
+
+void save(const std::string& path, const TexturedModel& model)
 {
-    if (path.ends_with(".flt")) return saveFlt(path, {mesh, {}, {16, 1}});
+    if (path.ends_with(".flt")) return void(saveFlt(path, model));
+    if (path.ends_with(".obj")) return void(saveObj(path, model));
     AtomicFile file(path);
     if (path.ends_with(".ply"))
-        writePly(file, mesh);
+        writePly(file, model.mesh);
     else
-        writeStl(file, mesh);
+        writeStl(file, model.mesh);
     file.commit();
-    return true;
 }
 
-TEST(Writers, brokenMeshesAreRefusedAndLeaveNothingBehind)
+void expectRefused(std::span<const Refusal> refusals, const Model& good,
+                   std::span<const PictureView> pictures, std::initializer_list<const char*> names)
 {
-    for (const Refusal& refusal : kRefusals)
-        for (const char* name : {"a.ply", "a.stl", "a.flt"}) {
+    for (const Refusal& refusal : refusals)
+        for (const char* name : names) {
             const TempDir dir;
             dir.write(name, "before");
-            Model model = test::tetrahedron();
-            refusal.breakIt(model);
-            EXPECT_THAT(thrownText([&] { save(dir / name, model.mesh()); }), HasSubstr(refusal.text)) << name;
+            Model model = good;
+            TextureSettings settings{128, 1};
+            refusal.breakIt(model, settings);
+            EXPECT_THAT(thrownText([&] {
+                            save(dir / name, {model.mesh(), pictures, settings});
+                        }),
+                        HasSubstr(refusal.text))
+                << name;
             EXPECT_EQ(readFile(dir / name), "before");
-            EXPECT_FALSE(std::filesystem::exists(dir / (std::string(name) + ".part")));
+            EXPECT_THAT(dir.names(), ElementsAre(name));
         }
+}
+
+TEST(Writers, brokenModelsAreRefusedAndLeaveNothingBehind)
+{
+    expectRefused(kBrokenMeshes, test::tetrahedron(), {}, {"a.ply", "a.stl", "a.flt"});
+    expectRefused(kBrokenTextures, patches(5, 4, 90, 60, 1), views(colouredPictures()), {"a.obj", "a.flt"});
 }
 
 TEST(PlyWriter, coordinatesBeyondThirtyTwoBits)

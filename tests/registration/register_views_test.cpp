@@ -100,6 +100,9 @@ TEST(Motion, saysWhenThereIsNothing)
     for (int i = 0; i < 12; ++i) pairs.push_back({50, 50, 60, 60, 1});  // all at one place
     EXPECT_GT(estimateMotion(pairs, MotionModel::similarity, 640, 480).deviation, 100);
     pairs.clear();
+    for (int i = 0; i < 7; ++i) pairs.push_back({80.0 * i, 9.0 * i * i, 80.0 * i, 9.0 * i * i, 1});
+    EXPECT_EQ(estimateMotion(pairs, MotionModel::similarity, 640, 480).inliers, 0) << "too few to trust";
+    pairs.clear();
     for (int i = 0; i < 100; ++i)
         pairs.push_back({uniform(640), uniform(480), uniform(640), uniform(480), 1});
     EXPECT_LT(estimateMotion(pairs, MotionModel::similarity, 640, 480).inliers, 8);
