@@ -13,7 +13,7 @@ inline Struct cameraSettings(const std::string& device, int width = 64, int heig
             {"capture", Struct{{"dev_name", device}, {"count_max", frames}}}};
 }
 
-/// The whole run: initialise, frames until the step ends them, flush. Returns what is printed.
+/// Runs the chain to its end: initialise, frames until the step stops, flush. Returns the printed text.
 inline std::string runCamera(Chain& chain, Struct init)
 {
     return printed([&] {

@@ -162,7 +162,7 @@ TEST(TestDevice, showsNumberedPicturesOverAndOver)
     for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(samplesOf(*arrived[i + 1].frame), pictures[i % 2]) << i;
 }
 
-// The planes of the decoder as samples, the way frames of a camera arrive.
+// The planes of the decoder, packed into samples as frames of a camera are.
 std::vector<std::uint16_t> decoded(const std::string& path, int& width, int& height)
 {
     const std::string file = readFile(path);
@@ -196,7 +196,7 @@ TEST(TestDevice, motionJpegIsDecodedAndDamageIsPrinted)
     EXPECT_THAT(words, testing::EndsWith(" time_count() - start0\n"));
     (void)printed([&] { chain.flush(); });
 
-    // What is no picture shows the one before it; what is cut off shows as far as it came.
+    // A frame that cannot be decoded repeats the previous one; a truncated frame shows what was decoded.
     FrameConverter converter;
     converter.open({width, height, true});
     std::vector<std::uint16_t> shown(expected.size());
@@ -266,7 +266,7 @@ TEST(CaptureStep, printsAndReports)
     EXPECT_GT(chain.step(0).time, 0);
     EXPECT_THAT(printed([&] { chain.flush(); }), testing::StartsWith("flush CPUCap1\n   CPUCap1 time = "));
     EXPECT_EQ(thrownText([&] { chain.process(); }), "CPUCap1: the camera is not open");
-    // A second initialise begins a new run, with the count anew.
+    // A second initialise starts a new run and resets the count.
     chain.arrived.clear();
     EXPECT_EQ(run(chain, cameraSettings("test:bars@max", 64, 48, 2)).size(), 4U);
 }

@@ -137,7 +137,7 @@ class Service
                 std::memcpy(&stream_, reinterpret_cast<const void*>(data), sizeof stream_);
                 return TRUE;
             case WM_CAP_SEQUENCE_NOFILE:
-                // Without a thread of its own the service would answer when the capture is over.
+                // Without fYield the service would reply only after the capture has ended.
                 if (!connected_ || callback_ == nullptr || !stream_.fYield) return FALSE;
                 thread_ = std::thread([this] { deliver(); });
                 return TRUE;
@@ -241,7 +241,7 @@ class Service
     std::thread thread_;
 };
 
-// The service's own state lies in the extra bytes of the window, so that the user data stays the client's.
+// The service keeps its state in the extra bytes of the window; the user data belongs to the client.
 LRESULT CALLBACK windowProcedure(HWND window, UINT message, WPARAM first, LPARAM second)
 {
     auto* service = reinterpret_cast<Service*>(GetWindowLongPtrA(window, 0));
@@ -271,7 +271,7 @@ __declspec(dllexport) HWND WINAPI capCreateCaptureWindowA(LPCSTR title, DWORD st
     description.cbWndExtra = sizeof(void*);
     description.hInstance = GetModuleHandleA("avicap32.dll");
     description.lpszClassName = kClassName;
-    RegisterClassA(&description);  // fails when it is there already
+    RegisterClassA(&description);  // fails if it is already registered
     return CreateWindowExA(0, kClassName, title, style, x, y, width, height, parent,
                            reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), description.hInstance, nullptr);
 }

@@ -168,7 +168,7 @@ int setFormat(Device& device, v4l2_format& format)
 int requestBuffers(Device& device, v4l2_requestbuffers& wanted)
 {
     releaseBuffers(device);
-    wanted.count = std::min(wanted.count, 3U);  // fewer than wanted, as drivers may
+    wanted.count = std::min(wanted.count, 3U);  // drivers may grant fewer
     device.bufferSize = (device.format.sizeimage + 4095U) / 4096 * 4096;
     device.memory = memfd_create("frames", MFD_CLOEXEC);
     if (ftruncate(device.memory, static_cast<off_t>(device.bufferSize * wanted.count)) != 0) return ENOMEM;
@@ -207,7 +207,7 @@ std::uint32_t draw(const Device& device, std::uint8_t* to, std::uint32_t number)
     const std::uint32_t row = 2 * device.format.width;
     for (std::uint32_t y = 0; y < device.format.height; ++y) {
         std::memset(to + std::size_t{y} * device.format.bytesperline, static_cast<int>(y + number), row);
-        // Padding, which must not reach a frame.
+        // Padding must not reach a frame.
         std::memset(to + std::size_t{y} * device.format.bytesperline + row, 0xEE,
                     device.format.bytesperline - row);
     }
@@ -219,7 +219,7 @@ int dequeue(int file, Device& device, v4l2_buffer& buffer)
 {
     std::uint64_t ticks = 0;
     if (read(file, &ticks, sizeof ticks) != sizeof ticks) return EAGAIN;
-    device.sequence += static_cast<std::uint32_t>(ticks);  // frames nobody waited for are lost
+    device.sequence += static_cast<std::uint32_t>(ticks);  // frames that were not waited for are lost
     static long calls = 0;
     if (every(fake.notYet, calls++) || device.queued.empty()) return EAGAIN;
     const long number = fake.frames++;

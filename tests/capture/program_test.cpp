@@ -1,4 +1,4 @@
-// The program with cameras: what it lists, and a run from camera to pictures.
+// The program with cameras: the list of cameras, and runs from a camera to picture files.
 
 #include <nlohmann/json.hpp>
 

@@ -1,5 +1,5 @@
-// Video4Linux capture with fake devices: choice of the device, formats, frames, and every answer that a
-// driver may give at the wrong moment.
+// Video4Linux capture with fake devices: choice of the device, formats, frames, and every
+// failure that a driver may report.
 #ifdef __linux__
 
 #include <dlfcn.h>
@@ -200,7 +200,7 @@ TEST_F(Video4Linux, whatTheDriverRefusesIsNamed)
         EXPECT_EQ(initError(cameraSettings("")), text);
         EXPECT_EQ(fake->open, 0);
     }
-    fake->refuse = VIDIOC_S_PARM;  // many cameras have one rate only
+    fake->refuse = VIDIOC_S_PARM;  // many cameras support one rate only
     Chain chain({"ccap1"});
     (void)printed([&] {
         chain.init(cameraSettings(""));

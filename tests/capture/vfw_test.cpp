@@ -1,5 +1,5 @@
-// Capture on Windows with a fake capture service: the messages in their order, the words
-// printed and thrown, the frames, and how it ends.
+// Capture on Windows with a fake capture service: the order of the messages,
+// printed and thrown texts, frames, and shutdown.
 #ifdef _WIN32
 
 #include <windows.h>
@@ -65,7 +65,7 @@ const char* const kStream =
 
 TEST_F(VideoForWindows, messagesInTheirOrder)
 {
-    set("RATE", "1");  // nothing falls behind meanwhile
+    set("RATE", "1");  // so slow that the consumer keeps up
     for (const int jpeg : {0, 1}) {
         Chain chain({"ccap1"});
         (void)printed([&] { chain.init(settings(640, 480, {{"jpeg", jpeg}})); });
@@ -80,7 +80,7 @@ TEST_F(VideoForWindows, messagesInTheirOrder)
 
 TEST_F(VideoForWindows, printsWhatTheDriverSays)
 {
-    set("RATE", "1");  // nothing falls behind meanwhile
+    set("RATE", "1");  // so slow that the consumer keeps up
     Chain chain({"ccap1"});
     const std::string words = printed([&] { chain.init(settings()); });
     EXPECT_THAT(words,
@@ -112,7 +112,7 @@ TEST_F(VideoForWindows, whatTheServiceRefusesIsThrown)
         (void)printed([&] { thrown = thrownText([&] { chain.init(settings()); }); });
         EXPECT_EQ(thrown, text) << message;
     }
-    // Overlay and preview are asked for, no more.
+    // Refusing overlay or preview is no error.
     set("REFUSE", "SET_OVERLAY SET_PREVIEW DRIVER_DISCONNECT");
     Chain chain({"ccap1"});
     (void)printed([&] {

@@ -36,7 +36,7 @@ TEST(NumberedName, singleSteps)
     }
 }
 
-// One pass for any distance must be the same as that many single steps, the report of the last one included.
+// Advancing by n must equal n single steps, including the wrap report of the last one.
 TEST(NumberedName, manyStepsEqualSingleOnes)
 {
     for (const std::string start : {"a0/b0.c0", "a4/b2.c7", "x", "7", "99", "1-2-3-4"})

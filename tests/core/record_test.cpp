@@ -113,7 +113,7 @@ TEST(Printable, onlyWhatIsSafeStays)
          "a \"b\" \\ \xC3\xA4 \xE2\x82\xAC \xF0\x9F\x98\x80"},
         {std::string_view("\0\n\r\t\x1B\x7F", 6), "\\u0000\\n\\r\\t\\u001B\\u007F"},
         {"\xC2\x9B\xC2\xA0", "\\u009B\xC2\xA0"},         // a terminal's control sequence; a blank
-        {"\xE2\x80\xAE\xE2\x81\xA6", "\\u202E\\u2066"},  // direction of writing
+        {"\xE2\x80\xAE\xE2\x81\xA6", "\\u202E\\u2066"},  // writing direction
         {"\xFF\x80z", "\\xFF\\x80z"},
         {"\xC0\x8A\xE0\x80\x8A", "\\xC0\\x8A\\xE0\\x80\\x8A"},  // overlong line feeds
         {"\xED\xA0\x80\xF4\x90\x80\x80", "\\xED\\xA0\\x80\\xF4\\x90\\x80\\x80"},

@@ -6,7 +6,7 @@
 namespace scansteps {
 namespace {
 
-// What a receiver gets until the sender closes, on a thread of its own.
+// Receives on its own thread until the sender closes.
 class Receiver
 {
   public:
@@ -189,7 +189,7 @@ TEST(USock, ServerServesOnePeerAndThePortIsTaken)
         const Listener taken(0);
         port = taken.port();
         EXPECT_EQ(thrownText([&] { const USock second(port); }), "already bounded!");
-        EXPECT_NE(thrownText([&] { const Listener second(port); }), "");  // in the system's words
+        EXPECT_NE(thrownText([&] { const Listener second(port); }), "");  // the system's message
         EXPECT_NE(thrownText([&] { const Listener wrong(0, "no.such.host.invalid"); }), "");
     }
     std::string got;

@@ -63,7 +63,7 @@ class TableTest : public testing::Test
         return settings;
     }
 
-    // What the step raises: as a rule at initialise, but mfilt reads its number with every frame.
+    // The text that the step throws, usually at initialise; mfilt reads its number with every frame.
     std::string raised(const StepInfo& step, const Struct& settings, int* eventType = nullptr)
     {
         std::string text;

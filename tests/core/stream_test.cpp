@@ -29,7 +29,7 @@ std::string readError(const std::vector<std::uint8_t>& bytes)
     return thrownText([&] { fromBytes(bytes); });
 }
 
-// Little-endian bytes, put together piece by piece.
+// Builds little-endian bytes field by field.
 struct Bytes : std::vector<std::uint8_t>
 {
     template <class T>
@@ -64,7 +64,7 @@ TEST(RecordBytes, AreAsDocumented)
     const auto two = bytesOf(Struct{{"ab", varitype()}});
     EXPECT_EQ(std::vector<std::uint8_t>(two.begin() + 16, two.begin() + 23),
               (std::vector<std::uint8_t>{102, 0, 0, 0, 'a' - 10, 'b' - 11, 0xF4}));
-    // Keys in byte order whatever the order of insertion.
+    // Keys are in byte order, regardless of the order of insertion.
     EXPECT_EQ(bytesOf(Struct{{"handle", 1}, {"eventType", 2}, {"dataY", 3}, {"dataX", 4}}),
               bytesOf(Struct{{"dataX", 4}, {"dataY", 3}, {"eventType", 2}, {"handle", 1}}));
 }
@@ -98,7 +98,7 @@ TEST(RecordBytes, WithAFrameAreThoseOfTheRecordWithData)
 {
     Array frame(Kind::Ushort, 31, 7);
     frame.elements<std::uint16_t>()[5] = 0x1234;
-    // Keys on both sides of "data", so that it has to be put in order.
+    // Keys on both sides of "data", which has to be inserted in order.
     const Struct with{{"aa", 1}, {"data", frame}, {"eventType", 1002}, {"zz", "text"}};
     const Struct handle{{"aa", 1}, {"eventType", 1002}, {"handle", 9}, {"zz", "text"}};
     BIOmem out;
@@ -204,7 +204,7 @@ TEST(RecordStreams, ReaderTakesNotAByteBeyondTheRecord)
     std::mt19937 random(1);
     BIOmem stream;
     std::vector<varitype> records;
-    // Around the sizes at which readers read ahead.
+    // Around the sizes of the read-ahead buffer.
     for (const std::uint32_t length : {0U, 1U, 4000U, 4040U, 4096U, 16300U, 16384U, 20000U, 70000U}) {
         Array array(Kind::Uchar, length, 1);
         for (auto& byte : array.elements<std::uint8_t>()) byte = std::uint8_t(random());
@@ -217,7 +217,7 @@ TEST(RecordStreams, ReaderTakesNotAByteBeyondTheRecord)
 
 TEST(RecordStreams, LongStringsComeBack)
 {
-    // Around the length from which they are not read in one piece.
+    // Around the length from which strings are read in several pieces.
     for (const std::size_t length : {(4U << 20) - 2, (4U << 20) - 1, 4U << 20, 9U << 20}) {
         std::string text(length, 'a');
         for (std::size_t i = 0; i < length; i += 1000) text[i] = char(i >> 10);
@@ -262,7 +262,7 @@ TEST(FileStream, KeepsRecordsAndPositions)
     EXPECT_EQ(thrownText([&] { readRecord(in); }), "read error");
 }
 
-// More pieces than the system writes at once.
+// More pieces than one system call can write.
 TEST(FileStream, ManyArraysLeaveInOneRecord)
 {
     const TempDir dir;

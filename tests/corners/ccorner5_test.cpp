@@ -101,7 +101,7 @@ TEST(CpuCorners5, settingsHaveTheirEffect)
 }
 
 #ifdef __linux__
-// A second thread needs more memory for its stack than there is: both frames are worked on by the first.
+// When the second thread cannot be created, the first one processes both frames.
 TEST(CpuCorners5, pairWithoutASecondThread)
 {
     Chain chain({"ccorner5"});
@@ -120,7 +120,7 @@ TEST(CpuCorners5, pairWithoutASecondThread)
 }
 #endif
 
-// In every mode; none where the largest that counts, of 1024 pixels, has no room.
+// None are counted in frames smaller than the largest counted region (1024 pixels).
 TEST(CpuCorners5, regionsAreCounted)
 {
     const std::vector<std::uint8_t> photo = greyOf(examplePhoto("img0000.jpg"));
@@ -135,7 +135,7 @@ TEST(CpuCorners5, regionsAreCounted)
         std::string thrown;
         const std::string text =
             printed([&] { thrown = thrownText([&] { chain.process(&frame), chain.flush(); }); });
-        EXPECT_EQ(thrown, width == 31 ? "too small" : "");  // for features too
+        EXPECT_EQ(thrown, width == 31 ? "too small" : "");  // for features, too
         EXPECT_NE(text.find(" regions.size()\n"), std::string::npos) << text;
         EXPECT_EQ(text.find(" 0 regions.size()\n") != std::string::npos, width == 31) << text;
     }
@@ -155,13 +155,13 @@ TEST(CpuCorners5, errorsOfAThreadReachTheHost)
     EXPECT_EQ(thrown, "too small");
     EXPECT_NE(text.find("too small \"too small\"\n"), std::string::npos);
     chain.arrived.clear();
-    printed([&] { chain.flush(); });  // the pair is gone
+    printed([&] { chain.flush(); });  // both frames of the pair were dropped
     EXPECT_EQ(chain.arrived.size(), 1U);
     EXPECT_EQ(thrownText([&] {
                   chain.process(&good, {{"vert", 1}}), chain.flush();
               }),
               "[vert] already found");
-    // A lone last frame that fails does not keep the flush from the steps after it.
+    // If a single last frame fails, the later steps are flushed all the same.
     chain.process(&flat);
     chain.arrived.clear();
     printed([&] { thrown = thrownText([&] { chain.flush(); }); });
@@ -188,7 +188,7 @@ TEST(FeatureRecord, refusesOtherArrays)
     EXPECT_THROW(featuresOf(record), const char*);
     record.set("vertAttr", Array(Kind::Uint, 15, 2));
     EXPECT_THROW(featuresOf(record), const char*);
-    record.set("vertAttr", Array(Kind::Uint, 16, 2));  // size 0 is none
+    record.set("vertAttr", Array(Kind::Uint, 16, 2));  // a size of 0 is invalid
     EXPECT_THROW(featuresOf(record), const char*);
     record.set("vertAttr", Array(Kind::Uint, 16, 0));
     EXPECT_EQ(thrownText([&] { featuresOf(record); }), "[vert] not found");

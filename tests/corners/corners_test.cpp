@@ -168,7 +168,7 @@ TEST(Corners, bucketsAndOrder)
     }
     settings.bucketing = false;
     EXPECT_GT(detector.detect(view, settings).size(), found.size());
-    settings.threshold = 0;  // as much as there is; still bounded
+    settings.threshold = 0;  // every feature; the number is still bounded
     EXPECT_LE(detector.detect(view, settings).size(), kMaxFeatures);
     settings.bucketing = true;
     settings.threshold = 40;
@@ -186,7 +186,7 @@ TEST(Corners, orientationTurnsWithTheImage)
     EXPECT_NEAR(orientationOf(upright.view(), 140, 60), 3 * std::numbers::pi / 4, 0.02);
 }
 
-// On warped views of photographs most of the strongest features come again, and the descriptors find them.
+// Most of the strongest features are found again in warped views of a photograph, and descriptors match them.
 TEST(Corners, repeatAndMatchOnWarpedPhotographs)
 {
     const test::WarpSource source(examplePhoto("photo_coffee.jpg"));

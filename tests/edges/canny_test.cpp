@@ -118,7 +118,7 @@ TEST(Filters, lowPassOfASpot)
     for (const int size : {0, -3, 65536}) EXPECT_THROW(lowPass(plane, size), const char*);
 }
 
-// Noise, optionally with special values, which show whether sums are computed in the same order.
+// Noise, optionally with special values, which reveal a different order of summation.
 FloatPlane noise(std::uint32_t width, std::uint32_t height, std::mt19937& random, bool special)
 {
     const float specials[] = {std::numeric_limits<float>::quiet_NaN(),

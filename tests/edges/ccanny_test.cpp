@@ -43,7 +43,9 @@ TEST(CpuCanny, defaultsPrintingAndTheEdgeFrame)
     EXPECT_EQ(valuesIn(*chain.arrived.back().frame), (std::set<int>{32768, 33023}));
     EXPECT_EQ(chain.arrived.back().record["mark"].as<std::int32_t>(), 1);
 
-    printed([&] { chain.process(&*chain.arrived.back().frame); });  // edges of 255 are no edges for 900
+    printed([&] {
+        chain.process(&*chain.arrived.back().frame);
+    });  // edges of height 255 stay below the threshold of 900
     const Array flat = squareFrame(40000, 40000);
     printed([&] { chain.process(&flat); });
     EXPECT_EQ(valuesIn(*chain.arrived.back().frame), std::set<int>{32768});

@@ -41,7 +41,7 @@ TEST(Polylines, pathsEndAtEndsAndJunctions)
         {{"#....", ".....", "...#."}, {}, 0},                              // single pixels
         {{"##"}, {2}, 0},
     };
-    PathTracer tracer;  // sees images of many sizes, as it does nowhere else
+    PathTracer tracer;  // reused for images of different sizes
     for (const auto& c : cases) {
         std::vector<std::size_t> open, closed;
         const PixelPaths& paths = tracer.trace(edgesOf(c.rows));
@@ -147,7 +147,7 @@ TEST(EdgeRegions, gapsAreFilledAndInsidesFound)
     EXPECT_DOUBLE_EQ(regions[1].y, 3.5);
 }
 
-// Against a flood fill, pixel by pixel, in maps with parts that meet from many sides.
+// Compares with a flood fill, in maps whose regions touch from many sides.
 TEST(EdgeRegions, asAFloodFillFindsThem)
 {
     std::mt19937 random(4);
@@ -209,7 +209,7 @@ struct Subpixel
     }
 };
 
-// A disc drawn with soft borders: the edge lies on the circle, far closer than a pixel.
+// A disc with soft borders: edges lie on the circle, with sub-pixel accuracy.
 TEST(SubpixelEdges, circle)
 {
     FloatPlane image(120, 100);

@@ -3,9 +3,9 @@
 // included). System calls are caught by a seccomp filter that raises SIGSYS for them; the handler counts,
 // injects, or makes the call itself.
 //
-//   FAULTS_LOG   every call is listed here as "name descriptor", or only the one that was failed (with a
-//   backtrace) FAULTS_CALL  "name:N:how", how is an errno, "short" (half a transfer), or an errno and "+"
-//   (from the N-th call on)
+//   FAULTS_LOG   file that lists every call as "name descriptor", or only the failed one, with a backtrace
+//   FAULTS_CALL  "name:N:how"; how is an errno, "short" (half a transfer), or an errno and "+" (from the
+//                N-th call on)
 //
 // Calls that the loader and the resolver make for themselves are named "lib.NAME". Linux on x86-64 only.
 #include <dlfcn.h>
@@ -76,7 +76,7 @@ struct Call
     const char* name;
     long number;
     Transfer transfer = Transfer::None;
-    bool takesEffect = false;  // although it is interrupted
+    bool takesEffect = false;  // even if it is interrupted
 };
 
 constexpr int kAlloc = 0, kThread = 1;
@@ -123,13 +123,13 @@ void log(int index, long descriptor, bool backTrace)
                                      kCalls[index].name, descriptor);
     call(SYS_write, {logFile, reinterpret_cast<long>(line), length});
     if (!backTrace) return;
-    armed = false;  // the backtrace's own calls are none of the program's
+    armed = false;  // so that the calls of backtrace() are not counted
     void* frames[40];
     backtrace_symbols_fd(frames, backtrace(frames, 40), logFile);
     armed = true;
 }
 
-// True when this call is the one, or one of those, to fail.
+// Whether this call is to fail.
 bool fails(int index, long descriptor)
 {
     if (!armed) return false;
@@ -254,7 +254,7 @@ void parse(const char* text)
 int wrappedMain(int argc, char** argv, char** environment)
 {
     void* warm[1];
-    backtrace(warm, 1);  // loads what it needs while nothing is counted
+    backtrace(warm, 1);  // loads its library before calls are counted
     parse(std::getenv("FAULTS_CALL"));
     if (const char* path = std::getenv("FAULTS_LOG"))
         logFile = fcntl(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666), F_DUPFD_CLOEXEC, 900);
@@ -328,13 +328,13 @@ VISIBLE void* dlopen(const char* name, int flags) noexcept
 }
 VISIBLE int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found)
 {
-    const InLibrary inside(true);  // glibc ends the process when it gets no memory here
+    const InLibrary inside(true);  // glibc ends the process if memory runs out here
     return next<decltype(&getaddrinfo)>("getaddrinfo")(node, service, hints, found);
 }
 VISIBLE int getnameinfo(const sockaddr* address, socklen_t length, char* host, socklen_t hostLength,
                         char* service, socklen_t serviceLength, int flags)
 {
-    const InLibrary inside(true);  // glibc ends the process when it gets no memory here
+    const InLibrary inside(true);  // glibc ends the process if memory runs out here
     return next<decltype(&getnameinfo)>("getnameinfo")(address, length, host, hostLength, service,
                                                        serviceLength, flags);
 }

@@ -98,13 +98,13 @@ TEST(CPUDBuff, OfOneFrameForwardsAtOnceThroughItsSlot)
 {
     Chain chain({"cbuff"});
     chain.init(bufferOf(1));
-    const Array wide = filled(12, 3, 5);  // RGB, say: the slot takes the frame's shape
+    const Array wide = filled(12, 3, 5);  // such as RGB: the slot adopts the shape of the frame
     chain.process(&wide);
     EXPECT_TRUE(varitype(*chain.arrived.back().frame).equals(wide));
     EXPECT_TRUE(varitype(chain.hostPixels()).equals(wide));
 }
 
-// An error in the middle of a burst loses only the frame that met it.
+// An error in the middle of a burst loses only the frame that caused it.
 TEST(CPUDBuff, GoesOnWithTheBurstAfterAnError)
 {
     Chain chain({"cbuff", "c2ima"});

@@ -104,7 +104,7 @@ TEST(GradientFrame, aRampHasTheSameSlopeForEveryAperture)
     EXPECT_THROW(gradientFrame16(extreme, 10, 10, SampleCoding::Offset16, 0, 4, dx, dy), const char*);
 }
 
-// Large frames are done in bands, whose seams must not show.
+// Large frames are processed in bands, whose seams must not be visible.
 TEST(GradientFrame, bandsGiveWhatTheWholeFrameGives)
 {
     constexpr int kWidth = 701, kHeight = 1000;
@@ -148,7 +148,7 @@ TEST(FilterSteps, onAPhotograph)
     const std::vector<std::uint8_t> grey = greyOf(examplePhoto("img0000.jpg"));
     const Array frame = videoFrame(grey, 640);
     for (const char* kind : {"c3f", "cedge", "cdeva"}) {
-        // What a later step reports reaches the host's own record.
+        // A mismatch reported by a later step reaches the host's own record.
         EXPECT_EQ(Chain({kind, "cf2u"}).init(geometryOf(640, 480)), event::kMismatch) << kind;
         if (std::string(kind) == "c3f") continue;
         Chain chain({kind});

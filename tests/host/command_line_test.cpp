@@ -1,4 +1,4 @@
-// The program as a whole: what it prints where, and its exit codes.
+// The program as a whole: its output on either stream, and its exit codes.
 
 #include <nlohmann/json.hpp>
 
@@ -16,7 +16,7 @@ struct Case
 {
     const char* arguments;
     int exitCode;
-    const char* err;  ///< a part of what stands on standard error
+    const char* err;  ///< part of standard error
     const char* out = "";
 };
 
@@ -73,7 +73,7 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
         {"run \"c2rege ! clast\" --frames 1 --set dataX=2 --set dataY=2", 3, "step 1 (c2rege), initialise"},
         {"check \"cf2u ! cf2u\"", 3, "", "types do not fit"},
         {"check \"cdown1 ! clast\"", 2, "", "needs down1.factor"},
-        {"check \"ccap ! cdown1 factor=2 ! clast\"", 0, "", "ok: 3 steps"},
+        {"check \"ccap ! cdown1 factor=2147483647 ! clast\"", 0, "", "ok: 3 steps"},
         {"check \"ccap ! ccorner5\"", 2, "", "step 2 (ccorner5) needs cpu_base"},
         {"check \"read load.name=no.rec ! ccorner5\"", 0, "", "step 1 (read) cannot read no.rec: "},
         {"check \"ccap ! ccanny OCV.trg=3 ! clast\"", 0, "", "did you mean OCV.trh?"},
@@ -111,7 +111,7 @@ TEST(CommandLine, everyAnswerAndItsExitCode)
     }
 }
 
-// Photographs img0 to img2 are there, edge1, and links to the first photograph.
+// The folder holds img0 to img2, edge1, and links to photographs.
 TEST(CommandLine, filesAreCheckedBeforeARun)
 {
     const TempDir folder;
@@ -121,7 +121,7 @@ TEST(CommandLine, filesAreCheckedBeforeARun)
     std::vector<std::tuple<std::string, int, std::string>> cases = {
         {"img0.jpg", 2, "would write"},
         {"take1/../img1.jpg", 2, "would write"},
-        {"img3.jpg", 2, "would write"},  // read once it is there
+        {"img3.jpg", 2, "would write"},  // would be read in turn once it exists
         {"hard.jpg", 2, "would write"},
         {"img1.jpg --force", 0, "would write"},
         {"img4.jpg", 0, "ok: "},
@@ -172,8 +172,8 @@ TEST(CommandLine, generatedFilesAreUpToDate)
         << "run scripts/generate.sh";
 }
 
-// The record printer shows what a step sees: settings of the top, of the steps before it and its own, every
-// kind.
+// The record printer shows the settings that a step receives: those of the pipeline, of the steps before it
+// and its own, with values of every kind.
 TEST(Pipelines, settingsArriveWhereAndAsTheyShould)
 {
     const std::string pipeline = R"({
@@ -229,7 +229,7 @@ TEST(Pipelines, filesThatAreWrong)
     }
 }
 
-// A report named like the file that output goes to follows in it; --step-output takes what the steps print.
+// --step-output redirects the output of the steps; a report to the same file follows it.
 TEST(Pipelines, reportAndOutputGoWhereTheyAreToldAndAreNeverCut)
 {
     const TempDir folder;

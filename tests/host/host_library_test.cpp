@@ -1,4 +1,4 @@
-// The host library as other programs use it: frames of their own in, records out, observers, own steps,
+// The host library as other programs use it: their own frames and steps, resulting records, observers, and
 // errors.
 #include <gtest/gtest.h>
 
@@ -53,7 +53,7 @@ TEST(HostLibrary, sendsFramesOfTheCallerThroughStepsOfBothAndShowsThemBetween)
     Chain chain(markedSum(), library, hooks);
     EXPECT_EQ(codeOf(checkPipeline(chain.pipeline())), kEnded);
     chain.initialise();
-    for (const int width : {4, 6}) {  // and again with other settings
+    for (const int width : {4, 6}) {  // initialised again with other settings
         chain.pipeline().settings.set("dataX", width);
         chain.initialise();
         chain.input().writable().elements<float>()[0] = 7;
@@ -75,7 +75,7 @@ TEST(HostLibrary, sendsFramesOfTheCallerThroughStepsOfBothAndShowsThemBetween)
 TEST(HostLibrary, namesStepKindFrameAndMessageOfAnErrorAndGoesOnAfterwards)
 {
     const StepLibrary library;
-    Chain chain(markedSum(), library), other(markedSum(), library);  // which take turns
+    Chain chain(markedSum(), library), other(markedSum(), library);  // used alternately
     other.initialise();
     chain.pipeline().steps[1].settings.set("throws", 1);
     chain.initialise();

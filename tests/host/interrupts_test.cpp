@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 const std::string kProgram = "\"" SCANSTEPS_BIN_DIR "/scansteps\" ";
 const std::string kCamera = "ccap1 dataX=64 dataY=48 capture.dev_name=test:bars";
 
-/// A program that runs beside the test.
+/// A program in the background.
 class Background
 {
   public:
@@ -39,7 +39,7 @@ class Background
     Background& operator=(const Background&) = delete;
 
     void signal(int number) const { ::kill(process_, number); }
-    /// Until it catches interrupts, and a moment more in which it gets to where it waits.
+    /// Returns once the program catches interrupts, after a delay in which it reaches its wait.
     void waitUntilItWaits(const std::string& mask = "SigCgt:\t") const
     {
         const std::string file = "/proc/" + std::to_string(process_) + "/status";
@@ -52,7 +52,7 @@ class Background
         }
         std::this_thread::sleep_for(300ms);
     }
-    /// -1 when it does not end in time.
+    /// -1 if it does not end in time.
     int exitCode(std::chrono::milliseconds limit)
     {
         int status = 0;

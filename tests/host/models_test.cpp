@@ -1,4 +1,4 @@
-// Recorded models to files, as a user makes them, and what third-party readers find in the files.
+// Recorded models exported to files, and those files read by third-party programs.
 
 #include "support/process.h"
 #include "support/test.h"
@@ -31,7 +31,7 @@ TEST(Models, examplePipelineWritesAllFourFormats)
     EXPECT_TRUE(std::filesystem::exists(folder / "textured_1.jpg"));
 }
 
-// Not on Windows: the readers are programs of this system, and the files are the same bytes there.
+// Not on Windows, where the files have the same bytes and the readers are not installed.
 #ifndef _WIN32
 // meshio, assimp and OpenSceneGraph, as far as they are installed (scripts/bootstrap.sh readers).
 TEST(Models, otherReadersFindTheMeshThatWentIn)

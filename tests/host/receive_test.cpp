@@ -1,4 +1,4 @@
-// The command `receive` with real TCP clients: good ones, the sender step, and those that misbehave.
+// The command `receive` with real TCP clients: well-behaved and misbehaving ones, and the sender step.
 
 #include "scansteps/socket.h"
 #include "support/images.h"
@@ -17,7 +17,7 @@
 namespace scansteps {
 namespace {
 
-// `scansteps receive` on a free port, with what it says.
+// `scansteps receive` on a free port, and its messages.
 class ReceiveProgram
 {
   public:
@@ -49,7 +49,7 @@ class ReceiveProgram
     {
         return "sender.host=127.0.0.1 sender.port=" + std::to_string(port_);
     }
-    /// Reads what the program says until a line holds the text, or it ends.
+    /// Reads messages until one contains the text or the program ends.
     bool waitFor(const std::string& text)
     {
         char line[1000];
@@ -64,7 +64,7 @@ class ReceiveProgram
     {
         kill(std::stoi(said_), SIGINT);
     }  // the first line is the process number
-    /// The most memory it has had so far, in bytes.
+    /// Peak memory so far, in bytes.
     std::ptrdiff_t mostMemory() const
     {
         const std::string status = readFile("/proc/" + std::to_string(std::stoi(said_)) + "/status");
@@ -72,7 +72,7 @@ class ReceiveProgram
         return at == std::string::npos ? 0 : std::stol(status.substr(at + 6)) * 1024;
     }
 #endif
-    /// Waits for the end; the exit code.
+    /// Waits for the end and returns the exit code.
     int end()
     {
         waitFor("no line holds this");
@@ -112,11 +112,11 @@ TEST(Receive, SurvivesClientsThatMisbehave)
     client([](USock& socket) { socket.write("\x40\0\0\0\0\0\0\0\x0B\0\0\0\x01\0\0\0xx", 18); });
     EXPECT_TRUE(receiver.waitFor("left without a record: the connection broke off within a record"));
     client([&](USock&) { EXPECT_TRUE(receiver.waitFor("left without a record: idle for too long")); });
-    client([&](USock& socket) {  // 500 MB promised, none sent
+    client([&](USock& socket) {  // announces 500 MB, sends none
         socket.write("\0\0\xD0\x1D\0\0\0\0\x0B\0\0\0\x01\0\0\0", 16);
         EXPECT_TRUE(receiver.waitFor("left without a record: a record is larger than --max-record"));
     });
-    client([&](USock& socket) {  // a byte now and then
+    client([&](USock& socket) {  // a byte every 100 ms
         std::atomic<bool> left = false;
         std::thread trickle([&] {
             try {
@@ -182,7 +182,7 @@ TEST(Receive, ServesSeveralClientsWithinItsLimits)
     EXPECT_TRUE(receiver.waitFor("connected"));
     USock second("127.0.0.1", port), third("127.0.0.1", port);
     USock waiting("127.0.0.1", port);
-    // In order of connection, whoever sends first; names that exist are left out.
+    // Numbered in order of connection, not of the first record; existing names are skipped.
     writeRecord(second, record);
     writeRecord(first, record);
     for (int i = 0; i < 100 && !std::filesystem::exists(dir / "run.rec"); ++i)
@@ -258,7 +258,7 @@ TEST(Receive, TakesMemoryForBytesThatArriveOnly)
     {
         const char* what;
         std::string head;
-        double most;  // of the bytes that arrived, besides the constant
+        double most;  // multiple of the bytes that arrived, plus a constant
     } cases[] = {
         {"array", number(12) + number(12) + number(0x2F000000) + number(1) + number(1) + number(2), 1.25},
         {"string", number(10) + number(0x2F000000), 1.25},
@@ -281,7 +281,7 @@ TEST(Receive, TakesMemoryForBytesThatArriveOnly)
         receiver.waitFor("left without a record");
         const auto grown = double(receiver.mostMemory() - before);
         std::printf("%s: 768 MB promised, 64 MiB sent, %.1f MiB taken\n", entry.what, grown / 1048576);
-#ifndef SCANSTEPS_SANITIZED  // sanitizers have memory of their own
+#ifndef SCANSTEPS_SANITIZED  // sanitizers use memory of their own
         EXPECT_LT(grown, entry.most * double(sent.size()) + double(16 << 20)) << entry.what;
 #endif
         receiver.interrupt();

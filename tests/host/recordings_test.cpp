@@ -18,7 +18,7 @@ using namespace images;
 const std::string kImages = SCANSTEPS_SOURCE_DIR "/examples/images/";
 const std::string kSource = "cjread load.name=" + kImages + "img0000.jpg load.count=3 ! cyuv ! ";
 
-// The records of the frames and of the end: the init records of two runs differ in their settings.
+// The records after the first: init records of two runs differ in their settings.
 std::string framesOf(const std::string& path)
 {
     const std::string bytes = readFile(path);
@@ -45,14 +45,14 @@ TEST(Recording, ReplaysTheFramesThatWereRecorded)
         EXPECT_GT(a.size(), 900000U);
         EXPECT_TRUE(a == readFile(dir / ("b" + std::string(number) + ".ppm")));
     }
-    // Recorded again as it stands: the settings of the step are merged into the replayed init record too.
+    // Re-recorded: the settings of the step are merged into the replayed init record, too.
     const auto again = runProgram("run \"readd load.name=" + (dir / "run.rec") +
                                   " ! filesaver name=" + (dir / "again.rec") + "\"");
     ASSERT_EQ(again.exitCode, 0) << again.err;
     EXPECT_TRUE(framesOf(dir / "run.rec") == framesOf(dir / "again.rec"));
 }
 
-// The record printer after the player shows what the steps of a replay find.
+// The record printer after the player shows the settings that the steps of a replay receive.
 TEST(Recording, DecidesNeitherWhereToWriteNorOverTheUser)
 {
     const TempDir dir;
@@ -111,7 +111,7 @@ TEST(Inspect, SaysWhereDamageBeginsAndRecoversTheWholeRecords)
     EXPECT_THAT(recovered.out, HasSubstr("3 records, "));
     EXPECT_THAT(recovered.err, HasSubstr("3 whole records, damage begins at offset "));
     EXPECT_THAT(recovered.err, HasSubstr("no end record"));
-    // What was rescued replays to a clean end.
+    // The recovered recording replays to its end.
     const std::uint64_t end = recordSize(Struct{{"eventType", 1003}});
     const std::string saved = readFile(dir / "ok.rec");
     EXPECT_TRUE(whole.starts_with(saved.substr(0, saved.size() - end)));
@@ -158,7 +158,7 @@ TEST(Inspect, WritesTheFramesAsPictures)
 {
     const TempDir dir;
     const std::string save = "filesaver name=" + (dir / "run.rec") + "\"";
-    // Colours as they were read; 16-bit samples; floats.
+    // RGB frames; 16-bit samples; floats.
     ASSERT_EQ(runProgram("run \"cjread load.name=" + kImages + "img0000.jpg load.count=1 ! " + save).exitCode,
               0);
     ASSERT_EQ(runProgram("inspect \"" + (dir / "run.rec") + "\" --frames \"" + (dir / "rgb") + "\"").exitCode,
@@ -184,7 +184,7 @@ TEST(Inspect, WritesTheFramesAsPictures)
     EXPECT_EQ(readFile(dir / "f/frame000001.pgm"), std::string("P5\n3 1\n65535\n\0\0\x80\0\xFF\xFF", 19));
 }
 
-// The reader in Python and the program say the same of a recording.
+// The Python reader and the program agree on the contents of a recording.
 TEST(Recording, IsReadByTheExampleReader)
 {
     if (runCommand("python3 --version").exitCode != 0) GTEST_SKIP() << "no python3";

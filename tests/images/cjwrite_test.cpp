@@ -119,8 +119,8 @@ TEST_F(CjwriteTest, aFailedWriteIsNoError)
     EXPECT_EQ(chain.notices[1].reason, "the name tells neither JPEG nor PPM");
 }
 
-// Frames are copied while they are written, some rows at a time: all of them arrive, taller ones than the
-// step was told of and those that no file is made of included.
+// Frames are copied while they are written, in blocks of rows: all rows must arrive, also of frames that are
+// taller than announced and of those that are not written.
 TEST_F(CjwriteTest, everyRowIsWrittenAndPassedOn)
 {
     std::vector<std::uint16_t> samples(6 * 45);
@@ -153,15 +153,15 @@ TEST_F(CjwriteTest, framesThatDoNotFitThrowBothSizes)
     init("a0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x16"}});
     EXPECT_THAT(thrownText([&] { processSamples(4, 3); }), HasSubstr("too small"));
     EXPECT_FALSE(std::filesystem::exists(dir / "a0.ppm"));
-    processSamples(4, 4);  // and goes on with the next good one
+    processSamples(4, 4);  // the next valid frame is written
     EXPECT_TRUE(std::filesystem::exists(dir / "a0.ppm"));
-    // A size that was refused counts, not the one before it.
+    // After a refused size the step does not fall back to the previous one.
     init("b0.ppm", 4, 4, {{"dataFormat", "CPU::u_1x8"}});
     EXPECT_THAT(thrownText([&] { init("b0.ppm", 40000, 40000); }), HasSubstr("40000 x 40000"));
     EXPECT_THAT(thrownText([&] { process(4, 4); }), HasSubstr("initialised for 120000 x 40000"));
 }
 
-// As at any other step: an unknown format is reported and taken for f_1x32, one without buffers has no
+// As in other steps, an unknown format is reported and treated as f_1x32; a format without buffers has no
 // frames.
 TEST_F(CjwriteTest, formatsThatCannotBeUsed)
 {

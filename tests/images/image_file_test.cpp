@@ -136,7 +136,7 @@ TEST(LoadJpeg, brokenFiles)
     EXPECT_THAT(refused.err, HasSubstr("65500 x 65500"));
 }
 
-// In four inks, stored as Adobe's programs do (inverted, with their marker) and as they are.
+// CMYK, stored inverted with the Adobe marker, and plain.
 TEST(LoadJpeg, inksBecomeColours)
 {
     const TempDir dir;

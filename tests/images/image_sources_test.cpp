@@ -19,14 +19,14 @@ std::string encoded(const Image& image, const JpegOptions& options = {})
     return {bytes.begin(), bytes.end()};
 }
 
-// A folder of its own for either source.
+// A temporary folder, and a chain of the source under test.
 struct ImageSource : testing::TestWithParam<const char*>
 {
     TempDir dir;
     Chain chain{{GetParam()}};
     const bool yuyv = std::string(GetParam()) == "cjreadf";
 
-    // Writes pictures of one grey each, with names that both sources read by content.
+    // Writes a picture of one grey level, whose content decides how it is read.
     void write(const std::string& name, int grey, int width = 2, int height = 2)
     {
         if (yuyv)
@@ -41,7 +41,7 @@ struct ImageSource : testing::TestWithParam<const char*>
     {
         for (int i = from; i <= to; ++i) write((i < 10 ? "f0" : "f") + std::to_string(i) + ".jpg", i);
     }
-    // Initialises anew; what arrived before is forgotten.
+    // Initialises again, discarding what has arrived.
     void init(Struct load)
     {
         chain.arrived.clear();
@@ -49,7 +49,7 @@ struct ImageSource : testing::TestWithParam<const char*>
         load.set("name", dir / load["name"].as<std::string>());
         chain.init({{"load", load}, {"dataX", 7}, {"other", "kept"}});
     }
-    // Process events until the stream ends; the grey of every frame.
+    // Sends process events until the stream ends; returns the grey level of every frame.
     std::vector<int> run(Struct load)
     {
         init(std::move(load));
@@ -105,7 +105,7 @@ TEST_P(ImageSource, stepsAndLimits)
     for (const auto& [load, greys] : table) EXPECT_EQ(run(load), greys) << load["name"].as<std::string>();
 }
 
-// The end of a series is no trouble, nor is any file after its end.
+// The end of a series is not reported, nor is any file after it.
 TEST_P(ImageSource, notifiesTheHostOfFilesThatCannotBeRead)
 {
     writeNumbered(0, 5);
@@ -190,8 +190,8 @@ TEST(CjreadF, framesUnderTheHandleAndInTheRecord)
     }
 }
 
-// The studio range that the colour step assumes stretches the contrast of a file's full range, which is a few
-// levels; Cb taken for Cr would be dozens.
+// The colour step assumes studio range and stretches the contrast of full-range files by a few levels;
+// swapping Cb and Cr would make a difference of dozens.
 TEST(CjreadF, coloursAreThoseOfCjread)
 {
     Chain rgb({"cjread"}), yuyv({"cjreadf", "crgb"});
@@ -203,7 +203,7 @@ TEST(CjreadF, coloursAreThoseOfCjread)
     const auto expected = rgb.arrived[1].frame->elements<std::uint8_t>();
     const auto actual = yuyv.arrived[1].frame->elements<std::uint8_t>();
     EXPECT_LT(meanDifference(actual, expected), 15);
-    // Without the stretched contrast: the differences between channels have the same signs.
+    // Regardless of contrast, the differences between channels have the same signs.
     std::size_t clear = 0, same = 0;
     for (std::size_t i = 0; i + 2 < expected.size(); i += 3) {
         const int was = expected[i] - expected[i + 2];
@@ -231,7 +231,7 @@ TEST(CjreadF, edgesAndWrittenFiles)
     EXPECT_GT(set, 1000);
 }
 
-// A recording has one form of a frame: cstrip leaves "data", d2h makes it a handle again.
+// A record must hold a frame once: cstrip keeps "data", d2h turns it back into a handle.
 TEST(CjreadF, recordings)
 {
     const TempDir dir;

@@ -20,7 +20,7 @@ struct Decoded
     JpegPlanes planes;
 };
 
-/// Every buffer is exactly as long as it has to be, so that AddressSanitizer sees a step too far.
+/// Every buffer has exactly the required size, so that AddressSanitizer detects overruns.
 Decoded decode(const Bytes& file, JpegLayout layout)
 {
     BaselineJpegDecoder decoder;
@@ -80,7 +80,7 @@ const test::Image& photo()
     return image;
 }
 
-// More than is asked of the samples (within 1 of the reference, 0.05 in the mean): they are the same.
+// Samples equal those of the reference, which is stricter than the documented accuracy.
 TEST(BaselineJpeg, everyQualityAsTheAccurateIntegerReference)
 {
     for (int quality = 1; quality <= 100; ++quality)
@@ -152,7 +152,7 @@ TEST(BaselineJpeg, samplingsSizesAndLayouts)
     });
 }
 
-// Streams that say the same in another way decode to the same planes.
+// Equivalent encodings of a stream decode to the same planes.
 TEST(BaselineJpeg, unusualButLegalStreams)
 {
     const Bytes plain = encodeJpeg(photo(), {.restartInterval = 5});
@@ -322,7 +322,7 @@ TEST(BaselineJpeg, largestSizeAndMisuse)
     EXPECT_STREQ(decoder.getErrorString(), "Plane 0 needs 16777216 samples (got 0)\n");
 }
 
-// A prefix fails, or has all of the picture (when only the end marker is missing).
+// A truncated file fails, unless only the end marker is missing.
 TEST(BaselineJpeg, everyPrefix)
 {
     const Bytes file = encodeJpeg(test::cropped(photo(), 96, 64), {.quality = 80, .restartInterval = 7});

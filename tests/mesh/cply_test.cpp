@@ -1,4 +1,4 @@
-// Step cply in a chain: records in every accepted form to files, what is refused, and what passes on.
+// Step cply in a chain: records of every accepted form, refused ones, and what the host is told.
 
 #include "images/image_file.h"
 #include "mesh/model_format.h"
@@ -96,7 +96,7 @@ TEST_F(CpuPlyTest, eventPassesOnWithItsModel)
     EXPECT_FALSE(chain.arrived[1].record.has("handle"));
 }
 
-// Clouds are written as PLY only; a mesh goes before a cloud.
+// Clouds are written as PLY only; a mesh takes precedence over a cloud.
 TEST_F(CpuPlyTest, filesAndWhatTheHostIsTold)
 {
     const Struct mesh = recordOf(test::tetrahedron()), cloud = cloudRecord();
@@ -121,6 +121,7 @@ TEST_F(CpuPlyTest, filesAndWhatTheHostIsTold)
         {"missing/a.obj", mesh, unwritten},
         {"missing/a.flt", mesh, unwritten},
         {"missing/a.stl", mesh, unwritten},
+        {"a.ply", {}, none},  // regardless of earlier runs
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -172,7 +173,7 @@ TEST_F(CpuPlyTest, picturesAsBytesAndByHandle)
     EXPECT_GT(blues, 600U);
 }
 
-// Four vertices and four triangles: only the shape tells what the pictures are given for.
+// With four vertices and four triangles only the shape of "Views" tells which of them it refers to.
 TEST_F(CpuPlyTest, shapeOfViewsTellsWhatTheyAreFor)
 {
     test::Model model = test::tetrahedron();
@@ -226,7 +227,7 @@ TEST_F(CpuPlyTest, otherShapesAndKindsAreRefused)
     EXPECT_THAT(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }), HasSubstr("neither"));
     record["tria"].remove("Tricolors");
     record.remove("images");
-    printed([&] { chain.process(nullptr, record.as<Struct>()); });  // OBJ has no use for colours
+    printed([&] { chain.process(nullptr, record.as<Struct>()); });  // OBJ files store no colours
     init("b.ply");
     EXPECT_EQ(thrownText([&] { chain.process(nullptr, record.as<Struct>()); }), "[Tricolors] not found");
     EXPECT_THAT(dir.names(), testing::ElementsAre("a.jpg", "a.mtl", "a.obj"));

@@ -1,4 +1,4 @@
-// OpenFlight files read back record by record, by the format's own rules.
+// OpenFlight files, parsed record by record.
 
 #include "mesh/flt_writer.h"
 #include "mesh/models.h"

@@ -15,7 +15,7 @@ std::string textOf(Put put, Value value)
     return {room, put(room, value)};
 }
 
-// Fast enough for millions of numbers; streamed() shows on fewer that the stream writes the same.
+// Fast enough for millions of numbers; streamed() verifies on fewer that streams write the same.
 std::string printed(double value)
 {
     char room[64];
@@ -34,7 +34,7 @@ void expectTenThousandths(std::int64_t n)
     if (n > std::numeric_limits<std::int32_t>::max()) return;
     const auto number = static_cast<std::int32_t>(n);
     ASSERT_EQ(textOf(text::putTenThousandths, number), printed(number * 0.0001)) << n;
-    if (n % 7 == 0) {  // the sign is put before anything else is done
+    if (n % 7 == 0) {  // the sign is handled first
         ASSERT_EQ(textOf(text::putTenThousandths, -number), printed(-number * 0.0001)) << -n;
     }
 }
@@ -49,7 +49,7 @@ TEST(TextFormat, unsignedNumbers)
     for (std::uint32_t n = 0; n < 1100000; ++n) ASSERT_EQ(textOf(text::putUnsigned, n), std::to_string(n));
 }
 
-// What needs no rounding, in full.
+// All numbers that need no rounding.
 TEST(TextFormat, tenThousandthsOfSixDigits)
 {
     for (std::int64_t n = 0; n <= 1000000; ++n) expectTenThousandths(n);

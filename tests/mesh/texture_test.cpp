@@ -45,7 +45,7 @@ TEST(TextureLayout, rectanglesAreDisjointAndHoldTheirTriangles)
     }
 }
 
-// A picture whose pixels tell their own place: at scale 1 every page pixel inside a rectangle is its source.
+// Pixels encode their own position: at scale 1 every page pixel inside a rectangle equals its source.
 TEST(TexturePage, pixelsAreThoseOfTheSource)
 {
     std::vector<Plain> pictures = colouredPictures();
@@ -83,7 +83,7 @@ struct Face
     int vertex[3], texture[3];
 };
 
-/// What a reader makes of an OBJ file.
+/// A parsed OBJ file.
 struct ReadObj
 {
     std::vector<std::string> vertices;
@@ -110,8 +110,8 @@ struct ReadObj
     }
 };
 
-// Through the JPEG file: every corner and the middle of every triangle shows the colour of its own picture,
-// whatever lies beside it on the page.
+// Read back from the JPEG file, every corner and the middle of every triangle have the colour of their own
+// picture, regardless of their neighbours on the page.
 TEST(ObjWriter, pagesShowEachTriangleItsOwnPicture)
 {
     for (const float scale : {1.0F, 0.6F}) {
@@ -157,7 +157,7 @@ TEST(ObjWriter, pagesShowEachTriangleItsOwnPicture)
     }
 }
 
-// Views of triangles may share vertices: these get further texture vertices, and stay one vertex.
+// With views of triangles, a shared vertex gets further texture vertices but is written once.
 TEST(ObjWriter, sharedVerticesOfTwoPictures)
 {
     const TempDir dir;

@@ -1,4 +1,4 @@
-// PLY, STL and OBJ files byte by byte, what is refused, and that nothing half-written is left behind.
+// PLY, STL and OBJ files byte by byte, refused models, and that no partial files are left.
 
 #include "mesh/flt_writer.h"
 #include "mesh/models.h"
@@ -89,7 +89,7 @@ TEST(StlWriter, layoutNormalsAndColourWord)
     EXPECT_EQ(valueAt<std::uint16_t>(bytes, 84 + 150 - 2), 0x8000 | (1 << 5) | 31);
     EXPECT_EQ(valueAt<float>(bytes, 84 + 100 + 12 + 12 + 8), 1.0F);  // third triangle, second corner, z
     // Corners 0 and 2 have the normal of the plane (z); corner 1 lies at the crease.
-    const float crease = 1 / std::sqrt(5.0F);  // two triangles along z and one along -x, made one long
+    const float crease = 1 / std::sqrt(5.0F);  // two normals along z and one along -x, normalised
     EXPECT_NEAR(valueAt<float>(bytes, 84 + 8), (1 + 2 * crease + 1) / 3, 1e-6);
     EXPECT_NEAR(valueAt<float>(bytes, 84), -crease / 3, 1e-6);
 }
@@ -117,7 +117,7 @@ TEST(StlWriter, vectorEqualsScalarOnEveryTarget)
     });
 }
 
-// Normals of meshes in any unit, whose squares are out of the range of floats.
+// Meshes in any unit, where squared lengths exceed the range of floats.
 TEST(StlWriter, tinyAndHugeMeshes)
 {
     for (const float scale : {1e-17F, 1e-10F, 1.0F, 1e10F, 1e18F}) {
@@ -262,7 +262,7 @@ TEST(AtomicFile, committedTogetherOrNotAtAll)
     {
         AtomicFile old(dir / "old.mtl"), fresh(dir / "new.jpg"), refused(dir / "a.obj"), last(dir / "b.obj");
         for (AtomicFile* file : {&old, &fresh, &refused, &last}) file->write("new");
-        std::filesystem::create_directory(dir / "a.obj");  // over which no file can be renamed
+        std::filesystem::create_directory(dir / "a.obj");  // which a file cannot replace
         AtomicFile* const files[] = {&old, &fresh, &refused, &last};
         EXPECT_THAT(thrownText([&] { AtomicFile::commitTogether(files); }),
                     HasSubstr("a.obj\": " + refused.reason()));
@@ -280,7 +280,7 @@ TEST(AtomicFile, unopenedLinkedAndSpecialTargets)
     std::filesystem::create_directory(dir / "folder.ply");
     EXPECT_FALSE(AtomicFile(dir / "folder.ply").isOpen());
 #ifndef _WIN32  // whose paths are short, whose files are no devices, and which lets few users make links
-    const std::string longName(253, 'n');  // which leaves no room for a longer temporary name
+    const std::string longName(253, 'n');  // too long for a longer temporary name
     AtomicFile named(dir / longName.c_str());
     named.write("here");
     named.commit();

@@ -30,11 +30,11 @@ TEST(CpuCombine, PutsTheNewestAtTheLeft)
             for (int y = 0; y < 3; ++y)
                 for (int x = 0; x < 4; ++x)
                     EXPECT_EQ(sample(wide, k, x, y), i > k ? 100 * (i - k) + 4 * y + x : 0);
-        // The oldest buffer comes back under the host's handle, pixels and all.
+        // The oldest frame is returned under the host's handle.
         EXPECT_TRUE(varitype(chain.hostPixels())
                         .equals(i > 3 ? countingFrame(4, 3, 100 * (i - 3)) : Array(Kind::Ushort, 4, 3)));
     }
-    chain.init(initFor(3));  // the history begins anew
+    chain.init(initFor(3));  // clears the history
     const Array frame = countingFrame(4, 3, 9);
     chain.process(&frame);
     EXPECT_EQ(sample(*chain.arrived.back().frame, 1, 0, 0), 0);
@@ -64,7 +64,7 @@ TEST(CpuCombine, RefusesWhatItCannotCombine)
     EXPECT_EQ(thrownText([&] { chain.process(&small); }),
               "CpuCombine: the frame is 4 x 2 x 1 Ushort, too small for 4 x 3 16-bit samples");
     const Array frame = countingFrame(4, 3, 1);
-    chain.process(&frame);  // a refused frame leaves no trace
+    chain.process(&frame);  // a refused frame does not enter the history
     EXPECT_EQ(sample(*chain.arrived.back().frame, 1, 0, 0), 0);
 }
 
@@ -73,7 +73,7 @@ TEST(MessFilter, LetsOneEventThrough)
     const auto passed = [](int value) {
         Chain chain({"mfilt"});
         std::vector<int> numbers;
-        for (int run = 0; run < 2; ++run) {  // init sets the counter back
+        for (int run = 0; run < 2; ++run) {  // init resets the counter
             chain.arrived.clear();
             chain.init({{"mfilt", Struct{{"val", value}}}});
             for (int i = 1; i <= 8; ++i) chain.process(nullptr, {{"number", i}});

@@ -50,7 +50,7 @@ TEST(ColourChannel, vectorEqualsScalar)
             }
 }
 
-// The division by 1000 of the vectors, for every sum there is.
+// The vectorised division by 1000, for every possible sum.
 TEST(ColourChannel, everyLuma)
 {
     std::vector<std::uint8_t> rgb;
@@ -100,7 +100,7 @@ TEST(Cpu3f, colourAndVideoFrames)
             EXPECT_LT(difference / double(out.size()), isVideo ? 6 : 0.6) << channel;
         }
     Chain chain({"c3f"});
-    // A format whose frames would not be taken is reported at once.
+    // A format whose frames would be refused is reported at initialise.
     for (const auto& [format, isVideo] : {std::pair{"u_1x16", false}, {"u_1x8", true}}) {
         Struct record{{"dataX", 4}, {"dataY", 4}, {"dataFormat", format}};
         if (isVideo) record.set("VideoFormat", "YUYV16");

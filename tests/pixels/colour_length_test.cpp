@@ -33,7 +33,7 @@ TEST(RgbMagnitude, exactForAllByteTriples)
     }
 }
 
-// Red alone has a whole root in every pixel, the other colours in few.
+// For pure red every length is an integer, for other colours few are.
 TEST(RgbMagnitude, everyLengthOfColoursAndOfRed)
 {
     std::vector<std::uint8_t> colours(3 * 150), red(3 * 150);

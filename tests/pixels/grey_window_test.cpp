@@ -8,7 +8,7 @@ namespace {
 
 using namespace pixels;
 
-// All samples under windows of every kind; multiples of 255 and 510 put many results next to whole numbers.
+// All samples under windows of every kind; multiples of 255 and 510 give many results close to integers.
 TEST(GreyWindow, vectorEqualsScalarForAllSamples)
 {
     std::vector<std::uint16_t> in(65536 + 7);

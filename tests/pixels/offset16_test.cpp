@@ -19,8 +19,7 @@ TEST(Offset16, documentedValues)
     EXPECT_EQ(out, expected);
 }
 
-// Every exponent and many mantissas, both signs: what the vector variants do with tiny, huge and special
-// values.
+// Every exponent and many mantissas of both signs, which include denormal, huge and special values.
 TEST(Offset16, vectorEqualsScalarOnEveryKindOfFloat)
 {
     std::vector<float> in;

@@ -1,4 +1,4 @@
-// The colour conversions against their scalar twins: every byte triple, and every shape of a frame's end.
+// The colour conversions against their scalar twins: every byte triple, and every width.
 #include "pixels/yuyv.h"
 
 #include "support/test.h"
@@ -19,7 +19,7 @@ TEST(Yuyv, documentedValues)
     EXPECT_EQ(back, (std::vector<std::uint16_t>{0x8010, 0x80EA}));
 }
 
-// All (Y, U, V): a frame of 2^16 pairs for every V, the second luma of a pair another one than the first.
+// All (Y, U, V): a frame of 2^16 pairs for every V, with two different luma values in each pair.
 TEST(Yuyv, toRgbIsExactForAllByteTriples)
 {
     std::vector<std::uint16_t> in(2 << 16);
@@ -48,8 +48,8 @@ TEST(Yuyv, fromRgbIsExactForAllByteTriples)
     }
 }
 
-// Odd widths, short rows, leftovers of every length; buffers of the exact size, so that sanitizers see any
-// step beyond them.
+// Odd widths, short rows, remainders of every length; buffers have the exact size, so that sanitizers detect
+// overruns.
 TEST(Yuyv, everyWidth)
 {
     std::mt19937 random(7);

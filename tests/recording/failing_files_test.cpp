@@ -1,6 +1,6 @@
-// The recorder on files that fail: writes cut short, a disk that fills up in the
-// middle of a record, a close that reports what was lost, a pipe whose reader has gone. The system's calls
-// are replaced in this program; they work as usual until a test arms them.
+// The recorder on files that fail: short writes, a disk that fills up in the middle of a record, a failing
+// close, a pipe without a reader. The system calls are replaced in this program; they work as usual until a
+// test arms them.
 #ifndef _WIN32
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -90,7 +90,7 @@ Struct initFor(const std::string& path)
     return geometryOf(40, 30, {{"save", Struct{{"name", path}}}});
 }
 
-// The error of each event of a run of three frames, "" where it went well.
+// The error of each event of a run of three frames, "" for none.
 std::vector<std::string> recordRun(const std::string& path, Plan plan, Chain& chain)
 {
     const Armed now(plan);
@@ -117,7 +117,7 @@ TEST(FailingFiles, WritesThatAreCutShortAreContinued)
     }
 }
 
-// Wherever the disk fills up, the events that did not fit are errors and the others are in the file.
+// Wherever the disk fills up, events that do not fit are errors, and the file holds the others.
 TEST(FailingFiles, DiskThatFillsUpAnywhereLeavesWholeRecords)
 {
     const TempDir dir;
@@ -143,7 +143,7 @@ TEST(FailingFiles, DiskThatFillsUpAnywhereLeavesWholeRecords)
     }
 }
 
-// One that is only interrupted has closed the file.
+// An interrupted close has closed the file.
 TEST(FailingFiles, CloseThatFailsIsAWriteError)
 {
     for (const int error : {EIO, ENOSPC, EDQUOT, EINTR}) {
@@ -154,7 +154,7 @@ TEST(FailingFiles, CloseThatFailsIsAWriteError)
         EXPECT_EQ(recordRun(dir / "run.rec", plan, chain),
                   (std::vector<std::string>{"", "", "", "", error == EINTR ? "" : "write error"}));
         EXPECT_EQ(chain.arrived.back().eventType, 1003);
-        // Once: the stream is gone, and what comes next finds no file.
+        // Reported once: later events find no open file.
         EXPECT_EQ(thrownText([&] { chain.flush(); }), "");
     }
 }

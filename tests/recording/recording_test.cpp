@@ -123,7 +123,7 @@ TEST(FileSaver, ReportsAFileThatCannotBeWritten)
     const TempDir dir;
     Chain chain({"filesaver"});
     EXPECT_EQ(thrownText([&] { chain.init(geometryOf(5, 3, saveTo(dir / "no/folder"))); }), "write error");
-    // Nothing is lost unnoticed, and the steps after it are flushed all the same.
+    // Later events are reported as lost, and later steps are flushed all the same.
     varitype own = Struct{{"eventType", 2000}};
     EXPECT_EQ(thrownText([&] { chain.send(own); }), "write error");
     EXPECT_EQ(thrownText([&] { chain.flush(); }), "write error");
@@ -177,7 +177,7 @@ TEST(FileReader, GivesTheFramesAndEndsTheHostsRun)
         const std::string out = printed([&] { arrived = play(chain, settings); });
         EXPECT_EQ(out.find(path + " filename\n") != std::string::npos, std::string(kind) == "read");
         ASSERT_EQ(arrived.size(), 6U);
-        // The recorded keys win over the host's, and the others are still there.
+        // Recorded keys override the host's; others are kept.
         EXPECT_EQ(arrived[0].record["dataX"].as<int>(), 5);
         EXPECT_EQ(arrived[0].record["own"].as<int>(), 5);
         EXPECT_EQ(arrived[0].record["load"]["name"].as<std::string>(), path);
@@ -317,7 +317,7 @@ TEST(Recording, RecordedAgainIsTheSameFile)
     }
     EXPECT_EQ(readFile(first), original);
 
-    // With the recording under another name, every byte comes out again.
+    // With the recording under another name, the new file is identical.
     const std::string moved = dir.write("moved.rec", original);
     for (const std::vector<std::string>& kinds :
          {std::vector<std::string>{"readd", "filesaver"}, {"readd", "d2h", "h2d", "filesaver"}}) {

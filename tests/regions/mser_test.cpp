@@ -16,7 +16,7 @@ struct Settings
 };
 
 // A component tree by its definition: threshold at each level, label, link each component to the next
-// larger one. Slow, and written without a look at the flood.
+// larger one. Slow, and independent of the flooding algorithm.
 class BruteForce
 {
   public:

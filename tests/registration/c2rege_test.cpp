@@ -27,7 +27,7 @@ const test::WarpSource& photo(const std::string& name)
     return sources.try_emplace(name, examplePhoto(name)).first->second;
 }
 
-// A photograph, two views of it, nothing, another photograph, and the first again.
+// A photograph, two views of it, an empty view, the photograph again, and two views of another one.
 TEST(ViewSequence, wayToTheFirstViewThroughWhatIsHeld)
 {
     const test::WarpRange range;
@@ -45,7 +45,7 @@ TEST(ViewSequence, wayToTheFirstViewThroughWhatIsHeld)
             SCOPED_TRACE(i);
             const ViewPose place = sequence.add(prepared(*views[i]));
             EXPECT_EQ(place.number, i + 1);
-            if (most == 1 && i == 4) {  // what came before the empty view is forgotten
+            if (most == 1 && i == 4) {  // views before the empty one are no longer held
                 EXPECT_EQ(place.first, 5);
                 continue;
             }
@@ -85,7 +85,7 @@ TEST(EdgeSupport, steepestPixelOfEveryCellALinePasses)
     }
     std::vector<std::pair<int, int>> points;
     for (const SupportPoint& p : pointsOnEdges(lines, image)) points.emplace_back(int(p.x), int(p.y));
-    // on the row of a cell where the line first comes by
+    // in the row where the line first enters the cell
     EXPECT_EQ(points, (std::vector<std::pair<int, int>>{{30, 18}, {30, 24}, {30, 32}, {30, 40}}));
     EXPECT_TRUE(pointsOnEdges(lines, {grey.data(), 20, 20, 64}).empty());
     EXPECT_TRUE(pointsOnEdges({}, image).empty());

@@ -42,7 +42,7 @@ TEST(Match, findsWhatAFullSearchFinds)
             EXPECT_GE(hammingDistance(first[m.first].bits, other.bits), m.distance);
         early += m.first < 250;
     }
-    EXPECT_GE(early, 245);            // up to 25 flips: as good as all
+    EXPECT_GE(early, 245);            // up to 25 flips: nearly all
     EXPECT_GT(matches.size(), 370U);  // up to 40: most
 }
 

@@ -1,4 +1,4 @@
-// In the steady state neither the edge detector nor the steps around it take memory: their buffers are there
+// In the steady state neither the edge detector nor the steps around it allocate memory: their buffers exist
 // from the first frames on.
 
 #include "edges/canny_frame16.h"
@@ -34,7 +34,7 @@ TEST(Steady, detectorTakesNoMemoryAfterTheFirstFrame)
     EXPECT_EQ(test::allocationsOf([&] { Canny(plane, edges, 50, 100, 3, work); }), 0);
 }
 
-// Takes what arrives and keeps nothing.
+// Counts events and keeps nothing.
 class End final : public cChain
 {
   public:
@@ -47,7 +47,7 @@ struct SteadySteps
     std::vector<std::string> kinds;
     const char* format;  // of the frames that go in
     bool video = false;
-    int copies = 1;  // of the record, a frame, in the whole chain
+    int copies = 1;  // of the record per frame, in the whole chain
     Struct nested = {};
 
     std::string name() const
@@ -60,7 +60,7 @@ struct SteadySteps
 
 constexpr int kSide = 64;
 
-// A square at a place of its own in every frame: edges move, their number stays.
+// A square that moves from frame to frame: the number of edges stays the same.
 void drawFrame(Array& frame, std::size_t index)
 {
     std::ranges::fill(frame.bytes(), std::byte{0});
@@ -75,7 +75,7 @@ Array emptyFrame(const std::string& format)
     return {shape.kind, shape.rowLength, shape.rows, shape.planes};
 }
 
-/// Allocations of each of some frames from the third on, less those of the record's copies.
+/// Allocations per frame from the third on, without those for copies of the record.
 std::vector<long> allocationsAFrame(const SteadySteps& steps)
 {
     Chain chain(steps.kinds);
@@ -105,7 +105,7 @@ std::vector<long> allocationsAFrame(const SteadySteps& steps)
     return counts;
 }
 
-// Notes what lives when a record arrives.
+// Counts the live blocks when a record arrives.
 class Witness final : public cChain
 {
   public:
@@ -120,12 +120,12 @@ struct RecordingStep
     int grows = 1;  // times that a struct of the record takes new memory for more entries
 };
 
-// Steps that put something into the record may take memory for that, and for nothing else: every block that
-// they take after the first frames still lives when the record arrives, and is gone when it is.
+// Steps that add to the record may allocate memory for that only: every block allocated after the first
+// frames is still in use when the record arrives, and is freed with the record.
 TEST(Steady, stepsThatAddToTheRecordTakeNoMemoryButTheRecords)
 {
     const Struct edges{{"OCV", Struct{{"lp0", 1}, {"trl", 60.0F}, {"trh", 160.0F}}}};
-    Struct smooth = edges;  // more passes than run in one walk
+    Struct smooth = edges;  // more passes than are fused
     smooth["OCV"].getv<Struct>().set("lp0", 9);
     const Struct debug{{"canny5", Struct{{"debug", 1}}}};
     const RecordingStep table[] = {
@@ -151,7 +151,7 @@ TEST(Steady, stepsThatAddToTheRecordTakeNoMemoryButTheRecords)
             const Array shape(Kind::Ushort, kWidth, kHeight);
             chain.process(&shape);
             const int handle = chain.hostHandle();
-            for (std::size_t k = 0; k < 7; ++k) {  // two views of a scene in turns
+            for (std::size_t k = 0; k < 7; ++k) {  // two alternating views of a scene
                 Array& frame = pixelsOf(handle);
                 if (!frame.sameShape(shape)) frame = shape;
                 for (std::size_t y = 0; y < kHeight; ++y)

@@ -1,5 +1,5 @@
 // Drives chains of real steps in a test, as a host does: own handle table, steps from the exported functions,
-// and a collector at the end that keeps what arrives.
+// and a collector at the end.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ struct Arrived
     std::shared_ptr<Array> frame;  ///< a copy of the pixels under "handle", if there was one
 };
 
-/// What a step told the host.
+/// A notice from a step to the host.
 struct KeptNotice
 {
     Trouble trouble;
@@ -134,7 +134,7 @@ class Chain
     End end_;
 };
 
-/// The text thrown by `call`, "" when nothing is.
+/// The text thrown by `call`, "" if none.
 template <class Call>
 std::string thrownText(Call call)
 {

@@ -1,6 +1,6 @@
-// Counts blocks that operator new gives and operator delete takes in the whole program. Include it in one
-// source file of a program only. A sanitizer keeps its
-// own operators, which find mismatched pairs; its hooks report allocations.
+// Counts the blocks allocated by operator new and freed by operator delete in the whole program. Include it
+// in one source file of a program only. Sanitizers keep their own operators, which find mismatched pairs;
+// their hooks report allocations.
 #pragma once
 
 #include <atomic>
@@ -19,10 +19,10 @@ extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile
 namespace scansteps::test {
 
 inline std::atomic<long> allocations{0};
-/// Blocks that were given back.
+/// Freed blocks.
 inline std::atomic<long> releases{0};
 
-/// Blocks in use, as far as they came after the program's start.
+/// Blocks in use that were allocated after the program's start.
 inline long liveBlocks()
 {
     return allocations - releases;
@@ -80,7 +80,7 @@ inline void releaseAligned(void* p)
 
 }  // namespace scansteps::test
 
-// Out of line, lest the compiler take free() for the wrong partner of new.
+// Out of line, because the compiler would warn of a mismatch between new and free().
 // clang-format off
 void* operator new(std::size_t size) { return scansteps::test::counted(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { ++scansteps::test::allocations; return std::malloc(size != 0 ? size : 1); }

@@ -1,4 +1,4 @@
-// 16-bit frames as steps take them, made from 8-bit grey pictures or by counting.
+// 16-bit input frames for steps, made from 8-bit grey pictures or by counting.
 #pragma once
 
 #include <cstdint>

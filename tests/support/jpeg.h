@@ -58,7 +58,7 @@ inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOption
     return result;
 }
 
-/// The picture in four inks. `adobe` stores what each ink leaves of the light, with the marker that says so.
+/// The picture as CMYK. `adobe` stores inverted values, with the Adobe marker.
 inline std::vector<std::uint8_t> encodeInks(const Image& image, J_COLOR_SPACE space, bool adobe)
 {
     std::vector<std::uint8_t> inks;
@@ -73,7 +73,7 @@ inline std::vector<std::uint8_t> encodeInks(const Image& image, J_COLOR_SPACE sp
                       {.quality = 98, .horizontal = 1, .vertical = 1, .colours = space, .adobe = adobe});
 }
 
-/// The middle `width` × `height` of a picture, or of several of it side by side when it is too small.
+/// The middle `width` × `height` of a picture, which is repeated if it is too small.
 inline Image cropped(const Image& image, int width, int height)
 {
     Image result{width, height, {}};

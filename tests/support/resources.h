@@ -1,5 +1,5 @@
 // Resources that the test process holds: threads, descriptors or handles, memory. For tests that repeat
-// something many times and must leave nothing.
+// an operation many times and check for leaks.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -88,13 +88,13 @@ inline Resources resourcesHeldAtRest()
 template <class Cycle>
 void expectNothingLeft(Cycle cycle, std::ptrdiff_t descriptors = 0)
 {
-    for (int i = 0; i < 200; ++i) cycle();  // what is made once, is made here
+    for (int i = 0; i < 200; ++i) cycle();  // creates what is created once
     const Resources before = resourcesHeldAtRest();
     for (int i = 0; i < 10000; ++i) cycle();
     const Resources after = resourcesHeldAtRest();
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_LE(after.descriptors, before.descriptors + descriptors);
-#ifndef SCANSTEPS_SANITIZED  // which keeps freed memory for a while, and finds leaks itself
+#ifndef SCANSTEPS_SANITIZED  // which delays the release of memory, and finds leaks itself
     EXPECT_LT(after.memory - before.memory, 8 << 20) << "less than a kilobyte a cycle";
 #endif
 }

@@ -1,5 +1,5 @@
 // Runs a check once for every instruction set that this machine and this build share, so that each
-// vector variant is held against its scalar twin.
+// vector variant is compared with its scalar version.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -15,7 +15,7 @@
 
 namespace scansteps::test {
 
-/// How far a random warp may go. Angles in degrees, the shift as a fraction of the width.
+/// Limits of random warps. Angles in degrees, the shift as a fraction of the width.
 struct WarpRange
 {
     double angle = 30;
@@ -132,7 +132,7 @@ class WarpSource
     std::vector<float> grey_;
 };
 
-/// The point that a homography sends `x`, `y` to.
+/// The image of the point (x, y) under a homography.
 inline Eigen::Vector2d mapped(const Eigen::Matrix3d& h, double x, double y)
 {
     const Eigen::Vector3d p = h * Eigen::Vector3d(x, y, 1);
