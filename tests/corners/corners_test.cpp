@@ -1,10 +1,9 @@
-// Corner response, features and descriptors: definitions, vector code, repeatability on warped photographs.
+// Corner response, features and descriptors: definitions, vector code.
 #include "corners/corners.h"
 
 #include "grey/grey_filters.h"
 #include "support/images.h"
 #include "support/test.h"
-#include "support/warp.h"
 
 namespace scansteps {
 namespace {
@@ -184,32 +183,6 @@ TEST(Corners, orientationTurnsWithTheImage)
     const GreyImage upright = softSquare(80, 60, 60, 100);
     EXPECT_NEAR(orientationOf(upright.view(), 80, 60), std::numbers::pi / 4, 0.02);
     EXPECT_NEAR(orientationOf(upright.view(), 140, 60), 3 * std::numbers::pi / 4, 0.02);
-}
-
-// Most of the strongest features are found again in warped views of a photograph, and descriptors match them.
-TEST(Corners, repeatAndMatchOnWarpedPhotographs)
-{
-    const test::WarpSource source(examplePhoto("photo_coffee.jpg"));
-    const test::WarpedPair pair = source.pair(1, test::WarpRange{});
-    CornerDetector detector;
-    const auto a = detector.detect({pair.first.data(), 640, 480, 640}, {});
-    const auto b = detector.detect({pair.second.data(), 640, 480, 640}, {});
-    int visible = 0, repeated = 0, matched = 0;
-    for (const CornerFeature& f : a) {
-        const Eigen::Vector2d p = test::mapped(pair.truth, f.x, f.y);
-        if (p.x() < 24 || p.y() < 24 || p.x() > 615 || p.y() > 455) continue;
-        if (++visible > 300) break;
-        const CornerFeature* best = &b[0];
-        bool near = false;
-        for (const CornerFeature& g : b) {
-            near = near || (p - Eigen::Vector2d(g.x, g.y)).norm() <= 2;
-            if (hammingDistance(f.bits, g.bits) < hammingDistance(f.bits, best->bits)) best = &g;
-        }
-        repeated += near;
-        matched += (p - Eigen::Vector2d(best->x, best->y)).norm() <= 3;
-    }
-    EXPECT_GT(repeated, 200);
-    EXPECT_GT(matched, 100);
 }
 
 }  // namespace

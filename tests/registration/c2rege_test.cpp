@@ -225,11 +225,12 @@ TEST(RegE, saysWhenNothingIsKnown)
 {
     test::WarpedPair pair = photo("photo_coffee.jpg").pair(1, {});
     pair.second = photo("photo_astronaut.jpg").pair(1, {}).second;
-    for (const char* kind : {"c2rege", "c2rege5"}) {
+    for (const char* kind : {"c2rege", "c2rege5", "ccanny7"}) {
         const RunOfTwo run =
             runPair({kind}, pair, {{"rege", Struct{{"draw", 1}}}, {"rege5", Struct{{"draw", 1}}}}, true);
         EXPECT_EQ(intOf(run.arrived[1].record, "inliers"), 0);
         EXPECT_EQ(matrixOf(run.arrived[1].record, "transform"), Eigen::Matrix3d::Identity());
+        if (kind == "ccanny7"s) continue;
         EXPECT_EQ(matrixOf(run.arrived[1].record, "toFirst"), Eigen::Matrix3d::Identity());
         EXPECT_EQ(intOf(run.arrived[1].record, "first"), 2);
     }

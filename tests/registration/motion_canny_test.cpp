@@ -75,21 +75,5 @@ TEST(MotionCanny, factorAndAngleOfCcanny5)
     EXPECT_EQ(thrownText([&] { chain.process(&first, {{"transform", 1}}); }), "[transform] already found");
 }
 
-TEST(MotionCanny, saysWhenTheViewsHaveNothingInCommon)
-{
-    Chain chain({"ccanny7"});
-    chain.init(geometryOf(640, 480));
-    chain.arrived.clear();
-    const Array a = offsetFrame(greyOf(examplePhoto("img0000.jpg")), 640);
-    const Array b = offsetFrame(std::vector<std::uint8_t>(640 * 480, 9), 640);
-    printed([&] {
-        for (const Array* frame : {&a, &b, &a}) chain.process(frame);
-    });
-    for (const auto& arrived : chain.arrived) {
-        EXPECT_EQ(arrived.record["inliers"].as<std::int32_t>(), 0);
-        EXPECT_EQ(matrixOf(arrived.record), Eigen::Matrix3d::Identity());
-    }
-}
-
 }  // namespace
 }  // namespace scansteps
