@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
 #
-#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), readers, bench-peers, windows, vivid, all
+#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), readers, bench-peers, windows, packages, docs,
+#                                       vivid, all
 set -euo pipefail
 
 build=(
@@ -22,6 +23,14 @@ windows=(
     g++-mingw-w64-x86-64-posix wine wine64 nasm dpkg-dev zip unzip
 )
 
+# Making and trying packages, the documentation as a site, completion in other shells.
+packages=(
+    dpkg-dev fakeroot lintian mmdebstrap
+)
+docs=(
+    mkdocs man-db mandoc bash-completion zsh fish
+)
+
 vivid=(
     qemu-system-x86 busybox-static
 )
@@ -38,9 +47,12 @@ for group in "${@:-build}"; do
         readers) wanted+=("${readers[@]}") ;;
         bench-peers) wanted+=("${bench_peers[@]}") ;;
         windows) wanted+=("${windows[@]}") ;;
+        packages) wanted+=("${packages[@]}") ;;
+        docs) wanted+=("${docs[@]}") ;;
         vivid) wanted+=("${vivid[@]}") ;;
-        all) wanted+=("${build[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${vivid[@]}") ;;
-        *) die "no group '$group' (build, readers, bench-peers, windows, vivid, all)" ;;
+        all) wanted+=("${build[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${packages[@]}" "${docs[@]}"
+            "${vivid[@]}") ;;
+        *) die "no group '$group' (build, readers, bench-peers, windows, packages, docs, vivid, all)" ;;
     esac
 done
 

@@ -7,7 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 scripts/bootstrap.sh
 # The tree of scripts/test.sh, which need not build these again.
 cmake --preset dev >/dev/null
-cmake --build --preset dev --parallel "$(nproc)" --target scansteps_program scansteps_plugin
+cmake --build --preset dev --parallel "$(nproc)" --target scansteps_program scansteps_plugin scansteps_man
 
 rm -f out/edge*.jpg
 mkdir -p out

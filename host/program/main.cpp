@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string_view>
 
 #include "commands.h"
@@ -19,6 +20,7 @@
 #include "library/descriptors.h"
 #include "library/usage_hints.h"
 #include "output.h"
+#include "parser_help.h"
 #include "scansteps/host.h"
 #include "standard_streams.h"
 
@@ -70,7 +72,8 @@ Command command(int (*work)(const Options&), std::shared_ptr<Options> options)
 void addPipeline(CLI::App& app, std::string& pipeline, std::vector<std::string>& sets, const char* what)
 {
     app.add_option("PIPELINE", pipeline, what)->required();
-    app.add_option("--set", sets, "PATH=VALUE: a setting of the initialise record")
+    app.add_option("--set", sets, "A setting of the initialise record")
+        ->type_name("PATH=VALUE")
         ->expected(1)
         ->take_all()
         ->allow_extra_args(false);
@@ -78,8 +81,9 @@ void addPipeline(CLI::App& app, std::string& pipeline, std::vector<std::string>&
 
 void addLibraries(CLI::App& app, LibraryOptions& options)
 {
-    app.add_option("--library", options.library, "The step library to load");
+    app.add_option("--library", options.library, "The step library to load")->type_name("FILE");
     app.add_option("--plugin", options.plugins, "A plug-in to load beside it; may be given several times")
+        ->type_name("FILE")
         ->expected(1)
         ->take_all()
         ->allow_extra_args(false);
@@ -88,6 +92,7 @@ void addLibraries(CLI::App& app, LibraryOptions& options)
 void addChecks(CLI::App& app, std::string& types, bool& force)
 {
     app.add_option("--types", types, "When types of neighbours do not fit: error, warn or off")
+        ->type_name("WHEN")
         ->check(CLI::IsMember({"error", "warn", "off"}));
     app.add_flag("--force", force, "The run may write over the files that it reads");
 }
@@ -98,6 +103,7 @@ Command addRun(CLI::App& app)
     addPipeline(app, options->pipeline, options->sets,
                 "A .json file, - for standard input, or steps separated by \"!\"");
     app.add_option("--frames", options->frames, "Stops after that many frames; 0: no limit")
+        ->type_name("N")
         ->check([](const std::string& text) {
             const bool isCount = text.size() <= 18 && text.find_first_not_of("0123456789") == text.npos;
             return isCount ? std::string() : text + " is not a number of frames";
@@ -108,9 +114,11 @@ Command addRun(CLI::App& app)
     app.add_flag("--strict", options->strict,
                  "A file that could not be read or written is exit code 5, not a warning; no model is 4");
     app.add_option("--report", options->reportFile,
-                   "Writes the facts of the run as JSON into this file; -: standard output");
+                   "Writes the facts of the run as JSON into this file; -: standard output")
+        ->type_name("FILE");
     app.add_option("--step-output", options->stepOutput,
-                   "Where the steps print: a file, or none; else standard output");
+                   "Where the steps print: a file, or none; else standard output")
+        ->type_name("FILE");
     return command(run, options);
 }
 
@@ -142,11 +150,13 @@ Command addInspect(CLI::App& app)
     app.add_flag("--model", options->model, "What mesh or point cloud each record holds, and nothing else");
     app.add_flag("--data", options->data, "With the elements of arrays");
     app.add_option("--frames", options->frames,
-                   "Writes the frames as picture files (.pgm, .ppm) into this folder");
+                   "Writes the frames as picture files (.pgm, .ppm) into this folder")
+        ->type_name("DIR");
     app.add_option(
-        "--recover", options->recover,
-        "Writes the whole records into this file, up to where the recording is damaged, and an end "
-        "record");
+           "--recover", options->recover,
+           "Writes the whole records into this file, up to where the recording is damaged, and an end "
+           "record")
+        ->type_name("FILE");
     app.add_flag("--skip-damage", options->skipDamage, "With --recover: goes on after a damaged record")
         ->needs("--recover");
     return command(inspect, options);
@@ -166,9 +176,11 @@ Command addReceive(CLI::App& app)
         ->check(CLI::Range(0, 65535))
         ->required();
     app.add_option("--bind", options->bind, "Address to listen on; 0.0.0.0: all of this machine")
+        ->type_name("ADDR")
         ->capture_default_str();
     app.add_option("--out", options->out,
-                   "Recording of the first run; others get -2, -3, ... before the extension");
+                   "Recording of the first run; others get -2, -3, ... before the extension")
+        ->type_name("FILE");
     app.add_flag("--once", options->once, "Ends after one run; exit code 5 when it broke off");
     app.add_flag("--force", options->force, "Overwrites the file --out when it exists");
     app.add_option("--clients", options->clients, "Connections that are served at once; others wait")
@@ -263,6 +275,17 @@ constexpr const char* kExitCodes =
     "Exit codes: 0 the run ended; 2 the command line or the pipeline is wrong; 3 types or formats do not\n"
     "fit; 4 a step raised an error; 5 a file or a connection failed; 130 interrupted.";
 
+// Commands that the shells' completion files and the build call, not users.
+std::optional<int> answerShell(const CLI::App& app, std::vector<std::string> arguments)
+{
+    if (arguments.empty()) return {};
+    const std::string name = arguments[0];
+    arguments.erase(arguments.begin());
+    if (name == "__complete") return complete(helpOfAll(app), std::move(arguments));
+    if (name == "__man" && arguments.size() == 1) return manualPages(helpOfAll(app), arguments[0]);
+    return {};
+}
+
 int program(int argc, char** argv)
 {
     CLI::App app{"Runs pipelines of steps over images, cameras and recordings", "scansteps"};
@@ -283,6 +306,7 @@ int program(int argc, char** argv)
     try {
         auto arguments = utf8Arguments(argc, argv);
         arguments = asOptions({arguments.begin() + 1, arguments.end()});
+        if (const auto code = answerShell(app, arguments)) return answered(*code);
         if (!arguments.empty() && !arguments[0].starts_with('-') && !commands.contains(arguments[0]))
             failCommand(arguments[0], commands);
         parse(app, arguments);

@@ -1,24 +1,28 @@
 #!/usr/bin/env bash
 # Installs a build tree, moves the result elsewhere, and lets the project of examples/host find and use it, by CMake and
-# by pkg-config, and the project beside this script the host library.
+# by pkg-config, and the project beside this script the host library. Or tries what has been installed under a prefix.
 #
-#   tests/install/run.sh BUILD_DIR
+#   tests/install/run.sh BUILD_DIR|PREFIX
 set -euo pipefail
-build=$(realpath "$1")
+from=$(realpath "$1")
 here=$(realpath "$(dirname "${BASH_SOURCE[0]}")")
 examples=$(realpath "$here/../../examples")
 photo=$examples/images/photo_rocket.jpg
 work=$(mktemp -d "${TMPDIR:-/tmp}/scansteps-install-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-cmake --install "$build" --prefix "$work/first" >/dev/null
-mv "$work/first" "$work/moved"
+prefix=$from
+if [ -f "$from/CMakeCache.txt" ]; then
+    prefix=$work/moved
+    cmake --install "$from" --prefix "$work/first" >/dev/null
+    mv "$work/first" "$prefix"
+    export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+fi
 
-cmake -S "$examples/host" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S "$examples/host" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$work/build"
 "$work/build/own_host" "$photo" "$work/negative.ppm"
 
-export PKG_CONFIG_PATH=$work/moved/lib/pkgconfig
 # shellcheck disable=SC2046  # flags are words
 g++ -std=c++20 -DSTEP_LIBRARY="\"$(pkg-config --variable=steplibrary scansteps)\"" "$examples/host/own_host.cpp" \
     -o "$work/own_host" $(pkg-config --cflags --libs scansteps)
@@ -27,14 +31,28 @@ cmp "$work/negative.ppm" "$work/again.ppm"
 
 # The negative of the negative is the photograph as the installed program reads it.
 cd "$work"
-moved/bin/scansteps run "cjread load.name=$photo load.one=true ! cjwrite name=plain.ppm" --quiet >/dev/null
+"$prefix/bin/scansteps" run "cjread load.name=$photo load.one=true ! cjwrite name=plain.ppm" --quiet >/dev/null
 "$work/build/own_host" negative.ppm positive.ppm
 cmp plain.ppm positive.ppm
 
-cmake -S "$here" -B short -G Ninja -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S "$here" -B short -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release >short.log
+if grep -v -e 'C.* compiler' -e '^-- \(Configuring\|Generating\|Build files\)' short.log; then
+    echo "find_package is not silent" >&2
+    exit 1
+fi
 cmake --build short
 short/short_host "cjread load.name=$photo load.one=true ! cjwrite name=short.ppm" >/dev/null
 cmp plain.ppm short.ppm
 ! short/short_host cf2u >/dev/null 2>short.err
 grep -q '^step 1 (cf2u): ' short.err
 echo "installed package: found, linked, loaded"
+
+if [ "$prefix" != "$from" ]; then
+    python3 "$here/completion.py" "$prefix"
+    for page in "$prefix"/share/man/man?/*; do
+        warnings=
+        ! command -v man >/dev/null || warnings=$(MANROFFSEQ='' man --warnings -l "$page" 2>&1 >/dev/null)
+        ! command -v mandoc >/dev/null || warnings+=$(mandoc -Tlint -Wwarning "$page")
+        [ -z "$warnings" ] || { echo "$page: $warnings" >&2; exit 1; }
+    done
+fi
