@@ -1,6 +1,7 @@
 // Finds and loads the step library and the plug-ins beside it as any host would.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <vector>
 
@@ -28,17 +29,28 @@ void loadNamed(const std::string& file, const Log& log)
          fmt::format("plug-in {} {}: {}, {} kinds", info.name, info.version, file, info.kinds.size()));
 }
 
-// The folder of plug-ins that belongs to the step library, else to the program.
-fs::path pluginFolder(const fs::path& library)
+std::vector<fs::path> existing(const std::vector<fs::path>& folders)
 {
-    std::vector<fs::path> folders;
-    if (library.has_parent_path())
-        folders = {library.parent_path() / "scansteps", library.parent_path() / ".." / "lib" / "scansteps"};
-    for (const fs::path& folder : libraryFolders()) folders.push_back(folder / "scansteps");
-    std::error_code error;
-    for (const fs::path& folder : folders)
-        if (fs::is_directory(folder, error)) return folder;
-    return {};
+    std::vector<fs::path> found;
+    for (const fs::path& folder : folders) {
+        std::error_code error;
+        const fs::path place = fs::canonical(folder, error);
+        if (!error && fs::is_directory(place, error) && std::ranges::find(found, place) == found.end())
+            found.push_back(place);
+    }
+    return found;
+}
+
+// The folders of plug-ins that belong to the step library, else to the program. From a library in a
+// multi-arch folder, lib/<triplet>, lib/scansteps is reached too.
+std::vector<fs::path> pluginFolders(const fs::path& library)
+{
+    std::vector<fs::path> near, own;
+    if (const fs::path folder = library.parent_path(); !folder.empty())
+        near = {folder / "scansteps", folder / ".." / "lib" / "scansteps", folder / ".." / "scansteps"};
+    for (const fs::path& folder : libraryFolders()) own.push_back(folder / "scansteps");
+    const auto found = existing(near);
+    return found.empty() ? existing(own) : found;
 }
 
 void loadFolder(const fs::path& folder, const Log& log)
@@ -78,7 +90,7 @@ StepLibrary::StepLibrary(const std::string& path, const std::vector<std::string>
     }
     if (!library_) throw FileError{"cannot load the step library: " + errors};
     tell(log, LogLevel::Info, "step library: " + utf8FromPath(library_->path().lexically_normal()));
-    loadFolder(pluginFolder(library_->path()), log);
+    for (const fs::path& folder : pluginFolders(library_->path())) loadFolder(folder, log);
     for (const std::string& file : splitPathList(environmentVariable("SCANSTEPS_PLUGINS")))
         loadNamed(file, log);
     for (const std::string& file : plugins) loadNamed(file, log);

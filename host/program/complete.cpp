@@ -1,6 +1,7 @@
 // scansteps __complete: what a shell offers when the user presses Tab.
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <string_view>
 
 #include "command_help.h"
@@ -57,6 +58,22 @@ Written takeApart(const CommandHelp& command, const std::vector<std::string>& wo
     return written;
 }
 
+// Loads what the command line names, for the kinds of plug-ins; what is wrong with it is not the time to say.
+std::unique_ptr<StepLibrary> loadQuietly(const std::vector<std::string>& words)
+{
+    std::string library;
+    std::vector<std::string> plugins;
+    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+        if (words[i] == "--library") library = words[i + 1];
+        if (words[i] == "--plugin") plugins.push_back(words[i + 1]);
+    }
+    try {
+        return std::make_unique<StepLibrary>(library, plugins);
+    } catch (const FileError&) {
+        return nullptr;
+    }
+}
+
 // Continuations of what an option or argument takes.
 void printValues(const OptionHelp& option, std::string_view begun, const Written& written)
 {
@@ -97,6 +114,7 @@ void printCommands(const std::vector<CommandHelp>& commands, std::string_view be
 void completeCommand(const CommandHelp& command, const std::vector<std::string>& words,
                      std::string_view begun)
 {
+    const auto library = loadQuietly(words);
     const Written written = takeApart(command, words);
     if (written.expecting != nullptr) return printValues(*written.expecting, begun, written);
     if (begun.starts_with('-')) return printOptions(command, begun, written);
