@@ -1,7 +1,6 @@
 // The command `receive` with real TCP clients: well-behaved and misbehaving ones, and the sender step.
 
 #include "scansteps/socket.h"
-#include "support/images.h"
 #include "support/process.h"
 #include "support/sanitized.h"
 #include "support/test.h"
@@ -158,7 +157,8 @@ TEST(Receive, GivesEveryRunARecordingAndEndsWhenInterrupted)
     }
     EXPECT_TRUE(receiver.waitFor("run-2.rec"));
     EXPECT_TRUE(readFile(dir / "run.rec") == readFile(dir / "run-2.rec"));
-    EXPECT_EQ(runProgram("run \"cjread load.name=" + examplePath("img0000.jpg") + " ! filesaver name=" +
+    EXPECT_EQ(runProgram("run \"cjread load.name=" SCANSTEPS_SOURCE_DIR
+                         "/examples/images/img0000.jpg ! filesaver name=" +
                          (dir / "sent.rec") + " ! sender " + receiver.to() + "\" --frames 2")
                   .exitCode,
               0);
