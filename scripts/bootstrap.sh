@@ -10,6 +10,8 @@ build=(
     clang clang-format clang-tidy libclang-rt-dev
     libjpeg-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
     libgtest-dev libgmock-dev libbenchmark-dev valgrind
+    python3-dev python3-numpy pybind11-dev
+    python3-pytest python3-hypothesis python3-venv python3-pip python3-matplotlib python3-distributed mypy
 )
 bench_peers=(
     libturbojpeg0-dev libyuv-dev libswscale-dev libavutil-dev libvips-dev libassimp-dev

@@ -73,6 +73,7 @@ void Chain::flush()
 
 TextureSet& Chain::input()
 {
+    state_->install();
     return state_->input;
 }
 

@@ -97,6 +97,8 @@ class Array
     /// An array that takes over existing storage of at least its byteSize() bytes.
     static Array adopt(ArrayStorage storage, Kind kind, std::uint32_t rowLength, std::uint32_t rows,
                        std::uint32_t planes = 1);
+    /// Gives the storage away and leaves a default array.
+    ArrayStorage takeStorage();
     /// Zero-filled array. Throws "array too large" when the byte size overflows and std::bad_alloc when there
     /// is no memory.
     Array(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes = 1);

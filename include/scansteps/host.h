@@ -257,7 +257,7 @@ class Chain
     void flush();
 
     /// The caller's frame for a chain that does not begin with a source, of the size and format that
-    /// initialise() was given; no buffer where these were not known.
+    /// initialise() was given; no buffer where these were not known. Installs the handle table of the chain.
     TextureSet& input();
 
     /// Times since initialise().

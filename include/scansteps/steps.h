@@ -95,10 +95,12 @@ struct FrameFlow
     Pixels in = Pixels::Any;
     Pixels out = Pixels::Same;
     bool isStateless = false;  ///< the result for a frame does not depend on other frames
+    bool readsOnly = false;    ///< writes its result to another frame and leaves the incoming one unchanged
     bool addsData = false;     ///< adds the frame to the record as "data"
     bool refusesData = false;  ///< a record with both "handle" and "data" is an error
 
     constexpr FrameFlow stateless() const { return with(*this, &FrameFlow::isStateless, true); }
+    constexpr FrameFlow separate() const { return with(*this, &FrameFlow::readsOnly, true); }
     constexpr FrameFlow withData() const { return with(*this, &FrameFlow::addsData, true); }
     constexpr FrameFlow withoutData() const { return with(*this, &FrameFlow::refusesData, true); }
 };

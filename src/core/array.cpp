@@ -125,6 +125,14 @@ Array Array::adopt(ArrayStorage storage, Kind kind, std::uint32_t rowLength, std
     return array;
 }
 
+ArrayStorage Array::takeStorage()
+{
+    ArrayStorage storage(data_);
+    data_ = nullptr;
+    *this = Array();
+    return storage;
+}
+
 Array::Array(Kind kind, std::uint32_t rowLength, std::uint32_t rows, std::uint32_t planes)
 {
     reshape(kind, rowLength, rows, planes);

@@ -1,0 +1,248 @@
+"""Whole pipelines: frames in and records out, Python steps, errors and lifetimes."""
+
+import gc
+import os
+import pickle
+import signal
+import subprocess
+import sys
+import threading
+
+import numpy as np
+import pytest
+
+import scansteps as ss
+
+GREY = np.arange(48 * 64, dtype=np.uint16).reshape(48, 64)
+
+
+def test_a_run_yields_frames_that_stay(photo):
+    run = ss.run(f"cjread load.name={photo} load.count=2 ! cyuv ! ccanny2a trl=60 trh=160")
+    kept = list(run)
+    assert len(kept) == run.frames == 2 and run.pipeline.copies == 0
+    assert kept[0].frame.dtype == np.uint16 and not np.array_equal(kept[0].frame, kept[1].frame)
+    verts = kept[0]["fvertsArray"][0]["verts"]
+    assert verts.dtype == np.float32 and verts.shape[0] == 2
+    assert kept[0] == next(iter(ss.run(f"cjread load.name={photo} load.count=1 ! cyuv ! ccanny2a trl=60 trh=160")))
+    assert pickle.loads(pickle.dumps(kept[1])) == kept[1]
+
+
+def test_a_pipeline_is_called_with_frames(rgb):
+    with ss.Pipeline("cyuv ! ccanny", trh=160.0, size=(64, 48)) as edges:
+        first = edges(rgb)
+        assert first.frame.shape == (48, 64) and first.frame.dtype == np.uint16
+        before = first.frame.copy()
+        edges.set(trl=1, trh=2)
+        second = edges(rgb)
+        assert np.array_equal(first.frame, before), "a frame that Python holds was written to"
+        assert not np.array_equal(second.frame, before)
+        assert edges.frames == 1 and edges.copies == 0
+        assert [step.kind for step in edges.steps] == ["cyuv", "ccanny"]
+        with pytest.raises(ss.FormatError, match="48 rows of 192 Uchar"):
+            edges(GREY)
+
+
+@pytest.mark.parametrize("pipeline", ["cyuv", "c3f", "cedge", "cpu", "c2ima factor=2", "ccanny"])
+def test_input_arrays_are_never_changed(pipeline, rgb):
+    frame = rgb if pipeline in ("cyuv", "c3f") else GREY + 32768
+    before = frame.copy()
+    with ss.Pipeline(pipeline) as steps:
+        for _ in range(3):
+            out = steps(frame)
+            out.frame[:] = 1
+            assert np.array_equal(frame, before)
+        del steps
+
+
+def test_strided_and_converted_inputs(rgb):
+    with ss.Pipeline("cyuv") as yuv:
+        expected = yuv(np.ascontiguousarray(rgb[:, ::-1])).frame
+        assert np.array_equal(yuv(rgb[:, ::-1]).frame, expected)
+        with pytest.raises(ss.FormatError):
+            yuv(rgb.astype(np.float64))
+        with pytest.raises(ss.FormatError):
+            yuv(rgb[:10])
+    with pytest.raises(ss.FormatError, match="uint8"):
+        ss.Pipeline("cyuv")(rgb[..., 0])
+
+
+class Invert(ss.Step):
+    def process(self, record):
+        record.frame[:] = 65535 - record.frame
+        return record
+
+
+def test_a_python_step_changes_frames_in_place(photo):
+    plain = next(ss.run(f"cjread load.name={photo} load.count=1 ! cyuv")).frame
+    run = ss.run([f"cjread load.name={photo} load.count=1", "cyuv", Invert(), "cpu"])
+    assert np.array_equal(next(run).frame, 65535 - plain)
+    assert run.pipeline.copies == 0
+
+
+def test_a_run_as_a_statement_does_its_work(photo):
+    seen = []
+
+    class Count(ss.Step):
+        def process(self, record):
+            seen.append(record.frame.shape)
+            return record
+
+    ss.run([f"cjread load.name={photo} load.count=2", "cyuv", Count(), "clast"])
+    assert len(seen) == 2
+
+
+def test_late_writes_of_a_python_step_do_not_reach_the_chain(rgb):
+    class Keep(ss.Step):
+        def __init__(self):
+            self.kept = []
+
+        def process(self, record):
+            for frame in self.kept:
+                frame[:] = 7
+            self.kept.append(record.frame)
+            return record
+
+    step = Keep()
+    with ss.Pipeline(["cyuv", step, "cpu"]) as steps:
+        results = [steps(rgb).frame for _ in range(3)]
+        assert steps.copies == 3
+    assert all(np.array_equal(result, results[0]) for result in results) and results[0].max() > 7
+
+
+def test_a_python_step_replaces_drops_and_adds():
+    class Odd(ss.Step):
+        def init(self, record):
+            record["dataX"], record["dataY"] = 8, 4
+            return record
+
+        def process(self, record):
+            if record["n"] % 2 == 0:
+                return None
+            return ss.Record({"eventType": 1002, "handle": record["handle"], "odd": np.float64(record["n"])},
+                             frame=np.full((4, 8), record["n"], np.uint16))
+
+    with ss.Pipeline([Odd(), "cpu"], size=(64, 48), format="CPU::u_1x16") as steps:
+        results = [steps(GREY, {"n": n}) for n in range(4)]
+    assert [record is None for record in results] == [True, False, True, False]
+    assert results[3]["odd"] == 3.0 and np.array_equal(results[3].frame, np.full((4, 8), 3, np.uint16))
+
+
+def test_errors_say_where(photo, tmp_path):
+    cases = [
+        (lambda: ss.run("nosuch"), ss.SettingsError, "nosuch"),
+        (lambda: ss.run("cjread load.name=x.jpg ! cyuv trh=1"), ss.SettingsError, "trh"),
+        (lambda: ss.Pipeline("ccanny", trh="much"), ss.SettingsError, "trh"),
+        (lambda: ss.Pipeline([3]), ss.SettingsError, "int"),
+        (lambda: ss.run("cu2f ! cf2u ! cyuv ! cf2u", size=(4, 4), format="CPU::u_1x16"), ss.FormatError, ""),
+        (lambda: ss.read(tmp_path / "none.rec"), ss.FileError, "none.rec"),
+        (lambda: ss.write(tmp_path / "no" / "x.rec", []), ss.FileError, "x.rec"),
+    ]
+    for work, error, text in cases:
+        with pytest.raises(error, match=text):
+            work()
+    with pytest.warns(ss.PipelineWarning), pytest.raises(ss.Error) as caught:
+        ss.run(f"cjread load.name={tmp_path}/none.jpg ! cyuv").wait()
+    assert caught.value.kind == "cjread" and "none.jpg" in str(caught.value)
+
+
+def test_exceptions_of_a_python_step_arrive_as_themselves(rgb):
+    class Fails(ss.Step):
+        def process(self, record):
+            raise ZeroDivisionError("in the middle")
+
+    with ss.Pipeline(["cyuv", Fails(), "cpu"]) as steps, pytest.raises(ZeroDivisionError, match="in the middle") as caught:
+        steps(rgb)
+    assert any(entry.name == "process" for entry in caught.traceback)
+
+
+def test_an_interrupt_flushes_and_stops(tmp_path):
+    script = f"""
+import scansteps as ss
+class Endless(ss.Step):
+    def process(self, record):
+        print("ready", flush=True)
+        return record
+with ss.Pipeline([Endless(), "cpu", "filesaver name={tmp_path}/int.rec"], size=(64, 48), format="CPU::u_1x16") as steps:
+    import numpy
+    while True:
+        steps(numpy.zeros((48, 64), numpy.uint16))
+"""
+    child = subprocess.Popen([sys.executable, "-c", script], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    assert "ready" in child.stdout.readline()
+    child.send_signal(signal.SIGINT)
+    _, errors = child.communicate(timeout=30)
+    assert "KeyboardInterrupt" in errors and child.returncode != 0
+    records = ss.read(tmp_path / "int.rec")
+    assert records[-1]["eventType"] == 1003
+
+
+def test_many_pipelines_are_freed(rgb):
+    def resident() -> int:
+        with open("/proc/self/statm") as file:
+            return int(file.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+    def use(count: int) -> None:
+        for number in range(count):
+            steps = ss.Pipeline("cyuv ! ccanny")
+            steps(rgb)
+            if number % 2:
+                steps.close()
+            del steps
+
+    use(200)
+    gc.collect()
+    before = resident()
+    use(2000)
+    gc.collect()
+    assert resident() - before < 4 << 20
+
+
+def test_pipelines_take_turns_in_several_threads(rgb):
+    expected = ss.Pipeline("cyuv ! ccanny")(rgb).frame
+    wrong = []
+
+    def work():
+        with ss.Pipeline("cyuv ! ccanny") as steps:
+            for _ in range(50):
+                if not np.array_equal(steps(rgb).frame, expected):
+                    wrong.append(threading.get_ident())
+
+    threads = [threading.Thread(target=work) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert not wrong
+
+
+def test_a_python_step_may_run_another_pipeline(rgb):
+    class Inner(ss.Step):
+        def __init__(self):
+            self.edges = ss.Pipeline("ccanny")
+
+        def process(self, record):
+            record["edges"] = self.edges(record.frame).frame.copy()
+            return record
+
+    with ss.Pipeline(["cyuv", Inner(), "cpu"]) as steps, ss.Pipeline("cyuv ! ccanny") as direct:
+        assert np.array_equal(steps(rgb)["edges"], direct(rgb).frame)
+        assert np.array_equal(steps(rgb).frame, ss.Pipeline("cyuv")(rgb).frame)
+
+
+def test_notebook_display(rgb):
+    with ss.Pipeline("cyuv ! ccanny2a") as steps:
+        record = steps(rgb)
+        assert "data:image/png" in record._repr_html_() and "fvertsArray" in record._repr_html_()
+        assert "ccanny2a" in steps._repr_html_()
+
+
+def test_the_table_of_steps():
+    info = ss.steps()["ccanny"]
+    assert info.class_name == "CpuCanny" and info.stateless
+    assert any(setting["path"] == "OCV.trh" and setting["kind"] == "Float" for setting in info.settings)
+
+
+def test_import_without_the_library(tmp_path):
+    environment = dict(os.environ, SCANSTEPS_LIBRARY=str(tmp_path / "none.so"))
+    ended = subprocess.run([sys.executable, "-c", "import scansteps"], env=environment, capture_output=True, text=True)
+    assert "ImportError" in ended.stderr and "none.so" in ended.stderr
