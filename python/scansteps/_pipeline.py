@@ -145,7 +145,11 @@ class Pipeline:
                 raise SettingsError("frames is 0 or more")
             self._native.limit = frames
         self._set(settings)
-        self._check(types, force)
+        self._types, self._force = types, force
+        # Without a size the first frame completes the settings, and the checks wait for it.
+        self._checked = self._native.has_source or size is not None
+        if self._checked:
+            self._check(types, force)
 
     def _set(self, settings: Mapping[str, Any]) -> None:
         texts, others = _assignments(settings)
@@ -178,11 +182,19 @@ class Pipeline:
 
     def initialise(self) -> None:
         """Sends the initialise event. The first frame does so by itself."""
+        if not self._checked:
+            self._check(self._types, self._force)
+            self._checked = True
         self._native.initialise()
         self._pass_on_warnings()
 
     def __call__(self, frame: Any, entries: Optional[Mapping[str, Any]] = None) -> Optional[Record]:
         """Processes one frame, an array or a `Record` with one; `entries` are added to its record."""
+        if not self._native.is_initialised and not self._native.has_source:
+            self._native.describe(frame.frame if isinstance(frame, Record) else frame)
+            if not self._checked:
+                self._check(self._types, self._force)
+                self._checked = True
         record = self._native.call(frame, dict(entries) if entries is not None else None)
         self._pass_on_warnings()
         return record

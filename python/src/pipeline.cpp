@@ -38,12 +38,13 @@ std::recursive_mutex& chainMutex()
 class Turn
 {
   public:
-    explicit Turn(const StepLibrary& library)
-        : lock_(chainMutex()), library_(library), before_(installedHandles())
+    explicit Turn(const StepLibrary& library) : lock_(chainMutex()), library_(library)
     {
+        if (running++ != 0) before_ = installedHandles();
     }
     ~Turn()
     {
+        --running;
         if (before_ == nullptr || installedHandles() == before_) return;
         installHandles(before_);
         library_.setHandles(before_);
@@ -52,10 +53,12 @@ class Turn
     Turn& operator=(const Turn&) = delete;
 
   private:
+    static inline int running = 0;  // turns up the stack, this one included
+
     py::gil_scoped_release released_;
     std::unique_lock<std::recursive_mutex> lock_;
     const StepLibrary& library_;
-    HandleTable* before_;
+    HandleTable* before_ = nullptr;
 };
 
 // "dataFormat" of a frame with that many channels; nullptr where frames have no such form.
@@ -68,6 +71,14 @@ const char* formatOf(Kind kind, std::uint32_t channels)
     if (kind == Kind::Half && channels == 1) return "CPU::f_1x16";
     if (kind == Kind::Half && channels == 4) return "CPU::f_4x16";
     return nullptr;
+}
+
+py::array frameArray(const py::object& pixels)
+{
+    py::array array = py::module_::import("numpy").attr("asarray")(pixels);
+    if (array.ndim() != 2 && array.ndim() != 3)
+        raise("FormatError", "a frame is an array of (rows, columns) or (rows, columns, channels)");
+    return array;
 }
 
 // Memory of a numpy array in the place of the chain's input frame for one event.
@@ -114,6 +125,7 @@ class PyPipeline
     ~PyPipeline();
 
     void set(const std::vector<std::string>& sets, const py::dict& values);
+    void describe(const py::object& frame);
     py::list check(const std::string& types, bool force, bool strict);
     void initialise();
     std::unique_ptr<Record> call(const py::object& frame, const py::object& entries);
@@ -142,7 +154,6 @@ class PyPipeline
     bool interrupted();
     void observe(std::size_t position, const varitype& record);
     std::unique_ptr<Record> passed(std::optional<varitype> record);
-    void describeInput(const py::array& frame);
     bool mayBorrow(const py::array& frame) const;
     std::unique_ptr<Record> transform(varitype record, const py::array* frame);
 
@@ -244,7 +255,10 @@ Chain& PyPipeline::chain()
         hooks.onWarning = [this](const std::string& text) { warnings_.push_back(text); };
         hooks.observe = [this](std::size_t position, const varitype& record) { observe(position, record); };
         hooks.interrupted = [this] { return interrupted(); };
-        asErrors([&] { chain_ = std::make_unique<Chain>(pipeline_, *library_, std::move(hooks)); });
+        asErrors([&] {
+            const Turn turn(*library_);
+            chain_ = std::make_unique<Chain>(pipeline_, *library_, std::move(hooks));
+        });
     }
     return *chain_;
 }
@@ -393,8 +407,9 @@ void PyPipeline::close()
 }
 
 // Size and format of the frames, from the first one.
-void PyPipeline::describeInput(const py::array& frame)
+void PyPipeline::describe(const py::object& pixels)
 {
+    const py::array frame = frameArray(pixels);
     const auto channels = frame.ndim() == 3 ? frame.shape(2) : 1;
     const char* const format = formatOf(kindOfDtype(frame.dtype()), std::uint32_t(channels));
     if (format == nullptr)
@@ -436,18 +451,16 @@ std::unique_ptr<Record> PyPipeline::call(const py::object& frame, const py::obje
     if (!entries.is_none()) mergeSettings(record, structFrom(entries, ""));
     if (hasSource())
         raise("Error", "the pipeline begins with a source, which makes its own frames: iterate over it");
-    const py::array array = py::module_::import("numpy").attr("asarray")(pixels);
-    if (array.ndim() != 2 && array.ndim() != 3)
-        raise("FormatError", "a frame is an array of (rows, columns) or (rows, columns, channels)");
-    if (!initialised_) {
-        describeInput(array);
-        initialise();
-    }
+    const py::array array = frameArray(pixels);
+    if (!initialised_) initialise();
     Chain& chain = this->chain();
-    if (chain.input().count() == 0)
-        raise("FormatError", "\"dataX\", \"dataY\" and \"dataFormat\" do not describe a frame");
+    const auto [isKnown, shape] = [&] {
+        const Turn turn(*library_);
+        TextureSet& input = chain.input();
+        return std::pair(input.count() != 0, input.shape());
+    }();
+    if (!isKnown) raise("FormatError", "\"dataX\", \"dataY\" and \"dataFormat\" do not describe a frame");
     const auto channels = array.ndim() == 3 ? array.shape(2) : 1;
-    const FrameShape& shape = chain.input().shape();
     const bool fits = kindOfDtype(array.dtype()) == shape.kind && array.shape(0) == py::ssize_t(shape.rows) &&
                       array.shape(1) * channels == py::ssize_t(shape.rowLength);
     if (!fits)
@@ -508,6 +521,7 @@ void bindPipeline(py::module_& module)
     py::class_<PyPipeline>(module, "Pipeline")
         .def(py::init<std::shared_ptr<StepLibrary>, const py::list&, const py::dict&>())
         .def("set", &PyPipeline::set)
+        .def("describe", &PyPipeline::describe)
         .def("check", &PyPipeline::check)
         .def("initialise", &PyPipeline::initialise)
         .def("call", &PyPipeline::call)

@@ -37,10 +37,21 @@ const StepInfo& infoOf(const py::object& self)
     return entry.info;
 }
 
+// A Python object that chains hold, which are copied and freed without the interpreter lock.
+using SharedObject = std::shared_ptr<py::object>;
+
+SharedObject shared(const py::object& object)
+{
+    return SharedObject(new py::object(object), [](py::object* held) {
+        const py::gil_scoped_acquire locked;
+        delete held;
+    });
+}
+
 class PythonStep final : public CPUBase
 {
   public:
-    PythonStep(py::object self, const StepInfo& info, std::shared_ptr<StepContext> context)
+    PythonStep(SharedObject self, const StepInfo& info, std::shared_ptr<StepContext> context)
         : self_(std::move(self)), info_(info), context_(std::move(context))
     {
         typeIn = typeOut = info.typeIn;
@@ -63,7 +74,7 @@ class PythonStep final : public CPUBase
     Result call(const char* method, varitype value, const std::shared_ptr<FrameLease>& frame);
     void placeFrame(varitype& record, FrameLease& frame);
 
-    py::object self_;
+    SharedObject self_;
     const StepInfo& info_;
     std::shared_ptr<StepContext> context_;
     std::uint32_t width_ = 0;
@@ -76,8 +87,6 @@ PythonStep::~PythonStep()
         delete static_cast<Array*>(handles::payload(ownHandle_));
         handles::release(ownHandle_);
     }
-    const py::gil_scoped_acquire locked;
-    self_.release().dec_ref();
 }
 
 PythonStep::Result PythonStep::call(const char* method, varitype value,
@@ -86,7 +95,7 @@ PythonStep::Result PythonStep::call(const char* method, varitype value,
     const py::gil_scoped_acquire locked;
     try {
         py::object record = py::cast(std::make_unique<Record>(std::move(value), frame, width_));
-        py::object answer = self_.attr(method)(record);
+        py::object answer = self_->attr(method)(record);
         if (answer.is_none()) return {varitype(), nullptr, true};
         if (!py::isinstance<Record>(answer))
             throw py::type_error(std::string(info_.kind) + "." + method +
@@ -176,8 +185,8 @@ host::PipelineStep pythonStep(const py::object& self, std::shared_ptr<StepContex
     step.info = &infoOf(self);
     const py::object name = py::getattr(self, "name", py::none());
     if (!name.is_none()) step.name = textFrom(name);
-    // Chains are made with the interpreter lock held.
-    step.create = [self, info = step.info, context = std::move(context)]() -> std::unique_ptr<cChain> {
+    step.create = [self = shared(self), info = step.info,
+                   context = std::move(context)]() -> std::unique_ptr<cChain> {
         return std::make_unique<PythonStep>(self, *info, context);
     };
     return step;

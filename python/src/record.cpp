@@ -1,6 +1,8 @@
 // The class Record of the module.
 #include "record.h"
 
+#include <pybind11/stl.h>
+
 #include <algorithm>
 #include <cstring>
 

@@ -27,9 +27,9 @@ def test_records_are_written_unchanged(recording, tmp_path):
 
 def test_a_run_is_written_and_played(photo, tmp_path):
     name = tmp_path / "run.rec"
-    ss.write(name, ss.run(f"cjread load.name={photo} load.count=2 ! cyuv"))
+    ss.write(name, ss.run(f"cjread load.name={photo} ! cyuv", frames=2))
     played = list(ss.run(f"read load.name={name}"))
-    direct = list(ss.run(f"cjread load.name={photo} load.count=2 ! cyuv"))
+    direct = list(ss.run(f"cjread load.name={photo} ! cyuv", frames=2))
     assert len(played) == 2 and all(np.array_equal(a.frame, b.frame) for a, b in zip(played, direct))
 
 
