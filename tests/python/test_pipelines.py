@@ -195,7 +195,7 @@ def test_many_pipelines_are_freed(rgb):
     use(200)
     gc.collect()
     before = resident()
-    use(2000)
+    use(10000)
     gc.collect()
     assert resident() - before < 4 << 20
 
