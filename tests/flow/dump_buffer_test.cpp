@@ -52,11 +52,6 @@ TEST(CPUDump, ReportsFramesAndFilesThatFail)
                             }); }),
               "Error err\n");
     EXPECT_EQ(error, "Handle::zero handle!!!");
-    Struct noFormat = dumpTo(dir / "rows.raw", 2);
-    noFormat.remove("dataFormat");
-    chain.arrived.clear();
-    chain.init(noFormat);
-    EXPECT_EQ(chain.arrived[0].eventType, 1004);
 }
 
 Struct bufferOf(int size)

@@ -16,18 +16,34 @@
 namespace scansteps {
 namespace {
 
+#ifdef _WIN32
+constexpr const char *kBegin = "\"", *kEnd = "\"";
+int exitCodeOf(int status)
+{
+    return status;
+}
+void interruptProcess(int) {}
+#else
+// The program prints its process number first.
+constexpr const char *kBegin = "echo $$; exec ", *kEnd = "";
+int exitCodeOf(int status)
+{
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+void interruptProcess(int process)
+{
+    kill(process, SIGINT);
+}
+#endif
+
 // `scansteps receive` on a free port, and its messages.
 class ReceiveProgram
 {
   public:
     explicit ReceiveProgram(const std::string& arguments)
     {
-        std::string line = "\"" SCANSTEPS_BIN_DIR "/scansteps\" receive --port 0 " + arguments + " 2>&1";
-#ifdef _WIN32
-        line = "\"" + line + "\"";
-#else
-        line = "echo $$; exec " + line;
-#endif
+        const std::string line =
+            kBegin + ("\"" SCANSTEPS_BIN_DIR "/scansteps\" receive --port 0 " + arguments + " 2>&1") + kEnd;
         pipe_ = popen(line.c_str(), "r");
         waitFor("listening on ");
         const auto colon = said_.rfind(':');
@@ -40,14 +56,8 @@ class ReceiveProgram
         if (pipe_ != nullptr) end();
     }
 
-    int port() const
-    {
-        return port_;
-    }
-    std::string to() const
-    {
-        return "sender.host=127.0.0.1 sender.port=" + std::to_string(port_);
-    }
+    int port() const { return port_; }
+    std::string to() const { return "sender.host=127.0.0.1 sender.port=" + std::to_string(port_); }
     /// Reads messages until one contains the text or the program ends.
     bool waitFor(const std::string& text)
     {
@@ -58,11 +68,7 @@ class ReceiveProgram
         }
         return false;
     }
-#ifndef _WIN32
-    void interrupt() const
-    {
-        kill(std::stoi(said_), SIGINT);
-    }  // the first line is the process number
+    void interrupt() const { interruptProcess(std::stoi(said_)); }
     /// Peak memory so far, in bytes.
     std::ptrdiff_t mostMemory() const
     {
@@ -70,22 +76,13 @@ class ReceiveProgram
         const auto at = status.find("VmHWM:");
         return at == std::string::npos ? 0 : std::stol(status.substr(at + 6)) * 1024;
     }
-#endif
     /// Waits for the end and returns the exit code.
     int end()
     {
         waitFor("no line holds this");
-        const int status = pclose(std::exchange(pipe_, nullptr));
-#ifdef _WIN32
-        return status;
-#else
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-#endif
+        return exitCodeOf(pclose(std::exchange(pipe_, nullptr)));
     }
-    const std::string& said() const
-    {
-        return said_;
-    }
+    const std::string& said() const { return said_; }
 
   private:
     std::FILE* pipe_ = nullptr;
