@@ -27,6 +27,9 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "pipelines of steps for 3D scanning
  pass through steps that convert pixels, find edges, corners and regions,
  register views, record and replay runs, and export meshes.")
 
+# The step library lies where the loader's cache is made from.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
+
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libscansteps-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
