@@ -28,7 +28,7 @@ trap 'rm -rf "$work"' EXIT
 # The same tree for both: Debian's folders first, then one lib folder and libraries that find each other from there.
 configure() {
     cmake -S . -B "$tree" -G Ninja -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
-        -DCMAKE_BUILD_TYPE=Release -DSCANSTEPS_TESTS=OFF "$@" >/dev/null
+        -DCMAKE_BUILD_TYPE=Release -DSCANSTEPS_TESTS=OFF -DSCANSTEPS_PYTHON=OFF "$@" >/dev/null
     cmake --build "$tree" --parallel "$(nproc)" | tail -n 1
 }
 

@@ -53,7 +53,8 @@ inside '
 
 echo "package: the packages"
 inside '
-    apt-get install -y -q ./packages/scansteps_*.deb ./packages/scansteps-doc_*.deb >/dev/null
+    apt-get update -q >/dev/null
+    apt-get install -y -q -o Dpkg::Use-Pty=0 ./packages/scansteps_*.deb ./packages/scansteps-doc_*.deb >/dev/null
     cp -r /usr/share/doc/scansteps/examples demo-examples
     mkdir demo; cd demo; cp -r ../demo-examples examples; mkdir out
     scansteps run --quiet examples/edges.json >/dev/null
@@ -62,8 +63,8 @@ inside '
     ls /usr/share/man/man1/scansteps-run.1.gz /usr/share/bash-completion/completions/scansteps >/dev/null
     cd ..; rm -rf demo demo-examples'
 inside '
-    apt-get install -y -q --no-install-recommends ./packages/libscansteps-dev_*.deb >/dev/null
-    apt-get install -y -q --no-install-recommends g++ cmake ninja-build pkg-config >/dev/null
+    apt-get install -y -q -o Dpkg::Use-Pty=0 --no-install-recommends ./packages/libscansteps-dev_*.deb >/dev/null
+    apt-get install -y -q -o Dpkg::Use-Pty=0 --no-install-recommends g++ cmake ninja-build pkg-config >/dev/null
     tests/install/run.sh /usr'
 echo "package: the removal"
 inside '

@@ -140,7 +140,10 @@ constexpr const char* kEnvironment =
     ".SH ENVIRONMENT\n"
     ".TP\n.B SCANSTEPS_LIBRARY\nThe step library to load; the option \\fB\\-\\-library\\fR wins. Without "
     "both it is looked for\n"
-    "beside the program, in ../lib and its multi\\-arch folder, and on the loader's path.\n";
+    "beside the program, in ../lib and its multi\\-arch folder, and on the loader's path.\n"
+    ".TP\n.B SCANSTEPS_PLUGINS\nPlug\\-ins to load beside it, separated by colons. Those in the folder "
+    "scansteps of "
+    "the library's folder, and of lib,\nneed no naming.\n";
 
 std::string programPage(const std::vector<CommandHelp>& commands)
 {
