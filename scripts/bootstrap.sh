@@ -8,7 +8,7 @@ set -euo pipefail
 build=(
     g++ cmake ninja-build ccache pkg-config python3
     clang clang-format clang-tidy libclang-rt-dev
-    libjpeg-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
+    libjpeg-dev libpng-dev libtiff-dev libwebp-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
     libgtest-dev libgmock-dev libbenchmark-dev valgrind
     python3-dev python3-numpy pybind11-dev
     python3-pytest python3-hypothesis python3-venv python3-pip python3-matplotlib python3-distributed mypy
@@ -22,7 +22,7 @@ readers=(
     python3-meshio assimp-utils openscenegraph
 )
 windows=(
-    g++-mingw-w64-x86-64-posix wine wine64 nasm dpkg-dev zip unzip
+    g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 nasm dpkg-dev zip unzip
 )
 
 # Making and trying packages, the documentation as a site, completion in other shells.

@@ -25,7 +25,7 @@ apt=(-q -o "Dir::Etc::SourceList=/dev/null" -o "Dir::Etc::SourceParts=$work/sour
     -o "APT::Sandbox::User=root" -o "Dir::Cache::pkgcache=" -o "Dir::Cache::srcpkgcache=")
 apt-get "${apt[@]}" update >/dev/null
 (cd "$work" && apt-get "${apt[@]}" source --download-only \
-    libjpeg-turbo imath highway googletest fmtlib nlohmann-json3 cli11 eigen3 >/dev/null)
+    libjpeg-turbo libpng1.6 tiff libwebp imath highway googletest fmtlib nlohmann-json3 cli11 eigen3 >/dev/null)
 
 # build SOURCE-PACKAGE [CMAKE-OPTION...]
 build() {
@@ -42,6 +42,15 @@ build() {
     echo "windows_deps: $(basename "$dsc" .dsc)" >&2
 }
 build libjpeg-turbo -DENABLE_SHARED=0 -DWITH_JPEG8=0 -DWITH_JPEG7=0 -DWITH_TURBOJPEG=0 -DREQUIRE_SIMD=1
+# Deflate comes ready from Debian (libz-mingw-w64-dev).
+cp /usr/x86_64-w64-mingw32/include/z{lib,conf}.h "$prefix/include/"
+cp /usr/x86_64-w64-mingw32/lib/libz.a "$prefix/lib/"
+build libpng1.6 -DPNG_SHARED=OFF -DPNG_TESTS=OFF
+build tiff -Dtiff-tools=OFF -Dtiff-tests=OFF -Dtiff-contrib=OFF -Dtiff-docs=OFF -Dtiff-deprecated=OFF -Dcxx=OFF \
+    -Djpeg=OFF -Dlzma=OFF -Dzstd=OFF -Dwebp=OFF -Djbig=OFF -Dlerc=OFF -Dlibdeflate=OFF
+build libwebp -DWEBP_BUILD_ANIM_UTILS=OFF -DWEBP_BUILD_CWEBP=OFF -DWEBP_BUILD_DWEBP=OFF -DWEBP_BUILD_GIF2WEBP=OFF \
+    -DWEBP_BUILD_IMG2WEBP=OFF -DWEBP_BUILD_VWEBP=OFF -DWEBP_BUILD_WEBPINFO=OFF -DWEBP_BUILD_WEBPMUX=OFF \
+    -DWEBP_BUILD_EXTRAS=OFF
 build imath -DPYTHON=OFF
 build highway -DHWY_ENABLE_EXAMPLES=OFF -DHWY_ENABLE_TESTS=OFF -DHWY_ENABLE_CONTRIB=OFF
 build googletest

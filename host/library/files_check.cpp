@@ -9,7 +9,9 @@
 
 #include "checks.h"
 #include "platform.h"
+#include "scansteps/file_patterns.h"
 #include "scansteps/numbered_name.h"
+#include "usage_hints.h"
 
 namespace scansteps::host {
 
@@ -80,7 +82,9 @@ class FilesCheck
   private:
     void checkStep(std::size_t i, SettingRole role);
     void checkInput(std::size_t i, const SettingInfo& setting, const std::string& name);
-    void checkFirst(std::size_t i, const std::string& name);
+    void checkFirst(std::size_t i, const SettingInfo* setting, const std::string& name);
+    void checkPattern(std::size_t i, const std::string& name);
+    void passFiles(const std::vector<std::string>& names);
     void checkShownPictures(std::size_t i);
     void checkOutput(std::size_t i, const SettingInfo& setting, const std::string& name);
     void checkTwice(std::size_t i, const std::string& name);
@@ -131,12 +135,14 @@ void FilesCheck::checkStep(std::size_t i, SettingRole role)
     if (std::string_view(info.kind) == "clast") passing_ = 0;
 }
 
-void FilesCheck::checkFirst(std::size_t i, const std::string& name)
+void FilesCheck::checkFirst(std::size_t i, const SettingInfo* setting, const std::string& name)
 {
     std::error_code error;
     if (!fs::exists(pathFromUtf8(name), error)) {
         if (!error) error = std::make_error_code(std::errc::no_such_file_or_directory);
-        warn(i, fmt::format("cannot read {}: {}", name, error.message()),
+        warn(i,
+             fmt::format("cannot read {}: {}{}", name, error.message(),
+                         setting != nullptr && setting->counted ? patternHint(name) : ""),
              mode_.strict ? kFileFailed : kEnded);
     }
     inputs_.add(pathFromUtf8(name));
@@ -155,7 +161,7 @@ void FilesCheck::checkShownPictures(std::size_t i)
         (name.substr(rate) == "@max" ||
          name.find_first_not_of("0123456789.e+-", rate + 1) == std::string::npos))
         name.resize(rate);
-    checkFirst(i, name);
+    checkFirst(i, nullptr, name);
     std::error_code error;
     for (std::int64_t k = 0; k < kMaxNames && fs::exists(pathFromUtf8(name), error); ++k) {
         const bool wrapped = advanceName(name, 1);
@@ -166,7 +172,12 @@ void FilesCheck::checkShownPictures(std::size_t i)
 
 void FilesCheck::checkInput(std::size_t i, const SettingInfo& setting, const std::string& name)
 {
-    checkFirst(i, name);
+    if (setting.pattern && isFilePattern(name)) {
+        checkPattern(i, name);
+        return;
+    }
+    checkFirst(i, &setting, name);
+    if (setting.pattern) passFiles({name});
     if (!setting.counted) return;
     std::error_code error;
     // Existing files and the next name, which would be read if the run wrote it.
@@ -183,6 +194,41 @@ void FilesCheck::checkInput(std::size_t i, const SettingInfo& setting, const std
         ended = advanceName(next, step);
     }
     frames_ = found;
+}
+
+// One frame a file, except for formats whose files may have many pages.
+void FilesCheck::passFiles(const std::vector<std::string>& names)
+{
+    const auto hasPages = [](const std::string& name) {
+        const fs::path ending = pathFromUtf8(name).extension();
+        return ending == ".tif" || ending == ".tiff" || ending == ".TIF" || ending == ".TIFF";
+    };
+    if (std::any_of(names.begin(), names.end(), hasPages)) return;
+    const auto count = std::int64_t(names.size());
+    frames_ = pipeline_.frames > 0 ? std::min(frames_, count) : count;
+}
+
+void FilesCheck::checkPattern(std::size_t i, const std::string& name)
+try {
+    std::error_code error;
+    const bool isList = name.starts_with('@');
+    // A list may be a pipe, which can be read only once.
+    if (isList && !fs::is_regular_file(pathFromUtf8(name.substr(1)), error)) {
+        if (!fs::exists(pathFromUtf8(name.substr(1)), error)) matchingFiles(name);
+        return;
+    }
+    const std::vector<std::string> files = matchingFiles(name);
+    if (isList) inputs_.add(pathFromUtf8(name.substr(1)));
+    for (const std::string& file : files) {
+        if (isList && !fs::exists(pathFromUtf8(file), error)) {
+            checkFirst(i, nullptr, file);
+            break;
+        }
+        inputs_.add(pathFromUtf8(file));
+    }
+    passFiles(files);
+} catch (const char* text) {
+    warn(i, text, mode_.strict ? kFileFailed : kEnded);
 }
 
 void FilesCheck::checkTwice(std::size_t i, const std::string& name)

@@ -33,6 +33,17 @@ const char* conversion(Pixels from, Pixels to)
     return "";
 }
 
+// Whether a step reduces YUYV16 frames by a factor that splits pairs of pixels which share their chroma.
+bool splitsPairs(const Pipeline& pipeline, std::size_t i, Pixels given)
+{
+    if (std::string_view(pipeline.steps[i].info->kind) != "cdown1") return false;
+    const auto factor = effectiveValue(pipeline, i, "down1.factor");
+    if (!factor || factor->kind() != Kind::Int || factor->as<std::int32_t>() < 2) return false;
+    const bool isVideo = given == Pixels::Yuyv16 || ((given == Pixels::Any || given == Pixels::Samples16) &&
+                                                     effectiveValue(pipeline, i, "VideoFormat"));
+    return isVideo && factor->as<std::int32_t>() % 2 != 0;
+}
+
 }  // namespace
 
 void checkFrames(const Pipeline& pipeline, std::vector<Finding>& findings)
@@ -62,6 +73,12 @@ void checkFrames(const Pipeline& pipeline, std::vector<Finding>& findings)
                  fmt::format(" also puts the frame into the record, as \"data\", which {} refuses",
                              stepLabel(pipeline, i)),
                  "cstrip");
+        if (splitsPairs(pipeline, i, now))
+            findings.push_back({kEnded,
+                                stepLabel(pipeline, i) +
+                                    " mixes the colours of neighbouring blocks: down1.factor is odd, and two "
+                                    "pixels of a YUYV16 frame share their chroma; use an even factor",
+                                i});
         if (flow.out == Pixels::Same) continue;
         now = flow.out;
         giver = i;

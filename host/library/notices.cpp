@@ -39,6 +39,9 @@ std::string troubleText(const TroubleFacts& facts)
         case Trouble::ModelNotWritten:
             return fmt::format("{} model{} not written: {}", facts.count, facts.count == 1 ? "" : "s",
                                facts.first.text());
+        case Trouble::DepthReduced:
+        case Trouble::AlphaDropped:
+            return fmt::format("{}, first in {}", facts.first.reason, facts.first.file);
         default:
             return facts.first.text();
     }

@@ -137,6 +137,7 @@ SettingInfo readSetting(const Reader& in)
     info.presence = in.flag("presence");
     info.enforced = in.flag("enforced");
     info.counted = in.flag("counted");
+    info.pattern = in.flag("pattern");
     if (info.kind == Kind::String)
         info.text = in.text("default", info.required ? nullptr : "");
     else if (in.find("default") != nullptr)

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "scansteps/file_patterns.h"
+
 namespace scansteps::host {
 
 namespace {
@@ -68,6 +70,15 @@ std::string inQuotes(std::string_view word)
     while (head > 0 && isInside(head)) --head;
     while (tail < word.size() && isInside(tail)) ++tail;
     return fmt::format("\"{}...{}\" ({} bytes)", word.substr(0, head), word.substr(tail), word.size());
+}
+
+std::string patternHint(const std::string& name)
+{
+    if (!isFilePattern(name)) return "";
+    return fmt::format(
+        "; this step takes the first of a series of numbered files, imread takes patterns: "
+        "\"imread name={}\"",
+        name);
 }
 
 std::string unexpectedArgument(const std::string& command, const std::vector<std::string>& left,

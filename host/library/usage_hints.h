@@ -17,6 +17,10 @@ std::string didYouMean(std::string_view word, const std::vector<std::string>& ca
 /// In double quotes, shortened in the middle when it is very long.
 std::string inQuotes(std::string_view word);
 
+/// For the name of a series of numbered files that does not exist: mentions the step that takes patterns when
+/// the name is one ("shots/*.jpg", "img%04d.png"); otherwise empty.
+std::string patternHint(const std::string& name);
+
 /// About the arguments that a command (empty: the program itself) with these options leaves over. Empty when
 /// there are none.
 std::string unexpectedArgument(const std::string& command, const std::vector<std::string>& left,

@@ -1,41 +1,46 @@
-// Writes PGM and PPM files, mapping other sample types to 16 bits.
+// Writes PNG files, mapping other sample types to 16 bits.
 #include "frame_files.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "library/platform.h"
+#include "plugins/images/encode.h"
 #include "scansteps/chain.h"
 #include "scansteps/host.h"
 #include "scansteps/stream.h"
+#include "scansteps/yuyv.h"
 
 namespace scansteps::host {
 
 namespace {
 
-// Samples of a picture, 0 ... greatest.
+// Samples of a picture; 16-bit ones in the byte order of this machine.
 struct Picture
 {
-    std::vector<std::uint16_t> samples;
-    unsigned greatest = 65535;
+    std::vector<std::uint8_t> bytes;
+    int perPixel = 1, bits = 8;
 };
 
-template <class T>
-Picture asTheyAre(std::span<const T> samples)
+Picture asTheyAre(const Array& frame, int perPixel, int bits)
 {
-    return {{samples.begin(), samples.end()}, std::numeric_limits<T>::max()};
+    const auto* const begin = reinterpret_cast<const std::uint8_t*>(frame.data());
+    return {{begin, begin + frame.byteSize()}, perPixel, bits};
 }
 
-Picture lumaOf(std::span<const std::uint16_t> samples)
+Picture colourOf(const Array& frame)
 {
-    Picture picture{{}, 255};
-    for (const std::uint16_t sample : samples) picture.samples.push_back(sample & 255U);
+    const auto samples = frame.elements<std::uint16_t>();
+    Picture picture{std::vector<std::uint8_t>(3 * samples.size()), 3, 8};
+    yuyv16ToRgb(samples, picture.bytes, frame.dim(0), samples.size() / frame.dim(0));
     return picture;
 }
 
@@ -49,24 +54,25 @@ Picture spreadOut(std::span<const T> values)
         least = std::min(least, number);
         greatest = std::max(greatest, number);
     }
-    Picture picture;
+    std::vector<std::uint16_t> samples;
     for (const T value : values) {
         const double share = (static_cast<double>(float(value)) - least) / (greatest - least);
-        picture.samples.push_back(std::isfinite(share) ? static_cast<std::uint16_t>(
-                                                             std::lround(65535 * std::clamp(share, 0.0, 1.0)))
-                                                       : std::uint16_t{0});
+        samples.push_back(std::isfinite(share)
+                              ? static_cast<std::uint16_t>(std::lround(65535 * std::clamp(share, 0.0, 1.0)))
+                              : std::uint16_t{0});
     }
+    Picture picture{std::vector<std::uint8_t>(2 * samples.size()), 1, 16};
+    std::memcpy(picture.bytes.data(), samples.data(), picture.bytes.size());
     return picture;
 }
 
-Picture pictureOf(const Array& frame, bool isVideo)
+Picture pictureOf(const Array& frame, std::uint32_t width, bool isVideo)
 {
     switch (frame.kind()) {
         case Kind::Uchar:
-            return asTheyAre(frame.elements<std::uint8_t>());
+            return asTheyAre(frame, width != 0 && frame.dim(0) == 3 * std::uint64_t{width} ? 3 : 1, 8);
         case Kind::Ushort:
-            return isVideo ? lumaOf(frame.elements<std::uint16_t>())
-                           : asTheyAre(frame.elements<std::uint16_t>());
+            return isVideo ? colourOf(frame) : asTheyAre(frame, 1, 16);
         case Kind::Char:
             return spreadOut(frame.elements<std::int8_t>());
         case Kind::Short:
@@ -84,6 +90,12 @@ Picture pictureOf(const Array& frame, bool isVideo)
         default:
             return {};
     }
+}
+
+int imageSide(std::uint64_t pixels)
+{
+    if (pixels > 0x7fffffff) throw std::runtime_error(fmt::format("{} pixels in a row or column", pixels));
+    return static_cast<int>(pixels);
 }
 
 int intOr(const Struct& record, const char* name, int fallback)
@@ -117,16 +129,18 @@ void FrameFiles::add(const Struct& record)
 
 void FrameFiles::write(const Array& frame)
 {
-    const bool isRgb =
-        frame.kind() == Kind::Uchar && width_ != 0 && frame.dim(0) == 3 * std::uint64_t{width_};
-    const Picture picture = pictureOf(frame, isVideo_);
-    std::string bytes = fmt::format("P{}\n{} {}\n{}\n", isRgb ? 6 : 5, isRgb ? width_ : frame.dim(0),
-                                    std::uint64_t{frame.dim(1)} * frame.dim(2), picture.greatest);
-    for (const std::uint16_t sample : picture.samples) {
-        if (picture.greatest > 255) bytes.push_back(static_cast<char>(sample >> 8U));
-        bytes.push_back(static_cast<char>(sample & 255U));
+    const Picture picture = pictureOf(frame, width_, isVideo_);
+    const auto path = folder_ / fmt::format("frame{:06}.png", written_ + 1);
+    std::vector<std::uint8_t> bytes;
+    try {
+        // A colour frame has three elements a pixel, except for YUYV16.
+        const std::uint32_t perPixel = picture.perPixel == 3 && frame.kind() == Kind::Uchar ? 3 : 1;
+        bytes = imageio::encodePng({imageSide(frame.dim(0) / perPixel),
+                                    imageSide(std::uint64_t{frame.dim(1)} * frame.dim(2)), picture.perPixel,
+                                    picture.bits, picture.bytes});
+    } catch (const std::runtime_error& error) {
+        throw FileError{fmt::format("cannot write {}: {}", utf8FromPath(path), error.what())};
     }
-    const auto path = folder_ / fmt::format("frame{:06}.{}", written_ + 1, isRgb ? "ppm" : "pgm");
     BIOfs file(utf8FromPath(path), BIOfs::Mode::Stage);
     try {
         file.write(bytes.data(), bytes.size());

@@ -8,9 +8,9 @@
 
 namespace scansteps::host {
 
-/// Writes the embedded frames of records as frame000001.pgm and so on: 8-bit samples as they are, a row of
-/// three times the recorded width as colours (.ppm); 16-bit samples as they are, of YUYV16 frames the luma;
-/// every other kind mapped linearly from its minimum and maximum to 0 ... 65535.
+/// Writes the embedded frames of records as frame000001.png and so on: 8-bit samples as they are, a row of
+/// three times the recorded width as RGB; 16-bit samples as 16-bit grey; YUYV16 frames as 8-bit RGB; every
+/// other kind mapped linearly from its minimum and maximum to 16-bit grey.
 class FrameFiles
 {
   public:

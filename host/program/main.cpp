@@ -149,8 +149,7 @@ Command addInspect(CLI::App& app)
     app.add_flag("--json", options->json, "One JSON object a line and record");
     app.add_flag("--model", options->model, "What mesh or point cloud each record holds, and nothing else");
     app.add_flag("--data", options->data, "With the elements of arrays");
-    app.add_option("--frames", options->frames,
-                   "Writes the frames as picture files (.pgm, .ppm) into this folder")
+    app.add_option("--frames", options->frames, "Writes the frames as PNG files into this folder")
         ->type_name("DIR");
     app.add_option(
            "--recover", options->recover,

@@ -46,6 +46,7 @@ struct SettingInfo
     bool enforced = false;
     SettingRole role = SettingRole::None;
     bool counted = false;  ///< names the first of a series of numbered files (numbered_name.h)
+    bool pattern = false;  ///< an input that may stand for several files (file_patterns.h)
     /// File name endings, separated by blanks, one of which an output's name must contain; empty: any name.
     const char* endings = "";
     const char* unitName = "";
@@ -71,6 +72,11 @@ struct SettingInfo
     }
     /// The setting names the first of a series of numbered files.
     constexpr SettingInfo countedUp() const { return with(*this, &SettingInfo::counted, true); }
+    /// The setting names an input that may be a pattern or a list of files.
+    constexpr SettingInfo readsPattern() const
+    {
+        return with(names(SettingRole::Input), &SettingInfo::pattern, true);
+    }
     constexpr SettingInfo unit(const char* name) const { return with(*this, &SettingInfo::unitName, name); }
 };
 

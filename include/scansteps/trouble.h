@@ -16,6 +16,8 @@ enum class Trouble : std::uint32_t
     NoModel = 5,            ///< a model step received neither a mesh nor a point cloud during a run
     FileFailed = 6,         ///< file, if any, and reason of the error about to be thrown
     ModelNotWritten = 7,    ///< a model file could not be opened; the step continues with the next event
+    DepthReduced = 8,       ///< samples of a file were rounded to fewer bits; reported once per run
+    AlphaDropped = 9,       ///< the transparency of a file was ignored; reported once per run
 };
 
 /// Notifies the host if it has installed services. Null texts count as empty.

@@ -91,7 +91,9 @@ std::string settingJson(const SettingInfo& setting)
     json.addSet("enforced", setting.enforced).addSet("unit", setting.unitName);
     constexpr const char* kRoles[] = {"", "input", "output", "host", "port", ""};
     json.addSet("role", kRoles[static_cast<std::size_t>(setting.role)]);
-    json.addSet("counted", setting.counted).addSet("endings", setting.endings);
+    json.addSet("counted", setting.counted)
+        .addSet("pattern", setting.pattern)
+        .addSet("endings", setting.endings);
     return json.add("doc", setting.doc).str();
 }
 

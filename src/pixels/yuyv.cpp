@@ -156,30 +156,6 @@ void checkSizes(std::size_t samples, std::size_t bytes, std::size_t width, std::
     if (bytes / 3 < width * height) fail("RGB buffer smaller than width x height");
 }
 
-std::uint8_t toByte(double value)
-{
-    return static_cast<std::uint8_t>(std::max(std::min(static_cast<float>(value), 255.0F), 0.0F));
-}
-
-void pixelToRgb(int y, int u, int v, std::uint8_t* rgb)
-{
-    const double luma = 1.164 * (y - 16);
-    rgb[0] = toByte(luma + 1.596 * (v - 128));
-    rgb[1] = toByte(luma + 0.391 * (128 - u) + 0.813 * (128 - v));
-    rgb[2] = toByte(luma + 2.018 * (u - 128));
-}
-
-// Converts columns `first` to width - 1 of the row that starts at sample `row` of the frame.
-void rowToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, std::size_t row,
-              std::size_t first, std::size_t width, std::size_t frame)
-{
-    for (std::size_t k = row + first; k < row + width; ++k) {
-        const std::size_t pair = row + ((k - row) & ~std::size_t{1});
-        const int v = pair + 1 < frame ? src[pair + 1] >> 8 : 128;
-        pixelToRgb(src[k] & 0xFF, src[pair] >> 8, v, &dst[3 * k]);
-    }
-}
-
 // Converts columns `first` to width - 1 of the row that starts at pixel `row` of the frame.
 void rowToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, std::size_t row,
                std::size_t first, std::size_t width)
@@ -205,7 +181,7 @@ void yuyvToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, 
     const std::size_t line = width % 2 == 0 ? frame : width;
     for (std::size_t row = 0; row < frame; row += line) {
         const std::size_t done = HWY_DYNAMIC_DISPATCH(YuyvToRgb)(&src[row], &dst[3 * row], line);
-        rowToRgb(src, dst, row, done, line, frame);
+        yuyv16RowToRgb(src, dst, row, done, line, frame);
     }
 }
 
@@ -222,13 +198,6 @@ void rgbToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, 
 }
 
 namespace scalar {
-
-void yuyvToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, std::size_t width,
-               std::size_t height)
-{
-    checkSizes(src.size(), dst.size(), width, height);
-    for (std::size_t y = 0; y < height; ++y) rowToRgb(src, dst, y * width, 0, width, width * height);
-}
 
 void rgbToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, std::size_t width,
                std::size_t height)

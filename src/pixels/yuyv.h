@@ -6,14 +6,11 @@
 #include <cstdint>
 #include <span>
 
+#include "scansteps/yuyv.h"
+
 namespace scansteps::pixels {
 
-/// YUYV16 to RGB: R = L + 1.596 (V - 128), G = L + 0.391 (128 - U) + 0.813 (128 - V), B = L + 2.018 (U - 128)
-/// with L = 1.164 (Y - 16), in double precision, narrowed to single, clamped to 0..255, truncated (ITU-R
-/// BT.601, studio range). `src` holds width x height samples, `dst` three bytes per pixel. For column x, with
-/// p = x rounded down to even, U and V are the high bytes of samples p and p + 1 counted from the row's
-/// start; the last column of an odd width takes V from the first sample of the next row, and 128 (no colour)
-/// in the last row. Throws when a buffer is too small.
+/// The same as yuyv16ToRgb(), vectorised.
 void yuyvToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, std::size_t width,
                std::size_t height);
 
@@ -25,8 +22,11 @@ void rgbToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, 
                std::size_t height);
 
 namespace scalar {
-void yuyvToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, std::size_t width,
-               std::size_t height);
+inline void yuyvToRgb(std::span<const std::uint16_t> src, std::span<std::uint8_t> dst, std::size_t width,
+                      std::size_t height)
+{
+    yuyv16ToRgb(src, dst, width, height);
+}
 void rgbToYuyv(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst, std::size_t width,
                std::size_t height);
 }  // namespace scalar

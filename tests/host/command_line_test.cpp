@@ -161,7 +161,11 @@ TEST(CommandLine, filesAreCheckedBeforeARun)
 TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
 {
     const Json list = Json::parse(runProgram("steps --json").out);
-    ASSERT_EQ(list.size(), stepTable().size());
+    // Those of the bundled plug-ins stand beside the library's own.
+    const auto own = std::ranges::count_if(list, [](const Json& step) {
+        return findStep(step["kind"].get_ref<const std::string&>()) != nullptr;
+    });
+    ASSERT_EQ(std::size_t(own), stepTable().size());
     const Json canny = Json::parse(runProgram("steps ccanny --json").out);
     EXPECT_EQ(canny["frames"], Json({{"in", "samples16"}, {"out", "samples16"}}));
     for (const Json& setting : canny["settings"])

@@ -1,5 +1,7 @@
 // Recording, replay and inspection with the real program and real files.
 
+#include <png.h>
+
 #include <nlohmann/json.hpp>
 
 #include "images/image_file.h"
@@ -154,6 +156,30 @@ TEST(Inspect, SkipsDamagedRecords)
 #endif
 }
 
+struct Png
+{
+    int bits = 0, colourType = 0;
+    std::vector<std::uint8_t> bytes;  // of 16-bit samples the high one first
+};
+
+Png readPng(const std::string& path)
+{
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!file) throw std::runtime_error("cannot open " + path);
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_init_io(png, file.get());
+    png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    Png result{png_get_bit_depth(png, info), png_get_color_type(png, info), {}};
+    const std::size_t rowBytes = png_get_rowbytes(png, info);
+    for (png_uint_32 y = 0; y < png_get_image_height(png, info); ++y) {
+        const png_bytep row = png_get_rows(png, info)[y];
+        result.bytes.insert(result.bytes.end(), row, row + rowBytes);
+    }
+    png_destroy_read_struct(&png, &info, nullptr);
+    return result;
+}
+
 TEST(Inspect, WritesTheFramesAsPictures)
 {
     const TempDir dir;
@@ -163,25 +189,37 @@ TEST(Inspect, WritesTheFramesAsPictures)
               0);
     ASSERT_EQ(runProgram("inspect \"" + (dir / "run.rec") + "\" --frames \"" + (dir / "rgb") + "\"").exitCode,
               0);
-    const auto image = loadImage(kImages + "img0000.jpg"), frame = loadImage(dir / "rgb/frame000001.ppm");
-    ASSERT_TRUE(image && frame);
-    EXPECT_TRUE(std::ranges::equal(image->bytes(), frame->bytes()));
-    EXPECT_TRUE(std::filesystem::exists(dir / "rgb/frame000002.ppm"));
+    const auto image = loadImage(kImages + "img0000.jpg");
+    const Png frame = readPng(dir / "rgb/frame000001.png");
+    ASSERT_TRUE(image && frame.colourType == PNG_COLOR_TYPE_RGB && frame.bits == 8);
+    EXPECT_TRUE(std::ranges::equal(image->bytes(), frame.bytes));
+    EXPECT_TRUE(std::filesystem::exists(dir / "rgb/frame000002.png"));
 
-    ASSERT_EQ(runProgram("run \"" + kSource + save).exitCode, 0);
-    const auto luma = runProgram("inspect \"" + (dir / "run.rec") + "\" --frames \"" + (dir / "luma") + "\"");
-    EXPECT_THAT(luma.out, HasSubstr("4 frames in "));
-    EXPECT_THAT(readFile(dir / "luma/frame000004.pgm").substr(0, 15), "P5\n640 480\n255\n");
+    // YUYV16 frames in colour: what crgb makes of them.
+    const std::string yuyv = "cjread load.name=" + kImages + "img0000.jpg load.one=1 ! cyuv ! ";
+    ASSERT_EQ(runProgram("run \"" + yuyv + save).exitCode, 0);
+    const auto inspected =
+        runProgram("inspect \"" + (dir / "run.rec") + "\" --frames \"" + (dir / "video") + "\"");
+    EXPECT_THAT(inspected.out, HasSubstr("1 frames in "));
+    ASSERT_EQ(runProgram("run \"" + yuyv + "crgb ! cjwrite name=" + (dir / "crgb.ppm") + "\"").exitCode, 0);
+    EXPECT_TRUE(std::ranges::equal(readPng(dir / "video/frame000001.png").bytes,
+                                   loadImage(dir / "crgb.ppm")->bytes()));
 
-    Array floats(Kind::Float, 3, 1);
+    Array floats(Kind::Float, 3, 1), offset(Kind::Ushort, 2, 1);
     floats.elements<float>()[0] = -1;
     floats.elements<float>()[2] = 1;
+    offset.elements<std::uint16_t>()[0] = 0x1234;
     {
-        BIOfs out(dir / "float.rec", BIOfs::Mode::Write);
+        BIOfs out(dir / "both.rec", BIOfs::Mode::Write);
         writeRecord(out, Struct{{"eventType", 1002}, {"data", floats}});
+        writeRecord(out, Struct{{"eventType", 1002}, {"data", offset}});
     }
-    runProgram("inspect \"" + (dir / "float.rec") + "\" --frames \"" + (dir / "f") + "\"");
-    EXPECT_EQ(readFile(dir / "f/frame000001.pgm"), std::string("P5\n3 1\n65535\n\0\0\x80\0\xFF\xFF", 19));
+    runProgram("inspect \"" + (dir / "both.rec") + "\" --frames \"" + (dir / "f") + "\"");
+    const Png depth = readPng(dir / "f/frame000002.png");
+    EXPECT_EQ(readPng(dir / "f/frame000001.png").bytes,
+              (std::vector<std::uint8_t>{0, 0, 0x80, 0, 0xFF, 0xFF}));
+    EXPECT_TRUE(depth.bits == 16 && depth.colourType == PNG_COLOR_TYPE_GRAY);
+    EXPECT_EQ(depth.bytes, (std::vector<std::uint8_t>{0x12, 0x34, 0, 0}));
 }
 
 // The Python reader and the program agree on the contents of a recording.

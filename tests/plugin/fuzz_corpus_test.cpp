@@ -1,5 +1,6 @@
 // Replays the saved inputs of every fuzz target: each folder fuzz/<module>/<thing>_corpus.
 #include "../../fuzz/core/record_reader_input.h"
+#include "../../fuzz/images/decode_input.h"
 #include "../../fuzz/images/image_file_input.h"
 #include "../../fuzz/jpeg/decoder_input.h"
 #include "../../fuzz/plugin/any_chain_input.h"
@@ -23,6 +24,7 @@ TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
     const fuzzing::Scratch scratch;
     const std::map<std::string, Feed> targets = {
         {"record_reader_corpus", ofBytes(fuzzing::readRecords)},
+        {"decode_corpus", ofBytes(fuzzing::decodePictures)},
         {"image_file_corpus", [](const auto& path) { fuzzing::loadImageFile(path.string()); }},
         {"decoder_corpus", ofBytes([](const std::uint8_t* data, std::size_t size) {
              forEachTarget([&] { fuzzing::decodeJpeg(data, size); });
