@@ -1,0 +1,347 @@
+// Registration under the conditions that scanners meet: accuracy, refusals and honesty of the expected error
+// on photographs with known motions and disturbances, beside what is wanted; then the matching score of the
+// features and the precision that cneig gains. Prints Markdown tables:
+//     registration_conditions_bench FOLDER [--seeds N] [--seed N] [--only TEXT]
+// FOLDER and its subfolder "plain" hold photographs, see photographs.sh.
+#include <fmt/format.h>
+
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+#include "corners/neighbour_filter.h"
+#include "disturbed_views.h"
+#include "registration/edge_support.h"
+#include "registration/register_views.h"
+
+namespace {
+
+using namespace scansteps;
+using namespace scansteps::bench;
+using namespace scansteps::registration;
+
+constexpr MotionRange kWide;
+constexpr MotionRange kFlat{.perspective = 0};
+constexpr MotionRange kNarrow{.angle = 10, .minScale = 0.9, .maxScale = 1.1, .perspective = 0};
+constexpr MotionRange kRigid{.angle = 10, .minScale = 1, .maxScale = 1, .perspective = 0};
+constexpr MotionRange kCamera{
+    .angle = 1, .minScale = 1, .maxScale = 1, .minShift = 1, .maxShift = 15, .perspective = 0};
+constexpr MotionRange kZoom{.angle = 10, .minScale = 1.05, .maxScale = 1.15, .perspective = 0};
+constexpr MotionRange kShear{
+    .angle = 10, .minScale = 0.9, .maxScale = 1.1, .perspective = 0, .shear = 0.06, .minBeyond = 0.6};
+constexpr MotionRange kPerspective{
+    .angle = 10, .minScale = 0.9, .maxScale = 1.1, .perspective = 1e-4, .minBeyond = 0.6};
+
+struct Case
+{
+    const char* name;
+    const char* step;
+    MotionModel model;
+    MotionRange motion;
+    Disturbance first = none, second = none;
+    double occluded = 0;
+    double minGood = 0;     // per cent of the pairs within a pixel
+    double maxWrong = 0;    // per cent of the pairs reported as known and wrong by more than five pixels
+    bool textured = false;  // only the photographs with texture everywhere, with five times the seeds
+};
+
+constexpr auto kRange88 = range<88, 185>;
+constexpr auto kContrast04 = range<77, 179>;
+constexpr double kOne = 100 / 71.0;  // one of 72
+
+const Case kCases[] = {
+    {"undisturbed, texture everywhere", "c2rege5", MotionModel::homography, kWide, none, none, 0, 98, 0,
+     true},
+    {"undisturbed", "c2rege5", MotionModel::homography, kWide, none, brightness},
+    {"undisturbed, similarities", "c2rege", MotionModel::similarity, kFlat, none, brightness},
+    {"lit from one side", "c2rege5", MotionModel::homography, kWide, none, lightFromOneSide, 0, 75, kOne},
+    {"vignette 0.6", "c2rege5", MotionModel::homography, kWide, none, vignette, 0, 80, kOne},
+    {"gamma 2.2", "c2rege5", MotionModel::homography, kWide, none, gamma22, 0, 80, 0},
+    {"30 % occluded", "c2rege5", MotionModel::homography, kWide, none, none, 0.3, 80, kOne},
+    {"50 % occluded", "c2rege5", MotionModel::homography, kWide, none, none, 0.5, 60, kOne},
+    {"grey 88 to 185", "c2rege5", MotionModel::homography, kWide, kRange88, kRange88, 0, 70, 0},
+    {"grey 88 to 185, 1 to 15 px", "ccanny5old", MotionModel::rigid, kCamera, kRange88, kRange88, 0, 70, 0},
+    {"grey 88 to 185, 1 to 15 px", "ccanny5", MotionModel::similarity, kCamera, kRange88, kRange88, 0, 70, 0},
+    {"grey 88 to 185, 1 to 15 px", "ccanny7", MotionModel::affine, kCamera, kRange88, kRange88, 0, 70, 0},
+    {"contrast 0.4", "c2rege5", MotionModel::homography, kWide, none, kContrast04, 0, 70, kOne},
+    {"blur 3 px", "c2rege5", MotionModel::homography, kWide, none, blur3, 0, 50, kOne},
+    {"motion blur 11 px", "c2rege5", MotionModel::homography, kWide, none, motionBlur11, 0, 50, kOne},
+    {"rigid", "ccanny5old", MotionModel::rigid, kRigid, none, brightness},
+    {"similarity", "ccanny5", MotionModel::similarity, kNarrow, none, brightness},
+    {"affine", "ccanny7", MotionModel::affine, kNarrow, none, brightness},
+    {"zoom 1.05 to 1.15", "ccanny5old", MotionModel::rigid, kZoom, none, none, 0, 0, 2},
+    {"shear 0.04 to 0.06", "ccanny5", MotionModel::similarity, kShear, none, none, 0, 0, 2},
+    {"perspective", "c2rege", MotionModel::similarity, kPerspective, none, none, 0, 0, 2},
+    {"perspective", "ccanny7", MotionModel::affine, kPerspective, none, none, 0, 0, 2},
+};
+
+struct Options
+{
+    std::string folder, only;
+    int seeds = 4;
+    unsigned seed = 9000;
+};
+
+struct Picture
+{
+    std::string name;
+    Photograph photograph;
+    bool plain;
+};
+
+grey::GreyView viewOf(const std::vector<std::uint8_t>& grey)
+{
+    return {grey.data(), kWidth, kHeight, kWidth};
+}
+
+double cpuMilliseconds()
+{
+    return 1e3 * double(std::clock()) / CLOCKS_PER_SEC;
+}
+
+double quantile(std::vector<double> values, double q)
+{
+    if (values.empty()) return 0;
+    std::ranges::sort(values);
+    return values[std::min(values.size() - 1, std::size_t(q * double(values.size())))];
+}
+
+struct Tally
+{
+    int pairs = 0, good = 0, refused = 0, wrong = 0, honest = 0;
+    double milliseconds = 0;
+    std::vector<double> errors, ratios;  // of the pairs reported as known; true to expected error
+
+    void add(const Registration& r, const Eigen::Matrix3d& truth)
+    {
+        ++pairs;
+        if (r.inliers == 0) {
+            ++refused;
+            return;
+        }
+        const double error = test::cornerError(r.motion, truth);
+        errors.push_back(error);
+        ratios.push_back(error / r.deviation);
+        good += error <= 1;
+        wrong += !(error <= 5);
+        honest += error <= 3 * r.deviation;
+    }
+    void print(const Case& c) const
+    {
+        const double n = std::max(pairs, 1);
+        const double known = std::max(double(errors.size()), 1.0);
+        std::string target, miss;
+        if (c.minGood > 0) target = fmt::format("≥ {:.0f} %, ", c.minGood);
+        if (c.minGood > 0 || c.maxWrong > 0)
+            target += fmt::format("wrong ≤ {:.0f}", std::floor(c.maxWrong * n / 100));
+        if (!target.empty() && 100 * good / n < c.minGood)
+            miss = fmt::format("{:.0f} points", c.minGood - 100 * good / n);
+        if (!target.empty() && 100 * wrong / n > c.maxWrong)
+            miss += fmt::format("{}{} wrong", miss.empty() ? "" : ", ", wrong);
+        fmt::print(
+            "| {} | `{}` | {} | {:.1f} % | {} | {} | {:.3f} | {:.0f} % | {:.2f} | {:.0f} | {} | {} |\n",
+            c.name, c.step, pairs, 100 * good / n, refused, wrong, quantile(errors, 0.5),
+            100 * honest / known, quantile(ratios, 0.5), milliseconds / n, target, miss);
+        std::fflush(stdout);
+    }
+};
+
+struct Preparation
+{
+    corners::CornerDetector detector;
+    EdgeFinder finder;
+
+    void operator()(const std::vector<std::uint8_t>& grey, const Case& c, PreparedView& view)
+    {
+        prepareView(detector, viewOf(grey), registrationCorners(), view);
+        if (std::strcmp(c.step, "c2rege5") == 0)
+            view.support = pointsOnEdges(finder.edgesOf(view.full.view()), view.full.view());
+    }
+};
+
+// A motion that leaves at least six tenths of the view visible.
+Eigen::Matrix3d visibleMotion(std::mt19937& random, const MotionRange& motion)
+{
+    for (;;)
+        if (Eigen::Matrix3d truth = randomMotion(random, motion); test::overlap(truth) >= 0.6) return truth;
+}
+
+void measure(const Case& c, const std::vector<Picture>& pictures, const Options& options)
+{
+    Tally tally;
+    Preparation prepare;
+    for (std::size_t k = 0; k < pictures.size(); ++k) {
+        if (c.textured && pictures[k].plain) continue;
+        const GreyPlane still = pictures[k].photograph.view(Eigen::Matrix3d::Identity());
+        const GreyPlane other =
+            pictures[(k + 1) % pictures.size()].photograph.view(Eigen::Matrix3d::Identity());
+        for (int i = 0; i < (c.textured ? 5 : 1) * options.seeds; ++i) {
+            std::mt19937 random(options.seed + unsigned(i));
+            const Eigen::Matrix3d truth = visibleMotion(random, c.motion);
+            GreyPlane first = still;
+            GreyPlane second = pictures[k].photograph.view(truth.inverse());
+            if (c.occluded > 0) occlude(second, c.occluded, other, random);
+            c.first(first, random);
+            c.second(second, random);
+            const auto a = photographed(first, 5, random);
+            const auto b = photographed(second, 5, random);
+            PreparedView viewA, viewB;
+            const double start = cpuMilliseconds();
+            prepare(a, c, viewA);
+            prepare(b, c, viewB);
+            const Registration r = registerViews(viewA, viewB, c.model);
+            tally.milliseconds += cpuMilliseconds() - start;
+            tally.add(r, truth);
+        }
+    }
+    tally.print(c);
+}
+
+// Correct matches, within three pixels, over the features of the first view that the second one shows and
+// that have a feature of the second within three pixels or not: the score of K. Mikolajczyk and C. Schmid,
+// "A Performance Evaluation of Local Descriptors", PAMI 2005, over the smaller number of visible features.
+struct Matching
+{
+    double score = 0, precision = 0, filteredPrecision = 0, lost = 0;
+    int pairs = 0;
+};
+
+bool visible(const Eigen::Vector2d& p)
+{
+    return p.x() >= 24 && p.y() >= 24 && p.x() < kWidth - 24 && p.y() < kHeight - 24;
+}
+
+int visibleCount(const std::vector<corners::CornerFeature>& features, const Eigen::Matrix3d& toOther)
+{
+    return int(std::ranges::count_if(features, [&](const corners::CornerFeature& f) {
+        return visible(test::mapped(toOther, double(f.x), double(f.y)));
+    }));
+}
+
+struct Matched
+{
+    int all = 0, correct = 0;
+};
+
+Matched matched(const PreparedView& a, const PreparedView& b, const Eigen::Matrix3d& truth)
+{
+    std::vector<Match> matches;
+    matchFeatures(a.index, b.index, 90, matches);
+    Matched count;
+    for (const Match& m : matches) {
+        const auto& f = a.features[m.first];
+        const auto& g = b.features[m.second];
+        const Eigen::Vector2d p = test::mapped(truth, double(f.x), double(f.y));
+        if (!visible(p)) continue;
+        ++count.all;
+        count.correct += (p - Eigen::Vector2d(double(g.x), double(g.y))).norm() <= 3;
+    }
+    return count;
+}
+
+PreparedView filtered(const PreparedView& view)
+{
+    PreparedView out;
+    for (const std::uint32_t i : corners::withLikeNeighbours(view.features, corners::NeighbourFilter{}))
+        out.features.push_back(view.features[i]);
+    out.index.assign(out.features);
+    return out;
+}
+
+void measureMatching(const std::vector<Picture>& pictures, const Options& options)
+{
+    Matching sum;
+    Matched before, after;
+    corners::CornerDetector detector;
+    for (const Picture& picture : pictures) {
+        if (picture.plain) continue;
+        const GreyPlane still = picture.photograph.view(Eigen::Matrix3d::Identity());
+        for (int i = 0; i < options.seeds; ++i) {
+            std::mt19937 random(options.seed + unsigned(i));
+            const Eigen::Matrix3d truth = visibleMotion(random, kWide);
+            GreyPlane second = picture.photograph.view(truth.inverse());
+            blurAndGamma(second, random);
+            PreparedView a, b;
+            prepareView(detector, viewOf(photographed(still, 5, random)), registrationCorners(), a);
+            prepareView(detector, viewOf(photographed(second, 5, random)), registrationCorners(), b);
+            const int most =
+                std::min(visibleCount(a.features, truth), visibleCount(b.features, truth.inverse()));
+            const Matched all = matched(a, b, truth);
+            const Matched kept = matched(filtered(a), filtered(b), truth);
+            sum.score += double(all.correct) / std::max(most, 1);
+            ++sum.pairs;
+            before.all += all.all, before.correct += all.correct;
+            after.all += kept.all, after.correct += kept.correct;
+        }
+    }
+    const double precision = double(before.correct) / std::max(before.all, 1);
+    const double gained = double(after.correct) / std::max(after.all, 1) - precision;
+    const double lost = 1 - double(after.correct) / std::max(before.correct, 1);
+    const double score = 100 * sum.score / std::max(sum.pairs, 1);
+    fmt::print(
+        "\n| what, {} wide pairs with blur 1.5 px and gamma 2.2 | value | target | miss "
+        "|\n|---|---|---|---|\n",
+        sum.pairs);
+    fmt::print("| matching score: correct matches of visible features | {:.1f} % | ≥ 60 % | {} |\n", score,
+               score < 60 ? fmt::format("{:.0f} points", 60 - score) : "");
+    fmt::print("| precision of the matches | {:.3f} | | |\n", precision);
+    fmt::print("| precision gained by `cneig` | {:+.3f} | ≥ 0.1 | {} |\n", gained,
+               gained < 0.1 ? fmt::format("{:.3f}", 0.1 - gained) : "");
+    fmt::print("| correct matches lost by `cneig` | {:.1f} % | ≤ 10 % | {} |\n", 100 * lost,
+               lost > 0.1 ? fmt::format("{:.0f} points", 100 * lost - 10) : "");
+}
+
+std::vector<Picture> load(const std::string& folder)
+{
+    std::vector<std::string> names;
+    for (const char* sub : {"", "plain"})
+        if (const auto path = std::filesystem::path(folder) / sub; std::filesystem::is_directory(path))
+            for (const auto& entry : std::filesystem::directory_iterator(path))
+                if (entry.path().extension() == ".jpg") names.push_back(entry.path().string());
+    std::ranges::sort(names);
+    std::vector<Picture> pictures;
+    for (const std::string& name : names) {
+        const std::filesystem::path path(name);
+        pictures.push_back({path.stem().string(), Photograph(test::loadJpeg(name)),
+                            path.parent_path().filename() == "plain"});
+    }
+    return pictures;
+}
+
+Options parse(int count, char** words)
+{
+    Options options;
+    for (int i = 1; i < count; ++i) {
+        const std::string word = words[i];
+        if (word == "--seeds" && i + 1 < count)
+            options.seeds = std::atoi(words[++i]);
+        else if (word == "--seed" && i + 1 < count)
+            options.seed = unsigned(std::atoi(words[++i]));
+        else if (word == "--only" && i + 1 < count)
+            options.only = words[++i];
+        else
+            options.folder = word;
+    }
+    return options;
+}
+
+}  // namespace
+
+int main(int count, char** words)
+{
+    const Options options = parse(count, words);
+    const std::vector<Picture> pictures = load(options.folder);
+    if (pictures.empty()) {
+        fmt::print(stderr,
+                   "registration_conditions_bench: no photographs; see bench/registration/photographs.sh\n");
+        return 2;
+    }
+    fmt::print(
+        "| condition | step | pairs | ≤ 1 px | refused | > 5 px | median, px | true ≤ 3 × expected | median "
+        "of "
+        "true/expected | ms | target | miss |\n|---|---|---|---|---|---|---|---|---|---|---|---|\n");
+    for (const Case& c : kCases)
+        if (std::string(c.name).find(options.only) != std::string::npos) measure(c, pictures, options);
+    if (options.only.empty() || options.only == "matching") measureMatching(pictures, options);
+}
