@@ -1,9 +1,5 @@
 // Processor time per frame of 1920 × 1088 for the steps that find edges, lines, regions and motions.
 // Successive frames are slightly shifted copies of a photograph.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +9,7 @@
 #include "scansteps/texture.h"
 #include "support/ratio.h"
 #include "support/scaled.h"
+#include "support/silence.h"
 
 namespace scansteps {
 
@@ -43,9 +40,7 @@ void frame(benchmark::State& state, const char* kind)
     fillFreeHandles(table);
     installHandles(&table);
     {
-        const int screen = ::dup(STDOUT_FILENO), nowhere = ::open("/dev/null", O_WRONLY);
-        std::fflush(stdout);
-        ::dup2(nowhere, STDOUT_FILENO);
+        const bench::Silence silence;
         const auto step = plugin::createStep(kind);
         const auto own = createTexture(formatCode("u_1x16"), kWidth, kHeight);
         varitype settings{Struct{{"eventType", event::kInit},
@@ -72,10 +67,6 @@ void frame(benchmark::State& state, const char* kind)
             state.SetIterationTime(times.back());
         }
         state.counters["median_ms"] = 1e3 * bench::median(times);
-        std::fflush(stdout);
-        ::dup2(screen, STDOUT_FILENO);
-        ::close(screen);
-        ::close(nowhere);
     }
     installHandles(nullptr);
 }

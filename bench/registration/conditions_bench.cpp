@@ -5,14 +5,13 @@
 // FOLDER and its subfolder "plain" hold photographs, see photographs.sh.
 #include <fmt/format.h>
 
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <string>
 
 #include "corners/neighbour_filter.h"
 #include "disturbed_views.h"
-#include "registration/edge_support.h"
+#include "edges/subpixel_edges.h"
 #include "registration/register_views.h"
 
 namespace {
@@ -20,6 +19,8 @@ namespace {
 using namespace scansteps;
 using namespace scansteps::bench;
 using namespace scansteps::registration;
+
+constexpr int kMaxBits = 90;  // by which the descriptors of matches may differ
 
 constexpr MotionRange kWide;
 constexpr MotionRange kFlat{.perspective = 0};
@@ -54,6 +55,8 @@ const Case kCases[] = {
     {"undisturbed, texture everywhere", "c2rege5", MotionModel::homography, kWide, none, none, 0, 98, 0,
      true},
     {"undisturbed", "c2rege5", MotionModel::homography, kWide, none, brightness},
+    {"undisturbed, only polylines left", "ccanny2c, c2rege5", MotionModel::homography, kWide, none,
+     brightness},
     {"undisturbed, similarities", "c2rege", MotionModel::similarity, kFlat, none, brightness},
     {"lit from one side", "c2rege5", MotionModel::homography, kWide, none, lightFromOneSide, 0, 75, kOne},
     {"vignette 0.6", "c2rege5", MotionModel::homography, kWide, none, vignette, 0, 80, kOne},
@@ -150,13 +153,27 @@ struct Tally
 struct Preparation
 {
     corners::CornerDetector detector;
-    EdgeFinder finder;
 
     void operator()(const std::vector<std::uint8_t>& grey, const Case& c, PreparedView& view)
     {
         prepareView(detector, viewOf(grey), registrationCorners(), view);
-        if (std::strcmp(c.step, "c2rege5") == 0)
-            view.support = pointsOnEdges(finder.edgesOf(view.full.view()), view.full.view());
+        if (std::string(c.step) == "ccanny2c, c2rege5") alignByEdges(linesOf(view.full), view);
+    }
+
+  private:
+    static edges::Polylines linesOf(const grey::GreyImage& smooth)
+    {
+        edges::FloatPlane plane(kWidth, kHeight);
+        for (int y = 0; y < kHeight; ++y)
+            std::copy_n(smooth.view().row(y), kWidth, plane.row(std::size_t(y)));
+        edges::SubpixelPlanes planes;
+        edges::EdgeBits edges;
+        std::vector<edges::Vertex> positions;
+        edges::subpixelEdges(plane, 40, 100, 3, planes, edges, positions);
+        edges::PathTracer tracer;
+        edges::Polylines lines;
+        edges::tracePolylines(edges, tracer, lines, positions);
+        return lines;
     }
 };
 
@@ -198,16 +215,7 @@ void measure(const Case& c, const std::vector<Picture>& pictures, const Options&
     tally.print(c);
 }
 
-// Correct matches, within three pixels, over the features of the first view that the second one shows and
-// that have a feature of the second within three pixels or not: the score of K. Mikolajczyk and C. Schmid,
-// "A Performance Evaluation of Local Descriptors", PAMI 2005, over the smaller number of visible features.
-struct Matching
-{
-    double score = 0, precision = 0, filteredPrecision = 0, lost = 0;
-    int pairs = 0;
-};
-
-bool visible(const Eigen::Vector2d& p)
+bool isVisible(const Eigen::Vector2d& p)
 {
     return p.x() >= 24 && p.y() >= 24 && p.x() < kWidth - 24 && p.y() < kHeight - 24;
 }
@@ -215,81 +223,105 @@ bool visible(const Eigen::Vector2d& p)
 int visibleCount(const std::vector<corners::CornerFeature>& features, const Eigen::Matrix3d& toOther)
 {
     return int(std::ranges::count_if(features, [&](const corners::CornerFeature& f) {
-        return visible(test::mapped(toOther, double(f.x), double(f.y)));
+        return isVisible(test::mapped(toOther, double(f.x), double(f.y)));
     }));
 }
 
 struct Matched
 {
-    int all = 0, correct = 0;
+    int all = 0, correct = 0;  // correct: within three pixels
+
+    void add(const std::vector<corners::CornerFeature>& a, const std::vector<corners::CornerFeature>& b,
+             const Eigen::Matrix3d& truth)
+    {
+        std::vector<Match> matches;
+        matchFeatures(DescriptorIndex(a), DescriptorIndex(b), kMaxBits, matches);
+        for (const Match& m : matches) {
+            const Eigen::Vector2d p = test::mapped(truth, double(a[m.first].x), double(a[m.first].y));
+            if (!isVisible(p)) continue;
+            ++all;
+            correct += (p - Eigen::Vector2d(double(b[m.second].x), double(b[m.second].y))).norm() <= 3;
+        }
+    }
+    double precision() const { return double(correct) / std::max(all, 1); }
 };
 
-Matched matched(const PreparedView& a, const PreparedView& b, const Eigen::Matrix3d& truth)
+// Two views of each textured photograph, as `disturb` leaves the second.
+template <class Use>
+int forEachWidePair(const std::vector<Picture>& pictures, const Options& options, Disturbance disturb,
+                    Use use)
 {
-    std::vector<Match> matches;
-    matchFeatures(a.index, b.index, 90, matches);
-    Matched count;
-    for (const Match& m : matches) {
-        const auto& f = a.features[m.first];
-        const auto& g = b.features[m.second];
-        const Eigen::Vector2d p = test::mapped(truth, double(f.x), double(f.y));
-        if (!visible(p)) continue;
-        ++count.all;
-        count.correct += (p - Eigen::Vector2d(double(g.x), double(g.y))).norm() <= 3;
-    }
-    return count;
-}
-
-PreparedView filtered(const PreparedView& view)
-{
-    PreparedView out;
-    for (const std::uint32_t i : corners::withLikeNeighbours(view.features, corners::NeighbourFilter{}))
-        out.features.push_back(view.features[i]);
-    out.index.assign(out.features);
-    return out;
-}
-
-void measureMatching(const std::vector<Picture>& pictures, const Options& options)
-{
-    Matching sum;
-    Matched before, after;
-    corners::CornerDetector detector;
+    int pairs = 0;
     for (const Picture& picture : pictures) {
         if (picture.plain) continue;
         const GreyPlane still = picture.photograph.view(Eigen::Matrix3d::Identity());
-        for (int i = 0; i < options.seeds; ++i) {
+        for (int i = 0; i < options.seeds; ++i, ++pairs) {
             std::mt19937 random(options.seed + unsigned(i));
             const Eigen::Matrix3d truth = visibleMotion(random, kWide);
             GreyPlane second = picture.photograph.view(truth.inverse());
-            blurAndGamma(second, random);
-            PreparedView a, b;
-            prepareView(detector, viewOf(photographed(still, 5, random)), registrationCorners(), a);
-            prepareView(detector, viewOf(photographed(second, 5, random)), registrationCorners(), b);
-            const int most =
-                std::min(visibleCount(a.features, truth), visibleCount(b.features, truth.inverse()));
-            const Matched all = matched(a, b, truth);
-            const Matched kept = matched(filtered(a), filtered(b), truth);
-            sum.score += double(all.correct) / std::max(most, 1);
-            ++sum.pairs;
-            before.all += all.all, before.correct += all.correct;
-            after.all += kept.all, after.correct += kept.correct;
+            disturb(second, random);
+            const auto a = photographed(still, 5, random);
+            const auto b = photographed(second, 5, random);
+            use(viewOf(a), viewOf(b), truth);
         }
     }
-    const double precision = double(before.correct) / std::max(before.all, 1);
-    const double gained = double(after.correct) / std::max(after.all, 1) - precision;
-    const double lost = 1 - double(after.correct) / std::max(before.correct, 1);
-    const double score = 100 * sum.score / std::max(sum.pairs, 1);
+    return pairs;
+}
+
+// Correct matches over the features of the view that has fewer in sight of the other: the score of K.
+// Mikolajczyk and C. Schmid, "A Performance Evaluation of Local Descriptors", PAMI 2005.
+void measureMatching(const std::vector<Picture>& pictures, const Options& options)
+{
+    double sum = 0;
+    Matched matched;
+    corners::CornerDetector detector;
+    const int pairs =
+        forEachWidePair(pictures, options, blurAndGamma, [&](auto a, auto b, const auto& truth) {
+            const auto first = detector.detect(a, registrationCorners());
+            const auto second = detector.detect(b, registrationCorners());
+            const int most = std::min(visibleCount(first, truth), visibleCount(second, truth.inverse()));
+            const int before = matched.correct;
+            matched.add(first, second, truth);
+            sum += double(matched.correct - before) / std::max(most, 1);
+        });
+    const double score = 100 * sum / std::max(pairs, 1);
     fmt::print(
-        "\n| what, {} wide pairs with blur 1.5 px and gamma 2.2 | value | target | miss "
+        "\n| features of the registration, {} wide pairs with blur 1.5 px and gamma 2.2 | value | target | "
+        "miss "
         "|\n|---|---|---|---|\n",
-        sum.pairs);
+        pairs);
     fmt::print("| matching score: correct matches of visible features | {:.1f} % | ≥ 60 % | {} |\n", score,
                score < 60 ? fmt::format("{:.0f} points", 60 - score) : "");
-    fmt::print("| precision of the matches | {:.3f} | | |\n", precision);
+    fmt::print("| precision of the matches | {:.3f} | | |\n", matched.precision());
+}
+
+std::vector<corners::CornerFeature> filtered(const std::vector<corners::CornerFeature>& features,
+                                             const corners::NeighbourFilter& settings)
+{
+    std::vector<corners::CornerFeature> out;
+    for (const std::uint32_t i : corners::withLikeNeighbours(features, settings)) out.push_back(features[i]);
+    return out;
+}
+
+void measureNeighbours(const std::vector<Picture>& pictures, const Options& options)
+{
+    Matched before, after;
+    corners::CornerDetector detector;
+    const int pairs = forEachWidePair(pictures, options, brightness, [&](auto a, auto b, const auto& truth) {
+        const auto first = detector.detect(a, corners::CornerSettings{});
+        const auto second = detector.detect(b, corners::CornerSettings{});
+        before.add(first, second, truth);
+        after.add(filtered(first, {}), filtered(second, {}), truth);
+    });
+    const double gained = after.precision() - before.precision();
+    const double lost = 100 - 100.0 * after.correct / std::max(before.correct, 1);
+    fmt::print("\n| features of `ccorner5`, {} wide pairs | value | target | miss |\n|---|---|---|---|\n",
+               pairs);
+    fmt::print("| precision of the matches | {:.3f} | | |\n", before.precision());
     fmt::print("| precision gained by `cneig` | {:+.3f} | ≥ 0.1 | {} |\n", gained,
                gained < 0.1 ? fmt::format("{:.3f}", 0.1 - gained) : "");
-    fmt::print("| correct matches lost by `cneig` | {:.1f} % | ≤ 10 % | {} |\n", 100 * lost,
-               lost > 0.1 ? fmt::format("{:.0f} points", 100 * lost - 10) : "");
+    fmt::print("| correct matches lost by `cneig` | {:.1f} % | ≤ 10 % | {} |\n", lost,
+               lost > 10 ? fmt::format("{:.0f} points", lost - 10) : "");
 }
 
 std::vector<Picture> load(const std::string& folder)
@@ -344,4 +376,5 @@ int main(int count, char** words)
     for (const Case& c : kCases)
         if (std::string(c.name).find(options.only) != std::string::npos) measure(c, pictures, options);
     if (options.only.empty() || options.only == "matching") measureMatching(pictures, options);
+    if (options.only.empty() || options.only == "neighbours") measureNeighbours(pictures, options);
 }

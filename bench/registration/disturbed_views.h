@@ -50,19 +50,19 @@ class Photograph
     /// mean of 2 × 2 samples, interpolated after Catmull and Rom.
     GreyPlane view(const Eigen::Matrix3d& toFirst) const
     {
-        GreyPlane out;
-        out.reserve(std::size_t{kWidth} * kHeight);
-        for (int y = 0; y < kHeight; ++y)
-            for (int x = 0; x < kWidth; ++x) {
-                float sum = 0;
-                for (const double dy : {-0.25, 0.25})
-                    for (const double dx : {-0.25, 0.25}) {
-                        const Eigen::Vector3d p = toFirst * Eigen::Vector3d(x + dx, y + dy, 1);
-                        sum += sample(float(left_ + zoom_ * (p.x() / p.z() + 0.5) - 0.5),
-                                      float(top_ + zoom_ * (p.y() / p.z() + 0.5) - 0.5));
-                    }
-                out.push_back(sum / 4);
-            }
+        // a sample of the photograph lies at zoom * p + (left, top), counted from the outer edges of pixels
+        Eigen::Matrix3d toPhoto;
+        toPhoto << zoom_, 0, left_ + zoom_ / 2 - 0.5, 0, zoom_, top_ + zoom_ / 2 - 0.5, 0, 0, 1;
+        const Eigen::Matrix3d m = toPhoto * toFirst;
+        GreyPlane out(std::size_t{kWidth} * kHeight, 0.0F);
+        for (const double dy : {-0.25, 0.25})
+            for (const double dx : {-0.25, 0.25})
+                for (int y = 0; y < kHeight; ++y) {
+                    Eigen::Vector3d p = m * Eigen::Vector3d(dx, y + dy, 1);
+                    float* to = out.data() + std::ptrdiff_t{y} * kWidth;
+                    for (int x = 0; x < kWidth; ++x, p += m.col(0))
+                        *to++ += sample(float(p.x() / p.z()), float(p.y() / p.z())) / 4;
+                }
         return out;
     }
 

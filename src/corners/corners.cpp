@@ -14,6 +14,8 @@ constexpr int kMargin = kDescriptorRadius + 1;
 // Corners of coarse levels are located less precisely: their scores are multiplied by size to this power.
 constexpr float kSizeExponent = -0.2F;
 
+constexpr int kSpreadDensity = 8;  // features per bucket when a number of features is given
+
 struct Offset
 {
     float x, y;
@@ -82,7 +84,7 @@ void CornerDetector::buildLevels(grey::GreyView image, int count)
 void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& settings)
 {
     const bool blobs = settings.kind == CornerKind::hessian;
-    const grey::GreyView view = blobs ? levels_[level].smooth.view() : levels_[level].view;
+    const grey::GreyView view = blobs || settings.smooth ? levels_[level].smooth.view() : levels_[level].view;
     const float size = levels_[level].size;
     const float gain = blobs ? 1.0F : std::pow(size, kSizeExponent);
     response_.resize(std::size_t(view.width) * std::size_t(view.height));
@@ -114,19 +116,26 @@ void CornerDetector::select(grey::GreyView image, const CornerSettings& settings
     std::sort(order.begin(), order.end(), [](const Key& a, const Key& b) {
         return a.score > b.score || (a.score == b.score && a.index < b.index);
     });
-    const int across = (image.width + kBucketSize - 1) / kBucketSize;
-    const int down = (image.height + kBucketSize - 1) / kBucketSize;
+    // with a count, buckets of which half would hold it, as there are places without features
+    const double area = double(image.width) * image.height;
+    const int density = settings.count == 0 ? settings.density : kSpreadDensity;
+    const int side = settings.count == 0
+                         ? kBucketSize
+                         : std::max(int(std::sqrt(area * kSpreadDensity / 2 / double(settings.count))), 1);
+    const std::size_t most = settings.count == 0 ? kMaxFeatures : std::min(settings.count, kMaxFeatures);
+    const int across = (image.width + side - 1) / side;
+    const int down = (image.height + side - 1) / side;
     std::pmr::vector<int> inBucket(std::size_t(across) * std::size_t(down), 0, memory_.get());
     kept_.clear();
     for (const Key& key : order) {
         const CornerFeature& f = found_[key.index];
         if (settings.bucketing) {
-            int& count = inBucket[std::size_t(int(f.y) / kBucketSize * across + int(f.x) / kBucketSize)];
-            if (count >= settings.density) continue;
+            int& count = inBucket[std::size_t(int(f.y) / side * across + int(f.x) / side)];
+            if (count >= density) continue;
             ++count;
         }
         kept_.push_back(f);
-        if (kept_.size() == kMaxFeatures) break;
+        if (kept_.size() == most) break;
     }
 }
 

@@ -33,12 +33,15 @@ struct CornerSettings
     int lowPass1 = 1;      ///< see ResponseSettings
     int lowPass2 = 3;
     bool bucketing = true;
-    int density = 4;   ///< features per bucket
-    bool fast = true;  ///< the short descriptor
-    int levels = 6;    ///< maximum number of pyramid levels
+    int density = 4;        ///< features per bucket
+    bool fast = true;       ///< the short descriptor
+    int levels = 6;         ///< maximum number of pyramid levels
+    bool smooth = false;    ///< responses are computed from the smoothed levels, which noise affects less
+    std::size_t count = 0;  ///< not 0: the number of features aimed at; buckets are then as large as to
+                            ///< spread them over the frame, and `density` has no effect
 };
 
-/// Side of a bucket in pixels of the full image.
+/// Side of a bucket in pixels of the full image, unless CornerSettings::count is given.
 inline constexpr int kBucketSize = 16;
 
 /// Maximum number of features per frame; only the strongest are kept.

@@ -62,7 +62,7 @@ class PathTracer
 /// its first vertex and the one farthest from it.
 void simplify(Polylines::Path line, float tolerance, Polylines& out, Scratch scratch = {});
 
-/// Tolerance of the edge steps in pixels.
+/// Tolerance in pixels for lines through pixel centres.
 inline constexpr float kPolylineTolerance = 1.0F;
 
 /// Traces edges into simplified polylines, which replace the contents of `lines`. With `positions`, one

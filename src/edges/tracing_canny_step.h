@@ -51,9 +51,10 @@ class TracingCanny : public CPUBase
     /// Evaluates the edges, adds the result to the record and prints its size. May change the edges.
     virtual void describe(EdgeBits& edges, varitype& record) = 0;
 
-    void tracePolylinesInto(varitype& record, const EdgeBits& edges, std::span<const Vertex> positions = {})
+    void tracePolylinesInto(varitype& record, const EdgeBits& edges, std::span<const Vertex> positions = {},
+                            float tolerance = kPolylineTolerance)
     {
-        tracePolylines(edges, tracer_, lines_, positions, kPolylineTolerance, &memory_);
+        tracePolylines(edges, tracer_, lines_, positions, tolerance, &memory_);
         print::field(std::int64_t(lines_.size()), " fvertsArray.size()\n");
         insertPolylines(record, lines_);
     }

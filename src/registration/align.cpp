@@ -1,241 +1,336 @@
-// Gauss-Newton alignment of two views by grey values, and the choice of support points.
+// Gauss-Newton alignment of two views by patches, and its expected error.
 #include "registration/align.h"
 
 #include <Eigen/Cholesky>
+#include <Eigen/LU>
 #include <algorithm>
 #include <cmath>
 
 namespace scansteps::registration {
 namespace {
 
-constexpr int kCell = 8;
-constexpr int kBorder = 2 * kCell;
-constexpr int kGain = 8;  // indices of gain and offset, after the parameters of the motion
-constexpr int kOffset = 9;
+constexpr int kPixels = kPatchSide * kPatchSide;
+constexpr double kCentre = (kPatchSide - 1) / 2.0;
+constexpr double kMinLength = 1.5 * kPatchSide;  // a standard deviation of 1.5 grey levels
+constexpr double kNoise = 1.0;                   // least deviation of a pixel after smoothing, grey levels
+constexpr double kDependence = 1.3;              // neighbouring patches err together; see bench/ACCURACY.md
+constexpr double kPull = 0.05;                   // keeps the displacement of patches on straight edges small
 
-using Normal = Eigen::Matrix<double, 10, 10>;
-using Right = Eigen::Matrix<double, 10, 1>;
+using Normal = Eigen::Matrix<double, 8, 8>;
+using Jacobian = Eigen::Matrix<double, 2, 8>;
 
-struct Sample
+double dot(const PatchValues& a, const PatchValues& b)
 {
-    double value, dx, dy;
-};
-
-// Bilinear value and its central differences one pixel to each side. The point must be two pixels inside the
-// image.
-Sample sampleAt(grey::GreyView image, double x, double y)
-{
-    const int ix = int(x);
-    const int iy = int(y);
-    const double fx = x - ix;
-    const double fy = y - iy;
-    double rows[4][4];
-    for (int j = 0; j < 4; ++j) {
-        const std::uint8_t* p = image.row(iy + j - 1) + ix - 1;
-        for (int i = 0; i < 4; ++i) rows[j][i] = p[i];
-    }
-    const auto along = [fx](const double* r, int i) { return r[i] + fx * (r[i + 1] - r[i]); };
-    const double above = along(rows[1], 1);
-    const double below = along(rows[2], 1);
-    const double left = along(rows[1], 0) * (1 - fy) + along(rows[2], 0) * fy;
-    const double right = along(rows[1], 2) * (1 - fy) + along(rows[2], 2) * fy;
-    const double up = along(rows[0], 1) * (1 - fy) + above * fy;
-    const double down = below * (1 - fy) + along(rows[3], 1) * fy;
-    return {above + fy * (below - above), (right - left) / 2, (down - up) / 2};
+    std::array<float, kPatchSide> sums{};
+    for (std::size_t i = 0; i < kPixels; i += kPatchSide)
+        for (std::size_t k = 0; k < kPatchSide; ++k) sums[k] += a[i + k] * b[i + k];
+    double sum = 0;
+    for (const float s : sums) sum += double(s);
+    return sum;
 }
 
-// A support point as both views see it.
-struct Observation
+// Subtracts the mean, which it returns.
+double centre(PatchValues& values)
 {
-    Eigen::Vector2d q;  // frame units of the second view
-    double here;
-    Sample there;
+    double sum = 0;
+    for (const float v : values) sum += double(v);
+    for (float& v : values) v -= float(sum / kPixels);
+    return sum / kPixels;
+}
+
+void removePart(PatchValues& values, const PatchValues& unit)
+{
+    const auto part = float(dot(values, unit));
+    for (std::size_t i = 0; i < kPixels; ++i) values[i] -= part * unit[i];
+}
+
+bool cut(grey::GreyView image, int left, int top, Patch& patch)
+{
+    for (int y = 0; y < kPatchSide; ++y) {
+        const std::uint8_t* row = image.row(top + y) + left;
+        for (int x = 0; x < kPatchSide; ++x) {
+            const auto i = std::size_t(y * kPatchSide + x);
+            patch.shape[i] = row[x];
+            patch.dx[i] = float(row[x + 1] - row[x - 1]) / 2;
+            patch.dy[i] = float(row[x + image.stride] - row[x - image.stride]) / 2;
+        }
+    }
+    centre(patch.shape);
+    const double length = std::sqrt(dot(patch.shape, patch.shape));
+    if (length < kMinLength) return false;
+    patch.length = float(length);
+    for (float& v : patch.shape) v /= float(length);
+    for (PatchValues* gradient : {&patch.dx, &patch.dy}) {
+        centre(*gradient);
+        removePart(*gradient, patch.shape);
+    }
+    patch.x = float(left + kCentre);
+    patch.y = float(top + kCentre);
+    patch.form = {dot(patch.dx, patch.dx), dot(patch.dx, patch.dy), dot(patch.dy, patch.dy)};
+    return true;
+}
+
+// How a patch lies in the second view.
+struct Reading
+{
+    Jacobian jacobian;     // of its displacement, in pixels of the first view
+    Eigen::Matrix2d form;  // information about the displacement, per squared grey level of noise
+    Eigen::Vector2d pull;  // form times the displacement
+    double correlation = 0;
+    double precision = 0;  // 1 / variance of the noise, in grey levels of the first view
+    double distance = 0;   // length of the displacement
+    double weight = 0;
 };
 
 class Aligner
 {
   public:
-    Aligner(grey::GreyView first, grey::GreyView second, std::span<const SupportPoint> support,
-            MotionModel model, Scratch scratch)
-        : first_(first),
+    Aligner(std::span<const Patch> patches, grey::GreyView second, MotionModel model, double minCorrelation,
+            Scratch scratch)
+        : patches_(patches),
           second_(second),
-          support_(support),
           model_(model),
-          units_(first.width, first.height),
-          observations_(scratch),
-          errors_(scratch)
+          minCorrelation_(minCorrelation),
+          units_(second.width, second.height),
+          readings_(scratch),
+          distances_(scratch)
     {
-        observations_.reserve(support.size());
-        errors_.reserve(support.size());
+        readings_.reserve(patches.size());
+        distances_.reserve(patches.size());
     }
 
     Alignment run(const Eigen::Matrix3d& start, int steps)
     {
-        Eigen::Matrix3d motion = units_.fromPixels(start);
-        double gain = 1;
-        double offset = 0;
-        sample(motion);
-        fitGrey(gain, offset);
+        Alignment result{.motion = start};
         for (int i = 0; i < steps; ++i) {
-            const double scale = residualScale(gain, offset);
-            Right step;
-            if (!solve(gain, offset, scale, step)) break;
-            motion = applyStep(motion, step.head<8>(), model_);
-            gain += step[kGain];
-            offset += step[kOffset];
-            sample(motion);
-            if (step.head<8>().norm() * units_.scale() < 0.002) break;
+            read(result.motion);
+            MotionStep step;
+            if (!solve(step)) break;
+            const Eigen::Matrix3d next = advanced(result.motion, step);
+            if (!next.allFinite()) break;
+            result.motion = next;
+            if (step.norm() * units_.scale() < 0.003) break;
         }
-        Alignment result;
-        result.motion = units_.toPixels(motion);
-        result.correlation = correlation();
-        result.deviation = deviation(motion, gain, offset);
+        read(result.motion);
+        judge(result);
         return result;
     }
 
   private:
-    // Samples the second view at the transformed support points.
-    void sample(const Eigen::Matrix3d& motion)
+    Eigen::Matrix3d advanced(const Eigen::Matrix3d& motion, const MotionStep& step) const
     {
-        observations_.clear();
-        for (const SupportPoint& s : support_) {
-            const Eigen::Vector2d q = transformed(motion, units_.point(double(s.x), double(s.y)));
-            const Eigen::Vector2d p =
-                q * units_.scale() + Eigen::Vector2d(first_.width - 1, first_.height - 1) / 2;
-            if (!(p.x() >= 2 && p.y() >= 2 && p.x() < second_.width - 3 && p.y() < second_.height - 3))
-                continue;
-            const auto x = std::size_t(s.x);
-            observations_.push_back({q, double(first_.row(int(s.y))[x]), sampleAt(second_, p.x(), p.y())});
+        const Eigen::Matrix3d back = units_.fromPixels(motion.inverse());
+        const Eigen::Matrix3d next = units_.toPixels(applyStep(back, step, model_)).inverse();
+        return next / next(2, 2);
+    }
+
+    // Derivatives of the motion at a pixel, by its row and column.
+    static Eigen::Matrix2d localMap(const Eigen::Matrix3d& m, double x, double y, Eigen::Vector2d& at)
+    {
+        const Eigen::Vector3d q = m * Eigen::Vector3d(x, y, 1);
+        at = q.head<2>() / q.z();
+        Eigen::Matrix2d map = m.topLeftCorner<2, 2>();
+        map -= at * m.block<1, 2>(2, 0);
+        return map / q.z();
+    }
+
+    // The second view's values under a patch. The map must keep them inside.
+    void sample(const Eigen::Vector2d& at, const Eigen::Matrix2d& map, PatchValues& values) const
+    {
+        const auto a = float(map(0, 0)), b = float(map(0, 1)), c = float(map(1, 0)), d = float(map(1, 1));
+        for (int y = 0; y < kPatchSide; ++y)
+            for (int x = 0; x < kPatchSide; ++x) {
+                const float u = float(x) - float(kCentre), v = float(y) - float(kCentre);
+                const float px = float(at.x()) + a * u + b * v;
+                const float py = float(at.y()) + c * u + d * v;
+                const int ix = int(px), iy = int(py);
+                const float fx = px - float(ix), fy = py - float(iy);
+                const std::uint8_t* p = second_.row(iy) + ix;
+                const std::uint8_t* q = p + second_.stride;
+                const float above = float(p[0]) + fx * float(p[1] - p[0]);
+                const float below = float(q[0]) + fx * float(q[1] - q[0]);
+                values[std::size_t(y * kPatchSide + x)] = above + fy * (below - above);
+            }
+    }
+
+    bool isInside(const Eigen::Vector2d& at, const Eigen::Matrix2d& map) const
+    {
+        const double rx = kCentre * (std::abs(map(0, 0)) + std::abs(map(0, 1))) + 1;
+        const double ry = kCentre * (std::abs(map(1, 0)) + std::abs(map(1, 1))) + 1;
+        return at.x() >= rx && at.y() >= ry && at.x() < second_.width - 1 - rx &&
+               at.y() < second_.height - 1 - ry;
+    }
+
+    void read(const Eigen::Matrix3d& motion)
+    {
+        readings_.clear();
+        PatchValues values;
+        for (const Patch& patch : patches_) {
+            Eigen::Vector2d at;
+            const Eigen::Matrix2d map = localMap(motion, double(patch.x), double(patch.y), at);
+            if (!isInside(at, map)) continue;
+            sample(at, map, values);
+            centre(values);
+            readings_.push_back(compared(patch, values));
+        }
+        weigh();
+    }
+
+    // Gradients inside a patch in the second view, relative to those in the first.
+    static double sharpness(const Patch& patch, const PatchValues& values)
+    {
+        float along = 0, squares = 0;
+        for (std::size_t y = 1; y + 1 < kPatchSide; ++y)
+            for (std::size_t x = 1; x + 1 < kPatchSide; ++x) {
+                const std::size_t i = y * kPatchSide + x;
+                const float tx = patch.shape[i + 1] - patch.shape[i - 1];
+                const float ty = patch.shape[i + kPatchSide] - patch.shape[i - kPatchSide];
+                along += tx * (values[i + 1] - values[i - 1]) +
+                         ty * (values[i + kPatchSide] - values[i - kPatchSide]);
+                squares += tx * tx + ty * ty;
+            }
+        return squares > 0 ? double(along) / (double(squares) * double(patch.length)) : 0;
+    }
+
+    Reading compared(const Patch& patch, const PatchValues& values) const
+    {
+        Reading r;
+        r.form << patch.form[0], patch.form[1], patch.form[1], patch.form[2];
+        const double squares = dot(values, values);
+        const double along = dot(values, patch.shape);
+        const double gain = along / double(patch.length);
+        r.correlation = squares > 0 ? along / std::sqrt(squares) : 0;
+        r.jacobian = motionDerivatives(units_.point(double(patch.x), double(patch.y))) * units_.scale();
+        if (gain < 0.05) {
+            r.correlation = std::min(r.correlation, 0.0);
+            r.pull.setZero();
+            return r;
+        }
+        r.pull = Eigen::Vector2d(dot(values, patch.dx), dot(values, patch.dy)) / gain;
+        // A view that is less sharp moves the pull less than its own gradients promise.
+        r.form *= std::clamp(sharpness(patch, values) / gain, 0.1, 1.5);
+        const double soft = kPull * (r.form(0, 0) + r.form(1, 1)) + 1e-9;
+        const Eigen::Vector2d displacement = (r.form + soft * Eigen::Matrix2d::Identity()).inverse() * r.pull;
+        r.distance = displacement.norm();
+        const double rest =
+            squares / (gain * gain) - double(patch.length) * double(patch.length) - displacement.dot(r.pull);
+        r.precision = 1 / (std::max(rest, 0.0) / (kPixels - 4) + kNoise * kNoise);
+        return r;
+    }
+
+    // Patches that do not look alike, or whose displacement differs from what most have, have no weight.
+    void weigh()
+    {
+        distances_.clear();
+        for (const Reading& r : readings_)
+            if (r.correlation > kMinWeighted) distances_.push_back(r.distance);
+        if (distances_.empty()) return;
+        const auto middle = distances_.begin() + std::ptrdiff_t(distances_.size() / 2);
+        std::nth_element(distances_.begin(), middle, distances_.end());
+        const double limit = std::max(4 * *middle, 0.3);
+        for (Reading& r : readings_) {
+            const double t = r.distance / limit;
+            if (r.correlation > kMinWeighted && t < 1) r.weight = (1 - t * t) * (1 - t * t) * r.precision;
         }
     }
 
-    double error(const Observation& s, double gain, double offset) const
-    {
-        return gain * s.here + offset - s.there.value;
-    }
-
-    void fitGrey(double& gain, double& offset) const
-    {
-        double n = 1e-9, a = 0, b = 0, aa = 1e-9, ab = 0;
-        for (const Observation& s : observations_)
-            n += 1, a += s.here, b += s.there.value, aa += s.here * s.here, ab += s.here * s.there.value;
-        const double variance = aa / n - a / n * (a / n);
-        gain = variance > 1 ? std::clamp((ab / n - a / n * (b / n)) / variance, 0.3, 3.0) : 1;
-        offset = b / n - gain * a / n;
-    }
-
-    // Robust scale of the errors: 1.5 times their median absolute value, at least two grey levels.
-    double residualScale(double gain, double offset)
-    {
-        errors_.clear();
-        for (const Observation& s : observations_) errors_.push_back(std::abs(error(s, gain, offset)));
-        if (errors_.empty()) return 1;
-        const auto middle = errors_.begin() + std::ptrdiff_t(errors_.size() / 2);
-        std::nth_element(errors_.begin(), middle, errors_.end());
-        return std::max(1.5 * *middle, 2.0);
-    }
-
-    static double weightOf(double error, double scale)
-    {
-        const double t = error / (4.7 * scale);  // Tukey's weights
-        return t * t < 1 ? (1 - t * t) * (1 - t * t) : 0;
-    }
-
-    Normal normalOf(double gain, double offset, double scale, Right& right) const
+    Normal normalOf(MotionStep& right) const
     {
         Normal normal = Normal::Zero();
         right.setZero();
-        const int n = int(model_);
-        for (const Observation& s : observations_) {
-            const double e = error(s, gain, offset);
-            const double weight = weightOf(e, scale);
-            if (weight == 0) continue;
-            Right row;
-            row.head<8>() =
-                (Eigen::RowVector2d(s.there.dx, s.there.dy) * motionDerivatives(s.q)).transpose() *
-                units_.scale();
-            for (int i = n; i < 8; ++i) row[i] = 0;
-            row[kGain] = -s.here;
-            row[kOffset] = -1;
-            normal.selfadjointView<Eigen::Lower>().rankUpdate(row, weight);
-            right += weight * e * row;
+        for (const Reading& r : readings_) {
+            if (r.weight == 0) continue;
+            normal += r.weight * r.jacobian.transpose() * r.form * r.jacobian;
+            right += r.weight * r.jacobian.transpose() * r.pull;
         }
-        for (int i = n; i < 8; ++i) normal(i, i) = 1;
-        normal = normal.selfadjointView<Eigen::Lower>();
         return normal;
     }
 
-    bool solve(double gain, double offset, double scale, Right& step) const
+    bool solve(MotionStep& step) const
     {
-        if (observations_.size() < 40) return false;
-        Right right;
-        const Normal normal = normalOf(gain, offset, scale, right);
-        step = normal.ldlt().solve(right);
-        return step.allFinite() && step.head<8>().norm() < 0.2;
+        if (readings_.size() < kMinPatches) return false;
+        MotionStep right;
+        Normal normal = normalOf(right);
+        const int n = int(model_);
+        using Part = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, 0, 8, 8>;
+        const Part part = normal.topLeftCorner(n, n) + 1e-9 * normal.trace() * Part::Identity(n, n);
+        step.setZero();
+        step.head(n) = part.ldlt().solve(right.head(n));
+        return step.allFinite() && step.norm() < 0.3;
     }
 
-    double correlation() const
+    void judge(Alignment& result) const
     {
-        double n = 0, a = 0, b = 0, aa = 0, bb = 0, ab = 0;
-        for (const Observation& s : observations_) {
-            const double v = s.there.value;
-            n += 1, a += s.here, b += v, aa += s.here * s.here, bb += v * v, ab += s.here * v;
+        result.visible = int(readings_.size());
+        for (const Reading& r : readings_)
+            result.agreeing += r.correlation >= minCorrelation_ && r.weight > 0;
+        if (result.agreeing < int(kMinPatches)) return;
+        MotionStep right;
+        const Normal normal = normalOf(right);
+        result.deviation = deviation(normal, result.motion);
+    }
+
+    double deviation(const Normal& normal, const Eigen::Matrix3d& motion) const
+    {
+        const int n = int(model_);
+        using Part = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, 0, 8, 8>;
+        const Eigen::FullPivLU<Part> solver(normal.topLeftCorner(n, n));
+        if (!solver.isInvertible()) return 1e9;
+        const Part inverse = solver.inverse();
+        Part scatter = Part::Zero(n, n);
+        int count = 0;
+        for (const Reading& r : readings_) {
+            if (r.weight == 0) continue;
+            const Eigen::Matrix<double, Eigen::Dynamic, 1, 0, 8, 1> score =
+                r.weight * r.jacobian.leftCols(n).transpose() * r.pull;
+            scatter += score * score.transpose();
+            ++count;
         }
-        const double va = aa * n - a * a;
-        const double vb = bb * n - b * b;
-        return va > 0 && vb > 0 ? (ab * n - a * b) / std::sqrt(va * vb) : 0;
+        if (2 * count <= n) return 1e9;
+        const Part covariance = inverse * scatter * inverse * (2.0 * count / (2.0 * count - n));
+        double sum = 0;
+        for (const double x : {0.0, second_.width - 1.0})
+            for (const double y : {0.0, second_.height - 1.0}) {
+                Eigen::Vector2d at;
+                const Eigen::Matrix<double, 2, Eigen::Dynamic, 0, 2, 8> part =
+                    localMap(motion, x, y, at) * units_.scale() *
+                    motionDerivatives(units_.point(x, y)).leftCols(n);
+                sum += std::sqrt(std::max((part * covariance * part.transpose()).trace(), 0.0));
+            }
+        return kDependence * sum / 4;
     }
 
-    double deviation(const Eigen::Matrix3d& motion, double gain, double offset)
-    {
-        if (observations_.size() < 40) return 1e9;
-        const double scale = residualScale(gain, offset);
-        Right right;
-        const Normal normal = normalOf(gain, offset, scale, right);
-        const Eigen::Matrix<double, 8, 2> mixed = normal.block<8, 2>(0, kGain);
-        const Eigen::Matrix2d grey = normal.block<2, 2>(kGain, kGain);
-        const Eigen::Matrix<double, 8, 8> left =
-            normal.topLeftCorner<8, 8>() - mixed * grey.ldlt().solve(mixed.transpose());
-        return scale * cornerDeviation(left, motion, model_, units_, first_.width, first_.height);
-    }
+    static constexpr std::size_t kMinPatches = 6;
+    static constexpr double kMinWeighted = 0.5;  // correlation
 
-    grey::GreyView first_, second_;
-    std::span<const SupportPoint> support_;
+    std::span<const Patch> patches_;
+    grey::GreyView second_;
     MotionModel model_;
+    double minCorrelation_;
     FrameUnits units_;
-    std::pmr::vector<Observation> observations_;
-    std::pmr::vector<double> errors_;
+    std::pmr::vector<Reading> readings_;
+    std::pmr::vector<double> distances_;
 };
 
 }  // namespace
 
-void steepestPixels(grey::GreyView image, std::vector<SupportPoint>& points, float minGradient)
+void cutPatches(grey::GreyView image, std::span<const SupportPoint> points, std::vector<Patch>& patches)
 {
-    points.clear();
-    const int limit =
-        int(4 * minGradient * minGradient);  // for squared differences of samples two pixels apart
-    for (int top = kBorder; top + kCell + kBorder <= image.height; top += kCell)
-        for (int left = kBorder; left + kCell + kBorder <= image.width; left += kCell) {
-            int best = limit;
-            SupportPoint at{-1, -1};
-            for (int y = top; y < top + kCell; ++y) {
-                const std::uint8_t* row = image.row(y);
-                for (int x = left; x < left + kCell; ++x) {
-                    const int dx = row[x + 1] - row[x - 1];
-                    const int dy = row[x + image.stride] - row[x - image.stride];
-                    if (dx * dx + dy * dy < best) continue;
-                    best = dx * dx + dy * dy + 1;
-                    at = {float(x), float(y)};
-                }
-            }
-            if (at.x >= 0) points.push_back(at);
-        }
+    patches.clear();
+    for (const SupportPoint& p : points) {
+        const int left = int(p.x) - kPatchSide / 2 + 1;
+        const int top = int(p.y) - kPatchSide / 2 + 1;
+        if (left < 1 || top < 1 || left + kPatchSide + 1 > image.width || top + kPatchSide + 1 > image.height)
+            continue;
+        patches.emplace_back();
+        if (!cut(image, left, top, patches.back())) patches.pop_back();
+    }
 }
 
-Alignment alignMotion(grey::GreyView first, grey::GreyView second, std::span<const SupportPoint> support,
-                      MotionModel model, const Eigen::Matrix3d& start, int steps, Scratch scratch)
+Alignment alignMotion(std::span<const Patch> patches, grey::GreyView second, MotionModel model,
+                      const Eigen::Matrix3d& start, double minCorrelation, int steps, Scratch scratch)
 {
-    return Aligner(first, second, support, model, scratch).run(start, steps);
+    return Aligner(patches, second, model, minCorrelation, scratch).run(start, steps);
 }
 
 }  // namespace scansteps::registration

@@ -1,8 +1,9 @@
-// Refines the motion between two views by their grey values along edges. Shared by the registration steps and
-// ccanny5, ccanny5old and ccanny7.
+// Refines the motion between two views by their grey values in small patches, each with a gain and an offset
+// of its own. Shared by the registration steps and ccanny5, ccanny5old and ccanny7.
 #pragma once
 
 #include <Eigen/Core>
+#include <array>
 #include <span>
 #include <vector>
 
@@ -12,29 +13,47 @@
 
 namespace scansteps::registration {
 
-/// A pixel at which grey values are compared.
+/// A pixel around which grey values are compared.
 struct SupportPoint
 {
     float x, y;
 };
 
-/// Selects the pixels that constrain an alignment most: in each cell of 8 × 8 pixels the one with the
-/// steepest gradient, if that is at least `minGradient` grey levels per pixel. Cells are in row order,
-/// without a border of two cells. Replaces the contents of `points`.
-void steepestPixels(grey::GreyView image, std::vector<SupportPoint>& points, float minGradient = 4);
+/// Side of a patch in pixels.
+inline constexpr int kPatchSide = 8;
+using PatchValues = std::array<float, std::size_t{kPatchSide} * kPatchSide>;
+
+/// 8 × 8 pixels of a view, prepared for comparison up to gain and offset.
+struct Patch
+{
+    float x, y;                  ///< centre, between pixels
+    float length;                ///< of the vector of its grey values around their mean
+    PatchValues shape;           ///< that vector, divided by its length
+    PatchValues dx, dy;          ///< gradient in grey levels per pixel, without what gain and offset explain
+    std::array<double, 3> form;  ///< sums of dx dx, dx dy, dy dy
+};
+
+/// Cuts the patches around the points. Those closer than a patch to the border, or with a standard deviation
+/// below 1.5 grey levels, are left out. Replaces the contents of `patches`.
+void cutPatches(grey::GreyView image, std::span<const SupportPoint> points, std::vector<Patch>& patches);
 
 struct Alignment
 {
     Eigen::Matrix3d motion;  ///< maps a pixel (x, y, 1) of the first view to the second
-    double correlation = 0;  ///< of the grey values at the support points both views see, -1 to 1
-    double deviation = 1e9;  ///< expected error of the frame's corners in pixels, from the covariance
+    int visible = 0;         ///< patches that the second view shows
+    int agreeing = 0;        ///< those that look alike there: correlation of at least `minCorrelation`
+    double deviation = 1e9;  ///< expected error of the frame's corners, pixels
 };
 
-/// Minimises the grey differences at the support points of the first view by up to `steps` Gauss-Newton
-/// steps, with a common gain and offset and robust weights (S. Baker and I. Matthews, "Lucas-Kanade 20 Years
-/// On", IJCV 2004; forward compositional form). Converges from within about two pixels, so start with coarse
-/// levels. Both images should be slightly smoothed.
-Alignment alignMotion(grey::GreyView first, grey::GreyView second, std::span<const SupportPoint> support,
-                      MotionModel model, const Eigen::Matrix3d& start, int steps = 8, Scratch scratch = {});
+/// Minimises the grey differences between patches of the first view and the second view by up to `steps`
+/// Gauss-Newton steps, inverse compositional, with a gain and an offset for each patch (S. Baker and I.
+/// Matthews, "Lucas-Kanade 20 Years On: A Unifying Framework", IJCV 2004, and part 3, 2003) and robust
+/// weights. The expected error follows from the scatter of the patches' displacements (P. Huber, "The
+/// Behavior of Maximum Likelihood Estimates under Nonstandard Conditions", 1967), so that it covers what a
+/// noise model does not. Converges from within about two pixels, so start with coarse levels. Both images
+/// should be slightly smoothed and of equal size.
+Alignment alignMotion(std::span<const Patch> patches, grey::GreyView second, MotionModel model,
+                      const Eigen::Matrix3d& start, double minCorrelation, int steps = 8,
+                      Scratch scratch = {});
 
 }  // namespace scansteps::registration

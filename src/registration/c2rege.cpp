@@ -12,7 +12,8 @@ class CpuRegE final : public RegisteringStep
     void init(varitype& params) override
     {
         const Settings settings(*this, params);
-        start(settings, params, settings.integer("rege.draw") != 0, ViewSequence(MotionModel::similarity, 1));
+        start(settings, params, settings.integer("rege.draw") != 0, settings.integer("rege.features"),
+              ViewSequence(MotionModel::similarity, 1));
     }
 };
 

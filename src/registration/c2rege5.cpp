@@ -1,6 +1,5 @@
 // Step c2rege5: the homography between a view and the earlier views that the step still holds.
 #include "edges/polyline_record.h"
-#include "registration/edge_support.h"
 #include "registration/registering_step.h"
 #include "scansteps/step_factory.h"
 
@@ -15,30 +14,22 @@ class CpuRegE5 final : public RegisteringStep
     {
         const Settings settings(*this, params);
         const auto views = std::size_t(settings.integer("rege5.views"));
-        start(settings, params, settings.integer("rege5.draw") != 0,
+        start(settings, params, settings.integer("rege5.draw") != 0, settings.integer("rege5.features"),
               ViewSequence(MotionModel::homography, views));
     }
 
   private:
     // When the record has polylines, the frame holds drawn edges instead of grey values: then the polylines
-    // are aligned. Otherwise grey values are compared along edges that are detected here.
+    // are aligned.
     void support(const varitype& record, PreparedView& view) override
     {
-        std::size_t count = 0;
-        if (record.has("fvertsArray")) {
-            edges::polylinesOf(record, lines_);
-            alignByEdges(lines_, view);
-            count = lines_.size();
-        } else {
-            const edges::Polylines& lines = finder_.edgesOf(view.full.view());
-            view.support = pointsOnEdges(lines, view.full.view());
-            count = lines.size();
-        }
-        print::field(std::int64_t(count), " fvertsArray.size()\n");
+        if (!record.has("fvertsArray")) return;
+        edges::polylinesOf(record, lines_);
+        alignByEdges(lines_, view);
+        print::field(std::int64_t(lines_.size()), " fvertsArray.size()\n");
     }
 
-    EdgeFinder finder_;
-    edges::Polylines lines_;  // from the record
+    edges::Polylines lines_;
 };
 
 SCANSTEPS_FACTORY(c2rege5, CpuRegE5)

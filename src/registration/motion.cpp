@@ -57,7 +57,9 @@ class Estimator
                 best = improve(best, stage, limit);
         for (int i = 0; i < 4; ++i) best = improve(best, model_, kLimit);
         if (!plausible(best)) return result;
-        return judge(best);
+        result = judge(best);
+        if (result.inliers > 0) compareWithHomography(best, result);
+        return result;
     }
 
   private:
@@ -166,6 +168,29 @@ class Estimator
         result.deviation =
             cornerDeviation(normal, motion, model_, units_, width_, height_) * std::sqrt(squares / freedom);
         return result;
+    }
+
+    // The homography that the same pairs lead to, starting from far more of them than agree with the motion.
+    void compareWithHomography(const Eigen::Matrix3d& motion, MotionEstimate& result) const
+    {
+        result.richerInliers = result.inliers;
+        if (model_ == MotionModel::homography) return;
+        Eigen::Matrix3d richer = motion;
+        double limit = 32;
+        for (const MotionModel stage :
+             {MotionModel::similarity, MotionModel::affine, MotionModel::homography})
+            for (int i = 0; i < 4; ++i, limit = std::max(limit * 0.8, kLimit))
+                richer = improve(richer, stage, limit);
+        for (int i = 0; i < 4; ++i) richer = improve(richer, MotionModel::homography, kLimit);
+        if (!plausible(richer)) return;
+        result.richerInliers = int(std::ranges::count_if(
+            pairs_, [&](const Pair& pair) { return residual(richer, pair, kLimit) < 1; }));
+        for (const double x : {0.0, width_ - 1.0})
+            for (const double y : {0.0, height_ - 1.0}) {
+                const Eigen::Vector2d p = units_.point(x, y);
+                result.richerShift +=
+                    (transformed(richer, p) - transformed(motion, p)).norm() * units_.scale() / 4;
+            }
     }
 
     MotionModel model_;

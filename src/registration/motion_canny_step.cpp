@@ -28,6 +28,7 @@ void MotionCanny::init(varitype& params)
     const Settings settings(*this, params);
     frameSize_ = settings.frameSize();
     const bool debug = settings.integer("canny5.debug") != 0;
+    features_ = settings.integer("canny5.features");
     coding_ = grey::sampleCoding(settings);
     level_ = std::clamp(int(std::bit_width(unsigned(std::max(frameSize_.width, 1)))) - 1 - 8, 0, 4);
     announce();
@@ -48,7 +49,7 @@ void MotionCanny::process(varitype& params)
     FrameScope frame(*this, params, in_, FrameCheck::Samples16);
     const auto samples = frame.input<std::uint16_t>();
     grey::greyFromFrame(samples, frameSize_.width, frameSize_.height, coding_, grey_);
-    prepareView(detector_, grey_.view(), registrationCorners(), view_);
+    prepareView(detector_, grey_.view(), registrationCorners(features_), view_);
     if (frames_++ > 0)
         registerViews(previous_, view_, model_, motion_, &memory_);
     else
@@ -56,6 +57,7 @@ void MotionCanny::process(varitype& params)
     std::swap(previous_, view_);
     frame.record().insert("transform", matrixArray(motion_.motion));
     frame.record().insert("inliers", motion_.inliers);
+    frame.record().insert("expectedError", motion_.inliers > 0 ? float(motion_.deviation) : -1.0F);
     report(motion_, frame.record());
     if (detectRegions_) {
         regions_.clear();

@@ -38,7 +38,7 @@ class MotionCanny : public CPUBase
 
     MotionModel model_;
     FrameSize frameSize_;
-    int level_ = 0, frames_ = 0;
+    int level_ = 0, frames_ = 0, features_ = 0;
     grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet in_, spare_;  // the second is for hosts that expect two handles per step
     grey::GreyImage grey_;

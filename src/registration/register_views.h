@@ -23,8 +23,12 @@ struct PreparedView
     std::vector<corners::CornerFeature> features;
     DescriptorIndex index;  ///< over `features`
     grey::GreyImage full, half;
-    std::vector<SupportPoint> support;  ///< edge pixels of `full`
-    double minCorrelation = 0.6;        ///< of grey values at `support`, for a reliable registration
+    std::vector<Patch> patches, coarsePatches;  ///< of `full` and `half`
+    double minCorrelation = 0.75;               ///< of a patch that counts as seen in both views
+
+    grey::GreyImage small;  ///< work memory of prepareView(), like the next two
+    std::vector<SupportPoint> points;
+    std::vector<bool> taken;
 };
 
 struct Registration
@@ -32,25 +36,26 @@ struct Registration
     Eigen::Matrix3d motion =
         Eigen::Matrix3d::Identity();  ///< maps a pixel (x, y, 1) of the first view to the second
     int inliers = 0;                  ///< matches that agree; 0 when the result is not reliable
-    double correlation = 0;           ///< of the grey values along edges
+    double agreement = 0;             ///< share of the visible patches that look alike in both views
     double deviation = 1e9;           ///< expected error of the frame's corners, pixels
     std::vector<Match> matches;       ///< all matches, best first
 };
 
-/// Corner settings for prepareView(), suited to photographs of 0.1 to 1 megapixel.
-corners::CornerSettings registrationCorners();
+/// Corner settings for prepareView(): up to `count` features spread over the frame, whatever its contrast.
+corners::CornerSettings registrationCorners(int count = 1500);
 
-/// Detects the features of a view. The steepest pixels become its support points.
+/// Detects the features of a view, of frames of a megapixel or more at half size, and cuts its patches.
 void prepareView(corners::CornerDetector& detector, grey::GreyView image,
                  const corners::CornerSettings& settings, PreparedView& view);
 /// The same with features that have been detected before.
 void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> features, PreparedView& view);
 
 /// Registers `second` with `first`, views of the same size; reuses the memory of `result`. A motion is
-/// unreliable when fewer than 10 matches agree with it, when the expected error of the frame's corners
-/// exceeds 1.5 pixels, or when the correlation of grey values at the support points is too low; the result is
-/// then the identity with 0 inliers. Refinement starts from `initial`, if given, when at least as many
-/// matches agree with it as with the motion estimated from them.
+/// unreliable when fewer than 10 matches or too few patches agree with it, when the expected error of the
+/// frame's corners exceeds 1.5 pixels, or when a homography explains the views better and moves the corners
+/// elsewhere; the result is then the identity with 0 inliers. Refinement starts from `initial`, if given,
+/// when at least as many matches agree with it as with the motion estimated from them. A refined motion that
+/// fewer matches agree with is dropped for the estimate from the matches.
 void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
                    Registration& result, Scratch scratch = {}, const Eigen::Matrix3d* initial = nullptr);
 inline Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)

@@ -34,7 +34,7 @@ class RegisteringStep : public CPUBase
     {
         FrameScope frame(*this, params, in_, FrameCheck::Samples16);
         const auto samples = frame.input<std::uint16_t>();
-        const ViewPose pose = sequence_.add(prepared(samples, frame.record()), motionOf(frame.record()));
+        const ViewPose& pose = sequence_.add(prepared(samples, frame.record()), knownMotion(frame.record()));
         print::field(std::int64_t(pose.matches.size()), " matches.size()\n");
         print::field(pose.inliers, " inliers\n");
         report(pose, frame.record());
@@ -44,11 +44,12 @@ class RegisteringStep : public CPUBase
     }
 
   protected:
-    void start(const Settings& settings, varitype& params, bool draw, ViewSequence sequence)
+    void start(const Settings& settings, varitype& params, bool draw, int features, ViewSequence sequence)
     {
         frameSize_ = settings.frameSize();
         coding_ = grey::sampleCoding(settings);
         draw_ = draw;
+        features_ = features;
         sequence_ = std::move(sequence);
         in_.create(frameSize_.width, frameSize_.height, 1, formatOrMismatch(*this, params, format::kF1x32));
         forward(*this, params);
@@ -61,16 +62,28 @@ class RegisteringStep : public CPUBase
     PreparedView prepared(std::span<const std::uint16_t> samples, const varitype& record)
     {
         grey::greyFromFrame(samples, frameSize_.width, frameSize_.height, coding_, grey_);
-        PreparedView view;
+        PreparedView view = sequence_.recycled();
         if (corners::holdsFeatures(record)) {
             std::vector<corners::CornerFeature> features = corners::featuresOf(record);
             if (features.size() > corners::kMaxFeatures) features.resize(corners::kMaxFeatures);
             prepareView(grey_.view(), std::move(features), view);
         } else {
-            prepareView(detector_, grey_.view(), registrationCorners(), view);
+            prepareView(detector_, grey_.view(), registrationCorners(features_), view);
         }
         support(record, view);
         return view;
+    }
+
+    // What an earlier registration has found out.
+    static std::optional<KnownMotion> knownMotion(const varitype& record)
+    {
+        const std::optional<Eigen::Matrix3d> motion = motionOf(record);
+        if (!motion) return std::nullopt;
+        KnownMotion known{*motion};
+        if (record.has("inliers")) known.inliers = record["inliers"].as<std::int32_t>();
+        if (record.has("expectedError")) known.error = double(record["expectedError"].as<float>());
+        if (!(known.error >= 0)) known.error = 1;
+        return known;
     }
 
     // Replaces the entries of an earlier registration.
@@ -78,15 +91,18 @@ class RegisteringStep : public CPUBase
     {
         record.set("transform", matrixArray(pose.transform));
         record.set("inliers", pose.inliers);
+        record.set("expectedError", float(pose.error));
         record.set("matches", matchArray(pose.matches));
         record.set("view", pose.number);
         record.set("reference", pose.reference);
         record.set("first", pose.first);
         record.set("toFirst", matrixArray(pose.toFirst));
+        record.set("toFirstError", float(pose.toFirstError));
     }
 
     FrameSize frameSize_;
     bool draw_ = false;
+    int features_ = 0;
     grey::SampleCoding coding_ = grey::SampleCoding::Offset16;
     TextureSet in_;
     grey::GreyImage grey_;

@@ -3,7 +3,6 @@
 #include "edges/polyline_record.h"
 #include "grey/draw_line.h"
 #include "registration/draw_views.h"
-#include "registration/edge_support.h"
 #include "registration/view_sequence.h"
 #include "registration/views.h"
 #include "support/images.h"
@@ -63,37 +62,6 @@ TEST(ViewSequence, wayToTheFirstViewThroughWhatIsHeld)
             EXPECT_EQ(inliers > 0, place.reference > 0);
         }
     }
-}
-
-TEST(EdgeSupport, steepestPixelOfEveryCellALinePasses)
-{
-    std::vector<std::uint8_t> grey(64 * 64);
-    for (std::size_t i = 0; i < grey.size(); ++i) grey[i] = i % 64 < 30 ? 20 : i % 64 < 45 ? 120 : 123;
-    const GreyView image{grey.data(), 64, 64, 64};
-    const struct
-    {
-        std::vector<Vertex> verts;
-        bool closed;
-    } drawn[] = {{{{29.8F, -1e6F}, {29.8F, 5}}, false},  // longer than the image could hold
-                 {{{29.8F, 18}, {29.8F, 40}}, false},    // along the step
-                 {{{45, 18}, {45, 40}}, false},          // along one too small
-                 {{{2, 20}, {2, 30}, {28, 30}}, true}};  // from the rim into the plain
-    Polylines lines;
-    for (const auto& line : drawn) {
-        for (const Vertex& v : line.verts) lines.add(v);
-        lines.finish(line.closed);
-    }
-    std::vector<std::pair<int, int>> points;
-    for (const SupportPoint& p : pointsOnEdges(lines, image)) points.emplace_back(int(p.x), int(p.y));
-    // in the row where the line first enters the cell
-    EXPECT_EQ(points, (std::vector<std::pair<int, int>>{{30, 18}, {30, 24}, {30, 32}, {30, 40}}));
-    EXPECT_TRUE(pointsOnEdges(lines, {grey.data(), 20, 20, 64}).empty());
-    EXPECT_TRUE(pointsOnEdges({}, image).empty());
-    EdgeFinder finder;
-    const Polylines& own = finder.edgesOf(image);
-    ASSERT_EQ(own.size(), 1U);
-    for (const Vertex& v : own[0].items) EXPECT_NEAR(double(v.x), 29.5, 0.01);
-    EXPECT_TRUE(finder.edgesOf({}).empty());
 }
 
 struct RunOfTwo
@@ -181,6 +149,26 @@ TEST(RegE, takesOverFromOtherRegistrations)
         EXPECT_LT(cornerError(matrixOf(run.arrived[1].record, "transform"), pair.truth), 0.3);
         EXPECT_GE(intOf(run.arrived[1].record, "inliers"), 10);
     }
+}
+
+// A view without features says nothing against what is known already.
+TEST(RegE, keepsAKnownMotionWhenItFindsNone)
+{
+    const Array plain = test::offsetFrame(std::vector<std::uint8_t>(64 * 64, 5), 64);
+    Array known(Kind::Float, 3, 3);
+    for (const std::size_t i : {0U, 4U, 8U}) known.elements<float>()[i] = 1;
+    known.elements<float>()[2] = 7;
+    Chain chain({"c2rege"});
+    printed([&] {
+        chain.init(geometryOf(64, 64));
+        chain.process(&plain);
+        chain.process(&plain, {{"transform", known}, {"inliers", 12}, {"expectedError", 0.25F}});
+    });
+    const varitype& record = chain.arrived.back().record;
+    EXPECT_EQ(matrixOf(record, "transform")(0, 2), 7);
+    EXPECT_EQ(matrixOf(record, "toFirst")(0, 2), -7);
+    EXPECT_EQ(intOf(record, "inliers"), 12);
+    EXPECT_EQ(record["expectedError"].as<float>(), 0.25F);
 }
 
 TEST(RegE, drawsOnRequestOnly)
