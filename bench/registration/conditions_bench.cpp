@@ -299,7 +299,8 @@ std::vector<corners::CornerFeature> filtered(const std::vector<corners::CornerFe
                                              const corners::NeighbourFilter& settings)
 {
     std::vector<corners::CornerFeature> out;
-    for (const std::uint32_t i : corners::withSimilarNeighbours(features, settings)) out.push_back(features[i]);
+    for (const std::uint32_t i : corners::withSimilarNeighbours(features, settings))
+        out.push_back(features[i]);
     return out;
 }
 
