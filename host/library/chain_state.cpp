@@ -108,8 +108,9 @@ void Chain::State::noteMismatch(std::size_t step)
     mismatch = true;
 }
 
-StepError Chain::State::error(ExitCode code, std::size_t step, const std::string& message) const
+StepError Chain::State::error(ExitCode code, std::size_t step, const std::string& message)
 {
+    notices.noteStepFailed();
     StepError result(code, step, message);
     result.kind = pipeline.steps[step].info->kind;
     result.name = pipeline.steps[step].name;

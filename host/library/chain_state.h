@@ -48,7 +48,7 @@ struct Chain::State
     void link();
     void noteMismatch(std::size_t step);
     void makeInput(const Struct& initRecord);
-    StepError error(ExitCode code, std::size_t step, const std::string& message) const;
+    StepError error(ExitCode code, std::size_t step, const std::string& message);
     StepError errorOf(const char* text);
     /// Sends one event; what a step throws becomes a StepError of the step that was working.
     template <class Work>

@@ -60,6 +60,11 @@ NoticeBoard::NoticeBoard(const Pipeline& pipeline, HandleTable& table,
         return asked && asked();
     };
     services_.wake = hooks_.wake;
+    if (hooks_.keeps)
+        services_.keeps = [](void* context) {
+            const auto& board = *static_cast<NoticeBoard*>(context);
+            return !board.stepFailed_ && board.hooks_.keeps();
+        };
     installHostServices(table_, &services_);
 }
 

@@ -24,6 +24,8 @@ class NoticeBoard
     NoticeBoard(const NoticeBoard&) = delete;
     NoticeBoard& operator=(const NoticeBoard&) = delete;
 
+    /// From now on staged recordings are dropped.
+    void noteStepFailed() { stepFailed_ = true; }
     /// Returns and clears the details of the error that was just raised.
     FileReason takeFailedFile();
     std::vector<TroubleFacts> troubles() const;
@@ -38,6 +40,7 @@ class NoticeBoard
     const Hooks& hooks_;
     HostServices services_;
     mutable std::mutex mutex_;  // steps may have threads of their own
+    bool stepFailed_ = false;
     FileReason failed_;
     std::vector<TroubleFacts> troubles_;
 };

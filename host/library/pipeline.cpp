@@ -87,8 +87,15 @@ std::vector<std::string> splitWords(const std::string& line)
     return words;
 }
 
+// valueFromText(), or the text itself where it is to be kept.
+std::optional<varitype> valueOrText(const std::string& text, const SettingInfo* setting,
+                                    const std::string& where, const KeepText& keep)
+{
+    return keep && keep(text) ? varitype(text) : valueFromText(text, setting, where);
+}
+
 // `before` is the word before this one, where it was a setting of the same step.
-void addSetting(PipelineStep& step, const std::string& word, const std::string& before)
+void addSetting(PipelineStep& step, const std::string& word, const std::string& before, const KeepText& keep)
 {
     if (!before.empty() && word.find('=') == std::string::npos) {
         const Assignment cut = splitAssignment(before);
@@ -107,7 +114,7 @@ void addSetting(PipelineStep& step, const std::string& word, const std::string& 
             fmt::format("{} has no setting {}{}", step.info->kind, inQuotes(path), didYouMean(path, known))};
     }
     const auto value =
-        valueFromText(assignment.value, setting, fmt::format("{}, {}", step.info->kind, assignment.path));
+        valueOrText(assignment.value, setting, fmt::format("{}, {}", step.info->kind, assignment.path), keep);
     if (value) setPath(step.settings, path, *value);
 }
 
@@ -137,7 +144,7 @@ const StepInfo& stepNamed(const std::string& name)
                                  didYouMean(name, names, " (scansteps steps lists them)"))};
 }
 
-Pipeline pipelineFromLine(const std::string& line)
+static Pipeline pipelineFromLine(const std::string& line, const KeepText& keep)
 {
     Pipeline pipeline;
     bool wantsKind = true;
@@ -151,7 +158,7 @@ Pipeline pipelineFromLine(const std::string& line)
             pipeline.steps.push_back({&stepNamed(word), "", {}});
             wantsKind = false;
         } else {
-            addSetting(pipeline.steps.back(), word, std::exchange(before, word));
+            addSetting(pipeline.steps.back(), word, std::exchange(before, word), keep);
         }
     }
     if (wantsKind)
@@ -160,17 +167,27 @@ Pipeline pipelineFromLine(const std::string& line)
     return pipeline;
 }
 
-void applySet(Pipeline& pipeline, const std::string& text)
+Pipeline pipelineFromLine(const std::string& line)
+{
+    return pipelineFromLine(line, {});
+}
+
+static void applySet(Pipeline& pipeline, const std::string& text, const KeepText& keep)
 {
     const Assignment assignment = splitAssignment(text);
     const auto among = infosOf(pipeline);
     const std::string path = resolvePath(assignment.path, among);
     const auto value =
-        valueFromText(assignment.value, findSettingAmong(among, path), "--set " + assignment.path);
+        valueOrText(assignment.value, findSettingAmong(among, path), "--set " + assignment.path, keep);
     if (value) setPath(pipeline.sets, path, *value);
 }
 
-Pipeline readPipeline(const std::string& text, const std::vector<std::string>& sets)
+void applySet(Pipeline& pipeline, const std::string& text)
+{
+    applySet(pipeline, text, {});
+}
+
+Pipeline readTemplate(const std::string& text, const std::vector<std::string>& sets, const KeepText& keep)
 {
     Pipeline pipeline;
     if (text == "-") {
@@ -179,9 +196,15 @@ Pipeline readPipeline(const std::string& text, const std::vector<std::string>& s
         pipeline = pipelineFromFile(descriptor::readFile(text), text);
     } else {
         refuseFileName(text);
-        pipeline = pipelineFromLine(text);
+        pipeline = pipelineFromLine(text, keep);
     }
-    for (const std::string& set : sets) applySet(pipeline, set);
+    for (const std::string& set : sets) applySet(pipeline, set, keep);
+    return pipeline;
+}
+
+Pipeline readPipeline(const std::string& text, const std::vector<std::string>& sets)
+{
+    Pipeline pipeline = readTemplate(text, sets, {});
     checkSettings(pipeline);
     return pipeline;
 }

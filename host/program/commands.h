@@ -26,9 +26,32 @@ struct RunOptions : LibraryOptions
     std::vector<std::string> sets;
     std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
     std::string types = "error";
-    bool quiet = false, strict = false, force = false;
+    bool quiet = false, strict = false, force = false, stage = false;
 };
 int run(const RunOptions& options);
+
+struct BatchOptions : LibraryOptions
+{
+    std::string pipeline, each, list, out, reportFile;
+    std::string folder = "scansteps-batch", engine = "local", types = "error";
+    std::vector<std::string> sets;
+    std::int64_t frames = -1;  ///< as for run
+    std::int64_t split = 0;    ///< frames a job; 0: inputs are not divided
+    int jobs = 0;              ///< at once; 0: one a processor, or as many as Slurm runs
+    int retries = 0;
+    double retryDelay = 1;  ///< seconds before the first further attempt
+    bool resume = false, quiet = false, strict = false, force = false;
+    std::string partition, timeLimit, memory;  ///< for sbatch, as it takes them
+    std::vector<std::string> sbatch;           ///< further options for it
+};
+int batch(const BatchOptions& options);
+
+/// One task of a job array, started by Slurm.
+struct BatchTaskOptions
+{
+    std::string plan;
+};
+int batchTask(const BatchTaskOptions& options);
 
 /// "error", "warn" or "off".
 TypeCheck typeCheckOf(const std::string& types);

@@ -97,22 +97,30 @@ void addChecks(CLI::App& app, std::string& types, bool& force)
     app.add_flag("--force", force, "The run may write over the files that it reads");
 }
 
-Command addRun(CLI::App& app)
+void addFrames(CLI::App& app, std::int64_t& frames)
 {
-    auto options = std::make_shared<RunOptions>();
-    addPipeline(app, options->pipeline, options->sets,
-                "A .json file, - for standard input, or steps separated by \"!\"");
-    app.add_option("--frames", options->frames, "Stops after that many frames; 0: no limit")
+    app.add_option("--frames", frames, "Stops after that many frames; 0: no limit")
         ->type_name("N")
         ->check([](const std::string& text) {
             const bool isCount = text.size() <= 18 && text.find_first_not_of("0123456789") == text.npos;
             return isCount ? std::string() : text + " is not a number of frames";
         });
+}
+
+Command addRun(CLI::App& app)
+{
+    auto options = std::make_shared<RunOptions>();
+    addPipeline(app, options->pipeline, options->sets,
+                "A .json file, - for standard input, or steps separated by \"!\"");
+    addFrames(app, options->frames);
     addLibraries(app, *options);
     addChecks(app, options->types, options->force);
     app.add_flag("--quiet", options->quiet, "No progress and no table of times");
     app.add_flag("--strict", options->strict,
                  "A file that could not be read or written is exit code 5, not a warning; no model is 4");
+    app.add_flag(
+        "--stage", options->stage,
+        "Recordings and dumps appear under their names only when the run has ended without an error");
     app.add_option("--report", options->reportFile,
                    "Writes the facts of the run as JSON into this file; -: standard output")
         ->type_name("FILE");
@@ -120,6 +128,54 @@ Command addRun(CLI::App& app)
                    "Where the steps print: a file, or none; else standard output")
         ->type_name("FILE");
     return command(run, options);
+}
+
+Command addBatch(CLI::App& app)
+{
+    auto options = std::make_shared<BatchOptions>();
+    addPipeline(
+        app, options->pipeline, options->sets,
+        "As for run; {}, {dir}, {stem}, {n} and columns of a list in its settings differ from job to job");
+    app.add_option("--each", options->each, "Inputs: the files that match, such as 'scans/*/img0000.jpg'");
+    app.add_option("--list", options->list, "Inputs: one a line of this file; a .csv has columns with names");
+    app.add_option("--out", options->out, "Name for the only writer, such as 'edges/{stem}.jpg'");
+    app.add_option("-j,--jobs", options->jobs, "Jobs at once; else one a processor")
+        ->check(CLI::Range(1, 1000000));
+    app.add_option("--split", options->split, "Divides a series of images into jobs of that many frames")
+        ->check(CLI::Range(1, 2147483647));
+    app.add_option("--dir", options->folder, "Folder of journal, logs and reports")->capture_default_str();
+    app.add_flag("--resume", options->resume, "Goes on: what is complete and unchanged is not repeated");
+    app.add_option("--retry", options->retries, "Further attempts for a job that fails")
+        ->check(CLI::Range(0, 1000));
+    app.add_option("--retry-delay", options->retryDelay,
+                   "Seconds before the second attempt, doubled before each further one")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    addFrames(app, options->frames);
+    addLibraries(app, *options);
+    addChecks(app, options->types, options->force);
+    app.add_flag("--strict", options->strict, "As for run");
+    app.add_flag("--quiet", options->quiet, "No progress, and at the end only what failed");
+    app.add_option("--report", options->reportFile,
+                   "Writes a report of all jobs as JSON; -: standard output");
+    app.add_option("--engine", options->engine, "local, or slurm: a job array on a cluster")
+        ->check(CLI::IsMember({"local", "slurm"}))
+        ->capture_default_str();
+    app.add_option("--partition", options->partition, "Slurm: partition");
+    app.add_option("--time", options->timeLimit, "Slurm: time limit of a job, such as 10 or 1:30:00");
+    app.add_option("--mem", options->memory, "Slurm: memory of a job, such as 2G");
+    app.add_option("--sbatch", options->sbatch, "Slurm: a further option for sbatch, such as --account=a")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
+    return command(batch, options);
+}
+
+Command addBatchTask(CLI::App& app)
+{
+    auto options = std::make_shared<BatchTaskOptions>();
+    app.add_option("PLAN", options->plan, "Plan of an array")->required();
+    return command(batchTask, options);
 }
 
 Command addCheck(CLI::App& app)
@@ -260,6 +316,9 @@ struct CommandInfo
 constexpr CommandInfo kCommands[] = {
     {"run", "Runs a pipeline", addRun,
      "scansteps run \"cjread load.name=img0000.jpg ! cyuv ! ccanny ! cjwrite name=edge0000.jpg ! clast\""},
+    {"batch", "Runs a pipeline over many inputs, on this machine or on a cluster", addBatch,
+     "scansteps batch edges.json --each 'scans/*/img0000.jpg' --out 'edges/{dir}/edge0000.jpg'"},
+    {"batch-task", "", addBatchTask, ""},
     {"check", "Checks types and settings of a pipeline; nothing is run", addCheck,
      "scansteps check edges.json --set OCV.trh=120"},
     {"steps", "Lists the kinds of steps, or one with its settings", addSteps, "scansteps steps ccanny"},
@@ -298,6 +357,7 @@ int program(int argc, char** argv)
     std::map<std::string, Command> commands;
     for (const auto& [name, what, options, example] : kCommands) {
         CLI::App& command = *app.add_subcommand(name, what);
+        if (*what == '\0') command.group("");  // not for people
         command.footer(fmt::format("Example:\n  {}", example));
         commands[name] = options(command);
     }

@@ -66,34 +66,41 @@ Json jsonOf(const RunReport& facts)
 
 }  // namespace
 
-Progress::Progress(std::int64_t frames, bool wanted)
-    : frames_(frames), shown_(wanted && standardErrorIsTerminal()), start_(Clock::now()), last_(start_)
-{
-}
+StatusLine::StatusLine(bool wanted) : shown_(wanted && standardErrorIsTerminal()) {}
 
-Progress::~Progress()
+StatusLine::~StatusLine()
 {
     if (width_ != 0) descriptor::writeAll(descriptor::kErrors, "\n");
 }
 
-void Progress::update(std::int64_t done)
+bool StatusLine::isDue(bool always)
 {
     const auto now = Clock::now();
-    const bool isLast = done == frames_;
-    if (!shown_ || (now - last_ < std::chrono::milliseconds(100) && !isLast)) return;
+    if (!shown_ || (now - last_ < std::chrono::milliseconds(100) && !always)) return false;
     last_ = now;
-    const double seconds = std::chrono::duration<double>(now - start_).count();
-    const double rate = seconds > 0 ? double(done) / seconds : 0;
-    std::string line =
-        frames_ > 0 ? fmt::format("{} of {} frames", done, frames_) : fmt::format("{} frames", done);
-    line += fmt::format(", {:.1f} frames/s", rate);
-    if (frames_ > 0 && rate > 0) line += fmt::format(", {:.0f} s left", double(frames_ - done) / rate);
+    return true;
+}
+
+void StatusLine::draw(std::string line)
+{
     // A line as wide as the terminal would wrap.
     line.resize(std::min<std::size_t>(line.size(), std::size_t(std::max(terminalWidth(), 1)) - 1));
     // Flushes what the steps printed to the same terminal before drawing the line.
     std::fflush(stdout);
     descriptor::writeAll(descriptor::kErrors,
                          fmt::format("\r{:<{}}", line, std::exchange(width_, line.size())));
+}
+
+void Progress::update(std::int64_t done)
+{
+    if (!line_.isDue(done == frames_)) return;
+    const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+    const double rate = seconds > 0 ? double(done) / seconds : 0;
+    std::string line =
+        frames_ > 0 ? fmt::format("{} of {} frames", done, frames_) : fmt::format("{} frames", done);
+    line += fmt::format(", {:.1f} frames/s", rate);
+    if (frames_ > 0 && rate > 0) line += fmt::format(", {:.0f} s left", double(frames_ - done) / rate);
+    line_.draw(std::move(line));
 }
 
 void printTimeTable(const RunFacts& facts)

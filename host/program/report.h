@@ -10,21 +10,37 @@
 
 namespace scansteps::host {
 
-/// One line on the terminal that is overwritten: frames done, frames per second, and time left where the
-/// number of frames is known; truncated to the terminal. Silent when standard error is not a terminal.
+/// One line on the terminal that is overwritten, truncated to its width.
+class StatusLine
+{
+  public:
+    explicit StatusLine(bool wanted);
+    ~StatusLine();
+    StatusLine(const StatusLine&) = delete;
+    StatusLine& operator=(const StatusLine&) = delete;
+    /// At most ten times a second, unless `always`. Never true when standard error is not a terminal.
+    bool isDue(bool always);
+    void draw(std::string line);
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    bool shown_;
+    Clock::time_point last_ = Clock::now();
+    std::size_t width_ = 0;  // of the current line
+};
+
+/// Frames done, frames per second, and time left where the number of frames is known.
 class Progress
 {
   public:
-    Progress(std::int64_t frames, bool wanted);
-    ~Progress();
+    Progress(std::int64_t frames, bool wanted) : frames_(frames), line_(wanted) {}
     void update(std::int64_t done);
 
   private:
     using Clock = std::chrono::steady_clock;
     std::int64_t frames_;
-    bool shown_;
-    Clock::time_point start_, last_;
-    std::size_t width_ = 0;  // of the current line
+    Clock::time_point start_ = Clock::now();
+    StatusLine line_;
 };
 
 struct RunReport : RunFacts

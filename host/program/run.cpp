@@ -97,7 +97,13 @@ int run(const RunOptions& options)
         hooks.onWarning = [&](const std::string& text) { warnings.add(text); };
         hooks.interrupted = interrupted;
         hooks.wake = interruptWake();
+        Chain* running = nullptr;
+        if (options.stage)
+            hooks.keeps = [&] {
+                return !interrupted() && !deserted && !(options.strict && !running->troubles().empty());
+            };
         Chain chain(pipeline, *library, std::move(hooks));
+        running = &chain;
         static_cast<RunFacts&>(facts) =
             runPipeline(chain, {.onFrame = [&](std::int64_t done) { progress.update(done); },
                                 .stop = [&] { return deserted = standardOutputIsDeserted(); }});

@@ -72,6 +72,11 @@ struct Pipeline
 /// Reads a file whose name ends in ".json", "-" for standard input, or a one-line description, applies `sets`
 /// (each PATH=VALUE) and checks the settings. Throws UsageError.
 Pipeline readPipeline(const std::string& pipeline, const std::vector<std::string>& sets = {});
+/// The same without the check of the settings, for pipelines with placeholders: a text for which `keep` is
+/// true is the value of its setting, whatever kind the setting is of.
+using KeepText = std::function<bool(const std::string&)>;
+Pipeline readTemplate(const std::string& pipeline, const std::vector<std::string>& sets,
+                      const KeepText& keep);
 
 /// The text of a JSON pipeline, and a one-line description. The settings are not checked yet. Throw
 /// UsageError.
@@ -226,6 +231,9 @@ struct Hooks
     std::function<bool()> interrupted = {};
     /// HostServices::wake for `interrupted`.
     std::intptr_t wake = -1;
+    /// Where given, recordings take their names only at the flush, if no step raised an error and this
+    /// returns true.
+    std::function<bool()> keeps = {};
 };
 
 /// The linked steps of a pipeline with their handle table. Chains are used by one thread; several may be

@@ -31,6 +31,9 @@ struct HostServices
     /// Linux: a descriptor that becomes and stays readable when the run is interrupted. Windows: the handle
     /// of a manual-reset event. -1: none.
     std::intptr_t wake = -1;
+    /// Null: a recording takes its name with its first event and keeps what was written before an error.
+    /// Otherwise it stays under a temporary name until the flush, where it is removed if this returns false.
+    bool (*keeps)(void* context) = nullptr;
 };
 
 /// Key of the services among the table's shared values. installHandles() inserts it with 0; it must not be
@@ -46,5 +49,9 @@ const HostServices* hostServices();
 bool hostInterrupted();
 /// HostServices::wake, or -1.
 std::intptr_t hostWake();
+/// Whether recordings wait for the flush (HostServices::keeps).
+bool hostStages();
+/// At the flush: whether they take their names.
+bool hostKeeps();
 
 }  // namespace scansteps

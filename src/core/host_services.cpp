@@ -2,6 +2,7 @@
 #include "scansteps/host_services.h"
 
 #include <atomic>
+#include <cstddef>
 
 namespace scansteps {
 
@@ -30,6 +31,22 @@ std::intptr_t hostWake()
 {
     const HostServices* services = hostServices();
     return services != nullptr ? services->wake : -1;
+}
+
+bool hostStages()
+{
+    const HostServices* services = hostServices();
+    // An older host's structure ends before this member.
+    return services != nullptr &&
+           services->size >= offsetof(HostServices, keeps) + sizeof(HostServices::keeps) &&
+           services->keeps != nullptr;
+}
+
+bool hostKeeps()
+{
+    if (!hostStages()) return true;
+    const HostServices* services = hostServices();
+    return services->keeps(services->context);
 }
 
 }  // namespace scansteps

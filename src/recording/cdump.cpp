@@ -7,6 +7,7 @@
 #include "scansteps/chain.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
+#include "scansteps/host_services.h"
 #include "scansteps/settings.h"
 #include "scansteps/step_factory.h"
 #include "scansteps/stream.h"
@@ -37,7 +38,8 @@ void CPUDump::init(varitype& params)
     row_ = settings.integer("dump.row");
     const int views = settings.integer("numberOfViews");
     close();
-    file_ = std::make_unique<BIOfs>(settings.text("dump.name"), BIOfs::Mode::Write);
+    file_ = std::make_unique<BIOfs>(settings.text("dump.name"),
+                                    hostStages() ? BIOfs::Mode::Stage : BIOfs::Mode::Write);
     if (!file_->isOpen()) file_->raise();
     formatOrMismatch(*this, params, format::kNone);
     print::field(width, " W\n");
@@ -62,7 +64,12 @@ void CPUDump::process(varitype& params)
 
 void CPUDump::flush(varitype& params)
 {
-    finishThen([&] { close(); }, [&] { CPUBase::flush(params); });
+    finishThen(
+        [&] {
+            if (!hostKeeps()) file_.reset();
+            close();
+        },
+        [&] { CPUBase::flush(params); });
 }
 
 void CPUDump::close()

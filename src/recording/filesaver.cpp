@@ -85,8 +85,8 @@ void FileSaver::flush(varitype& params)
             if (!file) return;
             // A run that never began must not replace an existing recording.
             const bool neverBegan = !hasBegun_ && (!canBegin_ || hostInterrupted());
-            if (neverBegan && file->willReplace()) return;
-            if (!hasBegun_) file->commit();
+            if ((neverBegan && file->willReplace()) || !hostKeeps()) return;
+            if (!hasBegun_ && !hostStages()) file->commit();
             writeRecord(*file, params);
             file->close();
         },
@@ -96,7 +96,7 @@ void FileSaver::flush(varitype& params)
 void FileSaver::begin()
 {
     if (!file_) fail("write error");
-    if (!hasBegun_) file_->commit();
+    if (!hasBegun_ && !hostStages()) file_->commit();
     hasBegun_ = true;
 }
 
