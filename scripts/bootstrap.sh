@@ -2,7 +2,7 @@
 # Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
 #
 #   scripts/bootstrap.sh [GROUP...]     groups: build (the default), readers, bench-peers, windows, packages, docs,
-#                                       vivid, all
+#                                       vivid, slurm, all
 set -euo pipefail
 
 build=(
@@ -37,6 +37,10 @@ vivid=(
     qemu-system-x86 busybox-static
 )
 
+slurm=(
+    slurm-wlm munge iproute2 util-linux
+)
+
 die() {
     echo "bootstrap: $*" >&2
     exit 1
@@ -52,9 +56,10 @@ for group in "${@:-build}"; do
         packages) wanted+=("${packages[@]}") ;;
         docs) wanted+=("${docs[@]}") ;;
         vivid) wanted+=("${vivid[@]}") ;;
+        slurm) wanted+=("${slurm[@]}") ;;
         all) wanted+=("${build[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${packages[@]}" "${docs[@]}"
-            "${vivid[@]}") ;;
-        *) die "no group '$group' (build, readers, bench-peers, windows, packages, docs, vivid, all)" ;;
+            "${vivid[@]}" "${slurm[@]}") ;;
+        *) die "no group '$group' (build, readers, bench-peers, windows, packages, docs, vivid, slurm, all)" ;;
     esac
 done
 

@@ -63,6 +63,7 @@ std::string writePlan(const BatchState& batch, const std::string& name, const st
         arguments.insert(arguments.end(), definition.arguments.begin(), definition.arguments.end());
         const Json line = {{"key", batch.jobs().key(n)},
                            {"file", batch.status(n).file},
+                           {"wasKilled", batch.status(n).wasKilled},
                            {"arguments", arguments},
                            {"pipeline", definition.pipeline},
                            {"inputs", batch.jobs().inputState(n)},
@@ -85,6 +86,7 @@ try {
     PlannedJob job;
     job.key = line.at("key").get<std::string>();
     job.file = line.at("file").get<std::size_t>();
+    job.wasKilled = line.at("wasKilled").get<bool>();
     job.arguments = line.at("arguments").get<std::vector<std::string>>();
     job.pipeline = line.at("pipeline").get<std::string>();
     job.inputs = line.at("inputs").get<std::string>();

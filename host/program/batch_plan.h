@@ -16,6 +16,7 @@ struct PlannedJob
 {
     std::string key, pipeline, inputs;
     std::size_t file = 0;
+    bool wasKilled = false;
     std::vector<std::string> arguments;
     std::vector<Series> outputs;
 };

@@ -78,7 +78,7 @@ void Pool::start()
     ready_.pop_front();
     const JobList& jobs = batch_.jobs();
     const bool isRetry = batch_.status(n).attempts > 0;
-    for (const Series& output : jobs.outputs(n)) createFolderOf(output.first);
+    prepareOutputs(jobs.outputs(n), batch_.status(n).wasKilled);
     const auto definition = jobs.definition(n);
     auto arguments = commonArguments(batch_.options());
     arguments.insert(arguments.end(), definition.arguments.begin(), definition.arguments.end());

@@ -58,11 +58,8 @@ void Queue::add(const std::string& line)
     const std::string array = line.substr(0, first);
     std::string tasks = line.substr(first + 1, second - first - 1);
     const QueuedAs as = line.substr(second + 1) == "PENDING" ? QueuedAs::Pending : QueuedAs::Active;
-    if (!tasks.starts_with('[')) {
-        single_[{array, std::strtoull(tasks.c_str(), nullptr, 10)}] = as;
-        return;
-    }
-    tasks = tasks.substr(1, tasks.find_first_of("%]") - 1);
+    tasks.resize(std::min(tasks.find_first_of("%]"), tasks.size()));
+    if (tasks.starts_with('[')) tasks.erase(0, 1);
     for (std::size_t at = 0; at < tasks.size();) {
         const std::size_t end = std::min(tasks.find(',', at), tasks.size());
         Span span;
@@ -78,7 +75,6 @@ void Queue::add(const std::string& line)
 
 QueuedAs Queue::find(const std::string& array, std::size_t task) const
 {
-    if (const auto found = single_.find({array, task}); found != single_.end()) return found->second;
     const auto spans = spans_.find(array);
     if (spans == spans_.end()) return QueuedAs::Nothing;
     for (const Span& span : spans->second)

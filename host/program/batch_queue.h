@@ -4,7 +4,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace scansteps::host {
@@ -20,10 +19,11 @@ enum class QueuedAs
 class Queue
 {
   public:
-    /// A line of squeue: "ARRAY|TASKS|STATE", with TASKS a number or "[0-7,9,20-30:2%4]".
+    /// A line of squeue: "ARRAY|TASKS|STATE", with TASKS such as "7" or "0-7,9,20-30:2%4", in brackets or
+    /// not.
     void add(const std::string& line);
     QueuedAs find(const std::string& array, std::size_t task) const;
-    bool empty() const { return spans_.empty() && single_.empty(); }
+    bool empty() const { return spans_.empty(); }
 
   private:
     struct Span
@@ -32,7 +32,6 @@ class Queue
         QueuedAs as = QueuedAs::Pending;
     };
     std::map<std::string, std::vector<Span>> spans_;
-    std::map<std::pair<std::string, std::size_t>, QueuedAs> single_;
 };
 
 /// Nothing when the controller does not answer. An array that Slurm has forgotten has ended.

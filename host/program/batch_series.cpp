@@ -146,7 +146,8 @@ OutputRegister::Clash OutputRegister::find() const
     return found;
 }
 
-void removeLeftovers(const Series& output)
+// Temporary files that writers of the series left when they were killed.
+static void removeLeftovers(const Series& output)
 {
     const fs::path path = pathFromUtf8(output.first);
     const std::string file = utf8FromPath(path.filename());
@@ -181,6 +182,14 @@ void createFolderOf(const std::string& file)
     std::error_code error;
     if (!folder.empty()) fs::create_directories(folder, error);
     if (error) throw FileError{fmt::format("cannot create {}: {}", utf8FromPath(folder), error.message())};
+}
+
+void prepareOutputs(const std::vector<Series>& outputs, bool wasKilled)
+{
+    for (const Series& output : outputs) {
+        createFolderOf(output.first);
+        if (wasKilled) removeLeftovers(output);
+    }
 }
 
 }  // namespace scansteps::host

@@ -70,9 +70,10 @@ class OutputRegister
     std::map<std::string, std::vector<Span>> spans_;
 };
 
-/// Removes temporary files that writers of the series left when they were killed.
-void removeLeftovers(const Series& output);
 /// Throws FileError.
 void createFolderOf(const std::string& file);
+/// Creates the folders of the outputs. Where the job was killed before, removes temporary files that it left.
+/// Throws FileError.
+void prepareOutputs(const std::vector<Series>& outputs, bool wasKilled);
 
 }  // namespace scansteps::host

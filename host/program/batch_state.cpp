@@ -59,9 +59,7 @@ void BatchState::adopt(std::size_t n)
     const JobRecord& record = journal_.records().at(jobs_.key(n));
     Status& status = statuses_[n];
     JobOutcome& outcome = status.outcome;
-    const bool wasKilled = record.state == "started" || record.state == "interrupted" || record.exit > 128;
-    if (wasKilled)
-        for (const Series& output : jobs_.outputs(n)) removeLeftovers(output);
+    status.wasKilled = record.state == "started" || record.state == "interrupted" || record.exit > 128;
     if (record.state == "done") {
         outcome = {0, "", record.frames, record.warnings, record.seconds};
         if (!isComplete(n, record))
@@ -118,8 +116,7 @@ bool BatchState::finished(std::size_t n, const JobOutcome& outcome)
     const bool again = canBeRetried(outcome.exit) && status.attempts <= options_.retries;
     status.phase = outcome.exit == kEnded ? JobPhase::Done : again ? JobPhase::Waiting : JobPhase::Failed;
     writeFinished(n, outcome.exit == kEnded ? "done" : "failed");
-    if (outcome.exit > 128)
-        for (const Series& output : jobs_.outputs(n)) removeLeftovers(output);
+    status.wasKilled = outcome.exit > 128;
     if (outcome.exit == kEnded) frames_ += outcome.frames;
     if (!again) ++ended_;
     if (status.phase == JobPhase::Failed) ++failed_;
@@ -133,7 +130,6 @@ void BatchState::interrupted(std::size_t n)
     status.phase = JobPhase::Interrupted;
     status.outcome.exit = kInterrupted;
     if (!ran) return;
-    for (const Series& output : jobs_.outputs(n)) removeLeftovers(output);
     writeFinished(n, "interrupted");
 }
 
@@ -141,6 +137,7 @@ void BatchState::lost(std::size_t n, const std::string& reason)
 {
     Status& status = statuses_[n];
     if (status.phase == JobPhase::Running) --status.attempts;
+    status.wasKilled = true;
     status.phase = JobPhase::Waiting;
     status.outcome = {kInterrupted, reason};
     writeFinished(n, "interrupted");

@@ -29,13 +29,14 @@ class BatchState
     struct Status
     {
         JobPhase phase = JobPhase::Waiting;
-        bool isOld = false;  ///< done by an earlier batch
-        int attempts = 0;    ///< of this batch
+        bool isOld = false;      ///< done by an earlier batch
+        bool wasKilled = false;  ///< the last time; may have left temporary files
+        int attempts = 0;        ///< of this batch
         std::size_t file = 0;
         JobOutcome outcome;
     };
 
-    /// Takes over what the journal says is complete and unchanged, and cleans up after killed jobs.
+    /// Takes over what the journal says is complete and unchanged.
     BatchState(const BatchOptions& options, const JobList& jobs, Journal& journal);
 
     const BatchOptions& options() const { return options_; }

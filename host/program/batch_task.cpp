@@ -96,10 +96,7 @@ int batchTask(const BatchTaskOptions& options)
     StatusFile status(statusFile(folder, job.file), environmentVariable("SLURM_ARRAY_JOB_ID"));
     const TaskStatus before = status.read();
     if (before.state == "done") return kEnded;  // started again although it had ended
-    for (const Series& output : job.outputs) {
-        createFolderOf(output.first);
-        if (!status.isNew()) removeLeftovers(output);
-    }
+    prepareOutputs(job.outputs, job.wasKilled || !status.isNew());
     status.append({{"state", "started"}, {"key", job.key}, {"inputs", job.inputs}});
     const JobProcess process(job.arguments, job.pipeline, filesOfJob(folder, job.file), !status.isNew());
     const JobOutcome outcome = process.outcome(waitFor(process));
