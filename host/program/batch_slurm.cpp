@@ -199,12 +199,15 @@ void Follower::poll()
     });
 }
 
-// The status files of tasks that cannot have begun are not looked at.
+// A status file is read when the task has begun and when it has left the queue, not in between.
 void Follower::lookAt(Array& array, std::size_t index, QueuedAs queued)
 {
     Task& task = array.tasks[index];
     if (queued != QueuedAs::Nothing) task.missing.reset();
-    if (queued == QueuedAs::Pending || collect(array, task) || queued == QueuedAs::Active) return;
+    const bool isKnown = batch_.status(task.n).phase == JobPhase::Running;
+    if (queued == QueuedAs::Pending || (queued == QueuedAs::Active && isKnown) || collect(array, task) ||
+        queued == QueuedAs::Active)
+        return;
     if (!task.missing) task.missing = Clock::now();
     if (Clock::now() - *task.missing > kVisible) miss(array, index);
 }
