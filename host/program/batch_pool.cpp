@@ -14,6 +14,7 @@
 
 #include "batch_engines.h"
 #include "interrupts.h"
+#include "scansteps/host.h"
 
 namespace scansteps::host {
 
@@ -62,6 +63,7 @@ class Pool
     void start();
     void wait(std::chrono::milliseconds patience) const;
     void reap();
+    void finish(std::size_t n, const JobOutcome& outcome);
     void wakeDelayed();
     void stop();
 
@@ -78,13 +80,23 @@ void Pool::start()
     ready_.pop_front();
     const JobList& jobs = batch_.jobs();
     const bool isRetry = batch_.status(n).attempts > 0;
-    prepareOutputs(jobs.outputs(n), batch_.status(n).wasKilled);
     const auto definition = jobs.definition(n);
     auto arguments = commonArguments(batch_.options());
     arguments.insert(arguments.end(), definition.arguments.begin(), definition.arguments.end());
     batch_.started(n, {{"inputs", jobs.inputState(n)}});
-    JobProcess process(arguments, definition.pipeline, batch_.files(n), isRetry);
-    running_.emplace(process.pid(), std::pair(n, process));
+    try {
+        prepareOutputs(jobs.outputs(n), batch_.status(n).wasKilled);
+        const JobProcess process(arguments, definition.pipeline, batch_.files(n), isRetry);
+        running_.emplace(process.pid(), std::pair(n, process));
+    } catch (const FileError& error) {
+        finish(n, {kFileFailed, error.what()});
+    }
+}
+
+void Pool::finish(std::size_t n, const JobOutcome& outcome)
+{
+    if (batch_.finished(n, outcome))
+        delayed_.emplace(Clock::now() + batch_.pauseBefore(batch_.status(n).attempts), n);
 }
 
 void Pool::wait(std::chrono::milliseconds patience) const
@@ -104,8 +116,7 @@ void Pool::reap()
         if (found == running_.end()) continue;
         const auto [n, process] = found->second;
         running_.erase(found);
-        if (batch_.finished(n, process.outcome(status)))
-            delayed_.emplace(Clock::now() + batch_.pauseBefore(batch_.status(n).attempts), n);
+        finish(n, process.outcome(status));
     }
 }
 

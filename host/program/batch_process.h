@@ -22,7 +22,7 @@ JobFiles filesOfJob(const std::string& folder, std::size_t number);
 struct JobOutcome
 {
     int exit = 0;  ///< 128 + number of the signal that killed it
-    std::string error;
+    std::string error = {};
     std::int64_t frames = 0, warnings = 0;
     double seconds = 0;
 };

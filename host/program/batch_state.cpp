@@ -62,17 +62,17 @@ void BatchState::adopt(std::size_t n)
     status.wasKilled = record.state == "started" || record.state == "interrupted" || record.exit > 128;
     if (record.state == "done") {
         outcome = {0, "", record.frames, record.warnings, record.seconds};
-        if (!isComplete(n, record))
-            outcome = {};
-        else
-            status.isOld = true;
+        status.isOld = isComplete(n, record);
     } else if (record.state == "started" && hasSucceeded(files(n), outcome) &&
                record.inputs == jobs_.inputState(n)) {
         // It ended, but the batch was killed before it could say so.
         status.isOld = true;
         writeFinished(n, "done");
     }
-    if (!status.isOld) return;
+    if (!status.isOld) {
+        outcome = {};
+        return;
+    }
     status.phase = JobPhase::Done;
     ++old_;
     ++ended_;
@@ -162,6 +162,7 @@ void BatchState::show(bool last)
     if (const std::size_t done = ended_ - old_; done > 0 && ended_ < jobs_.size())
         text += fmt::format(", {:.0f} s left", passed / double(done) * double(jobs_.size() - ended_));
     line_.draw(text);
+    if (last) line_.end();
 }
 
 }  // namespace scansteps::host

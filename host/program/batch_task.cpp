@@ -96,10 +96,15 @@ int batchTask(const BatchTaskOptions& options)
     StatusFile status(statusFile(folder, job.file), environmentVariable("SLURM_ARRAY_JOB_ID"));
     const TaskStatus before = status.read();
     if (before.state == "done") return kEnded;  // started again although it had ended
-    prepareOutputs(job.outputs, job.wasKilled || !status.isNew());
     status.append({{"state", "started"}, {"key", job.key}, {"inputs", job.inputs}});
-    const JobProcess process(job.arguments, job.pipeline, filesOfJob(folder, job.file), !status.isNew());
-    const JobOutcome outcome = process.outcome(waitFor(process));
+    JobOutcome outcome;
+    try {
+        prepareOutputs(job.outputs, job.wasKilled || !status.isNew());
+        const JobProcess process(job.arguments, job.pipeline, filesOfJob(folder, job.file), !status.isNew());
+        outcome = process.outcome(waitFor(process));
+    } catch (const FileError& error) {
+        outcome = {kFileFailed, error.what()};
+    }
     const bool isDone = outcome.exit == kEnded;
     status.append({{"state", isDone          ? "done"
                              : interrupted() ? "interrupted"

@@ -68,9 +68,9 @@ Json jsonOf(const RunReport& facts)
 
 StatusLine::StatusLine(bool wanted) : shown_(wanted && standardErrorIsTerminal()) {}
 
-StatusLine::~StatusLine()
+void StatusLine::end()
 {
-    if (width_ != 0) descriptor::writeAll(descriptor::kErrors, "\n");
+    if (std::exchange(width_, 0) != 0) descriptor::writeAll(descriptor::kErrors, "\n");
 }
 
 bool StatusLine::isDue(bool always)

@@ -15,12 +15,14 @@ class StatusLine
 {
   public:
     explicit StatusLine(bool wanted);
-    ~StatusLine();
+    ~StatusLine() { end(); }
     StatusLine(const StatusLine&) = delete;
     StatusLine& operator=(const StatusLine&) = delete;
     /// At most ten times a second, unless `always`. Never true when standard error is not a terminal.
     bool isDue(bool always);
     void draw(std::string line);
+    /// Leaves the line as it is and begins a new one.
+    void end();
 
   private:
     using Clock = std::chrono::steady_clock;
