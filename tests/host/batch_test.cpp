@@ -191,7 +191,7 @@ TEST_F(Batch, aSignalEndsItWithAllItsJobs)
     const auto result =
         run("batch \"ccap1 capture.dev_name=test:bars ! filesaver name={}.rec ! clast\" --list list -j 2 "
             "--report report.json",
-            "timeout -s INT --foreground 1");
+            "timeout -s INT --foreground 2");
     EXPECT_EQ(result.exitCode, 124) << result.err;  // of timeout; it waited for the program
     EXPECT_EQ(report()["jobs"][0]["state"], "interrupted");
     EXPECT_EQ(count("interrupted"), 2U);
