@@ -68,7 +68,7 @@ int batch(const BatchOptions&)
 
 int batchTask(const BatchTaskOptions&)
 {
-    throw UsageError{"batch-task runs on Linux only"};
+    throw UsageError{"__task runs on Linux only"};
 }
 
 }  // namespace scansteps::host

@@ -143,7 +143,7 @@ std::string submitArray(std::vector<std::string> options, const std::string& scr
     std::error_code error;
     const std::string program = utf8FromPath(std::filesystem::read_symlink("/proc/self/exe", error));
     options.insert(options.begin(), {"sbatch", "--parsable"});
-    options.insert(options.end(), {script, program, "batch-task", plan});
+    options.insert(options.end(), {script, program, "__task", plan});
     ToolResult result;
     for (int attempt = 0; attempt < 10 && !interrupted(); ++attempt) {
         result = runTool(options);

@@ -1,4 +1,4 @@
-// scansteps batch-task: one task of a job array. Runs its job and writes what became of it into the status
+// scansteps __task: one task of a job array. Runs its job and writes what became of it into the status
 // file of the job, whose lock keeps two tasks from running it at once.
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -90,7 +90,7 @@ int batchTask(const BatchTaskOptions& options)
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // the parent is the step daemon
     catchInterrupts();
     const std::string task = environmentVariable("SLURM_ARRAY_TASK_ID");
-    if (task.empty()) throw UsageError{"batch-task is started by Slurm, for a task of a job array"};
+    if (task.empty()) throw UsageError{"__task is started by Slurm, for a task of a job array"};
     const PlannedJob job = readPlan(options.plan, std::strtoull(task.c_str(), nullptr, 10));
     const std::string folder = utf8FromPath(pathFromUtf8(options.plan).parent_path().parent_path());
     StatusFile status(statusFile(folder, job.file), environmentVariable("SLURM_ARRAY_JOB_ID"));

@@ -171,13 +171,6 @@ Command addBatch(CLI::App& app)
     return command(batch, options);
 }
 
-Command addBatchTask(CLI::App& app)
-{
-    auto options = std::make_shared<BatchTaskOptions>();
-    app.add_option("PLAN", options->plan, "Plan of an array")->required();
-    return command(batchTask, options);
-}
-
 Command addCheck(CLI::App& app)
 {
     auto options = std::make_shared<CheckOptions>();
@@ -318,7 +311,6 @@ constexpr CommandInfo kCommands[] = {
      "scansteps run \"cjread load.name=img0000.jpg ! cyuv ! ccanny ! cjwrite name=edge0000.jpg ! clast\""},
     {"batch", "Runs a pipeline over many inputs, on this machine or on a cluster", addBatch,
      "scansteps batch edges.json --each 'scans/*/img0000.jpg' --out 'edges/{dir}/edge0000.jpg'"},
-    {"batch-task", "", addBatchTask, ""},
     {"check", "Checks types and settings of a pipeline; nothing is run", addCheck,
      "scansteps check edges.json --set OCV.trh=120"},
     {"steps", "Lists the kinds of steps, or one with its settings", addSteps, "scansteps steps ccanny"},
@@ -333,12 +325,13 @@ constexpr const char* kExitCodes =
     "Exit codes: 0 the run ended; 2 the command line or the pipeline is wrong; 3 types or formats do not\n"
     "fit; 4 a step raised an error; 5 a file or a connection failed; 130 interrupted.";
 
-// Commands that the shells' completion files and the build call, not users.
+// Commands that the shells' completion files, the build and the tasks of a cluster call, not users.
 std::optional<int> answerShell(const CLI::App& app, std::vector<std::string> arguments)
 {
     if (arguments.empty()) return {};
     const std::string name = arguments[0];
     arguments.erase(arguments.begin());
+    if (name == "__task" && arguments.size() == 1) return batchTask({arguments[0]});
     if (name == "__complete") return complete(helpOfAll(app), std::move(arguments));
     if (name == "__man" && arguments.size() == 1) return manualPages(helpOfAll(app), arguments[0]);
     return {};
@@ -357,7 +350,6 @@ int program(int argc, char** argv)
     std::map<std::string, Command> commands;
     for (const auto& [name, what, options, example] : kCommands) {
         CLI::App& command = *app.add_subcommand(name, what);
-        if (*what == '\0') command.group("");  // not for people
         command.footer(fmt::format("Example:\n  {}", example));
         commands[name] = options(command);
     }
