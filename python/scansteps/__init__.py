@@ -26,4 +26,4 @@ __all__ = [
 ]
 
 Record.__module__ = "scansteps"
-Record._repr_html_ = _display.record
+setattr(Record, "_repr_html_", _display.record)

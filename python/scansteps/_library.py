@@ -20,11 +20,11 @@ def _candidates() -> list[Path]:
 
 def load(path: Optional[str] = None, plugins: Sequence[str] = ()) -> _native.Library:
     """The step library at `path`, else of the variable SCANSTEPS_LIBRARY, of the package or of the system; with plug-ins."""
-    if path is None:
-        path = os.environ.get("SCANSTEPS_LIBRARY") or next((str(p) for p in _candidates() if p.exists()), "")
-    key = (path, tuple(os.fspath(plugin) for plugin in plugins))
+    here = next((str(place) for place in _candidates() if place.exists()), "")
+    found = path or os.environ.get("SCANSTEPS_LIBRARY") or here
+    key = (found, tuple(os.fspath(plugin) for plugin in plugins))
     if key not in _loaded:
-        _loaded[key] = _native.Library(path, list(key[1]))
+        _loaded[key] = _native.Library(found, list(key[1]))
     return _loaded[key]
 
 

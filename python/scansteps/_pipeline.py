@@ -5,7 +5,7 @@ from __future__ import annotations
 import json
 import os
 import warnings
-from typing import Any, Dict, Iterable, Iterator, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
+from typing import Any, Dict, Iterator, List, Mapping, NamedTuple, Optional, Sequence, Set, Tuple, Union
 
 from . import _display, _library, _native
 from ._errors import Error, FileError, FormatError, PipelineWarning, SettingsError
@@ -43,7 +43,7 @@ class StepTime(NamedTuple):
     seconds: Optional[float]
 
 
-PipelineLike = Union[str, os.PathLike, Mapping[str, Any], Sequence[Union[str, Mapping[str, Any], Step]]]
+PipelineLike = Union[str, "os.PathLike[str]", Mapping[str, Any], Sequence[Union[str, Mapping[str, Any], Step]]]
 
 
 def _plain(value: Any) -> Any:
@@ -139,7 +139,7 @@ class Pipeline:
             top["dataFormat"] = format
         self._native = _native.Pipeline(_library.load(library, plugins), _parts(pipeline), top)
         self._strict = strict
-        self._told: set[str] = set()
+        self._told: Set[str] = set()
         if frames is not None:
             if frames < 0:
                 raise SettingsError("frames is 0 or more")

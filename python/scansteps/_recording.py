@@ -19,7 +19,7 @@ class Recording:
     when it is asked for. Damage is a FileError that names its position, raised after the whole records before it.
     """
 
-    def __init__(self, path: Union[str, os.PathLike]) -> None:
+    def __init__(self, path: Union[str, "os.PathLike[str]"]) -> None:
         self.path = os.fspath(path)
         self._file = _native.RecordingFile(self.path)
 
@@ -83,7 +83,7 @@ class Recording:
         return f"<scansteps.Recording {self.path!r}>"
 
 
-def read(path: Union[str, os.PathLike]) -> Recording:
+def read(path: Union[str, "os.PathLike[str]"]) -> Recording:
     """Opens a recording."""
     return Recording(path)
 
@@ -107,7 +107,7 @@ def _initial_of(record: Record) -> Record:
     return initial
 
 
-def write(path: Union[str, os.PathLike], records: Iterable[Union[Record, Mapping[str, Any]]]) -> int:
+def write(path: Union[str, "os.PathLike[str]"], records: Iterable[Union[Record, Mapping[str, Any]]]) -> int:
     """Writes a recording that `read` plays, and returns the number of records.
 
     Records that come without an initialise record before them or an end record after them get one: of the run that they

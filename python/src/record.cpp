@@ -180,6 +180,19 @@ void bindRecord(py::module_& module)
         .def("__iter__", [](const Record& record) { return py::iter(py::cast(keysOf(record))); })
         .def("keys", &keysOf)
         .def(
+            "get",
+            [](const Record& record, const std::string& name, const py::object& fallback) {
+                return contains(record, py::str(name)) ? item(record, name) : fallback;
+            },
+            py::arg("name"), py::arg("default") = py::none())
+        .def("items",
+             [](const Record& record) {
+                 py::list items;
+                 for (const std::string& name : keysOf(record))
+                     items.append(py::make_tuple(name, item(record, name)));
+                 return items;
+             })
+        .def(
             "copy", [](const Record& record) { return fromBytes(bytesOf(record)); },
             "A record of its own, the frame included.")
         .def("to_bytes", &bytesOf,
