@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
 #
-#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), readers, bench-peers, windows, packages, docs,
-#                                       vivid, slurm, all
+#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), python-tests, readers, bench-peers,
+#                                       windows, packages, docs, vivid, slurm, all
 set -euo pipefail
 
 build=(
@@ -11,7 +11,10 @@ build=(
     libjpeg-dev libpng-dev libtiff-dev libwebp-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
     libgtest-dev libgmock-dev libbenchmark-dev valgrind
     python3-dev python3-numpy pybind11-dev
-    python3-pytest python3-hypothesis python3-venv python3-pip python3-matplotlib python3-distributed mypy
+)
+# What the tests of the Python package use.
+python_tests=(
+    python3-pytest python3-hypothesis python3-venv python3-pip python3-matplotlib python3-distributed mypy ffmpeg
 )
 bench_peers=(
     libturbojpeg0-dev libyuv-dev libswscale-dev libavutil-dev libvips-dev libassimp-dev
@@ -50,6 +53,7 @@ wanted=()
 for group in "${@:-build}"; do
     case $group in
         build) wanted+=("${build[@]}") ;;
+        python-tests) wanted+=("${python_tests[@]}") ;;
         readers) wanted+=("${readers[@]}") ;;
         bench-peers) wanted+=("${bench_peers[@]}") ;;
         windows) wanted+=("${windows[@]}") ;;
@@ -57,9 +61,9 @@ for group in "${@:-build}"; do
         docs) wanted+=("${docs[@]}") ;;
         vivid) wanted+=("${vivid[@]}") ;;
         slurm) wanted+=("${slurm[@]}") ;;
-        all) wanted+=("${build[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${packages[@]}" "${docs[@]}"
-            "${vivid[@]}" "${slurm[@]}") ;;
-        *) die "no group '$group' (build, readers, bench-peers, windows, packages, docs, vivid, slurm, all)" ;;
+        all) wanted+=("${build[@]}" "${python_tests[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${packages[@]}"
+            "${docs[@]}" "${vivid[@]}" "${slurm[@]}") ;;
+        *) die "no group '$group' (build, python-tests, readers, bench-peers, windows, packages, docs, vivid, slurm, all)" ;;
     esac
 done
 

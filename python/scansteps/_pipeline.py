@@ -189,9 +189,14 @@ class Pipeline:
         self._pass_on_warnings()
 
     def __call__(self, frame: Any, entries: Optional[Mapping[str, Any]] = None) -> Optional[Record]:
-        """Processes one frame, an array or a `Record` with one; `entries` are added to its record."""
+        """Processes one frame, an array or a `Record`; `entries` are added to its record.
+
+        None sends a record without a frame, to steps that need none.
+        """
         if not self._native.is_initialised and not self._native.has_source:
-            self._native.describe(frame.frame if isinstance(frame, Record) else frame)
+            pixels = frame.frame if isinstance(frame, Record) else frame
+            if pixels is not None:
+                self._native.describe(pixels)
             if not self._checked:
                 self._check(self._types, self._force)
                 self._checked = True

@@ -451,8 +451,9 @@ std::unique_ptr<Record> PyPipeline::call(const py::object& frame, const py::obje
     if (!entries.is_none()) mergeSettings(record, structFrom(entries, ""));
     if (hasSource())
         raise("Error", "the pipeline begins with a source, which makes its own frames: iterate over it");
-    const py::array array = frameArray(pixels);
     if (!initialised_) initialise();
+    if (pixels.is_none()) return transform(std::move(record), nullptr);
+    const py::array array = frameArray(pixels);
     Chain& chain = this->chain();
     const auto [isKnown, shape] = [&] {
         const Turn turn(*library_);
