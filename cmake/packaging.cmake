@@ -17,6 +17,18 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_COMPONENTS_ALL runtime dev doc)
+if(SCANSTEPS_PYTHON)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-scansteps)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "scansteps (= ${PROJECT_VERSION}-1), python3 (>= 3.${Python3_VERSION_MINOR}~), python3 (<< 3.${python_next}), python3-numpy")
+  set(CPACK_DEBIAN_PYTHON_DESCRIPTION "pipelines of steps for 3D scanning, from Python
+ Runs the pipelines of scansteps inside Python programs: frames and results are
+ numpy arrays, recordings are read and written, and steps can be written in
+ Python.")
+endif()
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME scansteps)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION graphics)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Packages for those who do not build: Debian packages (scansteps, libscansteps-dev, scansteps-doc) and a .tar.gz that
+# Packages for those who do not build: Debian packages (scansteps, libscansteps-dev, scansteps-doc, python3-scansteps) and a .tar.gz that
 # runs wherever it is unpacked, in build/packages; with --windows also the zip (scripts/windows.sh). Then it tries them:
 # lintian, and in a minimal Debian of their own (mmdebstrap, as root) the demo, the install test and the removal.
 #
@@ -28,11 +28,11 @@ trap 'rm -rf "$work"' EXIT
 # The same tree for both: Debian's folders first, then one lib folder and libraries that find each other from there.
 configure() {
     cmake -S . -B "$tree" -G Ninja -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
-        -DCMAKE_BUILD_TYPE=Release -DSCANSTEPS_TESTS=OFF -DSCANSTEPS_PYTHON=OFF "$@" >/dev/null
+        -DCMAKE_BUILD_TYPE=Release -DSCANSTEPS_TESTS=OFF "$@" >/dev/null
     cmake --build "$tree" --parallel "$(nproc)" | tail -n 1
 }
 
-configure -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" \
+configure -DSCANSTEPS_PYTHON=ON -DPython3_EXECUTABLE=/usr/bin/python3 -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" \
     -DCMAKE_INSTALL_RPATH= -DCMAKE_SHARED_LINKER_FLAGS= -DCMAKE_MODULE_LINKER_FLAGS= -DCMAKE_EXE_LINKER_FLAGS= \
     -DSCANSTEPS_DEBIAN=ON -DSCANSTEPS_ZSH_FOLDER=zsh/vendor-completions
 (cd "$tree" && cpack -G DEB -B "$work/deb" >"$work/cpack.log") || { cat "$work/cpack.log" >&2; exit 1; }
@@ -42,7 +42,7 @@ echo "package: $(cd "$out" && echo *.deb)"
 
 # The archive brings the libraries that a machine may lack; those of the compiler and the system it has.
 # shellcheck disable=SC2016  # $ORIGIN is the loader's
-configure -DCMAKE_INSTALL_LIBDIR=lib -DSCANSTEPS_DEBIAN=OFF -DSCANSTEPS_ZSH_FOLDER=zsh/site-functions \
+configure -DSCANSTEPS_PYTHON=OFF -DCMAKE_INSTALL_LIBDIR=lib -DSCANSTEPS_DEBIAN=OFF -DSCANSTEPS_ZSH_FOLDER=zsh/site-functions \
     '-DCMAKE_INSTALL_RPATH=$ORIGIN/../lib;$ORIGIN;$ORIGIN/..' \
     -DCMAKE_SHARED_LINKER_FLAGS=-Wl,--disable-new-dtags -DCMAKE_MODULE_LINKER_FLAGS=-Wl,--disable-new-dtags \
     -DCMAKE_EXE_LINKER_FLAGS=-Wl,--disable-new-dtags

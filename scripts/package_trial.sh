@@ -63,6 +63,11 @@ inside '
     ls /usr/share/man/man1/scansteps-run.1.gz /usr/share/bash-completion/completions/scansteps >/dev/null
     cd ..; rm -rf demo demo-examples'
 inside '
+    apt-get install -y -q -o Dpkg::Use-Pty=0 --no-install-recommends ./packages/python3-scansteps_*.deb >/dev/null
+    python3 -c "
+import numpy, scansteps
+print(\"package: from Python\", scansteps.Pipeline(\"cyuv ! ccanny\")(numpy.zeros((48, 64, 3), numpy.uint8)).frame.shape)"'
+inside '
     apt-get install -y -q -o Dpkg::Use-Pty=0 --no-install-recommends ./packages/libscansteps-dev_*.deb >/dev/null
     apt-get install -y -q -o Dpkg::Use-Pty=0 --no-install-recommends g++ cmake ninja-build pkg-config >/dev/null
     tests/install/run.sh /usr'
