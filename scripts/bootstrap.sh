@@ -2,7 +2,7 @@
 # Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
 #
 #   scripts/bootstrap.sh [GROUP...]     groups: build (the default), python-tests, readers, bench-peers,
-#                                       windows, packages, docs, vivid, slurm, all
+#                                       windows, packages, docs, vivid, viewer, slurm, all
 set -euo pipefail
 
 build=(
@@ -10,6 +10,7 @@ build=(
     clang clang-format clang-tidy libclang-rt-dev
     libjpeg-dev libpng-dev libtiff-dev libwebp-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev
     libgtest-dev libgmock-dev libbenchmark-dev valgrind
+    libwebsockets-dev libjs-three
     python3-dev python3-numpy pybind11-dev
 )
 # What the tests of the Python package use.
@@ -35,6 +36,11 @@ packages=(
 docs=(
     mkdocs man-db mandoc bash-completion zsh fish
 )
+# The browser in which the viewer is tested.
+viewer=(
+    chromium chromium-driver python3-selenium
+)
+command -v npm >/dev/null || viewer+=(npm)
 
 vivid=(
     qemu-system-x86 busybox-static
@@ -60,10 +66,11 @@ for group in "${@:-build}"; do
         packages) wanted+=("${packages[@]}") ;;
         docs) wanted+=("${docs[@]}") ;;
         vivid) wanted+=("${vivid[@]}") ;;
+        viewer) wanted+=("${viewer[@]}") ;;
         slurm) wanted+=("${slurm[@]}") ;;
         all) wanted+=("${build[@]}" "${python_tests[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${packages[@]}"
-            "${docs[@]}" "${vivid[@]}" "${slurm[@]}") ;;
-        *) die "no group '$group' (build, python-tests, readers, bench-peers, windows, packages, docs, vivid, slurm, all)" ;;
+            "${docs[@]}" "${vivid[@]}" "${viewer[@]}" "${slurm[@]}") ;;
+        *) die "no group '$group' (build, python-tests, readers, bench-peers, windows, packages, docs, vivid, viewer, slurm, all)" ;;
     esac
 done
 

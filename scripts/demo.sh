@@ -18,4 +18,6 @@ pictures=(out/edge*.jpg)
 [ ${#pictures[@]} -ge 8 ] || { echo "demo: only ${#pictures[@]} pictures came out" >&2; exit 1; }
 echo
 echo "${#pictures[@]} edge pictures: $PWD/${pictures[0]} to $PWD/${pictures[-1]}"
+echo "To look at every step and move the thresholds, in the browser:"
+echo "  build/dev/bin/scansteps view examples/edges.json --open"
 echo "Their photographs:  $PWD/examples/images/img0000.jpg and on"

@@ -41,6 +41,12 @@ void Chain::initialise()
         "the format of the frames does not fit (1004): \"dataFormat\" is missing or another one");
 }
 
+void Chain::update()
+{
+    state_->guarded(Phase::Initialise, [&] { state_->update(); });
+    state_->rejectMismatch("the format of the frames does not fit (1004)");
+}
+
 bool Chain::process()
 {
     varitype record{Struct()};

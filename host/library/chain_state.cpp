@@ -9,17 +9,12 @@
 
 namespace scansteps::host {
 
-namespace {
-
-// The type of an event, 0 when it has none.
 int typeOf(const varitype& params)
 {
     if (!params.has("eventType")) return 0;
     const varitype type = params["eventType"];
     return type.kind() == Kind::Int ? type.as<std::int32_t>() : 0;
 }
-
-}  // namespace
 
 StepBase* asStepBase(const PipelineStep& step, cChain& made)
 {
@@ -35,7 +30,9 @@ void Chain::State::Probe::dispatch(varitype& params)
     if (type == event::kInit) {
         if (index_ > 0 && state_.pipeline.steps[index_ - 1].info->player)
             state_.replay.apply(index_ - 1, params);
+        state_.arrived[index_] = params.clone();
         mergeSettings(params, state_.pipeline.steps[index_].settings);
+        state_.initialised[index_] = params.clone();
     }
     if (type == event::kProcess) ++state_.processed[index_];
     if (type == event::kMismatch) state_.noteMismatch(before);
@@ -57,6 +54,8 @@ Chain::State::State(Pipeline pipelineToRun, const StepLibrary& stepLibrary, Hook
       library(stepLibrary),
       hooks(std::move(hooksToCall)),
       processed(pipeline.steps.size()),
+      arrived(pipeline.steps.size(), varitype(Struct())),
+      initialised(pipeline.steps.size(), varitype(Struct())),
       notices(pipeline, table, current, hooks),
       replay(pipeline, [this](const std::string& text) {
           if (hooks.onWarning) hooks.onWarning(text);

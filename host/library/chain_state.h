@@ -14,6 +14,9 @@ namespace scansteps::host {
 /// Null for the record printer, the only class of the library that does not derive from StepBase.
 StepBase* asStepBase(const PipelineStep& step, cChain& made);
 
+/// The type of an event, 0 when it has none.
+int typeOf(const varitype& params);
+
 struct Chain::State
 {
     // Stands before every step: notes which step works, and merges that step's settings.
@@ -26,6 +29,14 @@ struct Chain::State
       private:
         State& state_;
         std::size_t index_;
+    };
+
+    // Keeps the initialise event that a step forwards.
+    class Catcher final : public cChain
+    {
+      public:
+        void dispatch(varitype& params) override { caught = params.clone(); }
+        varitype caught{Struct()};
     };
 
     // Stands after the last step and sees what reaches the end.
@@ -55,6 +66,9 @@ struct Chain::State
     void guarded(Phase which, Work work);
     void rejectMismatch(const char* text);
     void send(varitype& record);
+    void update();
+    Struct settingsOf(std::size_t step, const varitype& init) const;
+    varitype initialiseAlone(std::size_t step, const varitype& init);
     bool process(varitype& record, bool cleared);
 
     Pipeline pipeline;
@@ -67,6 +81,9 @@ struct Chain::State
     TextureSet input;
     std::atomic<std::size_t> current = 0;  // the working step
     std::vector<std::int64_t> processed;   // process events that each step was given
+    std::vector<varitype>
+        arrived;  // the last initialise event for each step, before its settings were merged
+    std::vector<varitype> initialised;  // and with them
     NoticeBoard notices;
     ReplayRules replay;
     Phase phase = Phase::Initialise;

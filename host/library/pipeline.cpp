@@ -172,6 +172,11 @@ Pipeline pipelineFromLine(const std::string& line)
     return pipelineFromLine(line, {});
 }
 
+void applySet(Pipeline& pipeline, std::size_t step, const std::string& assignment)
+{
+    addSetting(pipeline.steps.at(step), assignment, "", {});
+}
+
 static void applySet(Pipeline& pipeline, const std::string& text, const KeepText& keep)
 {
     const Assignment assignment = splitAssignment(text);

@@ -99,4 +99,13 @@ struct ReceiveOptions
 };
 int receive(const ReceiveOptions& options);
 
+/// `pipeline` may also be a recording or a model.
+struct ViewOptions : RunOptions
+{
+    std::uint16_t port = 0;
+    std::string bind = "127.0.0.1";
+    bool open = false, paused = false;
+};
+int view(const ViewOptions& options);
+
 }  // namespace scansteps::host

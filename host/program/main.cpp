@@ -107,26 +107,30 @@ void addFrames(CLI::App& app, std::int64_t& frames)
         });
 }
 
+void addRunOptions(CLI::App& app, RunOptions& options, const char* what)
+{
+    addPipeline(app, options.pipeline, options.sets, what);
+    addFrames(app, options.frames);
+    addLibraries(app, options);
+    addChecks(app, options.types, options.force);
+    app.add_flag("--quiet", options.quiet, "No progress and no table of times");
+    app.add_flag("--strict", options.strict,
+                 "A file that could not be read or written is exit code 5, not a warning; no model is 4");
+    app.add_flag(
+        "--stage", options.stage,
+        "Recordings and dumps appear under their names only when the run has ended without an error");
+    app.add_option("--report", options.reportFile,
+                   "Writes the facts of the run as JSON into this file; -: standard output")
+        ->type_name("FILE");
+    app.add_option("--step-output", options.stepOutput,
+                   "Where the steps print: a file, or none; else standard output")
+        ->type_name("FILE");
+}
+
 Command addRun(CLI::App& app)
 {
     auto options = std::make_shared<RunOptions>();
-    addPipeline(app, options->pipeline, options->sets,
-                "A .json file, - for standard input, or steps separated by \"!\"");
-    addFrames(app, options->frames);
-    addLibraries(app, *options);
-    addChecks(app, options->types, options->force);
-    app.add_flag("--quiet", options->quiet, "No progress and no table of times");
-    app.add_flag("--strict", options->strict,
-                 "A file that could not be read or written is exit code 5, not a warning; no model is 4");
-    app.add_flag(
-        "--stage", options->stage,
-        "Recordings and dumps appear under their names only when the run has ended without an error");
-    app.add_option("--report", options->reportFile,
-                   "Writes the facts of the run as JSON into this file; -: standard output")
-        ->type_name("FILE");
-    app.add_option("--step-output", options->stepOutput,
-                   "Where the steps print: a file, or none; else standard output")
-        ->type_name("FILE");
+    addRunOptions(app, *options, "A .json file, - for standard input, or steps separated by \"!\"");
     return command(run, options);
 }
 
@@ -251,6 +255,24 @@ Command addReceive(CLI::App& app)
     return command(receive, options);
 }
 
+#ifdef SCANSTEPS_VIEWER
+Command addView(CLI::App& app)
+{
+    auto options = std::make_shared<ViewOptions>();
+    addRunOptions(app, *options, "A pipeline as for run, a recording, or a model (.ply, .obj, .stl)");
+    app.add_option("--port", options->port, "TCP port; 0: a free one")
+        ->type_name("P")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    app.add_option("--bind", options->bind, "Address to listen on; 0.0.0.0: all of this machine")
+        ->type_name("ADDR")
+        ->capture_default_str();
+    app.add_flag("--open", options->open, "Opens the address in the browser");
+    app.add_flag("--paused", options->paused, "The run begins when the page says so");
+    return command(view, options);
+}
+#endif
+
 // An answer that could not be written is an error. (What steps print during a run is not an answer.)
 int answered(int code)
 {
@@ -319,6 +341,10 @@ constexpr CommandInfo kCommands[] = {
     {"devices", "Lists the cameras with their formats and sizes", addDevices, "scansteps devices --json"},
     {"receive", "Receives runs from the sender step and records them", addReceive,
      "scansteps receive --port 5000 --bind 0.0.0.0 --out run.rec"},
+#ifdef SCANSTEPS_VIEWER
+    {"view", "Shows a pipeline that runs, a recording or a model in the browser", addView,
+     "scansteps view \"ccap1 ! ccanny\" --open"},
+#endif
 };
 
 constexpr const char* kExitCodes =
@@ -362,7 +388,8 @@ int program(int argc, char** argv)
             failCommand(arguments[0], commands);
         parse(app, arguments);
         for (const auto& [name, command] : commands)
-            if (app.got_subcommand(name)) return name == "run" ? command() : answered(command());
+            if (app.got_subcommand(name))
+                return name == "run" || name == "view" ? command() : answered(command());
         answerLines(app.help());
         return kUsage;
     } catch (const CLI::Success& success) {

@@ -84,6 +84,8 @@ Pipeline pipelineFromJson(const std::string& text);
 Pipeline pipelineFromLine(const std::string& line);
 /// PATH=VALUE into `sets`. Throws UsageError.
 void applySet(Pipeline& pipeline, const std::string& assignment);
+/// PATH=VALUE into the settings of a step. Throws UsageError.
+void applySet(Pipeline& pipeline, std::size_t step, const std::string& assignment);
 /// Converts the settings to the kinds that the steps declare and sets `warnings` to what looks wrong. To be
 /// called again when settings were changed. Throws UsageError for values that cannot be taken.
 void checkSettings(Pipeline& pipeline);
@@ -92,6 +94,10 @@ void checkSettings(Pipeline& pipeline);
 void mergeSettings(varitype& record, const Struct& settings);
 /// The value that a step finds under a path when it is initialised, as far as the pipeline says.
 std::optional<varitype> effectiveValue(const Pipeline& pipeline, std::size_t step, const char* path);
+/// The pipeline as the text of a JSON file, and as arguments of `scansteps run` quoted for a POSIX shell.
+/// `sets` are among the settings of both.
+std::string pipelineJson(const Pipeline& pipeline);
+std::string pipelineArguments(const Pipeline& pipeline);
 /// "step 2 (ccanny \"edges\")"
 std::string stepLabel(const Pipeline& pipeline, std::size_t step);
 
@@ -253,6 +259,10 @@ class Chain
 
     /// Sends the initialise event; may be called again. Throws StepError, as do the next ones.
     void initialise();
+    /// Initialises again those steps alone whose settings, or the description of whose frames, have changed
+    /// in pipeline() since they were initialised: a source goes on where it is, files stay open. To be called
+    /// between events. Throws StepError.
+    void update();
     /// Sends a process event with a zeroed input(), where there is one. False when the source has ended.
     bool process();
     /// Sends `record` as a process event, with input() as its "handle" where it has none, and leaves in it

@@ -12,7 +12,8 @@ namespace scansteps {
 namespace {
 
 HandleTable* installed = nullptr;
-std::uint64_t* servicesValue = nullptr;  // in the installed table's `values`
+// In the installed table's `values`. Threads of the steps read it while another chain takes its turn.
+std::atomic<std::uint64_t*> servicesValue = nullptr;
 
 HandleTable& table()
 {
@@ -45,8 +46,9 @@ void installHandles(HandleTable* table)
 // never move.
 const HostServices* hostServices()
 {
-    if (servicesValue == nullptr) return nullptr;
-    const std::uint64_t value = std::atomic_ref(*servicesValue).load(std::memory_order_acquire);
+    std::uint64_t* const place = servicesValue.load(std::memory_order_acquire);
+    if (place == nullptr) return nullptr;
+    const std::uint64_t value = std::atomic_ref(*place).load(std::memory_order_acquire);
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the table shares 64-bit numbers
     const auto* services = reinterpret_cast<const HostServices*>(static_cast<std::uintptr_t>(value));
     return services != nullptr && services->size >= sizeof(HostServices) ? services : nullptr;
