@@ -2,6 +2,8 @@
 // arrays, both in the handle table and in records.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -2,6 +2,8 @@
 // steps to choose a device, and by hosts to list the devices.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>

@@ -2,6 +2,8 @@
 // static buffer, so a later error overwrites the text of an earlier one.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 // Lets the compiler check calls of functions that take a printf format. MinGW is told to check against the C
 // standard's printf instead of the system's.
 #if defined(__MINGW32__)

@@ -1,6 +1,8 @@
 // Inputs that stand for several files: patterns with wildcards, numbered names, lists of names.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <string>
 #include <string_view>
 #include <vector>

@@ -4,6 +4,8 @@
 // thread-safe.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>

@@ -1,6 +1,8 @@
 // Numbered file names: all decimal digits of a name, wherever they are, form one counter of fixed width.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <string>
 
 namespace scansteps {

@@ -1,6 +1,8 @@
 // Text from files, records and the network, made safe to print.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <string>
 #include <string_view>
 

@@ -2,6 +2,8 @@
 // that kernels, which cannot see handles, can report as well.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <cstdint>
 
 namespace scansteps {

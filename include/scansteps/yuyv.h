@@ -1,6 +1,8 @@
 // YUYV16 frames as colours, for hosts and plug-ins that show or save them.
 #pragma once
 
+#include "scansteps/cpp20.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>

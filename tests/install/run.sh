@@ -45,6 +45,12 @@ short/short_host "cjread load.name=$photo load.one=true ! cjwrite name=short.ppm
 cmp plain.ppm short.ppm
 ! short/short_host cf2u >/dev/null 2>short.err
 grep -q '^step 1 (cf2u): ' short.err
+# Whoever compiles as C++17 reads one line.
+echo '#include <scansteps/record.h>' >old.cpp
+# shellcheck disable=SC2046
+! g++ -std=c++17 -c old.cpp $(pkg-config --cflags scansteps) 2>old.err
+[ "$(grep -c error old.err)" = 1 ] && grep -q 'C++20' old.err
+
 echo "installed package: found, linked, loaded"
 
 if [ "$prefix" != "$from" ]; then
