@@ -88,7 +88,8 @@ std::vector<StepFacts> Chain::steps() const
     std::vector<StepFacts> result;
     for (std::size_t i = 0; i < state_->steps.size(); ++i) {
         const PipelineStep& step = state_->pipeline.steps[i];
-        StepFacts facts{step.info->kind, step.info->className, step.name, std::nullopt};
+        StepFacts facts{step.info->kind, step.info->className, step.name, std::nullopt,
+                        double(state_->notices.workerTime(i)) * 1e-6};
         if (const StepBase* base = asStepBase(step, *state_->steps[i]))
             facts.seconds = double(base->time) * 1e-6;
         result.push_back(std::move(facts));

@@ -320,6 +320,7 @@ bool FilesCheck::checkWrite(std::size_t i, const std::string& name)
              fmt::format("would write {}, which the run reads{}", name,
                          mode_.force ? "" : " (--force lets it)"),
              mode_.force ? kEnded : kUsage);
+        findings_.back().readsOwnOutput = true;
         return false;
     }
     if (isFile && overwritten_++ == 0) firstOverwritten_ = name;

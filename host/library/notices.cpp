@@ -49,7 +49,11 @@ std::string troubleText(const TroubleFacts& facts)
 
 NoticeBoard::NoticeBoard(const Pipeline& pipeline, HandleTable& table,
                          const std::atomic<std::size_t>& current, const Hooks& hooks)
-    : pipeline_(pipeline), table_(table), current_(current), hooks_(hooks)
+    : pipeline_(pipeline),
+      table_(table),
+      current_(current),
+      hooks_(hooks),
+      workerTimes_(pipeline.steps.size())
 {
     services_.context = this;
     services_.notify = [](void* context, const Notice& notice) {
@@ -65,6 +69,12 @@ NoticeBoard::NoticeBoard(const Pipeline& pipeline, HandleTable& table,
             const auto& board = *static_cast<NoticeBoard*>(context);
             return !board.stepFailed_ && board.hooks_.keeps();
         };
+    services_.readsOwnOutput = hooks_.readsOwnOutput;
+    services_.workerTime = [](void* context, const char* step, std::int64_t microseconds) {
+        auto& board = *static_cast<NoticeBoard*>(context);
+        const std::lock_guard lock(board.mutex_);
+        board.workerTimes_[board.stepOf(step)] = microseconds;
+    };
     installHostServices(table_, &services_);
 }
 
@@ -109,6 +119,12 @@ FileReason NoticeBoard::takeFailedFile()
 {
     const std::lock_guard lock(mutex_);
     return std::exchange(failed_, {});
+}
+
+std::int64_t NoticeBoard::workerTime(std::size_t step) const
+{
+    const std::lock_guard lock(mutex_);
+    return workerTimes_[step];
 }
 
 std::vector<TroubleFacts> NoticeBoard::troubles() const

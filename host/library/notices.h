@@ -29,6 +29,8 @@ class NoticeBoard
     /// Returns and clears the details of the error that was just raised.
     FileReason takeFailedFile();
     std::vector<TroubleFacts> troubles() const;
+    /// Microseconds that threads of the step worked, as of its last flush.
+    std::int64_t workerTime(std::size_t step) const;
 
   private:
     void note(const Notice& notice);
@@ -43,6 +45,7 @@ class NoticeBoard
     bool stepFailed_ = false;
     FileReason failed_;
     std::vector<TroubleFacts> troubles_;
+    std::vector<std::int64_t> workerTimes_;  // of each step
 };
 
 }  // namespace scansteps::host

@@ -50,6 +50,7 @@ Json jsonOf(const RunReport& facts)
             json["seconds"] = *step.seconds;
             json["share"] = facts.seconds > 0 ? *step.seconds / facts.seconds : 0.0;
         }
+        if (step.workerSeconds > 0) json["workerSeconds"] = step.workerSeconds;
         steps.push_back(std::move(json));
     }
     Json warnings = Json::array();
@@ -107,6 +108,11 @@ void printTimeTable(const RunFacts& facts)
 {
     say("{} frames in {:.3f} s ({:.1f} frames/s)", facts.frames, facts.seconds, framesPerSecond(facts));
     sayBare("{:>4}  {:<24}{:>12}{:>14}{:>9}", "step", "kind", "seconds", "ms a frame", "share");
+    const auto time = [&](double seconds) {
+        return fmt::format("{:>12.4f}{:>14.3f}{:>8.1f}%", seconds,
+                           facts.frames > 0 ? seconds * 1e3 / double(facts.frames) : 0.0,
+                           facts.seconds > 0 ? seconds / facts.seconds * 100 : 0.0);
+    };
     double counted = 0;
     for (std::size_t i = 0; i < facts.steps.size(); ++i) {
         const StepFacts& step = facts.steps[i];
@@ -116,9 +122,9 @@ void printTimeTable(const RunFacts& facts)
             continue;
         }
         counted += *step.seconds;
-        sayBare("{:>4}  {:<24}{:>12.4f}{:>14.3f}{:>8.1f}%", i + 1, label, *step.seconds,
-                facts.frames > 0 ? *step.seconds * 1e3 / double(facts.frames) : 0.0,
-                facts.seconds > 0 ? *step.seconds / facts.seconds * 100 : 0.0);
+        sayBare("{:>4}  {:<24}{}", i + 1, label, time(*step.seconds));
+        if (step.workerSeconds > 0)
+            sayBare("{:>4}  {:<24}{}", "", "  meanwhile, its threads", time(step.workerSeconds));
     }
     const double rest = facts.seconds > counted ? facts.seconds - counted : 0;
     sayBare("{:>4}  {:<24}{:>12.4f}{:>14}{:>8.1f}%", "", "initialise, flush, host", rest, "",

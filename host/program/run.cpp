@@ -1,6 +1,7 @@
 // scansteps run: runs a pipeline.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "commands.h"
@@ -28,10 +29,9 @@ class Warnings
     std::vector<std::string> texts;
 };
 
-// The checks before anything is sent.
-RunReport checked(const Pipeline& pipeline, const CheckMode& mode, Warnings& warnings)
+// Judges the checks before anything is sent.
+RunReport judged(const std::vector<Finding>& findings, const Pipeline& pipeline, Warnings& warnings)
 {
-    const auto findings = checkPipeline(pipeline, mode);
     RunReport facts;
     facts.exitCode = codeOf(findings);
     for (const Finding& finding : findings)
@@ -81,8 +81,9 @@ int run(const RunOptions& options)
     StepOutput stepOutput(options.stepOutput);
     ReportFile report(options.reportFile, stepOutput.original());
     Warnings warnings;
-    RunReport facts =
-        checked(pipeline, {typeCheckOf(options.types), options.force, options.strict}, warnings);
+    const auto findings =
+        checkPipeline(pipeline, {typeCheckOf(options.types), options.force, options.strict});
+    RunReport facts = judged(findings, pipeline, warnings);
     if (facts.exitCode != kEnded) {
         noteFailure(facts, [&] { report.write(reportText(facts)); });
         printErrors(facts);
@@ -102,6 +103,8 @@ int run(const RunOptions& options)
             hooks.keeps = [&] {
                 return !interrupted() && !deserted && !(options.strict && !running->troubles().empty());
             };
+        hooks.readsOwnOutput = std::any_of(findings.begin(), findings.end(),
+                                           [](const Finding& finding) { return finding.readsOwnOutput; });
         Chain chain(pipeline, *library, std::move(hooks));
         running = &chain;
         static_cast<RunFacts&>(facts) =

@@ -1,5 +1,5 @@
 // Errors of the library are thrown as C strings. Fixed texts are thrown directly; formatted ones share one
-// static buffer, so a later error overwrites the text of an earlier one.
+// buffer per thread, so a later error overwrites the text of an earlier one.
 #pragma once
 
 #include "scansteps/cpp20.h"
@@ -19,7 +19,7 @@ namespace scansteps {
 /// Throws `text` itself, which must outlive the handler (a literal).
 [[noreturn]] void fail(const char* text);
 
-/// Throws a printf-formatted text of at most 1023 bytes, held in the module's only error buffer.
+/// Throws a printf-formatted text of at most 1023 bytes, held in the thread's only error buffer.
 SCANSTEPS_PRINTF(1, 2)
 [[noreturn]] void failf(const char* format, ...);
 

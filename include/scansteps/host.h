@@ -108,6 +108,7 @@ struct Finding
     ExitCode code = kEnded;  ///< of the error that it is; kEnded for a warning
     std::string text;
     std::optional<std::size_t> step = {};  ///< index of the step that it is about
+    bool readsOwnOutput = false;           ///< the step writes a file that the run reads
 };
 
 enum class TypeCheck
@@ -221,7 +222,8 @@ std::string troubleText(const TroubleFacts& facts);
 struct StepFacts
 {
     std::string kind, className, name;
-    std::optional<double> seconds;  ///< none for a step that keeps no time
+    std::optional<double> seconds;  ///< of the chain's thread; none for a step that keeps no time
+    double workerSeconds = 0;       ///< of the step's own threads, as of the last flush
 };
 
 /// What the caller of a chain offers it. Each may be empty.
@@ -240,6 +242,8 @@ struct Hooks
     /// Where given, recordings take their names only at the flush, if no step raised an error and this
     /// returns true.
     std::function<bool()> keeps = {};
+    /// The run writes files that it reads (CheckMode::force): steps neither read ahead nor write behind.
+    bool readsOwnOutput = false;
 };
 
 /// The linked steps of a pipeline with their handle table. Chains are used by one thread; several may be

@@ -34,6 +34,11 @@ struct HostServices
     /// Null: a recording takes its name with its first event and keeps what was written before an error.
     /// Otherwise it stays under a temporary name until the flush, where it is removed if this returns false.
     bool (*keeps)(void* context) = nullptr;
+    /// The run writes files that it reads later: steps then neither read ahead nor write behind.
+    bool readsOwnOutput = false;
+    /// During a flush event, on the chain's thread: the time that threads of this step have worked in the
+    /// run.
+    void (*workerTime)(void* context, const char* step, std::int64_t microseconds) = nullptr;
 };
 
 /// Key of the services among the table's shared values. installHandles() inserts it with 0; it must not be
@@ -47,6 +52,10 @@ void installHostServices(HandleTable& table, const HostServices* services);
 const HostServices* hostServices();
 /// Whether the host wants the run to end. Steps then end their waits; the flush event is still to come.
 bool hostInterrupted();
+/// HostServices::readsOwnOutput.
+bool hostReadsOwnOutput();
+/// Calls HostServices::workerTime.
+void tellWorkerTime(const char* step, std::int64_t microseconds);
 /// HostServices::wake, or -1.
 std::intptr_t hostWake();
 /// Whether recordings wait for the flush (HostServices::keeps).

@@ -76,6 +76,13 @@ inline constexpr SettingInfo dataY =
     requiredInt("dataY", "height of the frames").range(0, 65535).unit("pixels");
 inline constexpr SettingInfo dataFormat = optionalText(
     "dataFormat", "", "format of the frames, such as CPU::u_1x16; when it is missing the step reports 1004");
+inline constexpr SettingInfo loadAhead =
+    optionalInt("load.ahead", -1,
+                "frames decoded ahead on other threads; -1: one less than there are processors, at most 8")
+        .range(-1, 256);
+inline constexpr SettingInfo writeBehind =
+    optionalInt("write.behind", 4, "frames that wait for the thread that writes; 0: the chain waits for each")
+        .range(0, 256);
 inline constexpr SettingInfo videoFormat = presence("VideoFormat", "present when the frames are YUYV16");
 
 // Joins single settings and groups of settings into one array.

@@ -7,7 +7,7 @@
 namespace scansteps {
 
 namespace {
-char errorText[1024];
+thread_local char errorText[1024];
 }
 
 void fail(const char* text)

@@ -1,17 +1,39 @@
 // Formatted output of steps.
 #include "core/print.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <string>
 
+#include "core/captured_output.h"
 #include "scansteps/printable.h"
 
 namespace scansteps::print {
 
+namespace {
+
+void put(std::FILE* file, std::string_view text)
+{
+    if (CapturedOutput* const captured = CapturedOutput::ofThisThread())
+        captured->addText(file == stderr, text);
+    else
+        std::fwrite(text.data(), 1, text.size(), file);
+}
+
+template <class Value>
+void putValue(const char* format, Value value, const char* label)
+{
+    char text[256];
+    const int length = std::snprintf(text, sizeof text, format, value, label);
+    put(stdout, {text, std::min(std::size_t(length), sizeof text - 1)});
+}
+
+}  // namespace
+
 void text(std::string_view text)
 {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    put(stdout, text);
 }
 
 void line(std::string_view text)
@@ -23,7 +45,7 @@ void fileTrouble(const char* words, std::string_view path, std::string_view reas
 {
     const std::string line =
         words + printable(path) + (reason.empty() ? "" : ": ") + printable(reason) + "\n";
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    put(stderr, line);
 }
 
 void twice(std::string_view text)
@@ -34,17 +56,17 @@ void twice(std::string_view text)
 
 void field(std::int64_t value, const char* label)
 {
-    std::printf("%15" PRId64 "%s", value, label);
+    putValue("%15" PRId64 "%s", value, label);
 }
 
 void field(double value, const char* label)
 {
-    std::printf("%15g%s", value, label);
+    putValue("%15g%s", value, label);
 }
 
 void labelled(std::int64_t value, const char* label)
 {
-    std::printf("%" PRId64 "%s", value, label);
+    putValue("%" PRId64 "%s", value, label);
 }
 
 void labelled(std::string_view value, const char* label)

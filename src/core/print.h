@@ -1,5 +1,6 @@
 // Output of steps, in one place so that widths and labels are consistent. It goes to standard output, except
-// for messages about files that cannot be opened or written.
+// for messages about files that cannot be opened or written. What a worker thread prints is held back
+// (captured_output.h), timing() excepted.
 #pragma once
 
 #include <cstdint>

@@ -7,22 +7,24 @@
 
 namespace scansteps::images {
 
+namespace {
+
+std::optional<HeldImage> load(const std::string& path, HeldImage&& spare, ImageTrouble& trouble)
+{
+    std::optional<RgbImage> image = loadImage(path, std::move(spare.pixels), &trouble);
+    if (!image) return std::nullopt;
+    return HeldImage{image->width, image->height, std::move(image->pixels), {}};
+}
+
+}  // namespace
+
 class Cjread final : public ImageSource
 {
   public:
+    Cjread() : ImageSource(load) {}
     const char* getName() override { return "Cjread"; }
-
-  private:
-    std::optional<HeldImage> load(const std::string& path, Array&& memory, ImageTrouble& trouble) override;
 };
 
 SCANSTEPS_FACTORY(cjread, Cjread)
-
-std::optional<HeldImage> Cjread::load(const std::string& path, Array&& memory, ImageTrouble& trouble)
-{
-    std::optional<RgbImage> image = loadImage(path, std::move(memory), &trouble);
-    if (!image) return std::nullopt;
-    return HeldImage{image->width, image->height, std::move(image->pixels)};
-}
 
 }  // namespace scansteps::images

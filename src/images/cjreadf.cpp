@@ -20,19 +20,12 @@ namespace scansteps::images {
 class CjreadF final : public ImageSource
 {
   public:
+    CjreadF();
     const char* getName() override { return "CjreadF"; }
 
   private:
-    std::optional<HeldImage> load(const std::string& path, Array&& memory, ImageTrouble& trouble) override;
     void describe(varitype& record) override;
     void deliver(Array& image, Array& frame, varitype& record) override;
-
-    /// Luma, Cb and Cr, in `planes_`.
-    using Planes = std::array<std::span<std::uint8_t>, 3>;
-    Planes decode(jpeg::BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
-                  ImageTrouble& trouble);
-
-    std::vector<std::uint8_t> planes_;
 };
 
 SCANSTEPS_FACTORY(cjreadf, CjreadF)
@@ -53,29 +46,30 @@ std::optional<std::vector<std::uint8_t>> readFile(const std::string& path, Image
     return std::nullopt;
 }
 
-}  // namespace
+/// Luma, Cb and Cr.
+using Planes = std::array<std::span<std::uint8_t>, 3>;
 
-// The plane for even columns, which carry Cb, comes last in `planes_`.
-CjreadF::Planes CjreadF::decode(jpeg::BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
-                                ImageTrouble& trouble)
+// The plane for even columns, which carry Cb, comes last in `planes`.
+Planes decode(jpeg::BaselineJpegDecoder& decoder, std::size_t width, std::size_t height,
+              std::vector<std::uint8_t>& planes, ImageTrouble& trouble)
 {
-    planes_.resize((2 * height + 32) * width);
+    planes.resize((2 * height + 32) * width);
     const std::size_t chroma = decoder.planeSize(1, jpeg::JpegLayout::kYuv420).samples();
-    const auto luma = std::span(planes_).first(width * height);
-    const auto cr = std::span(planes_).subspan(luma.size(), chroma);
-    const auto cb = std::span(planes_).subspan(luma.size() + chroma, chroma);
+    const auto luma = std::span(planes).first(width * height);
+    const auto cr = std::span(planes).subspan(luma.size(), chroma);
+    const auto cb = std::span(planes).subspan(luma.size() + chroma, chroma);
     decoder.setComponents({luma, cb, cr});
     if (const int result = decoder.decode(); result != 0) {
         trouble.reason = printParseError(decoder.getErrorString());
         print::field(result, " result\n");
         // Decode again over grey, so that missing parts do not show the previous picture.
-        std::ranges::fill(planes_, std::uint8_t{128});
+        std::ranges::fill(planes, std::uint8_t{128});
         decoder.decode();
     }
     return {luma, cb, cr};
 }
 
-std::optional<HeldImage> CjreadF::load(const std::string& path, Array&& memory, ImageTrouble& trouble)
+std::optional<HeldImage> load(const std::string& path, HeldImage&& spare, ImageTrouble& trouble)
 {
     const std::optional<std::vector<std::uint8_t>> file = readFile(path, trouble);
     if (!file) return std::nullopt;
@@ -84,16 +78,19 @@ std::optional<HeldImage> CjreadF::load(const std::string& path, Array&& memory, 
         trouble.reason = printParseError(decoder.getErrorString());
         return std::nullopt;
     }
-    HeldImage image;
+    HeldImage image = std::move(spare);
     decoder.getSize(image.width, image.height);
     const auto width = std::size_t(image.width);
     const auto height = std::size_t(image.height);
-    const auto [luma, cb, cr] = decode(decoder, width, height, trouble);
-    image.pixels = std::move(memory);
+    const auto [luma, cb, cr] = decode(decoder, width, height, image.planes, trouble);
     image.pixels.reshape(Kind::Ushort, std::uint32_t(width), std::uint32_t(height));
     jpeg::packYuyv16(luma, cb, cr, image.pixels.elements<std::uint16_t>(), width, height);
     return image;
 }
+
+}  // namespace
+
+CjreadF::CjreadF() : ImageSource(load) {}
 
 void CjreadF::describe(varitype& record)
 {

@@ -4,7 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "core/frame_in_record.h"
 #include "core/print.h"
+#include "core/write_behind.h"
 #include "images/image_file.h"
 #include "pixels/grey_window.h"
 #include "pixels/yuyv.h"
@@ -24,10 +26,11 @@ class Cjwrite final : public CPUBase
     const char* getName() override { return "Cjwrite"; }
     void init(varitype& params) override;
     void process(varitype& params) override;
+    void flush(varitype& params) override;
 
   private:
-    std::span<const std::uint8_t> asRgb(Array& frame);
-    void write(std::span<const std::uint8_t> rgb);
+    std::span<const std::uint8_t> asRgb(Array& frame, std::vector<std::uint8_t>& converted);
+    void write(Array& frame);
 
     std::string fileName_;
     int quality_ = 75;
@@ -36,15 +39,17 @@ class Cjwrite final : public CPUBase
     FrameSize frameSize_;
     int window_ = 256, level_ = 128;
     TextureSet frame_;
-    TextureSet spare_;               // unused, but its handle stays allocated
-    std::vector<std::uint8_t> rgb_;  // a frame of 16-bit samples as RGB
+    TextureSet spare_;  // unused, but its handle stays allocated
+    WriteBehind behind_;
 };
 
 SCANSTEPS_FACTORY(cjwrite, Cjwrite)
 
 void Cjwrite::init(varitype& params)
 {
+    behind_.finish();
     const Settings settings(*this, params);
+    behind_.begin(settings, true);
     fileName_ = settings.text("cjwrite.name");
     quality_ = settings.integer("cjwrite.quality");
     isVideo_ = settings.has("VideoFormat");
@@ -65,7 +70,7 @@ void Cjwrite::process(varitype& params)
 {
     StepTimer timer(*this);
     Array& frame = pixelsOf(params["handle"].as<std::int32_t>());
-    write(asRgb(frame));
+    write(frame);
     incrementName(fileName_);
     frame_.pixels() = frame;
 
@@ -75,8 +80,8 @@ void Cjwrite::process(varitype& params)
 }
 
 // Frames of 16-bit samples, regardless of the format's name, become colour if they are video frames,
-// otherwise windowed grey.
-std::span<const std::uint8_t> Cjwrite::asRgb(Array& frame)
+// otherwise windowed grey, in `converted`. Other frames are taken as they are.
+std::span<const std::uint8_t> Cjwrite::asRgb(Array& frame, std::vector<std::uint8_t>& converted)
 {
     const auto width = static_cast<std::uint32_t>(frameSize_.width),
                height = static_cast<std::uint32_t>(frameSize_.height);
@@ -86,19 +91,38 @@ std::span<const std::uint8_t> Cjwrite::asRgb(Array& frame)
     }
     const std::span<const std::uint16_t> samples = samples16(*this, frame, width, height);
     print::labelled(fileName_, " filename.c_str()\n");
-    rgb_.resize(3 * samples.size());
+    converted.resize(3 * samples.size());
     if (isVideo_)
-        pixels::yuyvToRgb(samples, rgb_, width, height);
+        pixels::yuyvToRgb(samples, converted, width, height);
     else
-        pixels::greyWindow(samples, rgb_, window_, level_);
-    return rgb_;
+        pixels::greyWindow(samples, converted, window_, level_);
+    return converted;
 }
 
-void Cjwrite::write(std::span<const std::uint8_t> rgb)
+void Cjwrite::write(Array& frame)
 {
-    std::string reason;
-    if (!writeImage(fileName_, quality_, frameSize_.width, frameSize_.height, true, rgb, &reason))
-        notifyHost(Trouble::PictureNotWritten, getName(), fileName_.c_str(), reason.c_str());
+    const auto writeRgb = [name = fileName_, quality = quality_, size = frameSize_,
+                           step = getName()](std::span<const std::uint8_t> rgb) {
+        std::string reason;
+        if (!writeImage(name, quality, size.width, size.height, true, rgb, &reason))
+            notifyHost(Trouble::PictureNotWritten, step, name.c_str(), reason.c_str());
+    };
+    const bool isDirect = behind_.isDirect();
+    std::vector<std::uint8_t> buffer = behind_.takeBuffer();
+    const std::span<const std::uint8_t> rgb = asRgb(frame, buffer);
+    if (isDirect || !isFileOrNew(fileName_)) {
+        behind_.finish();
+        writeRgb(rgb);
+        behind_.giveBuffer(std::move(buffer));
+        return;
+    }
+    if (rgb.data() != buffer.data()) buffer.assign(rgb.begin(), rgb.end());
+    behind_.push(std::move(buffer), writeRgb);
+}
+
+void Cjwrite::flush(varitype& params)
+{
+    finishThen([&] { behind_.finishRun(getName()); }, [&] { CPUBase::flush(params); });
 }
 
 }  // namespace scansteps::images

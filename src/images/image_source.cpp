@@ -1,14 +1,59 @@
 // The walk through numbered image files, and delivery of their frames.
 #include "images/image_source.h"
 
+#include <algorithm>
+#include <exception>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "core/print.h"
+#include "core/temporary_name.h"
 #include "scansteps/frame.h"
 #include "scansteps/numbered_name.h"
 #include "scansteps/settings.h"
 
 namespace scansteps::images {
+
+namespace {
+
+std::size_t framesAhead(const Settings& settings)
+{
+    const int frames = settings.integer("load.ahead");
+    if (hostReadsOwnOutput()) return 0;
+    if (frames >= 0) return std::size_t(frames);
+    constexpr unsigned kMost = 8;
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMost + 1) - 1;
+}
+
+}  // namespace
+
+ImageSource::Stamp::Stamp(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::directory_entry entry(fromUtf8(path), error);
+    isFile = entry.is_regular_file(error);
+    if (!isFile) return;
+    size = entry.file_size(error);
+    time = entry.last_write_time(error);
+    if (error) isFile = false;
+}
+
+void ImageSource::Upcoming::run() noexcept
+{
+    const std::int64_t start = microseconds();
+    const CapturedOutput::Scope captured(output);
+    try {
+        stamp.emplace(path);
+        if (!stamp->isFile) return;  // reading a pipe would take its bytes
+        ImageTrouble trouble;
+        image = load(path, std::move(spare), trouble);
+        if (!trouble.reason.empty()) image.reset();
+    } catch (...) {  // occurs again when the file is loaded at its turn
+        image.reset();
+    }
+    time = microseconds() - start;
+}
 
 void ImageSource::describe(varitype&) {}
 
@@ -20,9 +65,11 @@ void ImageSource::deliver(Array& image, Array& frame, varitype&)
 void ImageSource::init(varitype& params)
 {
     const Settings settings(*this, params);
+    upcoming_.stop();
+    workerTime_ = 0;
     currentName_ = settings.text("load.name");
     trouble_ = {};
-    held_ = load(currentName_, {}, trouble_);
+    held_ = load_(currentName_, {}, trouble_);
     if (held_)
         loadedName_ = currentName_;
     else
@@ -30,6 +77,8 @@ void ImageSource::init(varitype& params)
     incr_ = settings.integer("load.incr");
     count_ = settings.integer("load.count");
     one_ = settings.has("load.one");
+    ahead_ = framesAhead(settings);
+    upcoming_.setThreads(std::min<std::size_t>(ahead_, std::max(std::thread::hardware_concurrency(), 1U)));
     delivered_ = 0;
 
     // Size and format come from the first file and this step; values in the record are overwritten.
@@ -55,7 +104,7 @@ void ImageSource::process(varitype& params)
         return;
     }
     report(Trouble::FrameIncomplete, loadedName_);
-    Array image = std::move(held_->pixels);
+    HeldImage image = std::move(*held_);
     const std::string deliveredName = loadedName_;
     ++delivered_;
     loadNext();
@@ -64,7 +113,7 @@ void ImageSource::process(varitype& params)
     record.set("handle", out_.handle());
     record.set("filename", deliveredName);
     // A later file may have another size; steps that cannot handle it report an error.
-    deliver(image, out_.pixels(), record);
+    deliver(image.pixels, out_.pixels(), record);
     spare_ = std::move(image);
     timer.forward(record);
 }
@@ -74,7 +123,7 @@ void ImageSource::loadNext()
     const bool wrapped = advanceName(currentName_, incr_);
     held_.reset();
     if (!one_) {
-        held_ = load(currentName_, std::move(spare_), trouble_);
+        held_ = loadCurrent();
         if (held_) {
             loadedName_ = currentName_;
             print::labelled(loadedName_, " filename.c_str()\n");
@@ -84,6 +133,42 @@ void ImageSource::loadNext()
     const bool ended = wrapped || (count_ != 0 && count_ < delivered_);
     if (ended) held_.reset();
     if (ended || (trouble_.missing && incr_ != 0)) trouble_ = {};
+    if (held_) loadAhead();
+}
+
+std::optional<HeldImage> ImageSource::loadCurrent()
+{
+    if (!upcoming_.empty()) {
+        Upcoming front = upcoming_.pop();
+        workerTime_ += front.time;
+        if (front.image && Stamp(currentName_) == *front.stamp) {
+            front.output.replay();
+            return std::move(front.image);
+        }
+        spare_ = front.image ? std::move(*front.image) : std::move(front.spare);
+    }
+    return load_(currentName_, std::move(spare_), trouble_);
+}
+
+// A file that is read repeatedly may be replaced between two frames.
+void ImageSource::loadAhead()
+{
+    if (incr_ == 0) return;
+    if (upcoming_.empty()) lastAhead_ = currentName_;
+    while (upcoming_.size() < ahead_) {
+        const auto number = std::int64_t(delivered_) + std::int64_t(upcoming_.size()) + 1;
+        if (count_ != 0 && number > std::int64_t{count_} + 1) return;
+        if (advanceName(lastAhead_, incr_)) return;
+        upcoming_.push({lastAhead_, std::move(spare_), load_});
+    }
+}
+
+// The default, after what only ends the files read ahead.
+void ImageSource::flush(varitype& params)
+{
+    upcoming_.stop();
+    if (workerTime_ != 0) tellWorkerTime(getName(), workerTime_);
+    CPUBase::flush(params);
 }
 
 void ImageSource::report(Trouble trouble, const std::string& file)

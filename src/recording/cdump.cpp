@@ -4,6 +4,7 @@
 #include "core/frame_in_record.h"
 #include "core/incoming_frame.h"
 #include "core/print.h"
+#include "core/write_behind.h"
 #include "scansteps/chain.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
@@ -27,6 +28,7 @@ class CPUDump final : public CPUBase
 
     int row_ = 0;
     std::unique_ptr<BIOfs> file_;  // open from init to flush
+    WriteBehind behind_;           // ends before its file
 };
 
 SCANSTEPS_FACTORY(cdump, CPUDump)
@@ -41,6 +43,7 @@ void CPUDump::init(varitype& params)
     file_ = std::make_unique<BIOfs>(settings.text("dump.name"),
                                     hostStages() ? BIOfs::Mode::Stage : BIOfs::Mode::Write);
     if (!file_->isOpen()) file_->raise();
+    behind_.begin(settings, isFileOrNew(file_->path()));
     formatOrMismatch(*this, params, format::kNone);
     print::field(width, " W\n");
     print::field(views, " numberOfViews\n");
@@ -58,7 +61,7 @@ void CPUDump::process(varitype& params)
     const std::size_t rowBytes = frame.dim(0) * elementSize(frame.kind());
     const std::size_t from = rowBytes * static_cast<std::size_t>(row_);
     if (from + rowBytes > frame.byteSize()) failf("CPUDump: the frame has no samples in row %d", row_);
-    file_->write(frame.data() + from, rowBytes);
+    behind_.write(*file_, [&](BIO& to) { to.write(frame.data() + from, rowBytes); });
     timer.forward(params);
 }
 
@@ -75,7 +78,9 @@ void CPUDump::flush(varitype& params)
 void CPUDump::close()
 {
     const std::unique_ptr<BIOfs> file = std::move(file_);
-    if (file) file->close();
+    if (!file) return;
+    behind_.finishRun(getName());
+    file->close();
 }
 
 }  // namespace scansteps::recording

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "core/frame_in_record.h"
+#include "core/write_behind.h"
 #include "recording/every_event_step.h"
 #include "scansteps/error.h"
 #include "scansteps/frame.h"
@@ -28,6 +29,7 @@ class FileSaver final : public EveryEventStep
     std::unique_ptr<BIOfs> file_;  // open from init to flush; after a failed write, all further ones fail
     bool hasBegun_ = false;
     bool canBegin_ = false;  // initialise succeeded in all steps and describes frames
+    WriteBehind behind_;     // ends before its file
 };
 
 SCANSTEPS_FACTORY(filesaver, FileSaver)
@@ -49,7 +51,7 @@ void FileSaver::otherEvent(const varitype& params)
 {
     if (!file_) return;
     if (eventType(params) != event::kMismatch) begin();
-    writeRecord(*file_, params);
+    behind_.write(*file_, [&](BIO& to) { writeRecord(to, params); });
 }
 
 void FileSaver::init(varitype& params)
@@ -57,9 +59,11 @@ void FileSaver::init(varitype& params)
     const Settings settings(*this, params);
     const std::string path = settings.text("save.name");
     settings.frameSize();
+    behind_.finish();
     // Closed before the new file is opened, because both may have the same name.
     if (const auto before = std::move(file_); before && hasBegun_) before->close();
     file_ = std::make_unique<BIOfs>(path, BIOfs::Mode::Stage);
+    behind_.begin(settings, !file_->temporary().empty() || isFileOrNew(path));
     hasBegun_ = false;
     canBegin_ = false;
     writeRecord(*file_, params);
@@ -72,7 +76,7 @@ void FileSaver::process(varitype& params)
 {
     StepTimer timer(*this);
     begin();
-    writeEvent(*file_, params);
+    behind_.write(*file_, [&](BIO& to) { writeEvent(to, params); });
     timer.forward(params);
 }
 
@@ -83,6 +87,7 @@ void FileSaver::flush(varitype& params)
             // Closed in any case, even if writing the last record fails.
             const std::unique_ptr<BIOfs> file = std::move(file_);
             if (!file) return;
+            behind_.finishRun(getName());
             // A run that never began must not replace an existing recording.
             const bool neverBegan = !hasBegun_ && (!canBegin_ || hostInterrupted());
             if ((neverBegan && file->willReplace()) || !hostKeeps()) return;

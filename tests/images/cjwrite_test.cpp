@@ -20,6 +20,7 @@ struct CjwriteTest : testing::Test
     int init(const std::string& name, int width, int height, Struct more = {})
     {
         more.set("cjwrite", Struct{{"name", dir / name}, {"quality", 95}});
+        more.set("write", Struct{{"behind", 0}});  // files are read without a flush
         more.set("dataX", width);
         more.set("dataY", height);
         return chain.init(std::move(more));

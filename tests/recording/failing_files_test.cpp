@@ -87,7 +87,8 @@ class Armed
 
 Struct initFor(const std::string& path)
 {
-    return geometryOf(40, 30, {{"save", Struct{{"name", path}}}});
+    // Only calls of this thread are replaced.
+    return geometryOf(40, 30, {{"save", Struct{{"name", path}}}, {"write", Struct{{"behind", 0}}}});
 }
 
 // The error of each event of a run of three frames, "" for none.

@@ -99,7 +99,10 @@ TEST(Steady, stepsAllocateMemoryForTheRecordOnly)
         {{"cdown1"}, reduce},
         {{"cdown1"}, reduce, 0, "u_1x16", true},
         {{"c2ima"}, {{"combine", Struct{{"factor", 3}}}}},
-        {{"cdump"}, {{"dump", Struct{{"row", 7}, {"name", folder / "rows.raw"}}}, {"numberOfViews", 1}}},
+        {{"cdump"},
+         {{"dump", Struct{{"row", 7}, {"name", folder / "rows.raw"}}},
+          {"numberOfViews", 1},
+          {"write", Struct{{"behind", 0}}}}},
         {{"cbuff"}, {{"Buff", Struct{{"Size", 1}}}}},
         {{"cpu", "mfilt"}, {{"cpu", Struct{{"core", 0}}}, {"mfilt", Struct{{"val", 1}}}}},
     };
