@@ -21,6 +21,8 @@ if(NOT TARGET WebP::webpdemux)
   endforeach()
   target_link_libraries(WebP::webpdemux INTERFACE WebP::webp)
   target_link_libraries(WebP::webpmux INTERFACE WebP::webp)
+elseif(NOT TARGET WebP::webpmux)
+  add_library(WebP::webpmux ALIAS WebP::libwebpmux)
 endif()
 
 # Highway ships a CMake package from 1.0.4 on; older ones have pkg-config files only.

@@ -24,8 +24,11 @@ done
 apt=(-q -o "Dir::Etc::SourceList=/dev/null" -o "Dir::Etc::SourceParts=$work/sources.d" -o "Dir::State::Lists=$work/lists"
     -o "APT::Sandbox::User=root" -o "Dir::Cache::pkgcache=" -o "Dir::Cache::srcpkgcache=")
 apt-get "${apt[@]}" update >/dev/null
-(cd "$work" && apt-get "${apt[@]}" source --download-only \
-    libjpeg-turbo libpng1.6 tiff libwebp imath highway googletest fmtlib nlohmann-json3 cli11 eigen3 >/dev/null)
+fetch() { (cd "$work" && apt-get "${apt[@]}" source --download-only "$@" >/dev/null); }
+for name in libjpeg-turbo libpng1.6 tiff libwebp imath highway googletest fmtlib nlohmann-json3 cli11 eigen3; do
+    # Mirrors may lack the newest security update: then the version of the release.
+    fetch "$name" || fetch --target-release "$(. /etc/os-release && echo "$VERSION_CODENAME")" "$name"
+done
 
 # build SOURCE-PACKAGE [CMAKE-OPTION...]
 build() {
