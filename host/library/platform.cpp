@@ -120,7 +120,8 @@ std::unique_ptr<SharedLibrary> SharedLibrary::open(const std::filesystem::path& 
     wchar_t full[32768];
     const DWORD length = GetModuleFileNameW(library, full, 32768);
     return std::unique_ptr<SharedLibrary>(
-        new SharedLibrary(reinterpret_cast<void*>(library), length == 0 ? path : std::wstring(full, length)));
+        new SharedLibrary(reinterpret_cast<void*>(library),
+                          length == 0 ? path : std::filesystem::path(std::wstring(full, length))));
 }
 
 std::unique_ptr<SharedLibrary> SharedLibrary::openPlugin(const std::filesystem::path& path,
