@@ -10,7 +10,7 @@ MAY_INCLUDE = {
     "images": "pixels jpeg", "capture": "pixels jpeg images", "mesh": "images",
 }
 wrong = []
-for path in sorted(p for top in ("src", "host", "include") for p in pathlib.Path(top).rglob("*") if p.suffix in (".h", ".cpp")):
+for path in sorted(p for top in ("src", "host", "include", "plugins") for p in pathlib.Path(top).rglob("*") if p.suffix in (".h", ".cpp")):
     module = path.parts[1] if path.parts[0] == "src" else ""
     allowed = {"core", "scansteps", module, *MAY_INCLUDE[module].split()} if module else {"scansteps"}
     for folder in re.findall(r'#include "(\w+)/[^"]*\.h"', path.read_text()):

@@ -39,8 +39,10 @@ if(WIN32)
 endif()
 # The file finds its own place, so that an installed tree can be moved.
 string(REGEX REPLACE "[^/]+" ".." up_from_pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-configure_file(cmake/scansteps.pc.in ${PROJECT_BINARY_DIR}/scansteps.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/scansteps.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+foreach(package IN ITEMS scansteps scansteps-host)
+  configure_file(cmake/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+endforeach()
 
 # On Windows the zip has documentation and examples at its root (scripts/windows.sh).
 if(NOT WIN32)

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Makes docs/steps.md and pipeline.schema.json anew from the table of steps. With --check it only says whether they
+# Makes docs/steps.md and pipeline.schema.json anew from the table of steps, and examples/plugin by new-step. With
+# --check it only says whether the first two
 # are up to date. BIN names the folder of a built program (default build/dev/bin).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,4 +11,6 @@ if [ "${1:-}" = --check ]; then
 else
   "$bin/scansteps" steps --markdown >docs/steps.md
   "$bin/scansteps" steps --schema >pipeline.schema.json
+  rm -rf examples/plugin
+  "$bin/scansteps" new-step scale --plugin-project examples/plugin >/dev/null
 fi

@@ -75,6 +75,7 @@ std::optional<varitype> Chain::transform(varitype& record)
 void Chain::flush()
 {
     state_->guarded(Phase::Flush, [&] { state_->probes[0]->dispatch(state_->flushRecord); });
+    state_->tellDropped();
 }
 
 TextureSet& Chain::input()

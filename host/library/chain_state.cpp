@@ -2,10 +2,13 @@
 // and turns what steps throw into StepError.
 #include "chain_state.h"
 
+#include <fmt/format.h>
+
 #include <string_view>
 #include <utility>
 
 #include "plugins.h"
+#include "values.h"
 
 namespace scansteps::host {
 
@@ -31,7 +34,7 @@ void Chain::State::Probe::dispatch(varitype& params)
         if (index_ > 0 && state_.pipeline.steps[index_ - 1].info->player)
             state_.replay.apply(index_ - 1, params);
         state_.arrived[index_] = params.clone();
-        mergeSettings(params, state_.pipeline.steps[index_].settings);
+        state_.mergeStep(index_, params);
         state_.initialised[index_] = params.clone();
     }
     if (type == event::kProcess) ++state_.processed[index_];
@@ -45,6 +48,7 @@ void Chain::State::End::dispatch(varitype& params)
 {
     const int type = typeOf(params);
     if (type == event::kMismatch) state_.noteMismatch(state_.current);
+    if (type == event::kProcess) ++state_.processed.back();
     if (type == event::kProcess && state_.passed != nullptr) *state_.passed = params;
     if (state_.hooks.observe) state_.hooks.observe(state_.steps.size(), params);
 }
@@ -53,7 +57,7 @@ Chain::State::State(Pipeline pipelineToRun, const StepLibrary& stepLibrary, Hook
     : pipeline(std::move(pipelineToRun)),
       library(stepLibrary),
       hooks(std::move(hooksToCall)),
-      processed(pipeline.steps.size()),
+      processed(pipeline.steps.size() + 1),
       arrived(pipeline.steps.size(), varitype(Struct())),
       initialised(pipeline.steps.size(), varitype(Struct())),
       notices(pipeline, table, current, hooks),
@@ -99,6 +103,24 @@ void Chain::State::link()
         else
             steps[i]->setNext(end.get());
     }
+}
+
+void Chain::State::mergeStep(std::size_t step, varitype& record)
+{
+    const Struct& settings = pipeline.steps[step].settings;
+    mergeSettings(record, settings);
+    if (hooks.onInfo && settings.size() != 0)
+        hooks.onInfo(
+            fmt::format("{}: settings merged: {}", stepLabel(pipeline, step), lineOf(Struct(settings))));
+}
+
+// Of sources it is no news: they make the frames.
+void Chain::State::tellDropped() const
+{
+    for (std::size_t i = 0; hooks.onInfo && i < steps.size(); ++i)
+        if (processed[i + 1] < processed[i] && !pipeline.steps[i].info->source)
+            hooks.onInfo(fmt::format("{}: {} of {} records of frames passed on", stepLabel(pipeline, i),
+                                     processed[i + 1], processed[i]));
 }
 
 void Chain::State::noteMismatch(std::size_t step)

@@ -57,6 +57,8 @@ struct Chain::State
 
     void install();
     void link();
+    void mergeStep(std::size_t step, varitype& record);
+    void tellDropped() const;
     void noteMismatch(std::size_t step);
     void makeInput(const Struct& initRecord);
     StepError error(ExitCode code, std::size_t step, const std::string& message);
@@ -80,7 +82,7 @@ struct Chain::State
     std::unique_ptr<End> end;
     TextureSet input;
     std::atomic<std::size_t> current = 0;  // the working step
-    std::vector<std::int64_t> processed;   // process events that each step was given
+    std::vector<std::int64_t> processed;   // process events that each step, and the end, was given
     std::vector<varitype>
         arrived;  // the last initialise event for each step, before its settings were merged
     std::vector<varitype> initialised;  // and with them

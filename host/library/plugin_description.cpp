@@ -146,6 +146,8 @@ SettingInfo readSetting(const Reader& in)
     if (in.find("min") != nullptr) info.min = in.number("min", info.kind, kExact);
     if (in.find("max") != nullptr) info.max = in.number("max", info.kind, kExact);
     info.role = SettingRole(in.word("role", kRoles, 0));
+    const bool namesFile = info.role == SettingRole::Input || info.role == SettingRole::Output;
+    if (namesFile && info.kind != Kind::String) in.fail("names a file, and is no text");
     info.endings = in.text("endings", "");
     info.unitName = in.text("unit", "");
     info.doc = in.text("doc", "");

@@ -8,6 +8,7 @@
 #include <deque>
 #include <mutex>
 #include <system_error>
+#include <utility>
 
 #include "plugin_description.h"
 #include "scansteps/plugin.h"
@@ -62,8 +63,9 @@ void checkStep(const SharedLibrary& library, const StepInfo& info)
         throw FileError{fmt::format("its kind \"{}\" (class {}) exists already ({})", kind, info.className,
                                     definedBy(*other))};
     symbolOf(library, "create_" + kind);
-    for (const auto& [function, declared] :
-         {std::pair{"getTypeIn", info.typeIn}, {"getTypeOut", info.typeOut}}) {
+    const std::pair<const char*, const char*> types[] = {{"getTypeIn", info.typeIn},
+                                                         {"getTypeOut", info.typeOut}};
+    for (const auto& [function, declared] : types) {
         const char* type = textFrom(library, function + kind);
         if (type == nullptr || std::strcmp(type, declared) != 0)
             throw FileError{fmt::format("{}{} returns another type than scansteps_describe names, {}",
@@ -109,7 +111,8 @@ const Plugin& loadPlugin(const fs::path& given)
         addSteps(kept.steps);
         PluginInfo info{kept.name, kept.version, name, {}};
         for (const StepInfo& step : kept.steps) info.kinds.emplace_back(step.kind);
-        return all.plugins.emplace_back(std::move(library), std::move(info));
+        all.plugins.push_back({std::move(library), std::move(info)});
+        return all.plugins.back();
     } catch (const FileError& failed) {
         throw FileError{fmt::format("cannot load the plug-in {}: {}", name, failed.what())};
     }

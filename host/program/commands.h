@@ -16,6 +16,7 @@ struct LibraryOptions
 {
     std::string library;
     std::vector<std::string> plugins;
+    bool quiet = false, verbose = false;
 };
 /// Loads the step library and the plug-ins; what the loader finds missing memory for ends the program.
 std::unique_ptr<StepLibrary> loadLibrary(const LibraryOptions& options);
@@ -26,7 +27,7 @@ struct RunOptions : LibraryOptions
     std::vector<std::string> sets;
     std::int64_t frames = -1;  ///< -1: as the pipeline says; 0: no limit
     std::string types = "error";
-    bool quiet = false, strict = false, force = false, stage = false;
+    bool strict = false, force = false, stage = false;
 };
 int run(const RunOptions& options);
 
@@ -40,7 +41,7 @@ struct BatchOptions : LibraryOptions
     int jobs = 0;              ///< at once; 0: one a processor, or as many as Slurm runs
     int retries = 0;
     double retryDelay = 1;  ///< seconds before the first further attempt
-    bool resume = false, quiet = false, strict = false, force = false;
+    bool resume = false, strict = false, force = false;
     std::string partition, timeLimit, memory;  ///< for sbatch, as it takes them
     std::vector<std::string> sbatch;           ///< further options for it
 };
@@ -72,13 +73,20 @@ struct StepsOptions : LibraryOptions
 };
 int steps(const StepsOptions& options);
 
-struct InspectOptions
+struct InspectOptions : LibraryOptions
 {
-    std::string recording;
+    std::vector<std::string> recordings;
     std::string frames, recover;
     bool json = false, data = false, model = false, skipDamage = false;
 };
 int inspect(const InspectOptions& options);
+
+struct NewStepOptions : LibraryOptions
+{
+    std::string name;
+    std::string project;  ///< folder of a project of its own; empty: in the source tree
+};
+int newStep(const NewStepOptions& options);
 
 struct DevicesOptions
 {

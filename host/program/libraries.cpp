@@ -21,7 +21,10 @@ namespace {
 
 void log(LogLevel level, const std::string& text)
 {
-    if (level == LogLevel::Warning) warn("{}", text);
+    if (level == LogLevel::Warning)
+        warn("{}", text);
+    else
+        inform("{}", text);
 }
 
 }  // namespace

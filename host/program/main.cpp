@@ -16,6 +16,7 @@
 
 #include "commands.h"
 #include "console.h"
+#include "external_commands.h"
 #include "interrupts.h"
 #include "library/descriptors.h"
 #include "library/usage_hints.h"
@@ -62,11 +63,20 @@ int fail(int code, std::string_view message) noexcept
 
 using Command = std::function<int()>;
 
+void useLogLevel(const LibraryOptions& options)
+{
+    if (options.quiet) setLogLevel(LogLevel::Error);
+    if (options.verbose) setLogLevel(LogLevel::Info);
+}
+
 // Options of a subcommand; they must outlive the parser.
 template <class Options>
 Command command(int (*work)(const Options&), std::shared_ptr<Options> options)
 {
-    return [work, options] { return work(*options); };
+    return [work, options] {
+        if constexpr (std::is_base_of_v<LibraryOptions, Options>) useLogLevel(*options);
+        return work(*options);
+    };
 }
 
 void addPipeline(CLI::App& app, std::string& pipeline, std::vector<std::string>& sets, const char* what)
@@ -87,6 +97,10 @@ void addLibraries(CLI::App& app, LibraryOptions& options)
         ->expected(1)
         ->take_all()
         ->allow_extra_args(false);
+    auto* quiet = app.add_flag("--quiet", options.quiet, "Reports errors only, as SCANSTEPS_LOG=error does");
+    app.add_flag("-v,--verbose", options.verbose,
+                 "Also reports what is loaded and done, as SCANSTEPS_LOG=info does")
+        ->excludes(quiet);
 }
 
 void addChecks(CLI::App& app, std::string& types, bool& force)
@@ -113,7 +127,6 @@ void addRunOptions(CLI::App& app, RunOptions& options, const char* what)
     addFrames(app, options.frames);
     addLibraries(app, options);
     addChecks(app, options.types, options.force);
-    app.add_flag("--quiet", options.quiet, "No progress and no table of times");
     app.add_flag("--strict", options.strict,
                  "A file that could not be read or written is exit code 5, not a warning; no model is 4");
     app.add_flag(
@@ -159,7 +172,6 @@ Command addBatch(CLI::App& app)
     addLibraries(app, *options);
     addChecks(app, options->types, options->force);
     app.add_flag("--strict", options->strict, "As for run");
-    app.add_flag("--quiet", options->quiet, "No progress, and at the end only what failed");
     app.add_option("--report", options->reportFile,
                    "Writes a report of all jobs as JSON; -: standard output");
     app.add_option("--engine", options->engine, "local, or slurm: a job array on a cluster")
@@ -198,11 +210,14 @@ Command addSteps(CLI::App& app)
 Command addInspect(CLI::App& app)
 {
     auto options = std::make_shared<InspectOptions>();
-    app.add_option("RECORDING", options->recording, "A recording")->required();
+    app.add_option("RECORDING", options->recordings, "Recordings")->required();
+    addLibraries(app, *options);
     app.add_flag("--json", options->json, "One JSON object a line and record");
     app.add_flag("--model", options->model, "What mesh or point cloud each record holds, and nothing else");
     app.add_flag("--data", options->data, "With the elements of arrays");
-    app.add_option("--frames", options->frames, "Writes the frames as PNG files into this folder")
+    app.add_option("--frames", options->frames,
+                   "Writes the frames as PNG files into this folder; of several recordings into one below it "
+                   "for each")
         ->type_name("DIR");
     app.add_option(
            "--recover", options->recover,
@@ -212,6 +227,19 @@ Command addInspect(CLI::App& app)
     app.add_flag("--skip-damage", options->skipDamage, "With --recover: goes on after a damaged record")
         ->needs("--recover");
     return command(inspect, options);
+}
+
+Command addNewStep(CLI::App& app)
+{
+    auto options = std::make_shared<NewStepOptions>();
+    app.add_option("NAME", options->name, "Kind of the step: lower-case letters and digits")->required();
+    app.add_option(
+           "--plugin-project", options->project,
+           "A folder for a project of its own, which finds the installed package; else plugins/NAME of the "
+           "source tree")
+        ->type_name("DIR");
+    addLibraries(app, *options);
+    return command(newStep, options);
 }
 
 Command addDevices(CLI::App& app)
@@ -285,6 +313,7 @@ int answered(int code)
 {
     std::vector<std::string> names = {"help", "version"};
     for (const auto& [known, command] : commands) names.push_back(known);
+    for (const std::string& known : externalCommands()) names.push_back(known);
     throw UsageError{fmt::format("there is no command {}{}", inQuotes(name),
                                  didYouMean(name, names, " (scansteps help lists them)"))};
 }
@@ -338,6 +367,8 @@ constexpr CommandInfo kCommands[] = {
     {"steps", "Lists the kinds of steps, or one with its settings", addSteps, "scansteps steps ccanny"},
     {"inspect", "Prints the records of a recording", addInspect,
      "scansteps inspect run.rec --frames pictures"},
+    {"new-step", "Writes the files of a new step: a plug-in with its test", addNewStep,
+     "scansteps new-step sharpen --plugin-project sharpen"},
     {"devices", "Lists the cameras with their formats and sizes", addDevices, "scansteps devices --json"},
     {"receive", "Receives runs from the sender step and records them", addReceive,
      "scansteps receive --port 5000 --bind 0.0.0.0 --out run.rec"},
@@ -363,6 +394,12 @@ std::optional<int> answerShell(const CLI::App& app, std::vector<std::string> arg
     return {};
 }
 
+std::string externalCommandsText()
+{
+    const auto names = externalCommands();
+    return names.empty() ? "" : fmt::format("Commands of plug-ins: {}\n\n", fmt::join(names, ", "));
+}
+
 int program(int argc, char** argv)
 {
     CLI::App app{"Runs pipelines of steps over images, cameras and recordings", "scansteps"};
@@ -372,7 +409,7 @@ int program(int argc, char** argv)
     app.require_subcommand(0, 1);
     app.footer(fmt::format(
         "{}\n\nscansteps help COMMAND tells the options of a command, with an example. To begin:\n  {}",
-        kExitCodes, kCommands[0].example));
+        externalCommandsText() + kExitCodes, kCommands[0].example));
     std::map<std::string, Command> commands;
     for (const auto& [name, what, options, example] : kCommands) {
         CLI::App& command = *app.add_subcommand(name, what);
@@ -381,11 +418,15 @@ int program(int argc, char** argv)
     }
 
     try {
+        readLogLevel();
         auto arguments = utf8Arguments(argc, argv);
         arguments = asOptions({arguments.begin() + 1, arguments.end()});
         if (const auto code = answerShell(app, arguments)) return answered(*code);
-        if (!arguments.empty() && !arguments[0].starts_with('-') && !commands.contains(arguments[0]))
-            failCommand(arguments[0], commands);
+        if (!arguments.empty() && !arguments[0].starts_with('-') && !commands.contains(arguments[0])) {
+            const auto external = externalCommand(arguments[0]);
+            if (external.empty()) failCommand(arguments[0], commands);
+            return runExternal(external, {arguments.begin() + 1, arguments.end()});
+        }
         parse(app, arguments);
         for (const auto& [name, command] : commands)
             if (app.got_subcommand(name))

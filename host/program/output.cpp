@@ -1,11 +1,40 @@
 // Writes messages and answers, made printable.
 #include "output.h"
 
+#include <atomic>
 #include <cstdio>
 
 #include "library/descriptors.h"
+#include "library/platform.h"
 
 namespace scansteps::host {
+
+namespace {
+
+std::atomic<LogLevel> level = LogLevel::Warning;
+
+}  // namespace
+
+LogLevel logLevel()
+{
+    return level;
+}
+
+void setLogLevel(LogLevel wanted)
+{
+    level = wanted;
+}
+
+void readLogLevel()
+{
+    const std::string name = environmentVariable("SCANSTEPS_LOG");
+    if (name == "error")
+        level = LogLevel::Error;
+    else if (name == "info")
+        level = LogLevel::Info;
+    else if (!name.empty() && name != "warning")
+        warn("SCANSTEPS_LOG is \"{}\", and not error, warning or info", name);
+}
 
 void vsay(std::string_view head, fmt::string_view format, fmt::format_args values) noexcept
 {

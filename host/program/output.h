@@ -7,9 +7,17 @@
 
 #include <string_view>
 
+#include "scansteps/host.h"
 #include "scansteps/printable.h"
 
 namespace scansteps::host {
+
+/// What is printed on standard error besides what was asked for: errors, also warnings, or also what the host
+/// does.
+LogLevel logLevel();
+void setLogLevel(LogLevel level);
+/// Takes the level from the variable SCANSTEPS_LOG: error, warning or info.
+void readLogLevel();
 
 /// One line on standard error, after flushing standard output.
 void vsay(std::string_view head, fmt::string_view format, fmt::format_args values) noexcept;
@@ -22,7 +30,13 @@ void say(fmt::format_string<Values...> format, const Values&... values) noexcept
 template <class... Values>
 void warn(fmt::format_string<Values...> format, const Values&... values) noexcept
 {
-    vsay("scansteps: warning: ", format, fmt::make_format_args(values...));
+    if (logLevel() >= LogLevel::Warning)
+        vsay("scansteps: warning: ", format, fmt::make_format_args(values...));
+}
+template <class... Values>
+void inform(fmt::format_string<Values...> format, const Values&... values) noexcept
+{
+    if (logLevel() >= LogLevel::Info) vsay("scansteps: info: ", format, fmt::make_format_args(values...));
 }
 template <class... Values>
 void complain(fmt::format_string<Values...> format, const Values&... values) noexcept

@@ -93,9 +93,10 @@ int run(const RunOptions& options)
     catchInterrupts();
     bool deserted = false;
     {
-        Progress progress(pipeline.frames, !options.quiet);
+        Progress progress(pipeline.frames, logLevel() > LogLevel::Error);
         Hooks hooks;
         hooks.onWarning = [&](const std::string& text) { warnings.add(text); };
+        if (logLevel() == LogLevel::Info) hooks.onInfo = [](const std::string& text) { inform("{}", text); };
         hooks.interrupted = interrupted;
         hooks.wake = interruptWake();
         Chain* running = nullptr;
@@ -119,7 +120,7 @@ int run(const RunOptions& options)
     judgeTroubles(facts, pipeline, options.strict);
     noteFailure(facts, [&] { stepOutput.end(); });
     noteFailure(facts, [&] { report.write(reportText(facts)); });
-    if (!options.quiet) printTimeTable(facts);
+    if (logLevel() > LogLevel::Error) printTimeTable(facts);
     printErrors(facts);
     return facts.exitCode;
 }

@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "library/json_values.h"
+#include "library/plugins.h"
 #include "library/setting_lookup.h"
 #include "library/usage_hints.h"
 #include "output.h"
@@ -25,7 +26,9 @@ Ordered numberOf(const SettingInfo& setting, double value)
 
 Ordered jsonOf(const StepInfo& info)
 {
-    return Ordered::parse(stepsJson({&info, 1}))[0];
+    Ordered json = Ordered::parse(stepsJson({&info, 1}))[0];
+    if (const Plugin* plugin = pluginOf(info.kind)) json["plugin"] = plugin->info.name;
+    return json;
 }
 
 Ordered defaultOf(const SettingInfo& setting)
@@ -67,6 +70,8 @@ void printStep(const StepInfo& info)
     answer("  {}", info.summary);
     answer("  in {}, out {}", info.typeIn, info.typeOut);
     answer("  {}", framesText(info));
+    if (const Plugin* plugin = pluginOf(info.kind))
+        answer("  of the plug-in {} {} ({})", plugin->info.name, plugin->info.version, plugin->info.file);
     for (const SettingInfo& setting : info.settings) {
         const std::string range = rangeText(setting);
         answer("  {:<24} {:<7} {:<14} {}{}", setting.path, kindTypeName(setting.kind), defaultText(setting),
@@ -102,8 +107,8 @@ Ordered schemaOf(const SettingInfo& setting)
                               : setting.kind == Kind::Int  ? "integer"
                                                            : "number"}};
     if (setting.enforced) {
-        plain["minimum"] = numberOf(setting, setting.min);
-        plain["maximum"] = numberOf(setting, setting.max);
+        if (std::isfinite(setting.min)) plain["minimum"] = numberOf(setting, setting.min);
+        if (std::isfinite(setting.max)) plain["maximum"] = numberOf(setting, setting.max);
     }
     Ordered json = {{"description", setting.doc}};
     if (setting.hasDefault()) json["default"] = defaultOf(setting);
@@ -183,7 +188,9 @@ int steps(const StepsOptions& options)
         else
             printStep(*info);
     } else if (options.json) {
-        answerLines(Ordered::parse(stepsJson(stepTable())).dump(2) + "\n");
+        Ordered list = Ordered::array();
+        for (const StepInfo& info : stepTable()) list.push_back(jsonOf(info));
+        answerLines(list.dump(2) + "\n");
     } else {
         for (const StepInfo& info : stepTable())
             answer("{:<12} {:<15} {}", info.kind, info.className, info.summary);

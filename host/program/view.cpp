@@ -134,7 +134,7 @@ int viewPipeline(const ViewOptions& options)
     judgeTroubles(facts, pipeline, options.strict);
     stepOutput.end();
     report.write(reportText(facts));
-    if (!options.quiet) printTimeTable(facts);
+    if (logLevel() > LogLevel::Error) printTimeTable(facts);
     printErrors(facts);
     if (facts.exitCode != kInterrupted) view.stay(facts);
     return kInterrupted;

@@ -231,6 +231,8 @@ struct Hooks
 {
     /// A warning during the run, once each.
     std::function<void(const std::string&)> onWarning = {};
+    /// What the chain does besides: settings merged, records that a step did not pass on.
+    std::function<void(const std::string&)> onInfo = {};
     /// Sees every record on its way into the step at `position`, or, at the number of steps, to the end of
     /// the chain. A frame lies under its "handle" (pixelsOf()) during the call. What it throws counts as the
     /// step's error.

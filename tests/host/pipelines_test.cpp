@@ -72,7 +72,7 @@ TEST(Troubles, areSummedUpAtTheEndOfTheRun)
          "no mesh and no point cloud arrived: " + (folder / "d.ply") + " was not written", 4},
     };
     for (const auto& [pipeline, text, code] : cases) {
-        const std::string line = "run \"" + pipeline + " ! clast\" --report - --quiet";
+        const std::string line = "run \"" + pipeline + " ! clast\" --report -";
         const auto lenient = runProgram(line), strict = runProgram(line + " --strict");
         EXPECT_EQ(lenient.exitCode, 0) << lenient.err;
         EXPECT_NE(lenient.err.find("): " + text), std::string::npos) << lenient.err;

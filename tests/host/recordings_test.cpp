@@ -78,7 +78,7 @@ TEST(Recording, DecidesNeitherWhereToWriteNorOverTheUser)
     for (const char* player : {"read", "readd"}) {
         SCOPED_TRACE(player);
         const auto result = runProgram(
-            "run - --quiet --set OCV.trh=7 --set dataX=9",
+            "run - --set OCV.trh=7 --set dataX=9",
             std::string(
                 R"({"settings": {"OCV": {"lp0": 3}, "cjwrite": {"name": "users.jpg"}, "dataY": 2}, "steps": [
                 {"kind": ")") +

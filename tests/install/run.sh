@@ -51,6 +51,14 @@ echo '#include <scansteps/record.h>' >old.cpp
 ! g++ -std=c++17 -c old.cpp $(pkg-config --cflags scansteps) 2>old.err
 [ "$(grep -c error old.err)" = 1 ] && grep -q 'C++20' old.err
 
+# The host library by pkg-config.
+# shellcheck disable=SC2046  # flags are words
+g++ -std=c++20 -DSTEP_LIBRARY="\"$(pkg-config --variable=steplibrary scansteps)\"" "$here/short_host.cpp" -o short_pkg \
+    $(pkg-config --cflags --libs scansteps-host)
+./short_pkg "cjread load.name=$photo load.one=true ! cjwrite name=pkg.ppm" >/dev/null
+cmp plain.ppm pkg.ppm
+
+"$here/plugin.sh" "$prefix" "$work" "$photo"
 echo "installed package: found, linked, loaded"
 
 if [ "$prefix" != "$from" ]; then

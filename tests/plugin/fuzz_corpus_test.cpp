@@ -1,5 +1,6 @@
 // Replays the saved inputs of every fuzz target: each folder fuzz/<module>/<thing>_corpus.
 #include "../../fuzz/core/record_reader_input.h"
+#include "../../fuzz/host/plugin_description_input.h"
 #include "../../fuzz/images/decode_input.h"
 #include "../../fuzz/images/image_file_input.h"
 #include "../../fuzz/jpeg/decoder_input.h"
@@ -29,6 +30,7 @@ TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
         {"decoder_corpus", ofBytes([](const std::uint8_t* data, std::size_t size) {
              forEachTarget([&] { fuzzing::decodeJpeg(data, size); });
          })},
+        {"plugin_description_corpus", ofBytes(fuzzing::readPluginDescription)},
         {"any_chain_corpus", ofBytes([&](const std::uint8_t* data, std::size_t size) {
              fuzzing::AnyChain(data, size, scratch).run();
          })}};
