@@ -217,8 +217,8 @@ Continuations assignmentsLike(std::string_view begun, std::string_view pipeline)
             std::ranges::copy(settingsOf(step), std::back_inserter(settings));
     Continuations found = settingsLike(settings, begun, true);
     std::ranges::stable_sort(found, {}, &Continuation::word);
-    const auto rest = std::ranges::unique(found, {}, &Continuation::word);
-    found.erase(rest.begin(), rest.end());
+    const auto sameWord = [](const Continuation& a, const Continuation& b) { return a.word == b.word; };
+    found.erase(std::unique(found.begin(), found.end(), sameWord), found.end());
     return found;
 }
 

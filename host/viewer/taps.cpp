@@ -13,6 +13,20 @@ namespace {
 // Viewers get at most this many shots a second of each place, however fast the chain runs.
 constexpr auto kLeastPause = std::chrono::milliseconds(33);
 
+// Of samples all over the frame (FNV-1a), to tell whether it was changed afterwards.
+std::uint64_t markOf(const Array* frame)
+{
+    constexpr std::size_t kSamples = 64;
+    std::uint64_t mark = 0xCBF29CE484222325;
+    if (frame == nullptr) return mark;
+    const auto bytes = frame->bytes();
+    // A stride without small factors, so that the samples are not all of one column.
+    const std::size_t stride = std::max<std::size_t>(bytes.size() / kSamples, 1) | 1;
+    for (std::size_t i = 0; i < bytes.size(); i += stride)
+        mark = (mark ^ std::uint64_t(bytes[i])) * 0x100000001B3;
+    return mark;
+}
+
 int typeOf(const varitype& record)
 {
     const varitype* type = record.as<Struct>().find("eventType");
@@ -55,6 +69,7 @@ void Taps::observe(std::size_t position, const varitype& record)
     if (type != event::kProcess) return;
     place.record = record;
     place.frame = frameUnder(record);
+    place.mark = markOf(place.frame);
     place.number = frames_ + 1;
     const varitype* data = record.as<Struct>().find("data");
     if (place.frame != nullptr)
@@ -63,7 +78,10 @@ void Taps::observe(std::size_t position, const varitype& record)
         place.layout = data != nullptr && data->kind() == Kind::Array
                            ? layoutOf(data->as<Array>(), place.description)
                            : Layout{};
-    if (stage_.isWanted(position) && std::chrono::steady_clock::now() - place.taken >= kLeastPause)
+    // The first frame is kept for whoever looks later.
+    const bool isFirst = place.taken == std::chrono::steady_clock::time_point();
+    if (isFirst ||
+        (stage_.isWanted(position) && std::chrono::steady_clock::now() - place.taken >= kLeastPause))
         take(position);
 }
 
@@ -84,9 +102,10 @@ void Taps::take(std::size_t position)
 void Taps::catchUp()
 {
     for (std::size_t position = 0; position < places_.size(); ++position) {
+        const Place& place = places_[position];
         const ShotPtr known = stage_.latest(position, false);
-        if (places_[position].number != 0 && (!known || known->frame != places_[position].number))
-            take(position);
+        const bool isKnown = known != nullptr && known->frame == place.number;
+        if (place.number != 0 && !isKnown && markOf(frameOf(place)) == place.mark) take(position);
     }
 }
 

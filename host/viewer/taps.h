@@ -16,8 +16,8 @@ class Taps
   public:
     explicit Taps(Stage& stage);
     void observe(std::size_t position, const varitype& record);
-    /// Takes the shots of the last frame that are missing, from the buffers in which its results still lie: a
-    /// frame that a later step has changed in place is shown as changed. Between two events.
+    /// Takes the shots of the last frame that are missing, from the buffers in which its results still lie.
+    /// Where a later step has changed the frame in place, the shot before is kept. Between two events.
     void catchUp();
 
     /// To be called after every frame.
@@ -39,6 +39,7 @@ class Taps
         varitype record{Struct()};
         Layout layout;
         const Array* frame = nullptr;  // as long as a slot of the handle table refers to it
+        std::uint64_t mark = 0;        // of its pixels, when it was seen
         std::int64_t number = 0;
         std::chrono::steady_clock::time_point taken;
     };
