@@ -152,7 +152,9 @@ TEST(Throughput, threadsBeginWithTheSecondFrameAndEndWithTheRun)
     const TempDir dir;
     for (int i = 0; i < 5; ++i) dir.write(numbered("f", i, ".ppm"), ppm(i));
     for (int i = 0; i < 9; ++i) dir.write(numbered("h", i, ".ppm"), ppm(i));
-    for (const auto& [name, most] : {std::pair("f04.ppm", 0), std::pair("h00.ppm", 2)}) {
+    for (const auto& row : {std::pair("f04.ppm", 0), std::pair("h00.ppm", 2)}) {
+        const auto name = row.first;
+        const auto most = row.second;
         const auto before = resourcesHeldAtRest().threads;
         Chain chain({"cjread", "cjwrite"});
         printed([&] {
