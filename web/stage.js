@@ -59,7 +59,7 @@ function requestOf(pane) {
 }
 
 function ask(pane) {
-  if (!isActive(pane) || document.hidden || state.kind !== "picture") return;
+  if (!pane || !isActive(pane) || document.hidden || state.kind !== "picture") return;
   const request = requestOf(pane), key = JSON.stringify(request);
   if (pane.key !== key) pane.version = 0;
   pane.key = key;
