@@ -6,7 +6,7 @@ const panel = document.getElementById("panel-timing");
 const times = make("canvas", {className: "strip", role: "img", "aria-label": "Milliseconds a frame of every step"});
 const counts = make("canvas", {className: "strip", role: "img", "aria-label": "Counts"});
 const timeKey = make("ul", {className: "key"}), countKey = make("ul", {className: "key"}), messages = make("ul", {className: "messages"});
-const samples = [], kMost = 300;
+const samples = [], kMax = 300;
 const hues = ["#1f9e89", "#e07b39", "#7a6ff0", "#d6478b", "#3b8ee0", "#a3a81a", "#b05cc4", "#6b7f8c"];
 let steps = [], messageKey = "";
 
@@ -25,7 +25,7 @@ export function addSample(status) {
   }
   if (status.state !== "running" && samples.length && samples[samples.length - 1].frame === status.frame) return showTiming();
   samples.push({frame: status.frame, ms: status.steps.map((step) => step.ms ?? (status.state === "ended" ? step.mean : undefined)), counts: Object.assign({}, ...status.steps.map((step) => step.counts ?? {}))});
-  if (samples.length > kMost) samples.shift();
+  if (samples.length > kMax) samples.shift();
   showTiming();
 }
 
@@ -59,7 +59,7 @@ function paint(canvas, key, series) {
     context.beginPath();
     values.forEach((value, at) => {
       if (value === undefined) return;
-      context[at === 0 || values[at - 1] === undefined ? "moveTo" : "lineTo"](width - (values.length - 1 - at) * width / kMost, top + (height - top - 1) * (1 - value / most));
+      context[at === 0 || values[at - 1] === undefined ? "moveTo" : "lineTo"](width - (values.length - 1 - at) * width / kMax, top + (height - top - 1) * (1 - value / most));
     });
     context.stroke();
   });

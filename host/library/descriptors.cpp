@@ -23,7 +23,7 @@ namespace scansteps::host::descriptor {
 namespace {
 
 // One transfer never exceeds 1 GiB: the systems cut larger ones or take a 32-bit length.
-constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+constexpr std::size_t kMaxAtOnce = std::size_t{1} << 30;
 
 template <class Call>
 auto repeatInterrupted(Call call)
@@ -180,7 +180,7 @@ bool writeAll(int file, std::string_view bytes)
 {
     while (!bytes.empty()) {
         const auto done = repeatInterrupted(
-            [&] { return writeSome(file, bytes.data(), std::min(bytes.size(), kMostAtOnce)); });
+            [&] { return writeSome(file, bytes.data(), std::min(bytes.size(), kMaxAtOnce)); });
         if (done <= 0) return false;
         bytes.remove_prefix(static_cast<std::size_t>(done));
     }

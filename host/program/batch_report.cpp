@@ -11,7 +11,7 @@ namespace scansteps::host {
 namespace {
 
 /// Lines of the table; the journal has them all.
-constexpr std::size_t kMostLines = 20;
+constexpr std::size_t kMaxLines = 20;
 
 struct Sums
 {
@@ -60,8 +60,8 @@ void printClosingTable(const BatchState& batch)
         const auto& status = batch.status(n);
         if (status.phase != JobPhase::Failed) continue;
         if (lines == 0) sayBare("{:>6} {:>5}  {:<32}  {}", "job", "exit", "input", "error");
-        if (lines++ == kMostLines) {
-            sayBare("{:>6} {:>5}  and {} more, in {}/journal.jsonl", "", "", sums.failed - kMostLines,
+        if (lines++ == kMaxLines) {
+            sayBare("{:>6} {:>5}  and {} more, in {}/journal.jsonl", "", "", sums.failed - kMaxLines,
                     batch.options().folder);
             break;
         }

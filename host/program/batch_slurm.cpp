@@ -26,7 +26,7 @@ namespace {
 using Clock = BatchState::Clock;
 
 /// Times that a task may end without a result before its job counts as failed.
-constexpr int kMostLosses = 3;
+constexpr int kMaxLosses = 3;
 /// A status file written on another node may be seen that much later.
 constexpr auto kVisible = std::chrono::seconds(5);
 constexpr auto kCancelPatience = std::chrono::seconds(60);
@@ -242,7 +242,7 @@ void Follower::miss(Array& array, std::size_t index)
     const std::string state = endStateOf(array.id, index);
     const std::string reason = fmt::format("Slurm ended the task without a result ({})", state);
     const bool isOwnFault = state == "TIMEOUT" || state == "OUT_OF_MEMORY" || state == "CANCELLED";
-    if (!isOwnFault && ++losses_[task.n] < kMostLosses) {
+    if (!isOwnFault && ++losses_[task.n] < kMaxLosses) {
         warn("job {}: {}; it is submitted again", task.n, reason);
         return batch_.lost(task.n, reason);
     }

@@ -28,7 +28,7 @@ namespace scansteps::host {
 namespace {
 
 // No real record has this many values; an entry takes many times its size in memory.
-constexpr std::uint64_t kMostValues = 1000000;
+constexpr std::uint64_t kMaxValues = 1000000;
 constexpr int kSliceMs = 200;      // interval at which a wait checks for an interrupt
 constexpr double kMinSpeed = 1e6;  // bytes per second at which a record has to arrive
 
@@ -264,7 +264,7 @@ class Receiver
         try {
             Array spare;
             while (!complete && incoming.beginRecord()) {
-                varitype record = readRecord(incoming, {options_.maxRecord, kMostValues}, &spare);
+                varitype record = readRecord(incoming, {options_.maxRecord, kMaxValues}, &spare);
                 if (options_.once && !isTheOne) {
                     if (begun_.exchange(true)) throw "another run has begun before";
                     isTheOne = true;

@@ -19,18 +19,18 @@ using Json = nlohmann::json;
     throw std::runtime_error(what);
 }
 
-std::int64_t integer(const Json& json, const char* key, std::int64_t least, std::int64_t greatest,
+std::int64_t integer(const Json& json, const char* key, std::int64_t min, std::int64_t max,
                      std::int64_t fallback)
 {
     const auto found = json.find(key);
     if (found == json.end()) return fallback;
     if (!found->is_number()) refuse("a number was expected");
     const double number = found->get<double>();
-    if (!(number >= double(least) && number <= double(greatest))) refuse("a number is out of range");
+    if (!(number >= double(min) && number <= double(max))) refuse("a number is out of range");
     return static_cast<std::int64_t>(number);
 }
 
-constexpr std::int64_t kMostSteps = 100000, kMostPixels = 1 << 20, kMostNumber = std::int64_t{1} << 53;
+constexpr std::int64_t kMaxSteps = 100000, kMaxPixels = 1 << 20, kMaxNumber = std::int64_t{1} << 53;
 
 std::string text(const Json& json, const char* key)
 {
@@ -68,7 +68,7 @@ Rect rectOf(const std::vector<double>& numbers)
 {
     std::array<std::int64_t, 4> whole{};
     for (std::size_t i = 0; i < numbers.size(); ++i) {
-        if (std::abs(numbers[i]) > double(kMostPixels)) refuse("a number is out of range");
+        if (std::abs(numbers[i]) > double(kMaxPixels)) refuse("a number is out of range");
         whole[i] = static_cast<std::int64_t>(std::floor(numbers[i]));
     }
     return {whole[0], whole[1], whole[2], whole[3]};
@@ -87,9 +87,9 @@ Request requestOf(const Json& json)
     request.what = named(kNames, text(json, "get"));
     request.slot = text(json, "slot");
     if (request.slot.empty() || request.slot.size() > 32) refuse("a slot has a short name");
-    request.step = std::size_t(integer(json, "step", 0, kMostSteps, 0));
+    request.step = std::size_t(integer(json, "step", 0, kMaxSteps, 0));
     request.tuned = flag(json, "tuned");
-    request.after = std::uint64_t(integer(json, "after", 0, kMostNumber, 0));
+    request.after = std::uint64_t(integer(json, "after", 0, kMaxNumber, 0));
     std::vector<double> numbers;
     readNumbers(json, "region", 4, numbers);
     request.region = rectOf(numbers);
@@ -107,16 +107,16 @@ Request requestOf(const Json& json)
             request.path.push_back(key.get<std::string>());
         }
     }
-    request.first = std::uint64_t(integer(json, "first", 0, kMostNumber, 0));
-    request.x = integer(json, "x", -1, kMostPixels, -1);
-    request.y = integer(json, "y", -1, kMostPixels, -1);
+    request.first = std::uint64_t(integer(json, "first", 0, kMaxNumber, 0));
+    request.x = integer(json, "x", -1, kMaxPixels, -1);
+    request.y = integer(json, "y", -1, kMaxPixels, -1);
     return request;
 }
 
 SetSetting settingOf(const Json& json)
 {
     SetSetting set;
-    set.step = std::size_t(integer(json, "step", 0, kMostSteps, 0));
+    set.step = std::size_t(integer(json, "step", 0, kMaxSteps, 0));
     set.path = text(json, "set");
     const auto value = json.find("value");
     if (value == json.end() || value->is_null()) return set;
@@ -140,7 +140,7 @@ Action actionOf(const Json& json)
                                                                          {"hold", What::Hold},
                                                                          {"seek", What::Seek},
                                                                          {"export", What::Export}}};
-    return {named(kNames, text(json, "do")), integer(json, "number", 0, kMostNumber, 0)};
+    return {named(kNames, text(json, "do")), integer(json, "number", 0, kMaxNumber, 0)};
 }
 
 }  // namespace

@@ -76,10 +76,10 @@ struct Header
 
 Header readHeader(TextScanner& scanner)
 {
-    constexpr std::size_t kMostProperties = 1000;
+    constexpr std::size_t kMaxProperties = 1000;
     Header header;
     if (scanner.line() != "ply") refuse("it does not begin with \"ply\"");
-    for (std::size_t properties = 0; properties < kMostProperties; scanner.line()) {
+    for (std::size_t properties = 0; properties < kMaxProperties; scanner.line()) {
         if (scanner.atEnd()) refuse("the header does not end");
         const std::string_view keyword = scanner.word();
         if (keyword == "end_header") {

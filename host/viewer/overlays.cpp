@@ -12,7 +12,7 @@ namespace scansteps::viewer {
 
 namespace {
 
-constexpr std::size_t kMostNumbers = std::size_t{1} << 18;  // of a sort
+constexpr std::size_t kMaxNumbers = std::size_t{1} << 18;  // of a sort
 
 // The elements of a float array of `width` numbers a row; empty when it is not one.
 template <class T>
@@ -42,7 +42,7 @@ class Collector
     // False when there is no room.
     bool add(std::initializer_list<float> numbers)
     {
-        if (result_.numbers.size() - first_ + numbers.size() > kMostNumbers) {
+        if (result_.numbers.size() - first_ + numbers.size() > kMaxNumbers) {
             result_.head["more"].push_back(name_);
             return false;
         }

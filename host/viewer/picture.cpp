@@ -249,7 +249,7 @@ std::optional<Bytes> exactOf(const Array& frame, const Layout& layout, const Rec
 
 Histogram histogramOf(const Array& frame, const Layout& layout)
 {
-    constexpr std::size_t kBins = 256, kMostSamples = 1U << 20U;
+    constexpr std::size_t kBins = 256, kMaxSamples = 1U << 20U;
     Histogram histogram;
     const std::size_t channels = layout.samples == Samples::Rgb8 ? 3 : 1;
     const Window range = autoWindow(frame, layout);
@@ -261,7 +261,7 @@ Histogram histogramOf(const Array& frame, const Layout& layout)
         range.second > range.first ? float(double(kBins - 1) / (range.second - range.first)) : 0.0F;
     withElements(frame, [&](auto elements) {
         const std::size_t pixels = elements.size() / layout.channels;
-        const std::size_t step = (pixels + kMostSamples - 1) / kMostSamples;
+        const std::size_t step = (pixels + kMaxSamples - 1) / kMaxSamples;
         for (std::size_t pixel = 0; pixel < pixels; pixel += step)
             for (std::size_t c = 0; c < channels; ++c) {
                 float value = numberOf(elements[pixel * layout.channels + c]);

@@ -15,7 +15,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr auto kStatusPause = std::chrono::milliseconds(100);
-constexpr std::size_t kMostMessages = 200;
+constexpr std::size_t kMaxMessages = 200;
 
 }  // namespace
 
@@ -48,7 +48,7 @@ PipelineView::~PipelineView() = default;
 void PipelineView::note(const char* level, const std::string& text, std::optional<std::size_t> step)
 {
     const std::lock_guard lock(mutex_);
-    if (messages_.size() >= kMostMessages) return;
+    if (messages_.size() >= kMaxMessages) return;
     Json message = {{"level", level}, {"text", text}};
     if (step) message["step"] = *step;
     messages_.push_back(std::move(message));

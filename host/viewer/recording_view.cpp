@@ -22,8 +22,8 @@ namespace scansteps::viewer {
 
 namespace {
 
-constexpr std::uint64_t kLeastRecord = 16;      // size, type, count
-constexpr std::uint64_t kMostInit = 64 * 1024;  // larger records are taken for frames
+constexpr std::uint64_t kMinRecord = 16;       // size, type, count
+constexpr std::uint64_t kMaxInit = 64 * 1024;  // larger records are taken for frames
 
 int typeOf(const varitype& record)
 {
@@ -60,15 +60,15 @@ RecordingIndex::RecordingIndex(const std::string& path) : path_(path)
     std::error_code error;
     const std::uint64_t length = std::filesystem::file_size(host::pathFromUtf8(path), error);
     std::array<char, 8> field{};
-    while (length - end_ >= kLeastRecord) {
+    while (length - end_ >= kMinRecord) {
         file.seekg(std::streamoff(end_));
         file.read(field.data(), field.size());
         std::uint64_t size = 0;
         for (std::size_t i = field.size(); i-- > 0;) size = size << 8U | static_cast<unsigned char>(field[i]);
-        if (!file || size < kLeastRecord || size > length - end_) break;
+        if (!file || size < kMinRecord || size > length - end_) break;
         begins_.push_back(end_);
         end_ += size;
-        if (size > kMostInit) continue;
+        if (size > kMaxInit) continue;
         try {
             const varitype record = read(begins_.size() - 1);
             if (typeOf(record) == event::kInit)

@@ -56,7 +56,7 @@ std::shared_ptr<Client> Session::connect()
     client->slots["hello"].answer = envelope(hello);
     {
         const std::lock_guard lock(mutex_);
-        if (clients_.size() == kMostClients) return nullptr;
+        if (clients_.size() == kMaxClients) return nullptr;
         clients_.push_back(client);
         if (!statusHead_.is_null()) statusHead_["viewers"] = clients_.size();
         watched_ = true;
@@ -80,7 +80,7 @@ void Session::disconnect(const std::shared_ptr<Client>& client)
 
 bool Session::put(Client& client, const std::string& slot, Answer answer)
 {
-    if (client.slots.size() >= kMostSlots && !client.slots.contains(slot)) return false;
+    if (client.slots.size() >= kMaxSlots && !client.slots.contains(slot)) return false;
     client.slots[slot].answer = std::move(answer);
     return true;
 }
@@ -93,8 +93,7 @@ bool Session::receive(const std::shared_ptr<Client>& client, std::string_view te
         if (const auto* request = std::get_if<Request>(&message)) {
             {
                 const std::lock_guard lock(mutex_);
-                if (client->slots.size() >= kMostSlots && !client->slots.contains(request->slot))
-                    return false;
+                if (client->slots.size() >= kMaxSlots && !client->slots.contains(request->slot)) return false;
                 Client::Slot& slot = client->slots[request->slot];
                 slot.wanted = *request;
                 ++slot.number;

@@ -67,7 +67,7 @@ class Session
     void setSubject(Subject& subject) { subject_ = &subject; }
     /// Called on any thread when there are answers to be sent; must not call the session.
     void setWake(std::function<void()> wake);
-    /// Null when there are kMostClients already.
+    /// Null when there are kMaxClients already.
     std::shared_ptr<Client> connect();
     void disconnect(const std::shared_ptr<Client>& client);
     /// False for a message that no page sends.
@@ -75,7 +75,7 @@ class Session
     /// The next answer, or null.
     Answer takeAnswer(Client& client);
 
-    static constexpr std::size_t kMostClients = 8, kMostSlots = 12;
+    static constexpr std::size_t kMaxClients = 8, kMaxSlots = 12;
 
   private:
     void work();

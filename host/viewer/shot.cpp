@@ -89,9 +89,9 @@ std::shared_ptr<const Array> FramePool::copy(const Array& frame)
 
 void FramePool::keep(std::unique_ptr<Array> frame)
 try {
-    constexpr std::size_t kMost = 6;
+    constexpr std::size_t kMax = 6;
     const std::lock_guard lock(mutex_);
-    if (spare_.size() == kMost) spare_.erase(spare_.begin());
+    if (spare_.size() == kMax) spare_.erase(spare_.begin());
     spare_.push_back(std::move(frame));
 } catch (const std::bad_alloc&) {  // called by a destructor
 }

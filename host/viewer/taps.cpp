@@ -11,7 +11,7 @@ namespace scansteps::viewer {
 namespace {
 
 // Viewers get at most this many shots a second of each place, however fast the chain runs.
-constexpr auto kLeastPause = std::chrono::milliseconds(33);
+constexpr auto kMinPause = std::chrono::milliseconds(33);
 
 // Of samples all over the frame (FNV-1a), to tell whether it was changed afterwards.
 std::uint64_t markOf(const Array* frame)
@@ -80,8 +80,7 @@ void Taps::observe(std::size_t position, const varitype& record)
                            : Layout{};
     // The first frame is kept for whoever looks later.
     const bool isFirst = place.taken == std::chrono::steady_clock::time_point();
-    if (isFirst ||
-        (stage_.isWanted(position) && std::chrono::steady_clock::now() - place.taken >= kLeastPause))
+    if (isFirst || (stage_.isWanted(position) && std::chrono::steady_clock::now() - place.taken >= kMinPause))
         take(position);
 }
 

@@ -22,8 +22,8 @@ std::size_t framesAhead(const Settings& settings)
     const int frames = settings.integer("load.ahead");
     if (hostReadsOwnOutput()) return 0;
     if (frames >= 0) return std::size_t(frames);
-    constexpr unsigned kMost = 8;
-    return std::clamp(std::thread::hardware_concurrency(), 1U, kMost + 1) - 1;
+    constexpr unsigned kMax = 8;
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMax + 1) - 1;
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ class ReceiveProgram
     }
     void interrupt() const { interruptProcess(std::stoi(said_)); }
     /// Peak memory so far, in bytes.
-    std::ptrdiff_t mostMemory() const
+    std::ptrdiff_t maxMemory() const
     {
         const std::string status = readFile("/proc/" + std::to_string(std::stoi(said_)) + "/status");
         const auto at = status.find("VmHWM:");
@@ -264,7 +264,7 @@ TEST(Receive, TakesMemoryForBytesThatArriveOnly)
     const std::string sent(64 << 20, 'x');
     for (const auto& entry : cases) {
         ReceiveProgram receiver("--once");
-        const auto before = receiver.mostMemory();
+        const auto before = receiver.maxMemory();
         {
             USock socket("127.0.0.1", std::uint16_t(receiver.port()));
             const std::string start = record + key + entry.head;
@@ -276,7 +276,7 @@ TEST(Receive, TakesMemoryForBytesThatArriveOnly)
             }
         }
         receiver.waitFor("left without a record");
-        const auto grown = double(receiver.mostMemory() - before);
+        const auto grown = double(receiver.maxMemory() - before);
         std::printf("%s: 768 MB promised, 64 MiB sent, %.1f MiB taken\n", entry.what, grown / 1048576);
 #ifndef SCANSTEPS_SANITIZED  // sanitizers use memory of their own
         EXPECT_LT(grown, entry.most * double(sent.size()) + double(16 << 20)) << entry.what;

@@ -15,8 +15,8 @@
 namespace {
 struct Plan
 {
-    std::size_t mostAtOnce = SIZE_MAX;  // bytes that one write takes
-    std::size_t room = SIZE_MAX;        // bytes that the disk still has
+    std::size_t maxAtOnce = SIZE_MAX;  // bytes that one write takes
+    std::size_t room = SIZE_MAX;       // bytes that the disk still has
     int closeError = 0;
     int writeCalls = 0;
 };
@@ -31,7 +31,7 @@ Function next(const char* name, Function)
 std::size_t allowed(std::size_t length)
 {
     ++armed->writeCalls;
-    return std::min({length, armed->mostAtOnce, armed->room});
+    return std::min({length, armed->maxAtOnce, armed->room});
 }
 
 ssize_t took(ssize_t done)
