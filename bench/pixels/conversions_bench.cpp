@@ -105,11 +105,11 @@ void Offset16ToFloat(benchmark::State& state)
 }
 BENCHMARK(Offset16ToFloat)->Apply(bench::frameSizes);
 
-void RgbToOffset16(benchmark::State& state)
+void ColourLength(benchmark::State& state)
 {
     againstCopy(state, 5, [](const View& v) { colourLength(v.rgb, v.wideOut); });
 }
-BENCHMARK(RgbToOffset16)->Apply(bench::frameSizes);
+BENCHMARK(ColourLength)->Apply(bench::frameSizes);
 
 void GreyWindow(benchmark::State& state)
 {

@@ -3,10 +3,10 @@ from tables import by_size, kernel_table
 
 TITLE = "Conversions"
 NAMES = {"YuyvToRgb": "YUYV16 → RGB", "RgbToYuyv": "RGB → YUYV16", "FloatToOffset16": "float → offset 16-bit",
-         "Offset16ToFloat": "offset 16-bit → float", "RgbToOffset16": "RGB → length, 16-bit",
+         "Offset16ToFloat": "offset 16-bit → float", "ColourLength": "RGB → length, 16-bit",
          "GreyWindow": "grey window and level", "ReduceOffset16": "reduction by 2, offset",
          "ReduceYuyv16": "reduction by 2, YUYV16"}
-TARGETS = {"FloatToOffset16": "0.95, 0.7 at 640×480", "Offset16ToFloat": "0.95, 0.7 at 640×480", "RgbToOffset16": "0.6",
+TARGETS = {"FloatToOffset16": "0.95, 0.7 at 640×480", "Offset16ToFloat": "0.95, 0.7 at 640×480", "ColourLength": "0.6",
            "GreyWindow": "0.6", "ReduceOffset16": "0.6", "ReduceYuyv16": "0.6",
            "YuyvToRgb_libyuv": "1.1", "RgbToYuyv_libyuv": "1.3"}
 

@@ -40,15 +40,15 @@ Json describeMesh(const varitype& tria)
 {
     Json mesh = Json::object();
     try {
-        const auto vertices = floatTuples(tria, "Vertices", 3);
+        const auto vertices = floatList(tria, "Vertices", 3);
         mesh["vertices"] = statistics(vertices, false);
-        const auto indices = indexTuples(tria, "Indices", 3);
+        const auto indices = indexList(tria, "Indices", 3);
         mesh["triangles"] = indices.size() / 3;
         const auto outside = std::count_if(indices.begin(), indices.end(),
                                            [&](std::uint32_t i) { return i >= vertices.size() / 3; });
         if (outside > 0) mesh["error"] = fmt::format("{} indices lie outside the vertices", outside);
-        if (tria.has("Tricolors")) mesh["colours"] = statistics(floatTuples(tria, "Tricolors", 3), true);
-        if (tria.has("Pixels")) mesh["pixels"] = floatTuples(tria, "Pixels", 2).size() / 2;
+        if (tria.has("Tricolors")) mesh["colours"] = statistics(floatList(tria, "Tricolors", 3), true);
+        if (tria.has("Pixels")) mesh["pixels"] = floatList(tria, "Pixels", 2).size() / 2;
         if (tria.has("Views")) mesh["views"] = intList(tria, "Views").size();
     } catch (const char* text) {
         mesh["error"] = text;
@@ -60,8 +60,8 @@ Json describeCloud(const varitype& pns)
 {
     Json cloud = Json::object();
     try {
-        cloud["points"] = statistics(floatTuples(pns, "Points", 3), false);
-        cloud["colours"] = statistics(floatTuples(pns, "Colors", 3), true);
+        cloud["points"] = statistics(floatList(pns, "Points", 3), false);
+        cloud["colours"] = statistics(floatList(pns, "Colors", 3), true);
     } catch (const char* text) {
         cloud["error"] = text;
     }

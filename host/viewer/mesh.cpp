@@ -64,8 +64,8 @@ void readViews(const varitype& tria, Mesh& mesh)
 
 void readMesh(const Struct& record, const varitype& tria, Mesh& mesh)
 {
-    mesh.positions = listOf(floatTuples(tria, "Vertices", 3));
-    mesh.indices = listOf(indexTuples(tria, "Indices", 3));
+    mesh.positions = listOf(floatList(tria, "Vertices", 3));
+    mesh.indices = listOf(indexList(tria, "Indices", 3));
     const std::size_t vertices = mesh.positions.size() / 3;
     if (std::any_of(mesh.indices.begin(), mesh.indices.end(),
                     [&](std::uint32_t i) { return i >= vertices; })) {
@@ -73,11 +73,11 @@ void readMesh(const Struct& record, const varitype& tria, Mesh& mesh)
         throw "an index lies outside the vertices";
     }
     if (tria.has("Tricolors")) {
-        mesh.faceColours = colourBytes(floatTuples(tria, "Tricolors", 3));
+        mesh.faceColours = colourBytes(floatList(tria, "Tricolors", 3));
         if (mesh.faceColours.size() != mesh.indices.size()) mesh.faceColours.clear();
     }
     if (!tria.has("Pixels")) return;
-    mesh.pixels = listOf(floatTuples(tria, "Pixels", 2));
+    mesh.pixels = listOf(floatList(tria, "Pixels", 2));
     if (mesh.pixels.size() != 2 * vertices) mesh.pixels.clear();
     readViews(tria, mesh);
     readTextures(record, mesh);
@@ -123,8 +123,8 @@ Mesh meshOf(const Struct& record)
         if (const varitype* tria = record.find("tria")) {
             readMesh(record, *tria, mesh);
         } else if (const varitype* pns = record.find("pns")) {
-            mesh.positions = listOf(floatTuples(*pns, "Points", 3));
-            if (pns->has("Colors")) mesh.vertexColours = colourBytes(floatTuples(*pns, "Colors", 3));
+            mesh.positions = listOf(floatList(*pns, "Points", 3));
+            if (pns->has("Colors")) mesh.vertexColours = colourBytes(floatList(*pns, "Colors", 3));
             if (mesh.vertexColours.size() != mesh.positions.size()) mesh.vertexColours.clear();
         }
     } catch (const char* text) {

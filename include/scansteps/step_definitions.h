@@ -27,18 +27,21 @@ constexpr SettingInfo setting(const char* path, Kind kind, const char* doc)
     return info;
 }
 
-constexpr SettingInfo optionalInt(const char* path, int value, const char* doc)
+constexpr SettingInfo optionalNumber(const char* path, Kind kind, double value, const char* doc)
 {
-    SettingInfo info = setting(path, Kind::Int, doc);
+    SettingInfo info = setting(path, kind, doc);
     info.number = value;
     return info;
 }
 
+constexpr SettingInfo optionalInt(const char* path, int value, const char* doc)
+{
+    return optionalNumber(path, Kind::Int, value, doc);
+}
+
 constexpr SettingInfo optionalFloat(const char* path, double value, const char* doc)
 {
-    SettingInfo info = setting(path, Kind::Float, doc);
-    info.number = value;
-    return info;
+    return optionalNumber(path, Kind::Float, value, doc);
 }
 
 constexpr SettingInfo optionalText(const char* path, const char* value, const char* doc)
@@ -48,18 +51,21 @@ constexpr SettingInfo optionalText(const char* path, const char* value, const ch
     return info;
 }
 
-constexpr SettingInfo requiredInt(const char* path, const char* doc)
+constexpr SettingInfo required(const char* path, Kind kind, const char* doc)
 {
-    SettingInfo info = setting(path, Kind::Int, doc);
+    SettingInfo info = setting(path, kind, doc);
     info.required = true;
     return info;
 }
 
+constexpr SettingInfo requiredInt(const char* path, const char* doc)
+{
+    return required(path, Kind::Int, doc);
+}
+
 constexpr SettingInfo requiredText(const char* path, const char* doc)
 {
-    SettingInfo info = setting(path, Kind::String, doc);
-    info.required = true;
-    return info;
+    return required(path, Kind::String, doc);
 }
 
 constexpr SettingInfo presence(const char* path, const char* doc)

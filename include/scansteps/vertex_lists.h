@@ -13,10 +13,10 @@ namespace scansteps {
 /// for N tuples are width x N x 1, N x width x 1 and (width * N) x 1 x 1, which have the same memory layout;
 /// an array of kind empty is an empty list. Throws the record's look-up and type errors, and a text that
 /// names the entry for any other shape or element kind. The span is valid as long as the record's array.
-std::span<const float> floatTuples(const varitype& record, const char* name, std::uint32_t width);
+std::span<const float> floatList(const varitype& record, const char* name, std::uint32_t width);
 
 /// The same for int or unsigned int elements; negative numbers are reinterpreted as unsigned.
-std::span<const std::uint32_t> indexTuples(const varitype& record, const char* name, std::uint32_t width);
+std::span<const std::uint32_t> indexList(const varitype& record, const char* name, std::uint32_t width);
 
 /// Int elements of an array with at most one dimension above 1.
 std::span<const std::int32_t> intList(const varitype& record, const char* name);

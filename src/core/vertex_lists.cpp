@@ -35,7 +35,7 @@ const Array* tuplesOf(const varitype& record, const char* name, std::uint32_t wi
 
 }  // namespace
 
-std::span<const float> floatTuples(const varitype& record, const char* name, std::uint32_t width)
+std::span<const float> floatList(const varitype& record, const char* name, std::uint32_t width)
 {
     const Array* array = tuplesOf(record, name, width);
     if (array == nullptr) return {};
@@ -43,7 +43,7 @@ std::span<const float> floatTuples(const varitype& record, const char* name, std
     return array->elements<float>();
 }
 
-std::span<const std::uint32_t> indexTuples(const varitype& record, const char* name, std::uint32_t width)
+std::span<const std::uint32_t> indexList(const varitype& record, const char* name, std::uint32_t width)
 {
     const Array* array = tuplesOf(record, name, width);
     if (array == nullptr) return {};

@@ -48,7 +48,7 @@ std::vector<CornerFeature> featuresOf(const varitype& record)
         fail("vertAttr: not an array of 16 unsigned words a feature");
     std::vector<CornerFeature> features(array.dim(1));
     if (!features.empty()) std::memcpy(features.data(), words.data(), words.size_bytes());
-    const auto places = floatTuples(record, "vert", 2);
+    const auto places = floatList(record, "vert", 2);
     if (places.size() != 2 * features.size()) fail("vert: not as many places as vertAttr has features");
     for (std::size_t i = 0; i < features.size(); ++i) {
         features[i].x = places[2 * i];

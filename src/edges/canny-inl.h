@@ -1,9 +1,9 @@
 // Vector operations that filters and detector share. Included once for every instruction set.
-#if defined(SCANSTEPS_MCANNY_INL_H_) == defined(HWY_TARGET_TOGGLE)
-#ifdef SCANSTEPS_MCANNY_INL_H_
-#undef SCANSTEPS_MCANNY_INL_H_
+#if defined(SCANSTEPS_CANNY_INL_H_) == defined(HWY_TARGET_TOGGLE)
+#ifdef SCANSTEPS_CANNY_INL_H_
+#undef SCANSTEPS_CANNY_INL_H_
 #else
-#define SCANSTEPS_MCANNY_INL_H_
+#define SCANSTEPS_CANNY_INL_H_
 #endif
 
 #include <cstddef>

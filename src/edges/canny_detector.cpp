@@ -17,8 +17,8 @@
 //
 #include "edges/canny-inl.h"
 
-#ifndef SCANSTEPS_MCANNY_DETECT_ONCE
-#define SCANSTEPS_MCANNY_DETECT_ONCE
+#ifndef SCANSTEPS_CANNY_DETECTOR_ONCE
+#define SCANSTEPS_CANNY_DETECTOR_ONCE
 namespace scansteps::edges {
 
 // Coefficients of the Sobel kernels from the centre outwards: order 0, and order 1 (whose centre is 0).

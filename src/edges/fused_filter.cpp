@@ -17,8 +17,8 @@
 //
 #include "edges/canny-inl.h"
 
-#ifndef SCANSTEPS_MCANNY_FUSED_ONCE
-#define SCANSTEPS_MCANNY_FUSED_ONCE
+#ifndef SCANSTEPS_FUSED_FILTER_ONCE
+#define SCANSTEPS_FUSED_FILTER_ONCE
 namespace scansteps::edges {
 
 // Columns `from` to `to` (multiples of 16) of the current row.

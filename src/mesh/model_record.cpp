@@ -38,10 +38,10 @@ Mesh meshOf(const varitype& params, bool needColours)
 {
     const varitype tria = params["tria"];
     Mesh mesh;
-    mesh.vertices = floatTuples(tria, "Vertices", 3);
-    mesh.indices = indexTuples(tria, "Indices", 3);
-    if (needColours || tria.has("Tricolors")) mesh.colours = floatTuples(tria, "Tricolors", 3);
-    if (tria.has("Pixels")) mesh.pixels = floatTuples(tria, "Pixels", 2);
+    mesh.vertices = floatList(tria, "Vertices", 3);
+    mesh.indices = indexList(tria, "Indices", 3);
+    if (needColours || tria.has("Tricolors")) mesh.colours = floatList(tria, "Tricolors", 3);
+    if (tria.has("Pixels")) mesh.pixels = floatList(tria, "Pixels", 2);
     if (tria.has("Views")) addViews(tria, mesh);
     return mesh;
 }
@@ -49,7 +49,7 @@ Mesh meshOf(const varitype& params, bool needColours)
 Cloud cloudOf(const varitype& params)
 {
     const varitype pns = params["pns"];
-    return {floatTuples(pns, "Points", 3), floatTuples(pns, "Colors", 3)};
+    return {floatList(pns, "Points", 3), floatList(pns, "Colors", 3)};
 }
 
 std::vector<PictureView> picturesOf(const varitype& params)

@@ -107,8 +107,8 @@ Estimate<D> EstimateRoot(D di, const Pixels<D>& p)
 // the rounding errors decide. Such pixels are rare (one in 300 of a photograph); a bit marks each of them,
 // and they are computed one by one after each block, which avoids a branch per vector. Returns the number of
 // pixels converted.
-std::size_t RgbToOffset16(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
-                          std::size_t count)
+std::size_t ColourLength(const std::uint8_t* HWY_RESTRICT src, std::uint16_t* HWY_RESTRICT dst,
+                         std::size_t count)
 {
     using D = hn::ScalableTag<std::int32_t>;
     const D di;
@@ -193,12 +193,12 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace scansteps::pixels {
 
-HWY_EXPORT(RgbToOffset16);
+HWY_EXPORT(ColourLength);
 
 void colourLength(std::span<const std::uint8_t> src, std::span<std::uint16_t> dst)
 {
     const std::size_t count = std::min(src.size() / 3, dst.size());
-    const std::size_t done = HWY_DYNAMIC_DISPATCH(RgbToOffset16)(src.data(), dst.data(), count);
+    const std::size_t done = HWY_DYNAMIC_DISPATCH(ColourLength)(src.data(), dst.data(), count);
     scalar::colourLength(src.subspan(3 * done), dst.subspan(done));
 }
 

@@ -39,7 +39,7 @@ void expectTenThousandths(std::int64_t n)
     }
 }
 
-TEST(TextFormat, unsignedNumbers)
+TEST(NumberFormat, unsignedNumbers)
 {
     for (std::uint64_t power = 1; power <= 10000000000; power *= 10)
         for (const std::uint64_t n : {power - 1, power, power + 1, power / 2, power * 2 - 1}) {
@@ -50,14 +50,14 @@ TEST(TextFormat, unsignedNumbers)
 }
 
 // All numbers that need no rounding.
-TEST(TextFormat, tenThousandthsOfSixDigits)
+TEST(NumberFormat, tenThousandthsOfSixDigits)
 {
     for (std::int64_t n = 0; n <= 1000000; ++n) expectTenThousandths(n);
 }
 
 // Beyond six digits the text depends only on the side of the nearest tie: every tie of every decade, and the
 // neighbours of many.
-TEST(TextFormat, tenThousandthsAtEveryTie)
+TEST(NumberFormat, tenThousandthsAtEveryTie)
 {
     std::int64_t first = 1000000;
     for (const std::int64_t step : {10, 100, 1000, 10000}) {
@@ -76,7 +76,7 @@ void expectGeneral(double value)
     ASSERT_EQ(textOf(text::putGeneral, value), printed(value)) << std::hexfloat << value;
 }
 
-TEST(TextFormat, generalNumbersOfEveryDecadeAndTheirTies)
+TEST(NumberFormat, generalNumbersOfEveryDecadeAndTheirTies)
 {
     for (int exponent = -12; exponent <= 12; ++exponent) {
         const double power = std::pow(10.0, exponent);
@@ -92,13 +92,13 @@ TEST(TextFormat, generalNumbersOfEveryDecadeAndTheirTies)
 }
 
 // Exact ties are common among texture coordinates: odd multiples of a power of two.
-TEST(TextFormat, generalTiesOfBinaryFractions)
+TEST(NumberFormat, generalTiesOfBinaryFractions)
 {
     for (int shift = 1; shift <= 24; ++shift)
         for (int odd = 1; odd < 20000; odd += 2) expectGeneral(std::ldexp(odd, -shift));
 }
 
-TEST(TextFormat, generalSpecialNumbers)
+TEST(NumberFormat, generalSpecialNumbers)
 {
     const double big = std::numeric_limits<double>::max();
     for (const double value :
@@ -110,7 +110,7 @@ TEST(TextFormat, generalSpecialNumbers)
     }
 }
 
-TEST(TextFormat, generalRandomFloats)
+TEST(NumberFormat, generalRandomFloats)
 {
     std::mt19937 random(7);
     for (int i = 0; i < 2000000; ++i) {

@@ -8,7 +8,7 @@ namespace {
 
 using namespace pixels;
 
-TEST(RgbMagnitude, documentedValues)
+TEST(ColourLength, documentedValues)
 {
     const std::vector<std::uint8_t> in = {0, 0, 0, 255, 255, 255, 255, 0, 0, 0, 3, 4};
     std::vector<std::uint16_t> out(4);
@@ -19,7 +19,7 @@ TEST(RgbMagnitude, documentedValues)
     EXPECT_EQ(out[3], 32773);
 }
 
-TEST(RgbMagnitude, exactForAllByteTriples)
+TEST(ColourLength, exactForAllByteTriples)
 {
     std::vector<std::uint8_t> in(3 << 16);
     const std::vector<std::uint16_t> out(1 << 16);
@@ -34,7 +34,7 @@ TEST(RgbMagnitude, exactForAllByteTriples)
 }
 
 // For pure red every length is an integer, for other colours few are.
-TEST(RgbMagnitude, everyLengthOfColoursAndOfRed)
+TEST(ColourLength, everyLengthOfColoursAndOfRed)
 {
     std::vector<std::uint8_t> colours(3 * 150), red(3 * 150);
     for (std::size_t k = 0; k < colours.size(); ++k) {
