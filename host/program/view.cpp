@@ -10,8 +10,7 @@
 #include "interrupts.h"
 #include "library/platform.h"
 #include "output.h"
-#include "report.h"
-#include "report_file.h"
+#include "pipeline_run.h"
 #include "scansteps/host.h"
 #include "viewer/model_file.h"
 #include "viewer/model_view.h"
@@ -93,49 +92,18 @@ int viewFile(const ViewOptions& options)
     return show(view, session, options);
 }
 
-RunReport checked(const std::vector<Finding>& findings)
-{
-    RunReport facts;
-    facts.exitCode = codeOf(findings);
-    for (const Finding& finding : findings)
-        if (finding.code == kEnded)
-            warn("{}", finding.text);
-        else
-            facts.errors.push_back({"", "", finding.text});
-    return facts;
-}
-
 int viewPipeline(const ViewOptions& options)
 {
-    const auto library = loadLibrary(options);
-    Pipeline pipeline = readPipeline(options.pipeline, options.sets);
-    if (options.frames >= 0) pipeline.frames = options.frames;
-    StepOutput stepOutput(options.stepOutput);
-    ReportFile report(options.reportFile, stepOutput.original());
-    const auto findings =
-        checkPipeline(pipeline, {typeCheckOf(options.types), options.force, options.strict});
-    RunReport facts = checked(findings);
-    if (facts.exitCode != kEnded) {
-        report.write(reportText(facts));
-        printErrors(facts);
-        return facts.exitCode;
-    }
-    catchInterrupts();
-    Hooks hooks;
-    hooks.onWarning = [&](const std::string& text) { warn("{}", text); };
-    hooks.interrupted = interrupted;
-    hooks.wake = interruptWake();
-    if (options.stage) hooks.keeps = [] { return !interrupted(); };
-    viewer::Session session(pipeline.steps.size() + 1);
-    viewer::PipelineView view(session, pipeline, *library, hooks, findings, options.paused);
+    PipelineRun run(options);
+    if (run.isRefused()) return run.refuse();
+    viewer::Session session(run.pipeline().steps.size() + 1);
+    viewer::PipelineView view(session, run.pipeline(), run.library(), run.hooks(), run.findings(),
+                              options.paused);
+    run.watch(view.chain());
     const viewer::Server server(session, options.bind, options.port);
     announce(server, options);
-    static_cast<RunFacts&>(facts) = view.run();
-    judgeTroubles(facts, pipeline, options.strict);
-    stepOutput.end();
-    report.write(reportText(facts));
-    if (logLevel() > LogLevel::Error) printTimeTable(facts);
-    printErrors(facts);
+    const RunReport& facts = run.end(view.run([&] { return run.stops(); }));
+    if (run.isDeserted()) return facts.exitCode;
     if (facts.exitCode != kInterrupted) view.stay(facts);
     return kInterrupted;
 }

@@ -55,8 +55,9 @@ void PipelineView::note(const char* level, const std::string& text, std::optiona
     wantsStatus_ = true;
 }
 
-host::RunFacts PipelineView::run()
+host::RunFacts PipelineView::run(std::function<bool()> stop)
 {
+    stop_ = std::move(stop);
     return host::runPipeline(*chain_, {.onFrame = [this](std::int64_t) { afterFrame(); },
                                        .stop = [this] { return beforeFrame(); }});
 }
@@ -64,13 +65,13 @@ host::RunFacts PipelineView::run()
 bool PipelineView::beforeFrame()
 {
     while (!obey()) {
-        if (interrupted()) return true;
+        if (interrupted() || stop_()) return true;
         std::unique_lock lock(mutex_);
         ordered_.wait_for(lock, kStatusPause, [&] {
             return wantsTune_ || wantsApply_ || wantsHold_ || wantsStatus_ || steps_ > 0 || !paused_;
         });
     }
-    return false;
+    return stop_();
 }
 
 bool PipelineView::obey()

@@ -26,8 +26,9 @@ class PipelineView final : public Subject
                  host::Hooks hooks, const std::vector<host::Finding>& findings, bool isPaused);
     ~PipelineView() override;
 
-    /// Runs the chain on the calling thread.
-    host::RunFacts run();
+    const host::Chain& chain() const { return *chain_; }
+    /// Runs the chain on the calling thread until `stop` says so, which is asked between frames.
+    host::RunFacts run(std::function<bool()> stop);
     /// After the run: serves trials until `interrupted` says so.
     void stay(const host::RunFacts& facts);
 
@@ -52,6 +53,7 @@ class PipelineView final : public Subject
     Session& session_;
     const host::StepLibrary& library_;
     host::Hooks hooks_;
+    std::function<bool()> stop_;
     Taps taps_;
     Tuner tuner_;
     std::unique_ptr<host::Chain> chain_;  // ends before the trial chain
