@@ -64,31 +64,30 @@ void loadFolder(const fs::path& folder, const Log& log)
     }
 }
 
+// Where the step library lies; without a folder where only the system's loader may find it.
+fs::path libraryFile(const std::string& path)
+{
+    const std::string given = path.empty() ? environmentVariable("SCANSTEPS_LIBRARY") : path;
+    if (!given.empty()) {
+        const fs::path file = pathFromUtf8(given);
+        return file.has_parent_path() ? file : "." / file;
+    }
+    for (const fs::path& folder : libraryFolders())
+        if (fs::exists(folder / libraryFileName())) return folder / libraryFileName();
+    return libraryFileName();
+}
+
 }  // namespace
 
 StepLibrary::StepLibrary(const std::string& path, const std::vector<std::string>& plugins, const Log& log)
 {
-    const std::string fromEnvironment = environmentVariable("SCANSTEPS_LIBRARY");
-    std::vector<fs::path> places;
-    if (!path.empty())
-        places = {pathFromUtf8(path)};
-    else if (!fromEnvironment.empty())
-        places = {pathFromUtf8(fromEnvironment)};
-    else {
-        for (const fs::path& folder : libraryFolders())
-            if (fs::exists(folder / libraryFileName())) places.push_back(folder / libraryFileName());
-        places.emplace_back(libraryFileName());
-    }
-    std::string errors;
-    for (auto place : places) {
-        // A given path is a file; without a folder the loader would search its own path.
-        if ((!path.empty() || !fromEnvironment.empty()) && !place.has_parent_path()) place = "." / place;
-        std::string error;
-        library_ = SharedLibrary::open(place, error);
-        if (library_) break;
-        errors += fmt::format("{}{}: {}", errors.empty() ? "" : "; ", utf8FromPath(place), error);
-    }
-    if (!library_) throw FileError{"cannot load the step library: " + errors};
+    const fs::path place = libraryFile(path);
+    // No second place is tried when this one fails: glibc's loader can keep a library for which memory ran
+    // out, without its thread-local variables, and gives it out when it is asked for by name.
+    std::string error;
+    library_ = SharedLibrary::open(place, error);
+    if (!library_)
+        throw FileError{fmt::format("cannot load the step library: {}: {}", utf8FromPath(place), error)};
     tell(log, LogLevel::Info, "step library: " + utf8FromPath(library_->path().lexically_normal()));
     for (const fs::path& folder : pluginFolders(library_->path())) loadFolder(folder, log);
     for (const std::string& file : splitPathList(environmentVariable("SCANSTEPS_PLUGINS")))

@@ -103,7 +103,7 @@ constexpr int kCount = std::size(kCalls);
 
 std::atomic<int> counters[2][kCount];
 std::atomic<bool> armed = false, done = false;
-[[gnu::tls_model("initial-exec")]] thread_local bool inLibrary = false, inResolver = false;
+[[gnu::tls_model("initial-exec")]] thread_local bool inLibrary = false, inResolver = false, inLoader = false;
 int wantedCall = -1, wantedNumber = 0, wantedError = 0;
 bool wantedInLibrary = false, wantedShort = false, wantedOnward = false;
 int logFile = -1;
@@ -132,7 +132,7 @@ void log(int index, long descriptor, bool backTrace)
 // Whether this call is to fail.
 bool fails(int index, long descriptor)
 {
-    if (!armed) return false;
+    if (!armed || inLoader) return false;
     const int number = ++counters[inLibrary][index];
     if (wantedCall < 0) {
         log(index, descriptor, false);
@@ -147,7 +147,7 @@ bool fails(int index, long descriptor)
 }
 
 // The loader allocates a thread's copy of a library's variables when they are first used, and ends the
-// process when it cannot: a program cannot prevent that.
+// process when it cannot: a program cannot prevent that. The memory maps of such an allocation belong to it.
 bool isLoader(const void* caller)
 {
     static const std::uintptr_t begin = getauxval(AT_BASE);
@@ -161,11 +161,19 @@ bool isLoader(const void* caller)
     return reinterpret_cast<std::uintptr_t>(caller) - begin < length;
 }
 
-bool failsAllocation(const void* caller)
+template <class Allocate>
+void* allocate(const void* caller, Allocate real)
 {
-    if (!armed || inResolver || (!inLibrary && isLoader(caller)) || !fails(kAlloc, -1)) return false;
+    if (!armed || inResolver) return real();
+    if (!inLibrary && isLoader(caller)) {
+        const bool before = std::exchange(inLoader, true);
+        void* const memory = real();
+        inLoader = before;
+        return memory;
+    }
+    if (!fails(kAlloc, -1)) return real();
     errno = ENOMEM;
-    return true;
+    return nullptr;
 }
 
 long shortened(const Call& what, long* arguments)
@@ -290,29 +298,31 @@ VISIBLE int __libc_start_main(int (*main)(int, char**, char**), int argc, char**
 
 VISIBLE void* malloc(std::size_t size) noexcept
 {
-    return failsAllocation(__builtin_return_address(0)) ? nullptr : __libc_malloc(size);
+    return allocate(__builtin_return_address(0), [=] { return __libc_malloc(size); });
 }
 VISIBLE void* calloc(std::size_t count, std::size_t size) noexcept
 {
-    return failsAllocation(__builtin_return_address(0)) ? nullptr : __libc_calloc(count, size);
+    return allocate(__builtin_return_address(0), [=] { return __libc_calloc(count, size); });
 }
 VISIBLE void* realloc(void* memory, std::size_t size) noexcept
 {
-    return failsAllocation(__builtin_return_address(0)) ? nullptr : __libc_realloc(memory, size);
+    return allocate(__builtin_return_address(0), [=] { return __libc_realloc(memory, size); });
 }
 VISIBLE void* aligned_alloc(std::size_t alignment, std::size_t size) noexcept
 {
-    return failsAllocation(__builtin_return_address(0)) ? nullptr : __libc_memalign(alignment, size);
+    return allocate(__builtin_return_address(0), [=] { return __libc_memalign(alignment, size); });
 }
 VISIBLE void* memalign(std::size_t alignment, std::size_t size) noexcept
 {
-    return failsAllocation(__builtin_return_address(0)) ? nullptr : __libc_memalign(alignment, size);
+    return allocate(__builtin_return_address(0), [=] { return __libc_memalign(alignment, size); });
 }
 VISIBLE int posix_memalign(void** memory, std::size_t alignment, std::size_t size) noexcept
 {
-    if (failsAllocation(__builtin_return_address(0))) return ENOMEM;
-    *memory = __libc_memalign(alignment, size);
-    return *memory == nullptr ? ENOMEM : 0;
+    void* const made =
+        allocate(__builtin_return_address(0), [=] { return __libc_memalign(alignment, size); });
+    if (made == nullptr) return ENOMEM;
+    *memory = made;
+    return 0;
 }
 
 VISIBLE int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),

@@ -66,6 +66,9 @@ INTERRUPTIBLE = TRANSFERS | {"open", "openat", "close", "fsync", "fdatasync", "f
 LASTING = {"alloc", "mmap", "thread", "openat", "socket", "read", "readv", "write", "writev", "sendmsg"}
 HARMLESS = {"short", str(errno.EINTR)}  # must not change anything
 
+# What a run prints and writes about times; "workerSeconds" is there when threads had something to do.
+WORKED = re.compile(rb',\s*"workerSeconds": [\d.e+-]+')
+TABLE = re.compile(rb"^(?:scansteps: \d+ frames in .*/s\)|step  kind .*share|[ \d]{4}  .*(?:%|-))\n", re.MULTILINE)
 TIMES = re.compile(rb' *[-+.\de]+ sec\b|(?:econds?|share)": [\d.e+-]+|time \d+ms')
 Result = collections.namedtuple("Result", "code out err files hung call")
 
@@ -142,7 +145,7 @@ class Bench:
         peer = Peer(self.recording)
         arguments = [word.replace("{port}", str(peer.port)) for word in PIPELINES[name]]
         if arguments[0] == "run":
-            arguments += ["--quiet"] + ["--strict"] * strict
+            arguments += ["--strict"] * strict
         environment = dict(os.environ, LD_PRELOAD=self.library, FAULTS_LOG=log, FAULTS_CALL=call, LC_ALL="C")
         process = subprocess.Popen([self.program, *arguments], cwd=place, env=environment, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -166,11 +169,14 @@ class Bench:
             for file in names:
                 with open(os.path.join(root, file), "rb") as stream:
                     data = stream.read()
-                files[os.path.relpath(stream.name, out)] = TIMES.sub(b"T", data) if file.endswith(".json") else data
+                if file.endswith(".json"):
+                    data = TIMES.sub(b"T", WORKED.sub(b"", data))
+                files[os.path.relpath(stream.name, out)] = data
         if name == "sender":
             files["sent.rec"] = peer.received.replace(struct.pack("<i", peer.port), struct.pack("<i", 0))
         port = str(peer.port if name == "sender" else "no port").encode()
-        said = re.sub(rb"127\.0\.0\.1:\d+", b"PEER", b"".join(err).replace(port, b"PORT")).decode(errors="replace")
+        said = TABLE.sub(b"", b"".join(err)).replace(port, b"PORT")
+        said = re.sub(rb"127\.0\.0\.1:\d+", b"PEER", said).decode(errors="replace")
         made = open(log).read() if os.path.exists(log) else ""
         return Result(code, TIMES.sub(b"T", stdout).replace(port, b"PORT"), said, files, hung, made)
 
