@@ -1,6 +1,6 @@
 // A fake capture service: answers every message that a client of the real one sends, refuses on
-// demand, and delivers frames from a thread of its own. Bytes 0 to 3 of a frame are its running number.
-#include "fake_avicap32.h"
+// demand, and delivers frames from a thread of its own.
+#include "fake_camera.h"
 
 #include <windows.h>
 // vfw.h needs windows.h first
@@ -44,7 +44,7 @@ constexpr MessageName kMessages[] = {
 
 std::mutex logLock;
 std::string logText;
-std::atomic<long> framesDelivered;
+constinit scansteps::test::FakeCamera fake{};
 
 void note(const char* name, const std::string& detail)
 {
@@ -52,35 +52,12 @@ void note(const char* name, const std::string& detail)
     logText += name + (detail.empty() ? "" : " " + detail) + "\n";
 }
 
-std::string environment(const char* name)
-{
-    char text[1024] = {};
-    GetEnvironmentVariableA(name, text, sizeof text);
-    return text;
-}
-
-int number(const char* name, int otherwise)
-{
-    const std::string text = environment(name);
-    return text.empty() ? otherwise : std::atoi(text.c_str());
-}
-
-std::vector<char> fileBytes(const std::string& path)
-{
-    std::vector<char> bytes;
-    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
-        char block[4096];
-        while (const std::size_t count = std::fread(block, 1, sizeof block, file))
-            bytes.insert(bytes.end(), block, block + count);
-        std::fclose(file);
-    }
-    return bytes;
-}
-
 constexpr DWORD code(const char (&text)[5])
 {
     return static_cast<DWORD>(text[0] | text[1] << 8 | text[2] << 16 | text[3] << 24);
 }
+
+using scansteps::test::every;
 
 class Service
 {
@@ -93,8 +70,6 @@ class Service
         format_.biPlanes = 1;
         format_.biBitCount = 24;
         format_.biSizeImage = 160 * 120 * 3;
-        if (std::sscanf(environment("FAKE_CAPTURE_SIZE").c_str(), "%ldx%ld", &width_, &height_) != 2)
-            width_ = height_ = 0;
         stream_.dwRequestMicroSecPerFrame = 66667;
         stream_.vKeyAbort = VK_ESCAPE;
         stream_.fAbortLeftMouse = stream_.fAbortRightMouse = TRUE;
@@ -108,20 +83,20 @@ class Service
         for (const MessageName& known : kMessages)
             if (known.message == message) name = known.name;
         note(name, detail(message, size, data));
-        if ((" " + refused_ + " ").find(" " + std::string(name) + " ") != std::string::npos) return 0;
+        if (message == fake.refuse) return 0;
         switch (message) {
             case WM_CAP_DRIVER_CONNECT:
                 connected_ = size < std::size(kDrivers);
                 return connected_;
             case WM_CAP_DRIVER_DISCONNECT:
-                if (!late_) stop();
+                if (fake.late == 0) stop();
                 return TRUE;
             case WM_CAP_SET_OVERLAY:
             case WM_CAP_SET_PREVIEW:
                 return connected_;
             case WM_CAP_SET_CALLBACK_VIDEOSTREAM: {
                 const std::lock_guard guard(lock_);
-                if (data != 0 || !late_) callback_ = reinterpret_cast<CAPVIDEOCALLBACK>(data);
+                if (data != 0 || fake.late == 0) callback_ = reinterpret_cast<CAPVIDEOCALLBACK>(data);
                 return TRUE;
             }
             case WM_CAP_GET_VIDEOFORMAT:
@@ -179,9 +154,9 @@ class Service
     {
         if (size < sizeof wanted || wanted.biWidth < 1 || wanted.biHeight < 1) return FALSE;
         format_ = wanted;
-        if (width_ != 0) {
-            format_.biWidth = width_;
-            format_.biHeight = height_;
+        if (fake.width != 0) {
+            format_.biWidth = fake.width;
+            format_.biHeight = fake.height;
         }
         format_.biSizeImage = static_cast<DWORD>(format_.biWidth * format_.biHeight * format_.biBitCount / 8);
         return TRUE;
@@ -190,15 +165,14 @@ class Service
     void deliver()
     {
         const bool jpeg = format_.biCompression == code("MJPG");
-        std::vector<char> buffer = jpeg ? fileBytes(environment("FAKE_CAPTURE_JPEG"))
-                                        : std::vector<char>(static_cast<std::size_t>(format_.biWidth) *
-                                                            static_cast<std::size_t>(format_.biHeight) * 2);
-        const int rate = number("FAKE_CAPTURE_RATE", 1000), cut = number("FAKE_CAPTURE_CUT", 0);
+        std::string buffer =
+            jpeg ? *fake.jpeg
+                 : std::string(static_cast<std::size_t>(format_.biWidth * format_.biHeight * 2), '\0');
         auto due = std::chrono::steady_clock::now();
         std::unique_lock guard(lock_);
         for (std::uint32_t frame = 0; !ended_; ++frame) {
-            if (rate > 0) {
-                due += std::chrono::microseconds(1000000 / rate);
+            if (fake.rate > 0) {
+                due += std::chrono::microseconds(1000000 / fake.rate);
                 if (wake_.wait_until(guard, due, [&] { return ended_; })) return;
             }
             const CAPVIDEOCALLBACK callback = callback_;
@@ -208,10 +182,9 @@ class Service
                 VIDEOHDR header{};
                 header.lpData = reinterpret_cast<BYTE*>(buffer.data());
                 header.dwBufferLength = static_cast<DWORD>(buffer.size());
-                const bool shorter = cut > 0 && frame % static_cast<unsigned>(cut) == 0;
-                header.dwBytesUsed = header.dwBufferLength - (shorter ? 1 : 0);
+                header.dwBytesUsed = header.dwBufferLength - (every(fake.cut, frame) ? 1 : 0);
                 callback(window_, &header);
-                ++framesDelivered;
+                ++fake.frames;
             }
             guard.lock();
         }
@@ -228,9 +201,6 @@ class Service
     }
 
     HWND window_;
-    const std::string refused_ = environment("FAKE_CAPTURE_REFUSE");
-    const bool late_ = !environment("FAKE_CAPTURE_LATE").empty();
-    LONG width_ = 0, height_ = 0;
     bool connected_ = false;
     BITMAPINFOHEADER format_{};
     CAPTUREPARMS stream_{};
@@ -265,7 +235,7 @@ __declspec(dllexport) HWND WINAPI capCreateCaptureWindowA(LPCSTR title, DWORD st
 {
     note("CREATE", std::to_string(style) + (parent == HWND_MESSAGE ? " message-only " : " ") +
                        std::to_string(id) + (title == nullptr ? " no title" : ""));
-    if (environment("FAKE_CAPTURE_REFUSE") == "CREATE") return nullptr;
+    if (fake.refuse == fake.kCreateWindow) return nullptr;
     WNDCLASSA description{};
     description.lpfnWndProc = windowProcedure;
     description.cbWndExtra = sizeof(void*);
@@ -285,16 +255,14 @@ __declspec(dllexport) BOOL WINAPI
     return TRUE;
 }
 
-__declspec(dllexport) const char* fakeCaptureLog()
+__declspec(dllexport) scansteps::test::FakeCamera* fakeCamera()
 {
-    static std::string taken;
-    const std::lock_guard guard(logLock);
-    taken = std::exchange(logText, {});
-    return taken.c_str();
-}
-
-__declspec(dllexport) long fakeCaptureFrames()
-{
-    return framesDelivered;
+    fake.takeLog = [] {
+        static std::string taken;
+        const std::lock_guard guard(logLock);
+        taken = std::exchange(logText, {});
+        return taken.c_str();
+    };
+    return &fake;
 }
 }

@@ -1,7 +1,7 @@
 // Fake Video4Linux devices: preloaded, this library answers for /dev/video*. /dev/video0
 // is a node without frames, /dev/video2 "Fake Camera", /dev/video3 "Fake Second Camera". A device is a timer
-// descriptor, so that a real poll() paces the frames. Bytes 0 to 3 of a frame are its running number.
-#include "fake_v4l2.h"
+// descriptor, so that a real poll() paces the frames.
+#include "fake_camera.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -29,8 +29,7 @@
 
 namespace {
 
-constinit scansteps::test::FakeV4l2 fake{};
-std::vector<std::uint8_t> jpegBytes;
+constinit scansteps::test::FakeCamera fake{};
 std::mutex lock;
 
 struct Device
@@ -64,31 +63,7 @@ void* realMap(void* address, std::size_t length, int protection, int flags, int 
     return call(address, length, protection, flags, file, offset);
 }
 
-bool every(int count, long number)
-{
-    return count > 0 && number % count == count - 1;
-}
-
-void reset()
-{
-    fake.rate = 1000;
-    fake.width = fake.height = fake.padding = fake.jpeg = fake.otherFormat = 0;
-    fake.interrupt = fake.notYet = fake.damage = fake.cut = fake.unplugAfter = fake.hangUpAfter = 0;
-    fake.refuse = 0;
-    fake.refuseWith = EINVAL;
-    fake.frames = fake.rateAsked = 0;
-}
-
-[[gnu::constructor]] void start()
-{
-    fake.setJpeg = [](const void* bytes, unsigned long size) {
-        const std::lock_guard guard(lock);
-        const auto* first = static_cast<const std::uint8_t*>(bytes);
-        jpegBytes.assign(first, first + size);
-    };
-    fake.reset = reset;
-    reset();
-}
+using scansteps::test::every;
 
 int openDevice(const char* path)
 {
@@ -129,7 +104,7 @@ int capabilities(const Device& device, v4l2_capability& answer)
 
 int enumerateFormat(v4l2_fmtdesc& answer)
 {
-    if (answer.index > (fake.jpeg != 0 ? 1U : 0U)) return EINVAL;
+    if (answer.index > (fake.jpeg != nullptr ? 1U : 0U)) return EINVAL;
     answer.pixelformat = answer.index == 0 ? V4L2_PIX_FMT_YUYV : V4L2_PIX_FMT_MJPEG;
     return 0;
 }
@@ -156,7 +131,7 @@ int setFormat(Device& device, v4l2_format& format)
     v4l2_pix_format& pixels = format.fmt.pix;
     if (fake.width != 0) pixels.width = static_cast<std::uint32_t>(fake.width.load());
     if (fake.height != 0) pixels.height = static_cast<std::uint32_t>(fake.height.load());
-    if (fake.jpeg == 0) pixels.pixelformat = V4L2_PIX_FMT_YUYV;
+    if (fake.jpeg == nullptr) pixels.pixelformat = V4L2_PIX_FMT_YUYV;
     if (fake.otherFormat != 0) pixels.pixelformat = V4L2_PIX_FMT_NV12;
     const bool jpeg = pixels.pixelformat == V4L2_PIX_FMT_MJPEG;
     pixels.bytesperline = jpeg ? 0 : pixels.width * 2 + static_cast<std::uint32_t>(fake.padding.load());
@@ -200,8 +175,9 @@ int stream(int file, Device& device, bool on)
 std::uint32_t draw(const Device& device, std::uint8_t* to, std::uint32_t number)
 {
     if (device.format.pixelformat == V4L2_PIX_FMT_MJPEG) {
-        const std::size_t size = std::min(jpegBytes.size(), device.bufferSize);
-        std::copy_n(jpegBytes.data(), size, to);
+        const std::string& file = *fake.jpeg;
+        const std::size_t size = std::min(file.size(), device.bufferSize);
+        std::memcpy(to, file.data(), size);
         return static_cast<std::uint32_t>(size);
     }
     const std::uint32_t row = 2 * device.format.width;
@@ -251,7 +227,7 @@ int answer(int file, Device& device, unsigned long request, void* argument)
             return setFormat(device, *static_cast<v4l2_format*>(argument));
         case VIDIOC_S_PARM: {
             const v4l2_fract time = static_cast<v4l2_streamparm*>(argument)->parm.capture.timeperframe;
-            fake.rateAsked = time.denominator / std::max(time.numerator, 1U);
+            fake.rateAsked = int(time.denominator / std::max(time.numerator, 1U));
             return 0;
         }
         case VIDIOC_REQBUFS:
@@ -281,7 +257,7 @@ bool isVideo(const char* path)
 
 #define FAKE_EXPORT extern "C" [[gnu::visibility("default")]]
 
-FAKE_EXPORT scansteps::test::FakeV4l2* fakeV4l2()
+FAKE_EXPORT scansteps::test::FakeCamera* fakeCamera()
 {
     return &fake;
 }
