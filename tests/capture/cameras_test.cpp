@@ -233,6 +233,8 @@ TEST_F(Cameras, tenThousandStartsAndStopsLeaveNothing)
 
 TEST_F(Cameras, messagesInTheirOrderAndWhatTheDriverSays)
 {
+    const std::string file = "no frame is decoded";
+    fake->jpeg = &file;
     fake->rate = 1;  // so slow that the consumer keeps up
     fake->takeLog();
     for (const int jpeg : {0, 1}) {

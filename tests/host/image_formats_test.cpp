@@ -1,6 +1,7 @@
 // imread and imwrite in whole pipelines of the real program.
 #include "support/image_files.h"
 #include "support/images.h"
+#include "support/jpeg.h"
 #include "support/process.h"
 #include "support/test.h"
 
@@ -186,7 +187,7 @@ TEST(ImageFormats, photographsThroughAChain)
 {
     const TempDir dir;
     const test::Image photo = test::examplePhoto("img0000.jpg");
-    dir.write("shot.jpg", test::jpegFile(photo.rgb, photo.width, photo.height, 3, test::exifBlock(6, true)));
+    dir.write("shot.jpg", test::jpegFile(photo, {.exif = test::exifBlock(6, true)}));
     ASSERT_EQ(convert(dir / "shot.jpg", dir / "up.png").exitCode, 0);
     EXPECT_EQ(load(dir / "up.png").width(), photo.height);
     ASSERT_EQ(runProgram("run \"imread orient=0 name=" + (dir / "shot.jpg") + " ! cyuv ! imwrite name=" +

@@ -9,6 +9,8 @@
 
 #include "plugins/images/exif.h"
 #include "support/image_files.h"
+#include "support/images.h"
+#include "support/jpeg.h"
 
 namespace scansteps {
 namespace {
@@ -44,6 +46,14 @@ Words greyOf(const Picture& picture)
 {
     const auto samples = picture.pixels.elements<std::uint16_t>();
     return {samples.begin(), samples.end()};
+}
+
+/// So fine that colours of single blocks are kept.
+std::string fineJpeg(const Bytes& pixels, int width, int height, test::JpegOptions options = {})
+{
+    options.quality = 100;
+    options.horizontal = options.vertical = 1;
+    return test::jpegFile({width, height, pixels}, options);
 }
 
 std::string errorOf(const std::string& file)
@@ -191,12 +201,12 @@ TEST(DecodePicture, inksBecomeColours)
         for (std::size_t i = 0; i < 6; ++i)
             for (int x = 0; x < 8; ++x)
                 for (std::size_t c = 0; c < 4; ++c) blocks.push_back(std::uint8_t(255 - inks[4 * i + c]));
-    for (const bool asYcck : {false, true}) {
-        const Picture picture = decoded(test::jpegFile(blocks, 48, 8, 4, "", asYcck));
+    for (const J_COLOR_SPACE space : {JCS_CMYK, JCS_YCCK}) {
+        const Picture picture = decoded(fineJpeg(blocks, 48, 8, {.colours = space, .adobe = true}));
         ASSERT_EQ(picture.width(), 48);
         for (std::size_t i = 0; i < 6; ++i)
             for (std::size_t c = 0; c < 3; ++c)
-                EXPECT_NEAR(rgbOf(picture)[3 * (8 * i + 4) + c], wanted[3 * i + c], 3) << asYcck << i << c;
+                EXPECT_NEAR(rgbOf(picture)[3 * (8 * i + 4) + c], wanted[3 * i + c], 3) << space << i << c;
     }
 }
 
@@ -209,7 +219,7 @@ TEST(DecodePicture, webpAndJpegAndPnm)
         opaque[i] |= 1;  // the encoder clears what is invisible
     expectPicture(test::webpFile(opaque, kWidth, kHeight, true), expected(opaque, 4), true, false);
 
-    const Picture grey = decoded(test::jpegFile(Bytes(64, 77), 8, 8, 1));
+    const Picture grey = decoded(fineJpeg(Bytes(64, 77), 8, 8));
     EXPECT_THAT(greyOf(grey), ElementsAreArray(Words(64, 32768 + 77)));
 
     const struct
@@ -270,8 +280,8 @@ TEST(DecodePicture, orientationsOfEveryFormat)
         page.rows = grey.data();
         page.orientation = code;
         for (const std::string& file : {png.bytes(rgb.data()), test::tiffFile({page}),
-                                        test::jpegFile(rgb, 3 * kSide, 2 * kSide, 3, exif),
-                                        test::jpegFile(grey, 3 * kSide, 2 * kSide, 1, exif),
+                                        fineJpeg(rgb, 3 * kSide, 2 * kSide, {.exif = exif}),
+                                        fineJpeg(grey, 3 * kSide, 2 * kSide, {.exif = exif}),
                                         test::webpFile(rgb, 3 * kSide, 2 * kSide, false, exif)})
             EXPECT_EQ(view(decoded(file)), shown[code - 1]);
     }

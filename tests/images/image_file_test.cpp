@@ -142,8 +142,7 @@ TEST(LoadJpeg, inksBecomeColours)
     const TempDir dir;
     const test::Image photo = test::cropped(examplePhoto("photo_coffee.jpg"), 64, 48);
     for (const auto& [space, adobe] : {std::pair{JCS_YCCK, true}, {JCS_CMYK, true}, {JCS_CMYK, false}}) {
-        const auto bytes = test::encodeInks(photo, space, adobe);
-        const Loaded loaded = load(dir.write("inks.jpg", {bytes.begin(), bytes.end()}));
+        const Loaded loaded = load(dir.write("inks.jpg", encodeInks(photo, space, adobe)));
         ASSERT_TRUE(loaded.image) << loaded.err;
         EXPECT_LT(meanDifference(photo.rgb, loaded.image->bytes()), 3) << space << adobe;
     }

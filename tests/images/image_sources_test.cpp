@@ -13,12 +13,6 @@ using namespace images;
 
 constexpr const char* kDecoderError = "Bad huffman data (buffer overflow)";
 
-std::string encoded(const Image& image, const JpegOptions& options = {})
-{
-    const std::vector<std::uint8_t> bytes = encodeJpeg(image, options);
-    return {bytes.begin(), bytes.end()};
-}
-
 // A temporary folder, and a chain of the source under test.
 struct ImageSource : testing::TestWithParam<const char*>
 {
@@ -30,9 +24,9 @@ struct ImageSource : testing::TestWithParam<const char*>
     void write(const std::string& name, int grey, int width = 2, int height = 2)
     {
         if (yuyv)
-            dir.write(name, encoded({width, height,
-                                     std::vector(std::size_t(3 * width * height), std::uint8_t(grey))},
-                                    {.horizontal = 1, .vertical = 1}));
+            dir.write(name, jpegFile({width, height,
+                                      std::vector(std::size_t(3 * width * height), std::uint8_t(grey))},
+                                     {.horizontal = 1, .vertical = 1}));
         else
             dir.write(name, "P5 " + std::to_string(width) + " " + std::to_string(height) + " 255\n" +
                                 std::string(std::size_t(width * height), char(grey)));
@@ -110,7 +104,7 @@ TEST_P(ImageSource, notifiesTheHostOfFilesThatCannotBeRead)
 {
     writeNumbered(0, 5);
     dir.write("f04.jpg", "P5 2 1 255\n");
-    const std::string photo = encoded(cropped(examplePhoto("photo_coffee.jpg"), 64, 48));
+    const std::string photo = jpegFile(cropped(examplePhoto("photo_coffee.jpg"), 64, 48));
     dir.write("p0.jpg", photo);
     dir.write("p1.jpg", photo.substr(0, photo.size() * 4 / 5));
     dir.write("p2.jpg", photo);
@@ -259,10 +253,10 @@ TEST(CjreadF, filesItCannotTakeEndTheStreamAndDamagedOnesAreGreyBelow)
     const TempDir dir;
     const Image photo = cropped(examplePhoto("photo_coffee.jpg"), 64, 48);
     const std::pair<std::string, const char*> table[] = {
-        {encoded(photo, {.progressive = true}), "Only baseline images are supported (got SOF2)\n"},
-        {encoded(photo, {.horizontal = 1, .vertical = 1, .colours = JCS_GRAYSCALE}),
+        {jpegFile(photo, {.progressive = true}), "Only baseline images are supported (got SOF2)\n"},
+        {jpegFile(photo, {.horizontal = 1, .vertical = 1, .colours = JCS_GRAYSCALE}),
          "We only support YUV images\n"},
-        {encoded(photo, {.horizontal = 1, .vertical = 1, .colours = JCS_RGB}),
+        {jpegFile(photo, {.horizontal = 1, .vertical = 1, .colours = JCS_RGB}),
          "We only support YCbCr image\n"},
     };
     for (const auto& [file, text] : table) {
@@ -273,7 +267,7 @@ TEST(CjreadF, filesItCannotTakeEndTheStreamAndDamagedOnesAreGreyBelow)
                   }),
                   std::string(text) + "parse error!\nerror read\n");
     }
-    const std::string whole = encoded(photo);
+    const std::string whole = jpegFile(photo);
     dir.write("s0.jpg", whole);
     dir.write("s1.jpg", whole.substr(0, whole.size() * 4 / 5));
     Chain chain({"cjreadf"});
@@ -294,7 +288,7 @@ TEST(CjreadF, otherSamplings)
     const Image photo = cropped(examplePhoto("photo_coffee.jpg"), 33, 17);
     Chain chain({"cjreadf", "crgb"});
     chain.init(
-        {{"load", Struct{{"name", dir.write("a.jpg", encoded(photo, {.horizontal = 1, .vertical = 1}))}}}});
+        {{"load", Struct{{"name", dir.write("a.jpg", jpegFile(photo, {.horizontal = 1, .vertical = 1}))}}}});
     chain.process();
     EXPECT_LT(meanDifference(chain.arrived.at(1).frame->elements<std::uint8_t>(), photo.rgb), 20);
 }

@@ -15,18 +15,18 @@ std::string textOf(Put put, Value value)
     return {room, put(room, value)};
 }
 
-// Fast enough for millions of numbers; streamed() verifies on fewer that streams write the same.
+// Fast enough for millions of numbers; expectStreamed() verifies on fewer that streams write the same.
 std::string printed(double value)
 {
     char room[64];
     return {room, static_cast<std::size_t>(std::snprintf(room, sizeof room, "%g", value))};
 }
 
-std::string streamed(double value)
+void expectStreamed(double value)
 {
     std::ostringstream out;
     out << value;
-    return out.str();
+    ASSERT_EQ(out.str(), printed(value));
 }
 
 void expectTenThousandths(std::int64_t n)
@@ -49,16 +49,11 @@ TEST(NumberFormat, unsignedNumbers)
     for (std::uint32_t n = 0; n < 1100000; ++n) ASSERT_EQ(textOf(text::putUnsigned, n), std::to_string(n));
 }
 
-// All numbers that need no rounding.
-TEST(NumberFormat, tenThousandthsOfSixDigits)
+// All numbers that need no rounding. Beyond six digits the text depends only on the side of the nearest tie:
+// every tie of every decade, and the neighbours of many.
+TEST(NumberFormat, tenThousandths)
 {
     for (std::int64_t n = 0; n <= 1000000; ++n) expectTenThousandths(n);
-}
-
-// Beyond six digits the text depends only on the side of the nearest tie: every tie of every decade, and the
-// neighbours of many.
-TEST(NumberFormat, tenThousandthsAtEveryTie)
-{
     std::int64_t first = 1000000;
     for (const std::int64_t step : {10, 100, 1000, 10000}) {
         for (std::int64_t n = first + step / 2; n < first * 10 && n <= 0x7FFFFFFF; n += step) {
@@ -78,27 +73,20 @@ void expectGeneral(double value)
 
 TEST(NumberFormat, generalNumbersOfEveryDecadeAndTheirTies)
 {
-    for (int exponent = -12; exponent <= 12; ++exponent) {
-        const double power = std::pow(10.0, exponent);
+    for (int exponent = -12; exponent <= 12; ++exponent)
         for (int lead = 100000; lead < 1000000; lead += 997)
             for (const double offset : {0.0, 0.5, 0.25, 0.4999999999, 0.5000000001}) {
-                const double value = (lead + offset) * power;
-                expectGeneral(value);
-                expectGeneral(std::nextafter(value, 0));
-                expectGeneral(-std::nextafter(value, 1e300));
-                expectGeneral(static_cast<float>(value));
+                const double value = (lead + offset) * std::pow(10.0, exponent);
+                for (const double v : {value, std::nextafter(value, 0), -std::nextafter(value, 1e300),
+                                       double(static_cast<float>(value))})
+                    expectGeneral(v);
             }
-    }
-}
-
-// Exact ties are common among texture coordinates: odd multiples of a power of two.
-TEST(NumberFormat, generalTiesOfBinaryFractions)
-{
+    // Exact ties are common among texture coordinates: odd multiples of a power of two.
     for (int shift = 1; shift <= 24; ++shift)
         for (int odd = 1; odd < 20000; odd += 2) expectGeneral(std::ldexp(odd, -shift));
 }
 
-TEST(NumberFormat, generalSpecialNumbers)
+TEST(NumberFormat, generalSpecialAndRandomNumbers)
 {
     const double big = std::numeric_limits<double>::max();
     for (const double value :
@@ -106,22 +94,14 @@ TEST(NumberFormat, generalSpecialNumbers)
           524288.0, 600000.25, 999999.49999, 999999.5,     1e6,          1e-300,     5e-324,
           big,      -big,      HUGE_VAL,     99999.95,     9.999995,     0.9999995}) {
         expectGeneral(value);
-        EXPECT_EQ(streamed(value), printed(value));
+        expectStreamed(value);
     }
-}
-
-TEST(NumberFormat, generalRandomFloats)
-{
     std::mt19937 random(7);
     for (int i = 0; i < 2000000; ++i) {
-        float value;
-        const auto bits = static_cast<std::uint32_t>(random());
-        std::memcpy(&value, &bits, 4);
+        const auto value = double(std::bit_cast<float>(static_cast<std::uint32_t>(random())));
         if (std::isfinite(value)) expectGeneral(value);
         expectGeneral(static_cast<std::int32_t>(random()) * 1e-6);
-        if (i % 100 == 0) {
-            ASSERT_EQ(streamed(value), printed(value));
-        }
+        if (i % 100 == 0) expectStreamed(value);
     }
 }
 

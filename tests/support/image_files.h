@@ -8,11 +8,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-// jpeglib.h needs the two above first
-#include <jpeglib.h>
-
 #include <string>
 #include <vector>
 
@@ -171,44 +166,6 @@ inline std::string webpFile(const std::vector<std::uint8_t>& pixels, int width, 
     file.assign(reinterpret_cast<const char*>(whole.bytes), whole.size);
     WebPDataClear(&whole);
     WebPMuxDelete(mux);
-    return file;
-}
-
-/// A JPEG file of quality 100 without subsampling: 1, 3 or 4 (CMYK, as inverted as Adobe's) samples a pixel.
-inline std::string jpegFile(const std::vector<std::uint8_t>& pixels, int width, int height, int samples,
-                            const std::string& exif = "", bool asYcck = false)
-{
-    jpeg_error_mgr errors{};
-    jpeg_compress_struct jpeg{};
-    jpeg.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&jpeg);
-    unsigned char* made = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&jpeg, &made, &size);
-    jpeg.image_width = JDIMENSION(width);
-    jpeg.image_height = JDIMENSION(height);
-    jpeg.input_components = samples;
-    jpeg.in_color_space = samples == 1 ? JCS_GRAYSCALE : samples == 3 ? JCS_RGB : JCS_CMYK;
-    jpeg_set_defaults(&jpeg);
-    if (asYcck) jpeg_set_colorspace(&jpeg, JCS_YCCK);
-    jpeg_set_quality(&jpeg, 100, TRUE);
-    for (int c = 0; c < jpeg.num_components; ++c)
-        jpeg.comp_info[c].h_samp_factor = jpeg.comp_info[c].v_samp_factor = 1;
-    jpeg.write_Adobe_marker = samples == 4 ? TRUE : FALSE;
-    jpeg_start_compress(&jpeg, TRUE);
-    const std::string block = std::string("Exif\0\0", 6) + exif;
-    if (!exif.empty())
-        jpeg_write_marker(&jpeg, JPEG_APP0 + 1, reinterpret_cast<const JOCTET*>(block.data()),
-                          unsigned(block.size()));
-    while (jpeg.next_scanline < jpeg.image_height) {
-        JSAMPROW row =
-            const_cast<JSAMPROW>(pixels.data()) + std::size_t{jpeg.next_scanline} * unsigned(width * samples);
-        jpeg_write_scanlines(&jpeg, &row, 1);
-    }
-    jpeg_finish_compress(&jpeg);
-    std::string file(reinterpret_cast<char*>(made), size);
-    jpeg_destroy_compress(&jpeg);
-    std::free(made);
     return file;
 }
 

@@ -18,10 +18,12 @@ struct JpegOptions
     int restartInterval = 0;  ///< MCUs
     bool optimise = false;    ///< Huffman tables made for the picture
     bool progressive = false;
-    J_COLOR_SPACE colours = JCS_YCbCr;  ///< CMYK or YCCK: the pixels have four bytes
+    J_COLOR_SPACE colours = JCS_YCbCr;  ///< of colour pictures
     bool adobe = false;                 ///< of CMYK: with that marker
+    std::string exif = {};              ///< an EXIF block
 };
 
+/// The picture may have 1 (grey), 3 or 4 (CMYK; with the marker as inverted as Adobe's) bytes a pixel.
 inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOptions& options)
 {
     jpeg_error_mgr errors{};
@@ -33,12 +35,13 @@ inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOption
     jpeg_mem_dest(&jpeg, &bytes, &size);
     jpeg.image_width = JDIMENSION(image.width);
     jpeg.image_height = JDIMENSION(image.height);
-    const bool inks = options.colours == JCS_CMYK || options.colours == JCS_YCCK;
-    jpeg.input_components = inks ? 4 : 3;
-    jpeg.in_color_space = inks ? JCS_CMYK : JCS_RGB;
+    jpeg.input_components = int(image.rgb.size()) / (image.width * image.height);
+    jpeg.in_color_space = jpeg.input_components == 1   ? JCS_GRAYSCALE
+                          : jpeg.input_components == 3 ? JCS_RGB
+                                                       : JCS_CMYK;
     jpeg_set_defaults(&jpeg);
-    jpeg_set_colorspace(&jpeg, options.colours);
-    if (inks) jpeg.write_Adobe_marker = options.adobe ? TRUE : FALSE;
+    if (jpeg.input_components > 1) jpeg_set_colorspace(&jpeg, options.colours);
+    if (jpeg.input_components == 4) jpeg.write_Adobe_marker = options.adobe ? TRUE : FALSE;
     jpeg_set_quality(&jpeg, options.quality, TRUE);
     jpeg.comp_info[0].h_samp_factor = options.horizontal;
     jpeg.comp_info[0].v_samp_factor = options.vertical;
@@ -46,6 +49,10 @@ inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOption
     jpeg.optimize_coding = options.optimise ? TRUE : FALSE;
     if (options.progressive) jpeg_simple_progression(&jpeg);
     jpeg_start_compress(&jpeg, TRUE);
+    const std::string exif = std::string("Exif\0", 6) + options.exif;
+    if (exif.size() > 6)
+        jpeg_write_marker(&jpeg, JPEG_APP0 + 1, reinterpret_cast<const JOCTET*>(exif.data()),
+                          unsigned(exif.size()));
     while (jpeg.next_scanline < jpeg.image_height) {
         auto* row = const_cast<JSAMPROW>(image.rgb.data()) +
                     std::size_t(image.width * jpeg.input_components) * jpeg.next_scanline;
@@ -58,8 +65,15 @@ inline std::vector<std::uint8_t> encodeJpeg(const Image& image, const JpegOption
     return result;
 }
 
+/// The bytes of a file of it.
+inline std::string jpegFile(const Image& image, const JpegOptions& options = {})
+{
+    const std::vector<std::uint8_t> bytes = encodeJpeg(image, options);
+    return {bytes.begin(), bytes.end()};
+}
+
 /// The picture as CMYK. `adobe` stores inverted values, with the Adobe marker.
-inline std::vector<std::uint8_t> encodeInks(const Image& image, J_COLOR_SPACE space, bool adobe)
+inline std::string encodeInks(const Image& image, J_COLOR_SPACE space, bool adobe)
 {
     std::vector<std::uint8_t> inks;
     for (std::size_t i = 0; i < image.rgb.size(); i += 3) {
@@ -69,8 +83,8 @@ inline std::vector<std::uint8_t> encodeInks(const Image& image, J_COLOR_SPACE sp
     }
     if (!adobe)
         for (std::uint8_t& ink : inks) ink = std::uint8_t(255 - ink);
-    return encodeJpeg({image.width, image.height, std::move(inks)},
-                      {.quality = 98, .horizontal = 1, .vertical = 1, .colours = space, .adobe = adobe});
+    return jpegFile({image.width, image.height, std::move(inks)},
+                    {.quality = 98, .horizontal = 1, .vertical = 1, .colours = space, .adobe = adobe});
 }
 
 /// The middle `width` × `height` of a picture, which is repeated if it is too small.
