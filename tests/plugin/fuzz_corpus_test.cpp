@@ -5,6 +5,9 @@
 #include "../../fuzz/images/image_file_input.h"
 #include "../../fuzz/jpeg/decoder_input.h"
 #include "../../fuzz/plugin/any_chain_input.h"
+#ifdef __linux__
+#include "../../fuzz/scan/calibration_input.h"
+#endif
 #include "support/test.h"
 
 namespace scansteps {
@@ -23,7 +26,7 @@ Feed ofBytes(const std::function<void(const std::uint8_t*, std::size_t)>& feed)
 TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
 {
     const fuzzing::Scratch scratch;
-    const std::map<std::string, Feed> targets = {
+    std::map<std::string, Feed> targets = {
         {"record_reader_corpus", ofBytes(fuzzing::readRecords)},
         {"decode_corpus", ofBytes(fuzzing::decodePictures)},
         {"image_file_corpus", [](const auto& path) { fuzzing::loadImageFile(path.string()); }},
@@ -34,6 +37,11 @@ TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
         {"any_chain_corpus", ofBytes([&](const std::uint8_t* data, std::size_t size) {
              fuzzing::AnyChain(data, size, scratch).run();
          })}};
+#ifdef __linux__
+    targets["calibration_corpus"] = ofBytes(fuzzing::readCalibrationFiles);
+#else
+    targets["calibration_corpus"] = [](const auto&) {};  // scanning is built for Linux only
+#endif
     std::map<std::string, int> replayed;
     testing::internal::CaptureStderr();
     printed([&] {
