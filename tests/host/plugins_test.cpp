@@ -73,9 +73,8 @@ TEST(Plugins, kindsAreUsedLikeTheLibrarysOwn)
 
 TEST(Plugins, namedOnesThatCannotBeUsedAreErrorsThatNameThem)
 {
-    const auto described = [](const std::string& kind, const std::string& type = "CPU::ANY",
-                              int interface = 1) {
-        return "{\"interface\": " + std::to_string(interface) +
+    const auto described = [](const std::string& kind, const std::string& type = "CPU::ANY", int number = 1) {
+        return "{\"interface\": " + std::to_string(number) +
                ", \"plugin\": \"told\", \"steps\": [{\"kind\": \"" + kind +
                "\", \"class\": \"Told\", \"typeIn\": \"" + type +
                "\", \"typeOut\": \"CPU::ANY\", \"settings\": []}]}";
