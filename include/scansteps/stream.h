@@ -85,6 +85,9 @@ class BIOfs : public BIO
     bool atEnd();
     /// Bytes read or written so far.
     std::uint64_t position() const { return position_; }
+    /// Continues reading at that position. Throws "read error" for an output stream and where there are no
+    /// positions, as in a pipe.
+    void seek(std::uint64_t position);
     /// Closes the file. Throws "write error" when the system reports an error for data already written, or
     /// when a staged file cannot be renamed.
     void close();

@@ -194,6 +194,14 @@ void BIOfs::read(void* bytes, std::size_t length)
     if (done != length) raise();
 }
 
+void BIOfs::seek(std::uint64_t position)
+{
+    if (isOutput_) fail("read error");
+    if (file_ < 0 || recordError(rawfile::seek(file_, position)) < 0) raise();
+    ahead_ = {};
+    position_ = position;
+}
+
 bool BIOfs::atEnd()
 {
     if (file_ < 0 || isOutput_) return true;

@@ -102,6 +102,11 @@ std::int64_t read(int file, void* bytes, std::size_t length)
     return _read(file, bytes, static_cast<unsigned>(std::min(length, kMaxTransfer)));
 }
 
+std::int64_t seek(int file, std::uint64_t position)
+{
+    return _lseeki64(file, static_cast<std::int64_t>(position), SEEK_SET);
+}
+
 std::int64_t write(int file, const void* bytes, std::size_t length)
 {
     return _write(file, bytes, static_cast<unsigned>(std::min(length, kMaxTransfer)));
@@ -282,6 +287,11 @@ std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> 
 std::int64_t read(int file, void* bytes, std::size_t length)
 {
     return transfer(file, true, [&] { return ::read(file, bytes, std::min(length, kMaxTransfer)); });
+}
+
+std::int64_t seek(int file, std::uint64_t position)
+{
+    return ::lseek(file, static_cast<off_t>(position), SEEK_SET);
 }
 
 std::int64_t write(int file, const void* bytes, std::size_t length)

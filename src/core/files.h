@@ -48,6 +48,8 @@ bool truncate(int file, std::uint64_t size);
 std::int64_t read(int file, void* bytes, std::size_t length);
 /// Reads into `first`, then `second`, with one call where the system supports it.
 std::int64_t readTwo(int file, std::span<std::byte> first, std::span<std::byte> second);
+/// The new position, -1 on an error.
+std::int64_t seek(int file, std::uint64_t position);
 std::int64_t write(int file, const void* bytes, std::size_t length);
 /// Gathered write of up to 64 pieces; may be partial.
 std::int64_t writeGather(int file, std::span<const std::span<const std::byte>> pieces);

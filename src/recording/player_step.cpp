@@ -26,9 +26,9 @@ void merge(varitype& into, const varitype& from)
 
 }  // namespace
 
-void RecordingPlayer::start(const std::string& path, varitype& params)
+void RecordingPlayer::start(const Settings& settings, varitype& params)
 {
-    recording_.open(path);
+    recording_.open(settings.text("load.name"), settings);
     if (!recording_.isOpen()) recording_.refuse("read error");
     varitype working = copyRecord(params);
     merge(working, recording_.next());
@@ -40,29 +40,37 @@ void RecordingPlayer::start(const std::string& path, varitype& params)
 void RecordingPlayer::process(varitype& params)
 {
     StepTimer timer(*this);
-    // The previous frame is no longer needed: the next one is read into its memory.
+    // The previous frame is no longer needed: the next one is read into its memory, or a later one if it was
+    // read ahead.
     varitype record = nextEvent(out_.count() != 0 ? &out_.pixels() : nullptr);
     const int recorded = eventType(record);
     if (recorded == event::kFlush) {
         params.set("eventType", event::kFlush);  // tells the host that the recording has ended
         return;
     }
-    if (recorded == event::kProcess) {
-        moveFrame(record);
-        timer.stop();
-    }
+    Array spare;
+    if (recorded == event::kProcess) spare = moveFrame(record);
+    recording_.readAhead(std::move(spare));
+    if (recorded == event::kProcess) timer.stop();
     forward(*this, record);
 }
 
-// Moves "data" into the buffer of the step.
-void RecordingPlayer::moveFrame(varitype& record)
+// Moves "data" into the buffer of the step. Returns what was there before.
+Array RecordingPlayer::moveFrame(varitype& record)
 {
     varitype data = record["data"];
     Array& frame = data.getv<Array>();
     checkEmbeddedFrame(*this, frame);
-    out_.pixels() = std::move(frame);
+    std::swap(out_.pixels(), frame);
     record.remove("data");
     record.set("handle", out_.handle());
+    return std::move(frame);
+}
+
+void RecordingPlayer::flush(varitype& params)
+{
+    recording_.finishRun(getName());
+    CPUBase::flush(params);
 }
 
 }  // namespace scansteps::recording

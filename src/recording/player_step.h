@@ -12,17 +12,19 @@ class RecordingPlayer : public CPUBase
 {
   public:
     void process(varitype& params) override;
+    void flush(varitype& params) override;
 
   protected:
-    /// Opens the file and forwards the host's initialise record with the recorded one merged into it.
-    void start(const std::string& path, varitype& params);
+    /// Opens the file "load.name" and forwards the host's initialise record with the recorded one merged
+    /// into it.
+    void start(const Settings& settings, varitype& params);
     /// The next event; its frame may take over the storage of `spare`.
     virtual varitype nextEvent(Array* spare) = 0;
 
     Recording recording_;
 
   private:
-    void moveFrame(varitype& record);
+    Array moveFrame(varitype& record);
 
     TextureSet out_;
 };

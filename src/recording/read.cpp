@@ -18,9 +18,9 @@ class FileReader final : public RecordingPlayer
 
 void FileReader::init(varitype& params)
 {
-    const std::string path = Settings(*this, params).text("load.name");
-    print::labelled(path, " filename\n");
-    start(path, params);
+    const Settings settings(*this, params);
+    print::labelled(settings.text("load.name"), " filename\n");
+    start(settings, params);
 }
 
 varitype FileReader::nextEvent(Array* spare)

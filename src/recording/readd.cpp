@@ -14,7 +14,8 @@ class FileRead final : public CPUBase
 
     void init(varitype& params) override
     {
-        recording_.open(Settings(*this, params).text("load.name"));
+        const Settings settings(*this, params);
+        recording_.open(settings.text("load.name"), settings);
         forward(*this, params);
     }
 
@@ -25,8 +26,15 @@ class FileRead final : public CPUBase
         params.getv<Struct>() = std::move(record.getv<Struct>());
         const int recorded = eventType(params);
         if (recorded == event::kFlush) return;
+        recording_.readAhead();
         if (recorded == event::kProcess) timer.stop();
         forward(*this, params);
+    }
+
+    void flush(varitype& params) override
+    {
+        recording_.finishRun(getName());
+        CPUBase::flush(params);
     }
 
   private:

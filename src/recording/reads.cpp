@@ -17,7 +17,7 @@ class FileReaderS final : public RecordingPlayer
 
 void FileReaderS::init(varitype& params)
 {
-    start(Settings(*this, params).text("load.name"), params);
+    start(Settings(*this, params), params);
 }
 
 varitype FileReaderS::nextEvent(Array* spare)

@@ -44,6 +44,17 @@ void writeSeries(const TempDir& folder)
     folder.write(numbered("a", 9, ".ppm"), "P5 2 1 255\n");
 }
 
+// "in.rec" from "j00.jpg" ..., the same cut off in a record, and with a damaged one.
+void writeRecordings(const TempDir& folder)
+{
+    runProgram("run \"cjread load.name=" + (folder / "j00.jpg") +
+               " ! cyuv ! filesaver name=" + (folder / "in.rec") + "\"" + kNoThreads);
+    std::string bytes = readFile(folder / "in.rec");
+    folder.write("cut.rec", bytes.substr(0, bytes.size() * 2 / 3));
+    std::fill_n(bytes.begin() + std::ptrdiff_t(bytes.size() / 2), bytes.size() / kPictures, char(0xFF));
+    folder.write("bad.rec", bytes);
+}
+
 // The records of a recording, except the first, which holds the settings.
 std::string framesOf(const std::string& recording)
 {
@@ -56,6 +67,7 @@ std::string outcome(const std::string& line, const std::string& options)
 {
     const TempDir folder;
     writeSeries(folder);
+    if (line.starts_with("read")) writeRecordings(folder);
     std::string in = line;
     for (std::size_t at = 0; (at = in.find('@')) != in.npos;) in.replace(at, 1, folder / "");
     const auto run = runProgram("run \"" + in + "\"" + options);
@@ -86,6 +98,10 @@ TEST(Throughput, threadsChangeNothing)
         {"cjread load.name=@j00.jpg ! cjwrite name=@missing/out00.jpg", ""},
         {"cjread load.name=@a00.ppm ! cjwrite name=@a00.ppm", " --force"},
         {"cjread load.name=@j00.jpg ! cjwrite name=@j02.jpg", " --force --frames 9"},
+        {"read load.name=@in.rec ! ccanny ! filesaver name=@r.rec", ""},
+        {"reads load.name=@cut.rec ! filesaver name=@r.rec", ""},
+        {"readd load.name=@bad.rec ! filesaver name=@r.rec", ""},
+        {"read load.name=@in.rec ! filesaver name=@in.rec", " --force"},
     };
     for (const auto& [line, options] : table) {
         const std::string without = outcome(line, options + kNoThreads);

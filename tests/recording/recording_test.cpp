@@ -2,6 +2,10 @@
 
 #include "scansteps/stream.h"
 
+#include <chrono>
+#include <set>
+#include <thread>
+
 #include "support/test.h"
 
 namespace scansteps {
@@ -220,20 +224,52 @@ TEST(FileReader, MovesThePixels)
     const TempDir dir;
     BIOfs out(dir / "run.rec", BIOfs::Mode::Write);
     writeRecord(out, varitype(geometryOf(640, 480, {{"eventType", 1001}})));
-    for (int i = 0; i < 4; ++i)
+    constexpr int kFrames = 9;
+    for (int i = 0; i < kFrames; ++i)
         writeRecord(out, Struct{{"eventType", 1002}, {"data", countingFrame(640, 480, 1000 * i)}});
     out.close();
-    Chain chain({"reads"});
-    chain.init(loadFrom(dir / "run.rec"));
-    // One block of memory serves all frames, unless a later step takes it in exchange for its own.
-    std::vector<const std::byte*> storage;
-    for (int i = 0; i < 4; ++i) {
-        chain.process();
-        storage.push_back(pixelsOf(chain.arrived.back().record["handle"].as<int>()).data());
-        EXPECT_TRUE(varitype(*chain.arrived.back().frame).equals(countingFrame(640, 480, 1000 * i)));
+    // A few blocks of memory serve all frames, unless a later step takes one in exchange for its own.
+    for (const int ahead : {0, 1}) {
+        Chain chain({"reads"});
+        chain.init({{"load", Struct{{"name", dir / "run.rec"}, {"ahead", ahead}}}});
+        std::vector<const std::byte*> storage;
+        for (int i = 0; i < kFrames; ++i) {
+            chain.process();
+            storage.push_back(pixelsOf(chain.arrived.back().record["handle"].as<int>()).data());
+            EXPECT_TRUE(varitype(*chain.arrived.back().frame).equals(countingFrame(640, 480, 1000 * i)));
+        }
+        const std::set<const std::byte*> blocks(storage.begin() + 1, storage.end());
+        EXPECT_LE(blocks.size(), 1U + 2 * std::size_t(ahead));
     }
-    EXPECT_EQ(storage[1], storage[2]);
-    EXPECT_EQ(storage[2], storage[3]);
+}
+
+// A file that grows while it is played, and a host that goes on after the flush.
+TEST(FileReader, ReadsAgainAtItsTurnWhatCouldNotBeReadAhead)
+{
+    const TempDir dir;
+    const std::string whole = readFile(record(dir, 8));
+    const auto cut = std::size_t(std::filesystem::file_size(dir.path() / "run.rec")) * 3 / 4;
+    for (const char* kind : {"read", "reads", "readd"}) {
+        SCOPED_TRACE(kind);
+        dir.write("cut.rec", whole.substr(0, cut));
+        Chain chain({kind});
+        printed([&] {
+            chain.init({{"load", Struct{{"name", dir / "cut.rec"}, {"ahead", 3}}}});
+            for (int i = 0; i < 5; ++i) chain.process();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            chain.flush();
+            chain.process();
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            dir.write("cut.rec", whole);
+            while (chain.process() != event::kFlush) {
+            }
+        });
+        std::vector<int> numbers;
+        for (const Arrived& each : chain.arrived)
+            if (each.record.has("number")) numbers.push_back(each.record["number"].as<int>());
+        EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
+        EXPECT_TRUE(chain.notices.empty());
+    }
 }
 
 TEST(FileReader, ReportsWhatIsNoRecording)
