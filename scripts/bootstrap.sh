@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing need, from Debian packages. Does nothing, quickly, when all is there.
 #
-#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), python-tests, readers, bench-peers,
+#   scripts/bootstrap.sh [GROUP...]     groups: build (the default), python-tests, readers, bench-peers, simulator,
 #                                       windows, packages, docs, vivid, viewer, slurm, all
 set -euo pipefail
 
@@ -24,6 +24,10 @@ bench_peers=(
 # Programs of other makers that tests open our model files with; without them those tests are skipped.
 readers=(
     python3-meshio assimp-utils openscenegraph
+)
+# The simulator of scanners (tools/simulate), which makes the example series of scans.
+simulator=(
+    libembree-dev
 )
 windows=(
     g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 nasm dpkg-dev zip unzip
@@ -62,15 +66,16 @@ for group in "${@:-build}"; do
         python-tests) wanted+=("${python_tests[@]}") ;;
         readers) wanted+=("${readers[@]}") ;;
         bench-peers) wanted+=("${bench_peers[@]}") ;;
+        simulator) wanted+=("${simulator[@]}") ;;
         windows) wanted+=("${windows[@]}") ;;
         packages) wanted+=("${packages[@]}") ;;
         docs) wanted+=("${docs[@]}") ;;
         vivid) wanted+=("${vivid[@]}") ;;
         viewer) wanted+=("${viewer[@]}") ;;
         slurm) wanted+=("${slurm[@]}") ;;
-        all) wanted+=("${build[@]}" "${python_tests[@]}" "${readers[@]}" "${bench_peers[@]}" "${windows[@]}" "${packages[@]}"
+        all) wanted+=("${build[@]}" "${python_tests[@]}" "${readers[@]}" "${bench_peers[@]}" "${simulator[@]}" "${windows[@]}" "${packages[@]}"
             "${docs[@]}" "${vivid[@]}" "${viewer[@]}" "${slurm[@]}") ;;
-        *) die "no group '$group' (build, python-tests, readers, bench-peers, windows, packages, docs, vivid, viewer, slurm, all)" ;;
+        *) die "no group '$group' (build, python-tests, readers, bench-peers, simulator, windows, packages, docs, vivid, viewer, slurm, all)" ;;
     esac
 done
 
