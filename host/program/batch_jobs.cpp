@@ -21,7 +21,7 @@ namespace {
 
 // Jobs share the processors by being many, so each keeps to one thread; these settings say so, as soon as a
 // step of the pipeline has them and unless the user sets them. (OMP_NUM_THREADS: batch_process.cpp.)
-constexpr std::pair<const char*, int> kJobDefaults[] = {{"load.ahead", 0}};
+constexpr std::pair<const char*, int> kJobDefaults[] = {{"load.ahead", 0}, {"write.behind", 0}};
 
 void setJobDefaults(Pipeline& pipeline)
 {

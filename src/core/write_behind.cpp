@@ -36,10 +36,11 @@ WriteBehind::~WriteBehind()
     while (!workers_.empty()) workers_.pop();
 }
 
-void WriteBehind::begin(const Settings& settings, bool isFile)
+void WriteBehind::begin(const Settings& settings, bool isFile, std::size_t threads)
 {
     const int most = settings.integer("write.behind");
     most_ = isFile && !hostReadsOwnOutput() && !hostStages() ? std::size_t(most) : 0;
+    workers_.setThreads(threads);
     isFirst_ = true;
     time_ = 0;
 }

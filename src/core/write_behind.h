@@ -1,7 +1,8 @@
-// Writes files on a thread of its own, in order, while the chain goes on. Used by the steps that write
+// Writes files on threads of its own while the chain goes on, in order. Used by the steps that write
 // frames.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -27,14 +28,15 @@ class WriteBehind
     using Bytes = std::span<const std::uint8_t>;
     using Buffer = std::vector<std::uint8_t>;
 
-    WriteBehind() { workers_.setThreads(1); }
     /// Waits for all writes. What they throw is lost: finish() is for runs that end properly.
     ~WriteBehind();
 
     /// A new run, whose setting is "write.behind". Writes on the chain's thread unless `isFile`, since a
     /// write to a pipe or a device can take any time, and for a host that stages its files (hostStages()),
     /// which has to know of every trouble before the first of them is kept.
-    void begin(const Settings& settings, bool isFile);
+    /// With several `threads`, the writes must not depend on one another; what they print and report keeps
+    /// its order.
+    void begin(const Settings& settings, bool isFile, std::size_t threads = 1);
 
     /// The next write. True if it is to be done at once, by the caller: the first of a run, so that a single
     /// frame costs no thread, and every one if writing behind is off.
@@ -62,7 +64,7 @@ class WriteBehind
     {
         Buffer buffer;
         std::function<void(Bytes)> write;
-        bool* hasFailed = nullptr;  // used on the writing thread only, until it has nothing to do
+        std::atomic<bool>* hasFailed = nullptr;
         bool isFailure = false;
         std::string error = {};
         CapturedOutput output = {};
@@ -89,7 +91,7 @@ class WriteBehind
 
     std::size_t most_ = 0;
     bool isFirst_ = true;
-    bool hasFailed_ = false;
+    std::atomic<bool> hasFailed_ = false;
     std::int64_t time_ = 0;
     std::vector<Buffer> spare_;
     OrderedWorkers<Job> workers_;  // last, so that its threads end first

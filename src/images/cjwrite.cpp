@@ -1,7 +1,10 @@
 // Step cjwrite: writes each frame as the next numbered JPEG or PPM file and passes it on.
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/frame_in_record.h"
@@ -20,6 +23,14 @@
 
 namespace scansteps::images {
 
+/// How samples become RGB.
+struct Look
+{
+    bool isRgb = false;
+    bool isVideo = false;
+    int window = 256, level = 128;
+};
+
 class Cjwrite final : public CPUBase
 {
   public:
@@ -29,15 +40,14 @@ class Cjwrite final : public CPUBase
     void flush(varitype& params) override;
 
   private:
-    std::span<const std::uint8_t> asRgb(Array& frame, std::vector<std::uint8_t>& converted);
+    std::span<const std::uint8_t> checkedBytes(Array& frame);
     void write(Array& frame);
 
     std::string fileName_;
     int quality_ = 75;
-    bool isVideo_ = false;
+    Look look_;
     std::uint32_t format_ = format::kU1x8;
     FrameSize frameSize_;
-    int window_ = 256, level_ = 128;
     TextureSet frame_;
     TextureSet spare_;  // unused, but its handle stays allocated
     WriteBehind behind_;
@@ -45,19 +55,49 @@ class Cjwrite final : public CPUBase
 
 SCANSTEPS_FACTORY(cjwrite, Cjwrite)
 
+namespace {
+
+// One for each processor, at most four: then the chain's thread is the limit. A single one where a name comes
+// up again so soon that two frames for the same file could be waiting.
+std::size_t encoders(const std::string& name)
+{
+    constexpr unsigned kMost = 4;
+    const auto digits = std::count_if(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return digits < 3 ? 1 : std::clamp(std::thread::hardware_concurrency(), 1U, kMost);
+}
+
+// 16-bit samples become colour if they are video frames, otherwise windowed grey, in memory that is the
+// thread's until the next call. Other frames are RGB already.
+std::span<const std::uint8_t> asRgb(std::span<const std::uint8_t> bytes, const FrameSize& size,
+                                    const Look& look)
+{
+    if (look.isRgb) return bytes;
+    thread_local std::vector<std::uint8_t> rgb;
+    const std::span samples(reinterpret_cast<const std::uint16_t*>(bytes.data()), bytes.size() / 2);
+    rgb.resize(3 * samples.size());
+    if (look.isVideo)
+        pixels::yuyvToRgb(samples, rgb, std::size_t(size.width), std::size_t(size.height));
+    else
+        pixels::greyWindow(samples, rgb, look.window, look.level);
+    return rgb;
+}
+
+}  // namespace
+
 void Cjwrite::init(varitype& params)
 {
     behind_.finish();
     const Settings settings(*this, params);
-    behind_.begin(settings, true);
     fileName_ = settings.text("cjwrite.name");
+    behind_.begin(settings, true, encoders(fileName_));
     quality_ = settings.integer("cjwrite.quality");
-    isVideo_ = settings.has("VideoFormat");
+    look_.isVideo = settings.has("VideoFormat");
     settings.text("dataFormat");
     frameSize_ = settings.frameSize();
-    window_ = settings.integer("viewer.window");
-    level_ = settings.integer("viewer.level");
+    look_.window = settings.integer("viewer.window");
+    look_.level = settings.integer("viewer.level");
     format_ = settings.has("dataFormat") ? formatOrMismatch(*this, params, format::kF1x32) : format::kU1x8;
+    look_.isRgb = format_ == format::kU1x8;
     checkFrameSize(frameSize_.width, frameSize_.height);
     const FrameShape shape = chainFrameShape(format_, static_cast<std::uint32_t>(frameSize_.width),
                                              static_cast<std::uint32_t>(frameSize_.height));
@@ -79,9 +119,8 @@ void Cjwrite::process(varitype& params)
     timer.forward(record);
 }
 
-// Frames of 16-bit samples, regardless of the format's name, become colour if they are video frames,
-// otherwise windowed grey, in `converted`. Other frames are taken as they are.
-std::span<const std::uint8_t> Cjwrite::asRgb(Array& frame, std::vector<std::uint8_t>& converted)
+// What is written of the frame: RGB, or 16-bit samples regardless of the format's name.
+std::span<const std::uint8_t> Cjwrite::checkedBytes(Array& frame)
 {
     const auto width = static_cast<std::uint32_t>(frameSize_.width),
                height = static_cast<std::uint32_t>(frameSize_.height);
@@ -91,33 +130,26 @@ std::span<const std::uint8_t> Cjwrite::asRgb(Array& frame, std::vector<std::uint
     }
     const std::span<const std::uint16_t> samples = samples16(*this, frame, width, height);
     print::labelled(fileName_, " filename.c_str()\n");
-    converted.resize(3 * samples.size());
-    if (isVideo_)
-        pixels::yuyvToRgb(samples, converted, width, height);
-    else
-        pixels::greyWindow(samples, converted, window_, level_);
-    return converted;
+    return {reinterpret_cast<const std::uint8_t*>(samples.data()), samples.size_bytes()};
 }
 
 void Cjwrite::write(Array& frame)
 {
-    const auto writeRgb = [name = fileName_, quality = quality_, size = frameSize_,
-                           step = getName()](std::span<const std::uint8_t> rgb) {
+    const auto encode = [name = fileName_, look = look_, quality = quality_, size = frameSize_,
+                         step = getName()](std::span<const std::uint8_t> bytes) {
         std::string reason;
-        if (!writeImage(name, quality, size.width, size.height, true, rgb, &reason))
+        if (!writeImage(name, quality, size.width, size.height, true, asRgb(bytes, size, look), &reason))
             notifyHost(Trouble::PictureNotWritten, step, name.c_str(), reason.c_str());
     };
     const bool isDirect = behind_.isDirect();
-    std::vector<std::uint8_t> buffer = behind_.takeBuffer();
-    const std::span<const std::uint8_t> rgb = asRgb(frame, buffer);
+    const std::span<const std::uint8_t> bytes = checkedBytes(frame);
     if (isDirect || !isFileOrNew(fileName_)) {
         behind_.finish();
-        writeRgb(rgb);
-        behind_.giveBuffer(std::move(buffer));
-        return;
+        return encode(bytes);
     }
-    if (rgb.data() != buffer.data()) buffer.assign(rgb.begin(), rgb.end());
-    behind_.push(std::move(buffer), writeRgb);
+    WriteBehind::Buffer buffer = behind_.takeBuffer();
+    buffer.assign(bytes.begin(), bytes.end());
+    behind_.push(std::move(buffer), encode);
 }
 
 void Cjwrite::flush(varitype& params)
