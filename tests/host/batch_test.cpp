@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "support/process.h"
 
@@ -75,6 +76,25 @@ TEST_F(Batch, columnsOfAListFillSettings)
     EXPECT_TRUE(exists("out/{a, \"b\"-0.ppm"));
     EXPECT_TRUE(exists("out/{{c}-1.ppm"));
     EXPECT_NE(file("scansteps-batch/logs/1.log").find("161.5"), std::string::npos);
+}
+
+// Jobs load the plug-ins of the batch, and keep to one thread unless told otherwise.
+TEST_F(Batch, jobsHaveThePlugInsOfTheBatchAndOneThread)
+{
+    pictures("in", 3);
+    for (const auto& [set, ahead, behind] :
+         {std::tuple("", "0", "0"), {" --set load.ahead=2 --set write.behind=3", "2", "3"}}) {
+        const auto result = run(std::string("batch \"cjread ! twice ! cjwrite ! test ! clast\" --plugin \"") +
+                                SCANSTEPS_BIN_DIR
+                                "/test_plugins/libscansteps-twice.so\" --each "
+                                "'in/img0000.ppm' --out 'out/{stem}.ppm' --resume" +
+                                set);
+        ASSERT_EQ(result.exitCode, 0) << result.err;
+        const std::string log = file("scansteps-batch/logs/0.log");
+        for (const std::string& line : {std::string("twice Int = 2"), std::string("ahead Int = ") + ahead,
+                                        std::string("behind Int = ") + behind})
+            EXPECT_NE(log.find(line), std::string::npos) << line << " in " << log;
+    }
 }
 
 TEST_F(Batch, whatCannotWorkIsRefusedBeforeTheFirstJob)

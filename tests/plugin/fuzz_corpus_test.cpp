@@ -1,5 +1,6 @@
 // Replays the saved inputs of every fuzz target: each folder fuzz/<module>/<thing>_corpus.
 #include "../../fuzz/core/record_reader_input.h"
+#include "../../fuzz/host/batch_input.h"
 #include "../../fuzz/host/plugin_description_input.h"
 #include "../../fuzz/images/decode_input.h"
 #include "../../fuzz/images/image_file_input.h"
@@ -39,8 +40,9 @@ TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
          })}};
 #ifdef __linux__
     targets["calibration_corpus"] = ofBytes(fuzzing::readCalibrationFiles);
+    targets["batch_corpus"] = ofBytes(fuzzing::readBatch);
 #else
-    targets["calibration_corpus"] = [](const auto&) {};  // scanning is built for Linux only
+    targets["calibration_corpus"] = targets["batch_corpus"] = [](const auto&) {};  // for Linux only
 #endif
     std::map<std::string, int> replayed;
     testing::internal::CaptureStderr();
