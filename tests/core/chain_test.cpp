@@ -9,7 +9,7 @@ namespace {
 
 TEST(Chain, everyKindCreatesItsClass)
 {
-    for (const StepInfo& info : stepTable()) {
+    for (const StepInfo& info : kLibrarySteps) {
         auto step = plugin::createStep(info.kind);
         EXPECT_STREQ(step->getName(), std::string_view(info.kind) == "test" ? "cChain" : info.className);
         EXPECT_EQ(step->next, nullptr);

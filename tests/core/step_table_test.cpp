@@ -140,7 +140,7 @@ class TableTest : public testing::Test
 
 TEST_F(TableTest, StepsReadEverySettingAsTheTableSays)
 {
-    for (const StepInfo& step : stepTable()) {
+    for (const StepInfo& step : kLibrarySteps) {
         const bool runs = std::string_view(step.kind) != "ccap";  // which needs a camera
         for (const SettingInfo& setting : step.settings) {
             SCOPED_TRACE(std::string(step.kind) + " " + setting.path);
@@ -164,7 +164,7 @@ Array frameFor(Pixels pixels, int width, int height)
 
 TEST_F(TableTest, StepsRefuseFramesThatDoNotFitAndTakeTinyOnes)
 {
-    for (const StepInfo& step : stepTable()) {
+    for (const StepInfo& step : kLibrarySteps) {
         const Kind kind = frameFor(step.frames.in, 1, 1).kind();
         if (kind == Kind::Empty) continue;
         SCOPED_TRACE(step.kind);

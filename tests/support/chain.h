@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -13,11 +14,15 @@
 #include "scansteps/chain.h"
 #include "scansteps/handles.h"
 #include "scansteps/host_services.h"
+#include "scansteps/steps.h"
 #include "scansteps/texture.h"
 
 extern "C" void set_handles(scansteps::HandleTable* table);
 
 namespace scansteps::test {
+
+/// The kinds of the step library: taken before a test loads plug-ins, which add theirs to the table.
+inline const std::span<const StepInfo> kLibrarySteps = stepTable();
 
 /// What arrived at the end of a chain.
 struct Arrived
