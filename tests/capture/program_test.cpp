@@ -40,10 +40,8 @@ TEST(Program, fromCameraToPictures)
 
 TEST(Program, aCameraThatIsNotThereIsAnError)
 {
-    const auto run = runProgram("run \"ccap1 capture.dev_name=Third\"");
-    EXPECT_EQ(run.exitCode, 4);
-    EXPECT_NE(run.err.find("step 1 (ccap1), initialise: no camera \"Third\"; there are: "), std::string::npos)
-        << run.err;
+    expectAnswers({{"run \"ccap1 capture.dev_name=Third\"", 4,
+                    "step 1 (ccap1), initialise: no camera \"Third\"; there are: "}});
 }
 
 }  // namespace

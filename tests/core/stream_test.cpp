@@ -304,16 +304,8 @@ TEST(FileStream, DoesNotOverwriteAFileThatIsBeingPlayed)
     EXPECT_EQ(readFile(path), "");
 }
 
-// Not on Windows, which has no device that is always full and no limit on the size of files.
+// Not on Windows, which has no limit on the size of files.
 #ifndef _WIN32
-TEST(FileStream, FullDiskIsAWriteError)
-{
-    BIOfs full("/dev/full", BIOfs::Mode::Write);
-    if (!full.isOpen()) GTEST_SKIP() << "no /dev/full";
-    EXPECT_EQ(thrownText([&] { writeRecord(full, everyKind()); }), "write error");
-    EXPECT_EQ(full.position(), 0U);
-}
-
 TEST(FileStream, SizeLimitIsAWriteErrorThatLeavesWholeRecords)
 {
     const TempDir dir;

@@ -40,15 +40,6 @@ TEST(CpuCombine, PutsTheNewestAtTheLeft)
     EXPECT_EQ(sample(*chain.arrived.back().frame, 1, 0, 0), 0);
 }
 
-TEST(CpuCombine, FactorOneCopies)
-{
-    Chain chain({"c2ima"});
-    chain.init(initFor(1));
-    const Array frame = countingFrame(4, 3, 7);
-    chain.process(&frame);
-    EXPECT_TRUE(varitype(*chain.arrived.back().frame).equals(frame));
-}
-
 TEST(CpuCombine, RefusesWhatItCannotCombine)
 {
     Chain chain({"c2ima"});

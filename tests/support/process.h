@@ -1,9 +1,13 @@
 // Runs the real program in a test and keeps what it printed and how it ended.
 #pragma once
 
+#include <gmock/gmock-matchers.h>
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "support/temp_dir.h"
 
@@ -95,6 +99,32 @@ inline ProgramResult runCommand(const std::string& command, const std::string& i
 inline ProgramResult runProgram(const std::string& arguments, const std::string& input = "")
 {
     return runCommand("\"" SCANSTEPS_BIN_DIR "/scansteps\" " + arguments, input);
+}
+
+/// Arguments of the program, and how it has to answer them.
+struct Answer
+{
+    std::string arguments;
+    int exitCode;
+    std::string err, out = {};  ///< parts of standard error and standard output
+    std::string errLacks = "\1", outLacks = "\1";
+    std::string input = {};
+};
+
+inline void expectAnswers(const std::vector<Answer>& answers)
+{
+    for (const Answer& a : answers) {
+        SCOPED_TRACE(a.arguments + a.input);
+        const ProgramResult result = runProgram(a.arguments, a.input);
+        EXPECT_EQ(result.exitCode, a.exitCode) << result.out << result.err;
+        EXPECT_THAT(result.err, testing::HasSubstr(a.err));
+        EXPECT_THAT(result.out, testing::HasSubstr(a.out));
+        EXPECT_THAT(result.err, testing::Not(testing::HasSubstr(a.errLacks)));
+        EXPECT_THAT(result.out, testing::Not(testing::HasSubstr(a.outLacks)));
+        if (a.exitCode >= 4) {
+            EXPECT_THAT(result.err, testing::HasSubstr("scansteps: error: "));
+        }
+    }
 }
 
 }  // namespace scansteps::test
