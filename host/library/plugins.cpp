@@ -140,8 +140,13 @@ std::vector<fs::path> pluginFiles(const fs::path& folder)
 {
     std::vector<fs::path> files;
     std::error_code error;
-    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+    fs::directory_iterator it;
+    do {
+        it = fs::directory_iterator(folder, error);
+    } while (error == std::errc::interrupted);
+    for (; !error && it != fs::directory_iterator(); it.increment(error))
         if (it->path().extension() == fs::path(libraryFileName()).extension()) files.push_back(it->path());
+    if (error) throw FileError{fmt::format("cannot read {}: {}", utf8FromPath(folder), error.message())};
     std::ranges::sort(files);
     return files;
 }

@@ -25,7 +25,7 @@ const Plugin& loadPlugin(const std::filesystem::path& file);
 const Plugin* pluginOf(std::string_view kind);
 std::vector<const Plugin*> loadedPlugins();
 
-/// Files of plug-ins in a folder, sorted.
+/// Files of plug-ins in a folder, sorted. Throws FileError if the folder cannot be read.
 std::vector<std::filesystem::path> pluginFiles(const std::filesystem::path& folder);
 
 /// The address of an exported function. Throws FileError that names file and function.

@@ -55,7 +55,13 @@ std::vector<fs::path> pluginFolders(const fs::path& library)
 
 void loadFolder(const fs::path& folder, const Log& log)
 {
-    for (const fs::path& file : pluginFiles(folder)) {
+    std::vector<fs::path> files;
+    try {
+        files = pluginFiles(folder);
+    } catch (const FileError& error) {
+        tell(log, LogLevel::Warning, std::string("plug-ins are left out: ") + error.what());
+    }
+    for (const fs::path& file : files) {
         try {
             loadNamed(utf8FromPath(file.lexically_normal()), log);
         } catch (const FileError& error) {

@@ -23,7 +23,8 @@ bool isFilePattern(const std::string& name);
 ///   - a printf pattern such as "img%04d.png" ("%d", "%u", "%i" with an optional width; "%%" is "%"): the
 ///     numbers from 0, or from 1 where there is no 0, up to the first missing file
 ///   - anything else: itself
-/// Throws a text that names the pattern when no file matches it, and when a list cannot be read.
+/// Throws a text that names the pattern when no file matches it, or names what cannot be read: a list, a
+/// folder.
 std::vector<std::string> matchingFiles(const std::string& name);
 
 /// Whether `a` comes before `b` when runs of digits are compared as numbers: img2 before img10.

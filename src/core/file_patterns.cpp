@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "scansteps/error.h"
@@ -29,10 +30,33 @@ std::string nameOf(const fs::path& path)
     return {text.begin(), text.end()};
 }
 
-bool exists(const std::string& name)
+// A folder or file that cannot be examined may hold what is asked for: nothing is left out silently.
+void checkSearched(const fs::path& path, const std::error_code& error)
+{
+    if (!error || error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+        return;
+    failf("cannot search %s: %s", printable(nameOf(path)).c_str(), error.message().c_str());
+}
+
+bool isThere(const fs::path& path)
 {
     std::error_code error;
-    return fs::exists(pathOf(name), error);
+    const bool found = fs::exists(path, error);
+    checkSearched(path, error);
+    return found;
+}
+
+std::vector<fs::directory_entry> entriesOf(const fs::path& folder)
+{
+    std::error_code error;
+    fs::directory_iterator entry;
+    do {
+        entry = fs::directory_iterator(folder, error);
+    } while (error == std::errc::interrupted);
+    std::vector<fs::directory_entry> entries;
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) entries.push_back(*entry);
+    checkSearched(folder, error);
+    return entries;
 }
 
 bool isDigit(char c)
@@ -123,8 +147,9 @@ bool hasWildcards(std::string_view text)
 std::vector<std::string> numberedFiles(const NumberPattern& pattern)
 {
     std::vector<std::string> names;
-    const int first = exists(pattern.name(0)) ? 0 : 1;
-    for (int number = first; exists(pattern.name(number)); ++number) names.push_back(pattern.name(number));
+    const auto isFile = [&](int number) { return isThere(pathOf(pattern.name(number))); };
+    const int first = isFile(0) ? 0 : 1;
+    for (int number = first; isFile(number); ++number) names.push_back(pattern.name(number));
     return names;
 }
 
@@ -132,17 +157,15 @@ std::vector<std::string> numberedFiles(const NumberPattern& pattern)
 std::vector<fs::path> matchesIn(const std::vector<fs::path>& folders, const fs::path& part, bool isLast)
 {
     std::vector<fs::path> matches;
-    std::error_code error;
     for (const fs::path& folder : folders) {
         if (!hasWildcards(nameOf(part))) {
-            if (fs::exists(folder / part, error)) matches.push_back(folder / part);
+            if (isThere(folder / part)) matches.push_back(folder / part);
             continue;
         }
-        fs::directory_iterator entry(folder.empty() ? fs::path(".") : folder, error);
-        for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        for (const fs::directory_entry& entry : entriesOf(folder.empty() ? fs::path(".") : folder)) {
             std::error_code ignored;
-            const fs::path name = entry->path().filename();
-            if (isLast == entry->is_directory(ignored)) continue;
+            const fs::path name = entry.path().filename();
+            if (isLast == entry.is_directory(ignored)) continue;
             if (matchesWildcards(nameOf(name), nameOf(part))) matches.push_back(folder / name);
         }
     }
@@ -255,7 +278,8 @@ bool matchesWildcards(std::string_view name, std::string_view pattern)
 bool isFilePattern(const std::string& name)
 {
     if (name.starts_with('@')) return true;
-    return !exists(name) && (hasWildcards(name) || numberPattern(name));
+    std::error_code error;
+    return (hasWildcards(name) || numberPattern(name)) && !fs::exists(pathOf(name), error);
 }
 
 std::vector<std::string> matchingFiles(const std::string& name)
