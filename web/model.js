@@ -5,14 +5,16 @@ import {OrbitControls} from "./three/examples/jsm/controls/OrbitControls.js";
 import {short} from "./dom.js";
 
 const box = document.getElementById("model");
-let renderer, scene, camera, controls, group = null, bounds = null, pending = false, wanted = null;
+let renderer, scene, camera, controls, group = null, bounds = null, pending = false, wanted = null, version = "";
 
 function render() {
   if (pending) return;
   pending = true;
   requestAnimationFrame(() => {
     pending = false;
-    if (group) renderer.render(scene, camera);
+    if (!group) return;
+    renderer.render(scene, camera);
+    box.dataset.drawn = version;
   });
 }
 
@@ -160,6 +162,7 @@ async function build(answer) {
   group = new THREE.Group();
   group.add(...objects);
   scene.add(group);
+  version = String(answer.version);
   render();
 }
 
@@ -167,13 +170,12 @@ async function build(answer) {
 export async function showModel(head, buffer, offset) {
   if (!renderer) start();
   const {model} = head;
-  wanted = {model, buffer, offset};
+  wanted = {model, buffer, offset, version: head.version};
   const low = new THREE.Vector3(...model.bounds.low), high = new THREE.Vector3(...model.bounds.high);
   const isNew = !bounds;
   bounds = {low, high};
   await build(wanted);
   if (isNew) resetView();
-  box.dataset.drawn = String(head.version);
   const count = (name, width) => (model.lists[name]?.[1] ?? 0) / width;
   const size = new THREE.Vector3().subVectors(high, low).toArray().map(short).join(" × ");
   const what = model.lists.indices ? `${count("indices", 3).toLocaleString("en")} triangles, ` : "";

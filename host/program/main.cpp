@@ -311,6 +311,9 @@ int answered(int code)
 
 [[noreturn]] void failCommand(const std::string& name, const std::map<std::string, Command>& commands)
 {
+#ifndef SCANSTEPS_VIEWER
+    if (name == "view") throw UsageError{"this scansteps was built without the viewer"};
+#endif
     std::vector<std::string> names = {"help", "version"};
     for (const auto& [known, command] : commands) names.push_back(known);
     for (const std::string& known : externalCommands()) names.push_back(known);

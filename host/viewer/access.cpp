@@ -27,6 +27,7 @@ std::string randomToken()
 bool isAddress(const std::string& text)
 {
     std::array<unsigned char, 16> ignored{};
+    if (text.find('\0') != text.npos) return false;  // where C would see the end
     return ::inet_pton(AF_INET, text.c_str(), ignored.data()) == 1 ||
            ::inet_pton(AF_INET6, text.c_str(), ignored.data()) == 1;
 }

@@ -123,7 +123,7 @@ Mesh ObjReader::read(std::string_view bytes)
         }
     }
     if (mesh_.indices.empty()) mesh_.positions = std::move(places_);
-    if (coordinates_.empty() || mesh_.textures.empty()) {
+    if (coordinates_.empty() || mesh_.textures.empty() || mesh_.indices.empty()) {
         mesh_.uv.clear();
         mesh_.views.clear();
     }

@@ -309,16 +309,20 @@ Mesh readElements(const Header& header, Values values)
     Mesh mesh;
     for (const Element& element : header.elements) {
         checkCount(element, values);
-        if (element.name == "vertex")
+        if (element.name == "vertex") {
+            if (!mesh.positions.empty()) refuse("two lists of vertices");
             readVertices(element, values, mesh);
-        else if (element.name == "face")
+        } else if (element.name == "face") {
             readFaces(element, values, mesh);
-        else
+        } else {
             for (std::uint64_t i = 0; i < element.count; ++i)
                 for (const Property& property : element.properties)
                     for (double left = property.count ? values.next(*property.count) : 1; left >= 1; --left)
                         values.next(property.sort);
+        }
     }
+    // One of several lists of faces may have no colours.
+    if (mesh.faceColours.size() != mesh.indices.size()) mesh.faceColours.clear();
     if (!mesh.faceColours.empty()) mesh.vertexColours.clear();
     return mesh;
 }

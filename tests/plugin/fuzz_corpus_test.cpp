@@ -10,6 +10,12 @@
 #include "../../fuzz/scan/calibration_input.h"
 #endif
 #include "support/test.h"
+#ifdef SCANSTEPS_VIEWER
+#include "../../fuzz/viewer/access_input.h"
+#include "../../fuzz/viewer/message_input.h"
+#include "../../fuzz/viewer/model_input.h"
+#include "../../fuzz/viewer/recording_input.h"
+#endif
 
 namespace scansteps {
 namespace {
@@ -35,6 +41,12 @@ TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
              forEachTarget([&] { fuzzing::decodeJpeg(data, size); });
          })},
         {"plugin_description_corpus", ofBytes(fuzzing::readPluginDescription)},
+#ifdef SCANSTEPS_VIEWER
+        {"message_corpus", ofBytes(fuzzing::readMessage)},
+        {"access_corpus", ofBytes(fuzzing::checkHeaders)},
+        {"model_corpus", ofBytes(fuzzing::readModels)},
+        {"recording_corpus", [](const auto& path) { fuzzing::showRecords(path.string()); }},
+#endif
         {"any_chain_corpus", ofBytes([&](const std::uint8_t* data, std::size_t size) {
              fuzzing::AnyChain(data, size, scratch).run();
          })}};
@@ -51,6 +63,9 @@ TEST(FuzzCorpus, savedInputsPassTheChecksOfTheirTargets)
              std::filesystem::recursive_directory_iterator(SCANSTEPS_SOURCE_DIR "/fuzz")) {
             const std::string folder = entry.path().parent_path().filename().string();
             if (!entry.is_regular_file() || !folder.ends_with("_corpus")) continue;
+#ifndef SCANSTEPS_VIEWER
+            if (entry.path().parent_path().parent_path().filename() == "viewer") continue;
+#endif
             SCOPED_TRACE(entry.path());
             targets.at(folder)(entry.path());
             ++replayed[folder];
