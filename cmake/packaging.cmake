@@ -22,6 +22,8 @@ if(SCANSTEPS_PYTHON)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-scansteps)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/cmake/debian/python/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/python/prerm)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
     "scansteps (= ${PROJECT_VERSION}-1), python3 (>= 3.${Python3_VERSION_MINOR}~), python3 (<< 3.${python_next}), python3-numpy")
   set(CPACK_DEBIAN_PYTHON_DESCRIPTION "pipelines of steps for 3D scanning, from Python

@@ -46,9 +46,11 @@ def build_wheel(wheel_directory: str, config_settings: Any = None, metadata_dire
         subprocess.run(["cmake", "-S", str(ROOT), "-B", str(tree), "-DCMAKE_BUILD_TYPE=Release", "-DSCANSTEPS_TESTS=OFF",
                         "-DSCANSTEPS_PYTHON=ON", f"-DPython3_EXECUTABLE={sys.executable}"], check=True)
         subprocess.run(["cmake", "--build", str(tree), "--parallel", str(os.cpu_count() or 1), "--target",
-                        "scansteps_python", "scansteps_python_sources", "scansteps_plugin"], check=True)
+                        "scansteps_python", "scansteps_python_sources", "scansteps_plugin", "scansteps_bundled_plugins"], check=True)
         files = {f"{NAME}/{path.name}": path.read_bytes() for path in sorted((tree / "python" / NAME).iterdir()) if path.is_file()}
         files[f"{NAME}/lib/libscansteps.so"] = (tree / "bin" / "libscansteps.so").read_bytes()
+        for plugin in sorted((tree / "lib" / NAME).glob("*.so")):
+            files[f"{NAME}/lib/{NAME}/{plugin.name}"] = plugin.read_bytes()
     info = f"{NAME}-{VERSION}.dist-info"
     files[f"{info}/METADATA"] = METADATA.encode()
     files[f"{info}/WHEEL"] = f"Wheel-Version: 1.0\nGenerator: scansteps\nRoot-Is-Purelib: false\nTag: {_tag()}\n".encode()
@@ -69,7 +71,7 @@ def build_sdist(sdist_directory: str, config_settings: Any = None) -> str:
     base = f"{NAME}-{VERSION}"
     with tarfile.open(pathlib.Path(sdist_directory) / f"{base}.tar.gz", "w:gz") as archive:
         for name in ("CMakeLists.txt", "CMakePresets.json", "LICENSE", "README.md", "pyproject.toml", "cmake", "docs", "examples",
-                     "host", "include", "plugins", "python", "src"):
+                     "host", "include", "pipeline.schema.json", "plugins", "python", "src", "web"):
             if (ROOT / name).exists():
                 archive.add(ROOT / name, f"{base}/{name}", filter=lambda item: None if "__pycache__" in item.name else item)
     return f"{base}.tar.gz"

@@ -49,7 +49,7 @@ configure -DSCANSTEPS_PYTHON=OFF -DCMAKE_INSTALL_LIBDIR=lib -DSCANSTEPS_DEBIAN=O
 version=$("$tree/bin/scansteps" --version | cut -d' ' -f2)
 name=scansteps-$version-$(uname -s | tr '[:upper:]' '[:lower:]')-$(uname -m)
 cmake --install "$tree" --prefix "$work/$name" --strip >/dev/null
-find "$work/$name/lib" "$work/$name/bin" -type f \( -name '*.so' -o -path '*/bin/*' \) -exec ldd {} + |
+find "$work/$name/lib" "$work/$name/bin" -type f \( -name '*.so' -o -perm -u+x \) -exec ldd {} + |
     awk '/=> \//{print $3}' | sort -u |
     grep -vE '/(libc|libm|libdl|libpthread|librt|libstdc\+\+|libgcc_s|ld-linux[^/]*)\.so' |
     while read -r library; do cp -L "$library" "$work/$name/lib/"; done

@@ -42,6 +42,7 @@ cp "$packages"/*.deb "$packages"/*.tar.gz "$debian/root/packages/"
 mkdir "$debian/root/tests"
 cp -r tests/install "$debian/root/tests/"
 cp -r examples "$debian/root/"
+for table in plugins/*/steps.def; do basename "$(dirname "$table")"; done >"$debian/root/plugins"
 
 echo "package: the archive, where nothing is installed"
 inside '
@@ -60,6 +61,9 @@ inside '
     scansteps run --quiet examples/edges.json >/dev/null
     pictures=(out/edge*.jpg); echo "package: the demo made ${#pictures[@]} pictures"; test ${#pictures[@]} = 12
     scansteps steps ccanny >/dev/null
+    while read -r plugin; do
+        scansteps steps -v 2>&1 >/dev/null | grep "plug-in $plugin " || { echo "no plug-in $plugin"; exit 1; }
+    done <../plugins
     ls /usr/share/man/man1/scansteps-run.1.gz /usr/share/bash-completion/completions/scansteps >/dev/null
     cd ..; rm -rf demo demo-examples'
 inside '

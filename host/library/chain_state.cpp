@@ -80,8 +80,18 @@ Chain::State::~State()
     install();
     input.reset();
     steps.clear();  // the steps free their buffers in the table
-    for (SlotRecord* slot : table.slots) delete slot;
+    std::size_t left = 0;
+    for (SlotRecord* slot : table.slots) {
+        left += slot != nullptr ? 1 : 0;
+        delete slot;
+    }
     installHandles(nullptr);
+    if (left == 0 || !hooks.onWarning) return;
+    try {
+        hooks.onWarning(
+            fmt::format("the steps left {} {} allocated", left, left == 1 ? "handle" : "handles"));
+    } catch (...) {  // no memory for the warning
+    }
 }
 
 // Steps work on the table that is installed in their module.
@@ -114,13 +124,17 @@ void Chain::State::mergeStep(std::size_t step, varitype& record)
             fmt::format("{}: settings merged: {}", stepLabel(pipeline, step), lineOf(Struct(settings))));
 }
 
-// Of sources it is no news: they make the frames.
+// Fewer frames than events are no news of sources: they make the frames.
 void Chain::State::tellDropped() const
 {
-    for (std::size_t i = 0; hooks.onInfo && i < steps.size(); ++i)
+    for (std::size_t i = 0; hooks.onInfo && i < steps.size(); ++i) {
+        if (const std::int64_t skipped = notices.skipped(i); skipped != 0)
+            hooks.onInfo(fmt::format("{}: {} {} without \"eventType\" skipped", stepLabel(pipeline, i),
+                                     skipped, skipped == 1 ? "record" : "records"));
         if (processed[i + 1] < processed[i] && !pipeline.steps[i].info->source)
             hooks.onInfo(fmt::format("{}: {} of {} records of frames passed on", stepLabel(pipeline, i),
                                      processed[i + 1], processed[i]));
+    }
 }
 
 void Chain::State::noteMismatch(std::size_t step)

@@ -53,7 +53,8 @@ NoticeBoard::NoticeBoard(const Pipeline& pipeline, HandleTable& table,
       table_(table),
       current_(current),
       hooks_(hooks),
-      workerTimes_(pipeline.steps.size())
+      workerTimes_(pipeline.steps.size()),
+      skipped_(pipeline.steps.size())
 {
     services_.context = this;
     services_.notify = [](void* context, const Notice& notice) {
@@ -105,6 +106,10 @@ try {
         return;
     }
     const std::size_t step = stepOf(notice.step);
+    if (notice.trouble == Trouble::RecordSkipped) {
+        ++skipped_[step];
+        return;
+    }
     const auto known = std::find_if(troubles_.begin(), troubles_.end(), [&](const TroubleFacts& facts) {
         return facts.trouble == notice.trouble && facts.step == step;
     });
@@ -125,6 +130,12 @@ std::int64_t NoticeBoard::workerTime(std::size_t step) const
 {
     const std::lock_guard lock(mutex_);
     return workerTimes_[step];
+}
+
+std::int64_t NoticeBoard::skipped(std::size_t step) const
+{
+    const std::lock_guard lock(mutex_);
+    return skipped_[step];
 }
 
 std::vector<TroubleFacts> NoticeBoard::troubles() const

@@ -31,6 +31,8 @@ class NoticeBoard
     std::vector<TroubleFacts> troubles() const;
     /// Microseconds that threads of the step worked, as of its last flush.
     std::int64_t workerTime(std::size_t step) const;
+    /// Records that the step left out.
+    std::int64_t skipped(std::size_t step) const;
 
   private:
     void note(const Notice& notice);
@@ -46,6 +48,7 @@ class NoticeBoard
     FileReason failed_;
     std::vector<TroubleFacts> troubles_;
     std::vector<std::int64_t> workerTimes_;  // of each step
+    std::vector<std::int64_t> skipped_;
 };
 
 }  // namespace scansteps::host

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +21,8 @@ struct LibraryOptions
 };
 /// Loads the step library and the plug-ins; what the loader finds missing memory for ends the program.
 std::unique_ptr<StepLibrary> loadLibrary(const LibraryOptions& options);
+/// Kinds by the name of their plug-in; those of the step library come first, under "".
+std::map<std::string, std::vector<const StepInfo*>> stepsByPlugin();
 
 struct RunOptions : LibraryOptions
 {

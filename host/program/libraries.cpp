@@ -4,7 +4,9 @@
 #include "commands.h"
 #include "interrupts.h"
 #include "library/descriptors.h"
+#include "library/plugins.h"
 #include "output.h"
+#include "scansteps/plugin.h"
 
 namespace scansteps::host {
 
@@ -35,6 +37,16 @@ std::unique_ptr<StepLibrary> loadLibrary(const LibraryOptions& options)
     auto library = std::make_unique<StepLibrary>(options.library, options.plugins, log);
     std::set_new_handler(handler);
     return library;
+}
+
+std::map<std::string, std::vector<const StepInfo*>> stepsByPlugin()
+{
+    std::map<std::string, std::vector<const StepInfo*>> kinds;
+    for (const StepInfo& info : stepTable()) {
+        const Plugin* plugin = pluginOf(info.kind);
+        kinds[plugin != nullptr ? plugin->info.name : ""].push_back(&info);
+    }
+    return kinds;
 }
 
 }  // namespace scansteps::host

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "command_help.h"
+#include "commands.h"
 #include "library/json_values.h"
 #include "library/platform.h"
 #include "scansteps/host.h"
@@ -143,7 +144,10 @@ constexpr const char* kEnvironment =
     "beside the program, in ../lib and its multi\\-arch folder, and on the loader's path.\n"
     ".TP\n.B SCANSTEPS_PLUGINS\nPlug\\-ins to load beside it, separated by colons. Those in the folder "
     "scansteps of "
-    "the library's folder, and of lib,\nneed no naming.\n";
+    "the library's folder, and of lib,\nneed no naming.\n"
+    ".TP\n.B SCANSTEPS_LOG\nWhat is reported: \\fBerror\\fR, as with \\fB\\-\\-quiet\\fR, "
+    "\\fBwarning\\fR, as without an option, or \\fBinfo\\fR, as with\n\\fB\\-v\\fR: also what is "
+    "loaded, which settings are merged, and which records a step drops. The options win.\n";
 
 std::string programPage(const std::vector<CommandHelp>& commands)
 {
@@ -177,8 +181,10 @@ std::string commandPage(const CommandHelp& program, const CommandHelp& command)
     text += ".SH OPTIONS\n" + options(command);
     for (const OptionHelp& one : command.options)
         if (one.names.empty() && one.type == "PIPELINE") text += kPipelines;
-    return text + exitStatus(program.footer) + example(command.footer) +
-           ".SH SEE ALSO\n.BR scansteps (1),\n.BR scansteps\\-kinds (7)\n";
+    text += exitStatus(program.footer);
+    for (const OptionHelp& one : command.options)
+        if (one.names == std::vector<std::string>{"--library"}) text += kEnvironment;
+    return text + example(command.footer) + ".SH SEE ALSO\n.BR scansteps (1),\n.BR scansteps\\-kinds (7)\n";
 }
 
 std::string setting(const SettingInfo& setting)
@@ -196,14 +202,18 @@ std::string kindsPage()
 {
     std::string text = head("scansteps-kinds", 7, "kinds of steps and their settings");
     text +=
-        ".SH DESCRIPTION\nThe steps of the step library, for the pipelines of\n.BR scansteps\\-run (1).\n";
-    for (const StepInfo& info : stepTable()) {
-        text += fmt::format(".SH {}\n{}.{}\n.PP\nClass {}, in {}, out {}; frames: {} in, {} out.\n",
-                            roff(info.kind), roff(info.summary), info.source ? " A source." : "",
-                            info.className, roff(info.typeIn), roff(info.typeOut), pixelsName(info.frames.in),
-                            pixelsName(info.frames.out));
-        for (const SettingInfo& one : info.settings) text += setting(one);
-    }
+        ".SH DESCRIPTION\nThe steps of the step library and of the plug\\-ins that come with it, for the "
+        "pipelines of\n.BR scansteps\\-run (1).\nKinds of further plug\\-ins are listed by\n"
+        ".B scansteps steps\nand explained by\n.BR \"scansteps steps \" \\fIKIND\\fR.\n";
+    for (const auto& [plugin, kinds] : stepsByPlugin())
+        for (const StepInfo* info : kinds) {
+            text += fmt::format(".SH {}\n{}.{}{}\n.PP\nClass {}, in {}, out {}; frames: {} in, {} out.\n",
+                                roff(info->kind), roff(info->summary), info->source ? " A source." : "",
+                                plugin.empty() ? "" : " Of the plug\\-in " + roff(plugin) + ".",
+                                info->className, roff(info->typeIn), roff(info->typeOut),
+                                pixelsName(info->frames.in), pixelsName(info->frames.out));
+            for (const SettingInfo& one : info->settings) text += setting(one);
+        }
     return text + ".SH SEE ALSO\n.BR scansteps (1),\n.BR scansteps\\-steps (1)\n";
 }
 
@@ -219,6 +229,7 @@ void write(const std::filesystem::path& folder, const std::string& name, const s
 
 int manualPages(const std::vector<CommandHelp>& commands, const std::string& folder)
 {
+    const auto library = loadLibrary({});  // and the plug-ins
     const auto place = pathFromUtf8(folder);
     std::error_code error;
     for (const char* section : {"man1", "man7"}) std::filesystem::create_directories(place / section, error);

@@ -79,23 +79,32 @@ void printStep(const StepInfo& info)
     }
 }
 
+std::string markdownOf(const StepInfo& info, const char* heading)
+{
+    std::string text = fmt::format("\n{} {}\n\n{}.{}\n\nClass `{}`, in `{}`, out `{}`. {}\n", heading,
+                                   info.kind, info.summary, info.source ? " A source." : "", info.className,
+                                   info.typeIn, info.typeOut, framesText(info));
+    if (info.settings.empty()) return text;
+    text += "\n| setting | kind | default | range | meaning |\n|---|---|---|---|---|\n";
+    for (const SettingInfo& setting : info.settings)
+        text += fmt::format("| `{}` | {} | {} | {} | {} |\n", setting.path, kindTypeName(setting.kind),
+                            setting.hasDefault() ? "`" + defaultText(setting) + "`" : defaultText(setting),
+                            rangeText(setting), setting.doc);
+    return text;
+}
+
+// Plug-ins have a part of their own each, so that the page of a build that lacks one lacks that part alone.
 std::string markdown()
 {
     std::string page =
         "# Steps\n\n<!-- Made by `scripts/generate.sh` from the table of steps; do not edit. -->\n\n"
-        "Every kind of step, its class, its types and its settings. `scansteps steps KIND` prints the "
-        "same.\n";
-    for (const StepInfo& info : stepTable()) {
-        page += fmt::format("\n## {}\n\n{}.{}\n\nClass `{}`, in `{}`, out `{}`. {}\n", info.kind,
-                            info.summary, info.source ? " A source." : "", info.className, info.typeIn,
-                            info.typeOut, framesText(info));
-        if (info.settings.empty()) continue;
-        page += "\n| setting | kind | default | range | meaning |\n|---|---|---|---|---|\n";
-        for (const SettingInfo& setting : info.settings)
-            page +=
-                fmt::format("| `{}` | {} | {} | {} | {} |\n", setting.path, kindTypeName(setting.kind),
-                            setting.hasDefault() ? "`" + defaultText(setting) + "`" : defaultText(setting),
-                            rangeText(setting), setting.doc);
+        "Every kind of step, its class, its types and its settings: first the kinds of the step library, "
+        "then "
+        "those of the\nplug-ins that come with it. `scansteps steps KIND` prints the same, also of kinds of "
+        "further plug-ins.\n";
+    for (const auto& [plugin, kinds] : stepsByPlugin()) {
+        if (!plugin.empty()) page += fmt::format("\n## Plug-in {}\n", plugin);
+        for (const StepInfo* info : kinds) page += markdownOf(*info, plugin.empty() ? "##" : "###");
     }
     return page;
 }

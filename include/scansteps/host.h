@@ -229,7 +229,8 @@ struct StepFacts
 /// What the caller of a chain offers it. Each may be empty.
 struct Hooks
 {
-    /// A warning during the run, once each.
+    /// A warning during the run, once each, or, when the chain is destroyed, about handles that its steps did
+    /// not release.
     std::function<void(const std::string&)> onWarning = {};
     /// What the chain does besides: settings merged, records that a step did not pass on.
     std::function<void(const std::string&)> onInfo = {};

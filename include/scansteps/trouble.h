@@ -20,6 +20,7 @@ enum class Trouble : std::uint32_t
     ModelNotWritten = 7,    ///< a model file could not be opened; the step continues with the next event
     DepthReduced = 8,       ///< samples of a file were rounded to fewer bits; reported once per run
     AlphaDropped = 9,       ///< the transparency of a file was ignored; reported once per run
+    RecordSkipped = 10,     ///< a player left a record out, which is no failure
 };
 
 /// Notifies the host if it has installed services. Null texts count as empty.

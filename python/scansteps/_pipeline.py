@@ -145,11 +145,10 @@ class Pipeline:
                 raise SettingsError("frames is 0 or more")
             self._native.limit = frames
         self._set(settings)
-        self._types, self._force = types, force
+        self._types, self._force, self._checked = types, force, False
         # Without a size the first frame completes the settings, and the checks wait for it.
-        self._checked = self._native.has_source or size is not None
-        if self._checked:
-            self._check(types, force)
+        if self._native.has_source or size is not None:
+            self._check()
 
     def _set(self, settings: Mapping[str, Any]) -> None:
         texts, others = _assignments(settings)
@@ -160,14 +159,18 @@ class Pipeline:
             self._told.add(text)
             warnings.warn(text, PipelineWarning, stacklevel=4)
 
-    def _check(self, types: str, force: bool) -> None:
-        for code, text, _ in self._native.check(types, force, self._strict):
+    def _check(self) -> None:
+        """Checks the pipeline, once."""
+        if self._checked:
+            return
+        for code, text, _ in self._native.check(self._types, self._force, self._strict):
             if code == 0:
                 self._warn(text)
             elif code == 3:
                 raise FormatError(text)
             else:
                 raise (FileError if code == 5 else SettingsError)(text)
+        self._checked = True
 
     def _pass_on_warnings(self) -> None:
         for text in self._native.take_warnings():
@@ -182,9 +185,7 @@ class Pipeline:
 
     def initialise(self) -> None:
         """Sends the initialise event. The first frame does so by itself."""
-        if not self._checked:
-            self._check(self._types, self._force)
-            self._checked = True
+        self._check()
         self._native.initialise()
         self._pass_on_warnings()
 
@@ -197,9 +198,7 @@ class Pipeline:
             pixels = frame.frame if isinstance(frame, Record) else frame
             if pixels is not None:
                 self._native.describe(pixels)
-            if not self._checked:
-                self._check(self._types, self._force)
-                self._checked = True
+            self._check()
         record = self._native.call(frame, dict(entries) if entries is not None else None)
         self._pass_on_warnings()
         return record
@@ -228,11 +227,16 @@ class Pipeline:
             self._warn(f"{step}: {text}")
 
     def close(self) -> None:
-        """Flushes and frees the steps. May be called again."""
+        """Flushes and frees the steps. May be called again; a pipeline that is dropped does so by itself."""
         try:
             self.flush()
         finally:
             self._native.close()
+            self._pass_on_warnings()
+
+    def __del__(self) -> None:
+        if hasattr(self, "_native"):
+            self.close()
 
     def __enter__(self) -> Pipeline:
         return self

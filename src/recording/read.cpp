@@ -3,6 +3,7 @@
 #include "recording/player_step.h"
 #include "scansteps/settings.h"
 #include "scansteps/step_factory.h"
+#include "scansteps/trouble.h"
 
 namespace scansteps::recording {
 
@@ -28,6 +29,7 @@ varitype FileReader::nextEvent(Array* spare)
     for (;;) {
         varitype record = recording_.next(spare);
         if (record.has("eventType")) return record;
+        notifyHost(Trouble::RecordSkipped, getName(), "", "");
     }
 }
 

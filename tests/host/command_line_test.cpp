@@ -159,8 +159,23 @@ TEST(CommandLine, stepsAsJsonIsTheTableOfKinds)
 TEST(CommandLine, generatedFilesAreUpToDate)
 {
     const std::filesystem::path root(SCANSTEPS_SOURCE_DIR);
-    EXPECT_TRUE(runProgram("steps --markdown").out == readFile(root / "docs" / "steps.md"))
-        << "run scripts/generate.sh";
+    // The parts of the page by plug-in.
+    const auto parts = [](const std::string& page) {
+        std::map<std::string, std::string> result;
+        const std::string heading = "\n## Plug-in ";
+        for (std::size_t at = 0; at < page.size();) {
+            const std::size_t end = std::min(page.find(heading, at + 1), page.size());
+            result[at == 0 ? "" : page.substr(at, page.find('\n', at + 1) - at)] = page.substr(at, end - at);
+            at = end;
+        }
+        return result;
+    };
+    const auto built = parts(runProgram("steps --markdown").out),
+               kept = parts(readFile(root / "docs" / "steps.md"));
+    for (const auto& [heading, part] : built)
+        EXPECT_TRUE(kept.contains(heading) && kept.at(heading) == part)
+            << heading << ": run scripts/generate.sh";
+    if (built.size() < kept.size()) GTEST_SKIP() << "not all plug-ins that the schema shows are built here";
     EXPECT_TRUE(runProgram("steps --schema").out == readFile(root / "pipeline.schema.json"))
         << "run scripts/generate.sh";
 }

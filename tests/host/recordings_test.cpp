@@ -98,6 +98,22 @@ TEST(Recording, DecidesNeitherWhereToWriteNorOverTheUser)
     }
 }
 
+TEST(Recording, RecordsWithoutATypeAreSkippedAndReportedOnDemand)
+{
+    const TempDir dir;
+    const std::string name = dir / "odd.rec";
+    {
+        BIOfs file(name, BIOfs::Mode::Write);
+        writeRecord(file, Struct{{"eventType", 1001}});
+        for (int i = 0; i < 2; ++i) writeRecord(file, Struct{{"number", i}});
+        writeRecord(file, Struct{{"eventType", 1003}});
+    }
+    const std::string run = "run \"read load.name='" + name + "' ! clast\"";
+    EXPECT_THAT(runProgram(run + " -v").err,
+                HasSubstr("info: step 1 (read): 2 records without \"eventType\" skipped"));
+    EXPECT_THAT(runProgram(run + " --strict").err, testing::Not(HasSubstr("skipped")));
+}
+
 TEST(Inspect, SaysWhereDamageBeginsAndRecoversTheWholeRecords)
 {
     const TempDir dir;

@@ -1,4 +1,5 @@
 // A step of a plug-in for the tests of the host: puts its settings into every record.
+#include <scansteps/handles.h>
 #include <scansteps/settings.h>
 #include <scansteps/step_factory.h>
 
@@ -15,6 +16,7 @@ class Twice final : public CPUBase
         const Settings settings(*this, params);
         factor_ = settings.integer("twice.factor");
         log_ = settings.text("twice.log");
+        for (int i = settings.integer("twice.keeps"); i > 0; --i) handles::allocate();
         forward(*this, params);
     }
     void process(varitype& params) override
