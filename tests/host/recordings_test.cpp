@@ -104,7 +104,8 @@ TEST(Recording, RecordsWithoutATypeAreSkippedAndReportedOnDemand)
     const std::string name = dir / "odd.rec";
     {
         BIOfs file(name, BIOfs::Mode::Write);
-        writeRecord(file, Struct{{"eventType", 1001}});
+        writeRecord(file,
+                    Struct{{"eventType", 1001}, {"dataX", 2}, {"dataY", 2}, {"dataFormat", "CPU::u_1x16"}});
         for (int i = 0; i < 2; ++i) writeRecord(file, Struct{{"number", i}});
         writeRecord(file, Struct{{"eventType", 1003}});
     }
