@@ -7,7 +7,9 @@
 
 #include <ctime>
 #include <filesystem>
+#include <set>
 #include <string>
+#include <utility>
 
 #include "corners/neighbour_filter.h"
 #include "disturbed_views.h"
@@ -220,11 +222,17 @@ bool isVisible(const Eigen::Vector2d& p)
     return p.x() >= 24 && p.y() >= 24 && p.x() < kWidth - 24 && p.y() < kHeight - 24;
 }
 
+// A place with several orientations counts once. Its features follow one another.
 int visibleCount(const std::vector<corners::CornerFeature>& features, const Eigen::Matrix3d& toOther)
 {
-    return int(std::ranges::count_if(features, [&](const corners::CornerFeature& f) {
-        return isVisible(test::mapped(toOther, double(f.x), double(f.y)));
-    }));
+    int count = 0;
+    const corners::CornerFeature* before = nullptr;
+    for (const corners::CornerFeature& f : features) {
+        const bool isSame = before != nullptr && before->x == f.x && before->y == f.y;
+        count += !isSame && isVisible(test::mapped(toOther, double(f.x), double(f.y)));
+        before = &f;
+    }
+    return count;
 }
 
 struct Matched
@@ -236,11 +244,15 @@ struct Matched
     {
         std::vector<Match> matches;
         matchFeatures(DescriptorIndex(a), DescriptorIndex(b), kMaxBits, matches);
+        std::set<std::pair<float, float>> places;  // of the first view, each counted once
         for (const Match& m : matches) {
             const Eigen::Vector2d p = test::mapped(truth, double(a[m.first].x), double(a[m.first].y));
             if (!isVisible(p)) continue;
+            const bool isRight =
+                (p - Eigen::Vector2d(double(b[m.second].x), double(b[m.second].y))).norm() <= 3;
+            if (isRight && !places.emplace(a[m.first].x, a[m.first].y).second) continue;
             ++all;
-            correct += (p - Eigen::Vector2d(double(b[m.second].x), double(b[m.second].y))).norm() <= 3;
+            correct += isRight;
         }
     }
     double precision() const { return double(correct) / std::max(all, 1); }
@@ -325,6 +337,45 @@ void measureNeighbours(const std::vector<Picture>& pictures, const Options& opti
                lost > 10 ? fmt::format("{:.0f} points", lost - 10) : "");
 }
 
+// The share of the strongest features of the first view, as far as the second shows them, with one of the
+// strongest of the second within two pixels.
+double foundAgain(const std::vector<corners::CornerFeature>& first,
+                  const std::vector<corners::CornerFeature>& second, const Eigen::Matrix3d& truth)
+{
+    constexpr std::size_t kStrongest = 300;
+    int visible = 0, again = 0;
+    for (std::size_t i = 0; i < std::min(first.size(), kStrongest); ++i) {
+        const Eigen::Vector2d p = test::mapped(truth, double(first[i].x), double(first[i].y));
+        if (!isVisible(p)) continue;
+        ++visible;
+        again +=
+            std::any_of(second.begin(), second.begin() + std::ptrdiff_t(std::min(second.size(), kStrongest)),
+                        [&](const corners::CornerFeature& f) {
+                            return std::hypot(double(f.x) - p.x(), double(f.y) - p.y()) <= 2;
+                        });
+    }
+    return double(again) / std::max(visible, 1);
+}
+
+void measureRepeatability(const std::vector<Picture>& pictures, const Options& options)
+{
+    fmt::print("\n| the 300 strongest features of wide pairs | found again within 2 px |\n|---|---|\n");
+    for (const auto kind : {corners::CornerKind::minEigenvalue, corners::CornerKind::hessian}) {
+        double sum = 0;
+        corners::CornerDetector detector;
+        corners::CornerSettings settings;
+        settings.kind = kind;
+        const int pairs =
+            forEachWidePair(pictures, options, brightness, [&](auto a, auto b, const auto& truth) {
+                const auto first = detector.detect(a, settings);
+                sum += foundAgain(first, detector.detect(b, settings), truth);
+            });
+        fmt::print("| {} of `ccorner5` | {:.1f} % |\n",
+                   kind == corners::CornerKind::hessian ? "blobs" : "corners",
+                   100 * sum / std::max(pairs, 1));
+    }
+}
+
 std::vector<Picture> load(const std::string& folder)
 {
     std::vector<std::string> names;
@@ -377,5 +428,6 @@ int main(int count, char** words)
     for (const Case& c : kCases)
         if (std::string(c.name).find(options.only) != std::string::npos) measure(c, pictures, options);
     if (options.only.empty() || options.only == "matching") measureMatching(pictures, options);
+    if (options.only.empty() || options.only == "repeatability") measureRepeatability(pictures, options);
     if (options.only.empty() || options.only == "neighbours") measureNeighbours(pictures, options);
 }

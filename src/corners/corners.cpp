@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "corners/gradient_descriptor.h"
 #include "grey/grey_filters.h"
 
 namespace scansteps::corners {
@@ -11,10 +12,9 @@ namespace {
 
 constexpr int kMargin = kDescriptorRadius + 1;
 
-// Corners of coarse levels are located less precisely: their scores are multiplied by size to this power.
-constexpr float kSizeExponent = -0.2F;
-
-constexpr int kSpreadDensity = 8;  // features per bucket when a number of features is given
+constexpr int kSpreadDensity = 32;     // features per bucket when a number of features is given
+constexpr int kMinSearchedSide = 160;  // pixels of the first level, unless that is level 0
+static_assert(kMargin >= kGradientMargin);
 
 struct Offset
 {
@@ -48,16 +48,36 @@ const std::vector<CornerFeature>& CornerDetector::detect(grey::GreyView image, c
 {
     buildLevels(image, std::max(settings.levels, 1));
     found_.clear();
-    for (std::uint32_t level = 0; level < used_; ++level) findOnLevel(level, settings);
+    auto first = std::min(std::size_t(std::max(settings.firstLevel, 0)), used_);
+    while (first > 0 && (first >= used_ ||
+                         std::min(levels_[first].view.width, levels_[first].view.height) < kMinSearchedSide))
+        --first;
+    for (std::size_t level = first; level < used_; ++level) findOnLevel(std::uint32_t(level), settings);
     select(image, settings);
+    describeKept(settings);
+    return described_;
+}
+
+void CornerDetector::describeKept(const CornerSettings& settings)
+{
+    described_.clear();
     for (CornerFeature& f : kept_) {
         const grey::GreyView smooth = levels_[f.level].smooth.view();
         const float x = (f.x + 0.5F) / f.size - 0.5F;
         const float y = (f.y + 0.5F) / f.size - 0.5F;
-        f.angle = orientationOf(smooth, int(x + 0.5F), int(y + 0.5F));
-        f.bits = describe(smooth, x, y, f.angle, settings.fast);
+        if (!settings.gradients) {
+            f.angle = orientationOf(smooth, int(x + 0.5F), int(y + 0.5F));
+            f.bits = describe(smooth, x, y, f.angle, settings.fast);
+            described_.push_back(f);
+            continue;
+        }
+        const Orientations found = gradientOrientations(smooth, x, y);
+        for (int i = 0; i < found.count; ++i) {
+            f.angle = found.angle[std::size_t(i)];
+            f.bits = describeGradients(smooth, x, y, f.angle);
+            described_.push_back(f);
+        }
     }
-    return kept_;
 }
 
 void CornerDetector::buildLevels(grey::GreyView image, int count)
@@ -86,7 +106,7 @@ void CornerDetector::findOnLevel(std::uint32_t level, const CornerSettings& sett
     const bool blobs = settings.kind == CornerKind::hessian;
     const grey::GreyView view = blobs || settings.smooth ? levels_[level].smooth.view() : levels_[level].view;
     const float size = levels_[level].size;
-    const float gain = blobs ? 1.0F : std::pow(size, kSizeExponent);
+    const float gain = blobs ? 1.0F : std::pow(size, settings.sizeExponent);
     response_.resize(std::size_t(view.width) * std::size_t(view.height));
     cornerResponse(view, {settings.kind, settings.lowPass1, settings.lowPass2}, response_, memory_.get());
     findPeaks(response_, view.width, view.height, kMargin,
@@ -129,6 +149,7 @@ void CornerDetector::select(grey::GreyView image, const CornerSettings& settings
     kept_.clear();
     for (const Key& key : order) {
         const CornerFeature& f = found_[key.index];
+        if (f.score < settings.strong && kept_.size() >= settings.few) break;
         if (settings.bucketing) {
             int& count = inBucket[std::size_t(int(f.y) / side * across + int(f.x) / side)];
             if (count >= density) continue;

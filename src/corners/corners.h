@@ -18,7 +18,7 @@ namespace scansteps::corners {
 struct CornerFeature
 {
     float x, y;           ///< position in pixels of the full image, the centre of its first pixel at 0, 0
-    float score;          ///< see scoreOf; slightly reduced for corners of coarse levels
+    float score;          ///< see scoreOf and CornerSettings::sizeExponent
     float angle;          ///< radians, from +x towards +y
     float size;           ///< pixels of the full image per pixel of the level it was found on
     std::uint32_t level;  ///< pyramid level; sizes are 1, 3/2, 2, 3, 4, 6 ...
@@ -39,6 +39,12 @@ struct CornerSettings
     bool smooth = false;    ///< responses are computed from the smoothed levels, which noise affects less
     std::size_t count = 0;  ///< not 0: the number of features aimed at; buckets are then as large as to
                             ///< spread them over the frame, and `density` has no effect
+    float strong = 0;       ///< features with a lower score are kept only while there are fewer than `few`
+    std::size_t few = 0;
+    int firstLevel = 0;          ///< finest level that is searched, of frames that are large enough
+    float sizeExponent = -0.2F;  ///< scores of corners are multiplied by the level's size to this power
+    bool gradients = false;      ///< describeGradients() instead of describe(); a place with two orientations
+                                 ///< gives two features
 };
 
 /// Side of a bucket in pixels of the full image, unless CornerSettings::count is given.
@@ -81,12 +87,13 @@ class CornerDetector
     void buildLevels(grey::GreyView image, int count);
     void findOnLevel(std::uint32_t level, const CornerSettings& settings);
     void select(grey::GreyView image, const CornerSettings& settings);
+    void describeKept(const CornerSettings& settings);
 
     std::vector<Level> levels_;
     std::size_t used_ = 0;  // number of levels of the last frame
     std::vector<float> response_;
     std::vector<Peak> peaks_;
-    std::vector<CornerFeature> found_, kept_;
+    std::vector<CornerFeature> found_, kept_, described_;
     std::unique_ptr<ScratchArena> memory_ = std::make_unique<ScratchArena>();
 };
 

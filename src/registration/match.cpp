@@ -1,67 +1,131 @@
-// Multi-index hash tables of descriptors, and mutual nearest neighbours.
+// Distances between all descriptors of two views, and mutual nearest neighbours.
 #include "registration/match.h"
 
 #include <algorithm>
+#include <bit>
 #include <utility>
 
-namespace scansteps::registration {
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "registration/match.cpp"
+#include "hwy/foreach_target.h"  // IWYU pragma: keep
+#include "hwy/highway.h"
 
-std::size_t DescriptorIndex::keyOf(const corners::CornerDescriptor& bits, std::size_t table)
+HWY_BEFORE_NAMESPACE();
+namespace scansteps::registration {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// Lanes are features of the second view.
+void FindNearest(const DescriptorIndex& first, const DescriptorIndex& second, const Nearest& nearest)
 {
-    const std::size_t at = table * kKeyBits;
-    const std::size_t word = at / 64;
-    const std::size_t shift = at % 64;
-    std::uint64_t key = bits[word] >> shift;
-    if (shift > 64 - kKeyBits) key |= bits[word + 1] << (64 - shift);
-    return key & (kKeys - 1);
+    const hn::CappedTag<std::uint32_t, DescriptorIndex::kBlock> d;
+    const auto lanes = hn::Lanes(d);
+    std::fill(nearest.ofSecond.begin(), nearest.ofSecond.end(), ~std::uint32_t{0});
+    for (std::uint32_t i = 0; i < first.features().size(); ++i) {
+        const corners::CornerDescriptor& bits = first.features()[i].bits;
+        auto best = hn::Set(d, ~std::uint32_t{0});
+        const std::uint32_t* words = second.words().data();
+        for (std::size_t block = 0; block < nearest.ofSecond.size(); block += DescriptorIndex::kBlock) {
+            for (std::size_t k = 0; k < DescriptorIndex::kBlock; k += lanes) {
+                auto sum = hn::Zero(d);
+                for (std::size_t w = 0; w < DescriptorIndex::kWords; ++w) {
+                    const auto word = hn::Set(d, std::uint32_t(bits[w / 2] >> (w % 2 * 32)));
+                    const auto other = hn::LoadU(d, words + w * DescriptorIndex::kBlock + k);
+                    sum = hn::Add(sum, hn::PopulationCount(hn::Xor(word, other)));
+                }
+                const auto distance = hn::ShiftLeft<16>(sum);
+                best = hn::Min(best, hn::Or(distance, hn::Iota(d, std::uint32_t(block + k))));
+                std::uint32_t* back = nearest.ofSecond.data() + block + k;
+                hn::StoreU(hn::Min(hn::LoadU(d, back), hn::Or(distance, hn::Set(d, i))), d, back);
+            }
+            words += DescriptorIndex::kWords * DescriptorIndex::kBlock;
+        }
+        nearest.ofFirst[i] = hn::GetLane(hn::MinOfLanes(d, best));
+    }
 }
+
+}  // namespace HWY_NAMESPACE
+}  // namespace scansteps::registration
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace scansteps::registration {
 
 void DescriptorIndex::assign(std::span<const corners::CornerFeature> features)
 {
-    // A counting sort by table and key. While entries are inserted, begin_[k + 1] is the position of the next
-    // entry of key k, so that in the end it is the start of key k + 1.
     features_ = features;
-    begin_.assign(kTables * kKeys + 2, 0);
-    entries_.resize(kTables * features.size());
-    for (const corners::CornerFeature& f : features)
-        for (std::size_t t = 0; t < kTables; ++t) ++begin_[t * kKeys + keyOf(f.bits, t) + 2];
-    for (std::size_t i = 1; i < begin_.size(); ++i) begin_[i] += begin_[i - 1];
-    for (std::uint32_t i = 0; i < features.size(); ++i)
-        for (std::size_t t = 0; t < kTables; ++t)
-            entries_[begin_[t * kKeys + keyOf(features[i].bits, t) + 1]++] = i;
+    words_.clear();
+    for (std::size_t block = 0; block < features.size(); block += kBlock)
+        for (std::size_t w = 0; w < kWords; ++w)
+            for (std::size_t k = 0; k < kBlock; ++k) {
+                const corners::CornerFeature& f = features[std::min(block + k, features.size() - 1)];
+                words_.push_back(std::uint32_t(f.bits[w / 2] >> (w % 2 * 32)));
+            }
 }
 
-DescriptorIndex::Found DescriptorIndex::nearest(const corners::CornerDescriptor& bits, Visits& visits) const
+HWY_EXPORT(FindNearest);
+
+void findNearest(const DescriptorIndex& first, const DescriptorIndex& second, const Nearest& nearest)
 {
-    Found best;
-    if (begin_.empty()) return best;
-    ++visits.query;
-    for (std::size_t t = 0; t < kTables; ++t) {
-        const std::size_t key = t * kKeys + keyOf(bits, t);
-        for (std::uint32_t e = begin_[key]; e < begin_[key + 1]; ++e) {
-            const std::uint32_t i = entries_[e];
-            if (visits.last[i] == visits.query) continue;
-            visits.last[i] = visits.query;
-            const int distance = corners::hammingDistance(bits, features_[i].bits);
-            if (distance < best.distance || (distance == best.distance && i < best.index))
-                best = {i, distance};
-        }
-    }
-    return best;
+    HWY_DYNAMIC_DISPATCH(FindNearest)(first, second, nearest);
 }
+
+namespace scalar {
+
+void findNearest(const DescriptorIndex& first, const DescriptorIndex& second, const Nearest& nearest)
+{
+    std::ranges::fill(nearest.ofFirst, ~std::uint32_t{0});
+    std::ranges::fill(nearest.ofSecond, ~std::uint32_t{0});
+    const auto last = std::uint32_t(second.features().size() - 1);
+    for (std::uint32_t i = 0; i < first.features().size(); ++i)
+        for (std::uint32_t j = 0; j < nearest.ofSecond.size(); ++j) {
+            const auto distance = std::uint32_t(corners::hammingDistance(
+                first.features()[i].bits, second.features()[std::min(j, last)].bits));
+            nearest.ofFirst[i] = std::min(nearest.ofFirst[i], distance << 16 | j);
+            nearest.ofSecond[j] = std::min(nearest.ofSecond[j], distance << 16 | i);
+        }
+}
+
+}  // namespace scalar
+
+namespace {
+
+// Leaves the best of the pairs between two places, which are adjacent as they have the same coordinates.
+void dropRepetitions(const DescriptorIndex& first, const DescriptorIndex& second, std::vector<Match>& matches)
+{
+    const auto samePlace = [](const corners::CornerFeature& a, const corners::CornerFeature& b) {
+        return a.x == b.x && a.y == b.y;
+    };
+    std::size_t kept = 0;
+    for (const Match& m : matches) {
+        if (kept > 0 && samePlace(first.features()[matches[kept - 1].first], first.features()[m.first]) &&
+            samePlace(second.features()[matches[kept - 1].second], second.features()[m.second])) {
+            if (m.distance < matches[kept - 1].distance) matches[kept - 1] = m;
+            continue;
+        }
+        matches[kept++] = m;
+    }
+    matches.resize(kept);
+}
+
+}  // namespace
 
 void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance,
                    std::vector<Match>& matches, Scratch scratch)
 {
-    DescriptorIndex::Visits inFirst(first, scratch), inSecond(second, scratch);
     matches.clear();
-    for (std::uint32_t i = 0; i < first.features().size(); ++i) {
-        const auto there = second.nearest(first.features()[i].bits, inSecond);
-        if (there.distance > maxDistance) continue;
-        if (first.nearest(second.features()[there.index].bits, inFirst).index != i) continue;
-        matches.push_back({i, there.index, there.distance});
+    if (first.features().empty() || second.features().empty()) return;
+    std::pmr::vector<std::uint32_t> there(first.features().size(), scratch);
+    std::pmr::vector<std::uint32_t> back(second.words().size() / DescriptorIndex::kWords, scratch);
+    findNearest(first, second, {there, back});
+    for (std::uint32_t i = 0; i < there.size(); ++i) {
+        const std::uint32_t j = there[i] & 0xFFFF;
+        const int distance = int(there[i] >> 16);
+        if (distance <= maxDistance && (back[j] & 0xFFFF) == i) matches.push_back({i, j, distance});
     }
+    dropRepetitions(first, second, matches);
     std::ranges::sort(matches, {}, [](const Match& m) { return std::pair(m.distance, m.first); });
 }
 
 }  // namespace scansteps::registration
+#endif

@@ -2,6 +2,7 @@
 // ccanny5old and ccanny7.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -18,51 +19,44 @@ struct Match
     int distance;          ///< number of bits in which the descriptors differ
 };
 
-/// Hash tables over pieces of binary descriptors, after M. Norouzi, A. Punjani and D. Fleet, "Fast Search in
-/// Hamming Space with Multi-Index Hashing", CVPR 2012: 21 tables, each keyed with a different
-/// group of 12 of the first 252 bits. A feature is found when at least one group is free of errors, which
-/// misses 1 in 100 with 30 wrong bits of 256 and 1 in 5 with 50.
+/// Descriptors in the order in which they are compared: word by word, for blocks of features.
 class DescriptorIndex
 {
   public:
+    static constexpr std::size_t kBlock = 16;  ///< features
+    static constexpr std::size_t kWords = sizeof(corners::CornerDescriptor) / sizeof(std::uint32_t);
+
     DescriptorIndex() = default;
     explicit DescriptorIndex(std::span<const corners::CornerFeature> features) { assign(features); }
     /// Replaces the features, which must outlive the index. Reuses its memory.
     void assign(std::span<const corners::CornerFeature> features);
     std::span<const corners::CornerFeature> features() const { return features_; }
-
-    /// The features that a query has visited already. Use one per index and thread.
-    struct Visits
-    {
-        Visits(const DescriptorIndex& index, Scratch scratch) : last(index.features().size(), 0, scratch) {}
-        std::pmr::vector<std::uint32_t> last;
-        std::uint32_t query = 0;
-    };
-
-    struct Found
-    {
-        std::uint32_t index = 0;
-        int distance = 1000;
-    };
-    /// The nearest feature that shares a group of bits, the first of equals; distance 1000 when there is
-    /// none.
-    Found nearest(const corners::CornerDescriptor& bits, Visits& visits) const;
+    /// Words of the descriptors of block after block, of each word those of the block's features. The last
+    /// block is filled up with repetitions of the last feature.
+    std::span<const std::uint32_t> words() const { return words_; }
 
   private:
-    static constexpr std::size_t kTables = 21;
-    static constexpr std::size_t kKeyBits = 12;
-    static constexpr std::size_t kKeys = std::size_t{1} << kKeyBits;
-
-    static std::size_t keyOf(const corners::CornerDescriptor& bits, std::size_t table);
-
     std::span<const corners::CornerFeature> features_;
-    std::vector<std::uint32_t>
-        begin_;  // start of each key of each table in `entries_`, and the end of the last
-    std::vector<std::uint32_t> entries_;
+    std::vector<std::uint32_t> words_;
 };
 
+/// The nearest descriptor in each direction: 2^16 times the number of differing bits plus the index, so that
+/// the first of equals is taken.
+struct Nearest
+{
+    std::span<std::uint32_t> ofFirst;   ///< one element for each feature of the first view
+    std::span<std::uint32_t> ofSecond;  ///< of the second view, rounded up to whole blocks
+};
+/// Compares all descriptors with all, at most 2^16 on either side, none of which may be empty. The result
+/// does not depend on the instruction set.
+void findNearest(const DescriptorIndex& first, const DescriptorIndex& second, const Nearest& nearest);
+namespace scalar {
+void findNearest(const DescriptorIndex& first, const DescriptorIndex& second, const Nearest& nearest);
+}
+
 /// Pairs of features that are each other's nearest and differ in at most `maxDistance` bits, ordered by
-/// distance, then by the index in the first view. Replaces the contents of `matches`.
+/// distance, then by the index in the first view; of several features at one place only the best pair counts.
+/// Replaces the contents of `matches`.
 void matchFeatures(const DescriptorIndex& first, const DescriptorIndex& second, int maxDistance,
                    std::vector<Match>& matches, Scratch scratch = {});
 

@@ -173,7 +173,6 @@ class Estimator
     // The homography that the same pairs lead to, starting from far more of them than agree with the motion.
     void compareWithHomography(const Eigen::Matrix3d& motion, MotionEstimate& result) const
     {
-        result.richerInliers = result.inliers;
         if (model_ == MotionModel::homography) return;
         Eigen::Matrix3d richer = motion;
         double limit = 32;
@@ -183,8 +182,17 @@ class Estimator
                 richer = improve(richer, stage, limit);
         for (int i = 0; i < 4; ++i) richer = improve(richer, MotionModel::homography, kLimit);
         if (!plausible(richer)) return;
-        result.richerInliers = int(std::ranges::count_if(
-            pairs_, [&](const Pair& pair) { return residual(richer, pair, kLimit) < 1; }));
+        double squares = 0, saved = 0;
+        int inliers = 0;
+        for (const Pair& pair : pairs_) {
+            const double r = residual(richer, pair, kLimit);
+            saved += std::min(residual(motion, pair, kLimit), 1.0) - std::min(r, 1.0);
+            if (!(r < 1)) continue;
+            ++inliers;
+            squares += r;
+        }
+        const int freedom = 2 * inliers - int(MotionModel::homography);
+        if (freedom > 0 && squares > 0) result.richerGain = saved * freedom / squares;
         for (const double x : {0.0, width_ - 1.0})
             for (const double y : {0.0, height_ - 1.0}) {
                 const Eigen::Vector2d p = units_.point(x, y);

@@ -61,7 +61,8 @@ struct MotionEstimate
     Eigen::Matrix3d motion = Eigen::Matrix3d::Identity();  ///< pixel (x, y, 1), first view to second
     int inliers = 0;         ///< pairs that agree with it; 0: no reliable motion was found
     double deviation = 1e9;  ///< expected error of the frame's corners in pixels, from the covariance
-    int richerInliers = 0;   ///< pairs that agree with the best homography; `inliers` for homographies
+    double richerGain = 0;   ///< by how much the best homography reduces the squared residuals, in units of
+                             ///< their variance; 0 for homographies
     double richerShift = 0;  ///< how far that one moves the frame's corners from `motion`, mean, pixels
 };
 

@@ -13,14 +13,22 @@ namespace {
 
 constexpr int kMinInliers = 10;
 constexpr int kMaxSteps = 20;  // of each alignment
-constexpr double kMaxDeviation = 1.5;
+constexpr double kMaxDeviation = 1;
 constexpr double kMinPhotoCorrelation = 0.75;
 constexpr double kMinEdgeCorrelation = 0.5;  // for drawn edges, which differ from view to view
 constexpr int kMaxPatches = 1000;
 constexpr int kMinAgreeing = 8;           // patches
 constexpr double kMinAgreement = 0.15;    // share of the visible patches
 constexpr double kMaxRicherShift = 2;     // pixels
+constexpr double kMaxRicherGain = 60;     // of squared residuals, in units of their variance
 constexpr int kLargeFrame = 1000 * 1000;  // pixels
+
+// How far apart matching features may lie, in units of two pixels: those of coarse levels are located to a
+// smaller part of their size.
+double uncertaintyOf(const corners::CornerFeature& a, const corners::CornerFeature& b)
+{
+    return 0.5 + 0.5 * double(std::max(a.size, b.size));
+}
 
 std::pmr::vector<PointPair> pairsOf(const std::vector<Match>& matches, const PreparedView& first,
                                     const PreparedView& second, Scratch scratch)
@@ -30,8 +38,7 @@ std::pmr::vector<PointPair> pairsOf(const std::vector<Match>& matches, const Pre
     for (const Match& m : matches) {
         const corners::CornerFeature& a = first.features[m.first];
         const corners::CornerFeature& b = second.features[m.second];
-        pairs.push_back(
-            {double(a.x), double(a.y), double(b.x), double(b.y), double(std::max(a.size, b.size))});
+        pairs.push_back({double(a.x), double(a.y), double(b.x), double(b.y), uncertaintyOf(a, b)});
     }
     return pairs;
 }
@@ -123,10 +130,15 @@ void cutAllPatches(PreparedView& view, std::span<const corners::CornerFeature> f
 corners::CornerSettings registrationCorners(int count)
 {
     corners::CornerSettings settings;
-    settings.fast = false;
     settings.smooth = true;
+    settings.gradients = true;
+    settings.levels = 7;
+    settings.firstLevel = 2;
+    settings.sizeExponent = 0;
     settings.threshold = 6;
+    settings.strong = 14;  // sensor noise of five levels does not make such a corner
     settings.count = std::size_t(std::max(count, 1));
+    settings.few = settings.count / 10;
     return settings;
 }
 
@@ -182,7 +194,7 @@ bool isInlier(const Match& match, const PreparedView& first, const PreparedView&
     const corners::CornerFeature& a = first.features[match.first];
     const corners::CornerFeature& b = second.features[match.second];
     const Eigen::Vector2d at = transformed(motion, {double(a.x), double(a.y)});
-    return (at - Eigen::Vector2d(double(b.x), double(b.y))).norm() < 2 * double(std::max(a.size, b.size));
+    return (at - Eigen::Vector2d(double(b.x), double(b.y))).norm() < 2 * uncertaintyOf(a, b);
 }
 
 void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
@@ -209,8 +221,7 @@ void registerViews(const PreparedView& first, const PreparedView& second, Motion
                                        kMaxSteps, scratch);
     if (fine.deviation < best.deviation) best = fine;
     const double agreement = double(best.agreeing) / std::max(best.visible, 1);
-    const bool isOutsideModel =
-        rough.richerShift > kMaxRicherShift && rough.richerInliers > 1.1 * rough.inliers + 5;
+    const bool isOutsideModel = rough.richerShift > kMaxRicherShift && rough.richerGain > kMaxRicherGain;
     if (isOutsideModel) return;
     if (best.agreeing < kMinAgreeing || agreement < kMinAgreement || best.deviation > kMaxDeviation) return;
     Eigen::Matrix3d motion = best.motion / best.motion(2, 2);

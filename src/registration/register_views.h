@@ -13,7 +13,8 @@
 
 namespace scansteps::registration {
 
-/// The data of a view: its features, their hash tables, and smoothed grey values at full and half size.
+/// The data of a view: its features, the words of their descriptors, and smoothed grey values at full and
+/// half size.
 struct PreparedView
 {
     PreparedView() = default;
@@ -52,7 +53,7 @@ void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> featu
 
 /// Registers `second` with `first`, views of the same size; reuses the memory of `result`. A motion is
 /// unreliable when fewer than 10 matches or too few patches agree with it, when the expected error of the
-/// frame's corners exceeds 1.5 pixels, or when a homography explains the views better and moves the corners
+/// frame's corners exceeds 1 pixel, or when a homography explains the matches better and moves the corners
 /// elsewhere; the result is then the identity with 0 inliers. Refinement starts from `initial`, if given,
 /// when at least as many matches agree with it as with the motion estimated from them. A refined motion that
 /// fewer matches agree with is dropped for the estimate from the matches.
@@ -68,7 +69,8 @@ inline Registration registerViews(const PreparedView& first, const PreparedView&
 /// Replaces the grey values of the view by polylines drawn as ridges, so that registrations align these.
 void alignByEdges(const edges::Polylines& lines, PreparedView& view);
 
-/// True when `motion` maps the first feature of a match close to the second: within twice the larger size.
+/// True when `motion` maps the first feature of a match close to the second: within a pixel more than the
+/// larger size.
 bool isInlier(const Match& match, const PreparedView& first, const PreparedView& second,
               const Eigen::Matrix3d& motion);
 

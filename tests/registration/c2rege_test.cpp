@@ -132,7 +132,7 @@ TEST(RegE, chainsOnWarpedPhotographs)
                 if (rows[i + 5] != 1) continue;
                 ++inliers;
                 const Eigen::Vector2d at = test::mapped(pair.truth, double(rows[i]), double(rows[i + 1]));
-                close += (at - Eigen::Vector2d(double(rows[i + 2]), double(rows[i + 3]))).norm() < 13;
+                close += (at - Eigen::Vector2d(double(rows[i + 2]), double(rows[i + 3]))).norm() < 14;
             }
             EXPECT_EQ(inliers, intOf(second, "inliers"));
             EXPECT_EQ(inliers, close);
