@@ -227,7 +227,8 @@ void registerViews(const PreparedView& first, const PreparedView& second, Motion
     Eigen::Matrix3d motion = best.motion / best.motion(2, 2);
     int inliers = countInliers(result.matches, first, second, motion);
     const int before = countInliers(result.matches, first, second, rough.motion);
-    if (inliers < 0.9 * before && rough.deviation < kMaxDeviation) {
+    const bool isWorse = inliers < 0.9 * before || rough.deviation < best.deviation;
+    if (isWorse && rough.deviation < kMaxDeviation) {
         motion = rough.motion;
         inliers = before;
         best.deviation = rough.deviation;

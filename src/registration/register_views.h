@@ -56,7 +56,7 @@ void prepareView(grey::GreyView image, std::vector<corners::CornerFeature> featu
 /// frame's corners exceeds 1 pixel, or when a homography explains the matches better and moves the corners
 /// elsewhere; the result is then the identity with 0 inliers. Refinement starts from `initial`, if given,
 /// when at least as many matches agree with it as with the motion estimated from them. A refined motion that
-/// fewer matches agree with is dropped for the estimate from the matches.
+/// fewer matches agree with, or whose expected error is larger, is dropped for the estimate from the matches.
 void registerViews(const PreparedView& first, const PreparedView& second, MotionModel model,
                    Registration& result, Scratch scratch = {}, const Eigen::Matrix3d* initial = nullptr);
 inline Registration registerViews(const PreparedView& first, const PreparedView& second, MotionModel model)
