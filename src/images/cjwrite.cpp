@@ -61,18 +61,17 @@ namespace {
 // up again so soon that two frames for the same file could be waiting.
 std::size_t encoders(const std::string& name)
 {
-    constexpr unsigned kMost = 4;
+    constexpr unsigned kMax = 4;
     const auto digits = std::count_if(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
-    return digits < 3 ? 1 : std::clamp(std::thread::hardware_concurrency(), 1U, kMost);
+    return digits < 3 ? 1 : std::clamp(std::thread::hardware_concurrency(), 1U, kMax);
 }
 
-// 16-bit samples become colour if they are video frames, otherwise windowed grey, in memory that is the
-// thread's until the next call. Other frames are RGB already.
+// 16-bit samples become colour in `rgb` if they are video frames, otherwise windowed grey. Other frames are
+// RGB already.
 std::span<const std::uint8_t> asRgb(std::span<const std::uint8_t> bytes, const FrameSize& size,
-                                    const Look& look)
+                                    const Look& look, std::vector<std::uint8_t>& rgb)
 {
     if (look.isRgb) return bytes;
-    thread_local std::vector<std::uint8_t> rgb;
     const std::span samples(reinterpret_cast<const std::uint16_t*>(bytes.data()), bytes.size() / 2);
     rgb.resize(3 * samples.size());
     if (look.isVideo)
@@ -137,8 +136,9 @@ void Cjwrite::write(Array& frame)
 {
     const auto encode = [name = fileName_, look = look_, quality = quality_, size = frameSize_,
                          step = getName()](std::span<const std::uint8_t> bytes) {
+        std::vector<std::uint8_t> rgb;
         std::string reason;
-        if (!writeImage(name, quality, size.width, size.height, true, asRgb(bytes, size, look), &reason))
+        if (!writeImage(name, quality, size.width, size.height, true, asRgb(bytes, size, look, rgb), &reason))
             notifyHost(Trouble::PictureNotWritten, step, name.c_str(), reason.c_str());
     };
     const bool isDirect = behind_.isDirect();
