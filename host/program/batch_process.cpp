@@ -34,9 +34,7 @@ constexpr std::string_view kErrorLine = "scansteps: error: ", kAttemptLine = "sc
     sigset_t none;
     sigemptyset(&none);
     ::sigprocmask(SIG_SETMASK, &none, nullptr);
-    ::dup2(input, 0);
-    ::dup2(log, 1);
-    ::dup2(log, 2);
+    if (::dup2(input, 0) < 0 || ::dup2(log, 1) < 0 || ::dup2(log, 2) < 0) ::_exit(127);
     ::execve("/proc/self/exe", const_cast<char* const*>(arguments), const_cast<char* const*>(environment));
     ::_exit(127);
 }
