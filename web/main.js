@@ -61,7 +61,7 @@ async function receiveModel(head, buffer, offset) {
   modelModule ??= await import("./model.js");
   byId("empty").hidden = Boolean(head.model.lists.positions);
   byId("empty").textContent = head.model.error ?? "The record holds no mesh and no points.";
-  if (head.model.lists.positions) byId("size").textContent = await modelModule.showModel(head, buffer, offset);
+  byId("size").textContent = head.model.lists.positions ? await modelModule.showModel(head, buffer, offset) : "";
   byId("shown").textContent = page.mode === "model" ? page.hello.title : `${page.labelOf(head.step)}, frame ${head.frame}`;
   if (page.mode !== "model") setTimeout(askModel, 300);
 }

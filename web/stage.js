@@ -6,6 +6,7 @@ import {drawOverlays} from "./overlays.js";
 const canvas = document.getElementById("picture"), context = canvas.getContext("2d");
 const byId = (id) => document.getElementById(id);
 const panes = {a: {slot: "a"}, b: {slot: "b"}};
+let shownOverlays = null; // not one of the panes: pictures are asked for each of these
 const pausedStates = new Set(["paused", "ended", "recording", "closed"]);
 let connection, page, blinkShowsB = false, frameRequest = 0, wantTimer = 0, pointer = null;
 
@@ -112,11 +113,13 @@ async function receive(pane, head, buffer, offset) {
 }
 
 function showEmpty(text) {
+  if (state.kind !== "picture") return;
   byId("empty").textContent = text;
-  byId("empty").hidden = !text || state.kind !== "picture";
+  byId("empty").hidden = !text;
 }
 
 export function draw() {
+  if (state.kind !== "picture") return; // the line of facts is about the model
   if (!frameRequest) frameRequest = requestAnimationFrame(paint);
 }
 
@@ -129,7 +132,7 @@ function paintPane(pane, left) {
   context.clip();
   context.imageSmoothingEnabled = s < 1 || pane.head.format === "jpeg";
   context.drawImage(pane.bitmap, left + ox + x * s, oy + y * s, width * s, height * s);
-  if (pane === panes.a && panes.overlays) drawOverlays(context, panes.overlays, {left: left + ox, top: oy, scale: s}, page.overlaysOn());
+  if (pane === panes.a && shownOverlays) drawOverlays(context, shownOverlays, {left: left + ox, top: oy, scale: s}, page.overlaysOn());
   context.restore();
 }
 
@@ -245,7 +248,7 @@ export function startStage(to, about) {
   for (const pane of Object.values(panes)) connection.on(pane.slot, (...answer) => receive(pane, ...answer));
   connection.on("overlays", (head, buffer, offset) => {
     if (head.error) return;
-    panes.overlays = {...head, numbers: new Float32Array(buffer, offset)};
+    shownOverlays = {...head, numbers: new Float32Array(buffer, offset)};
     page.onOverlays(head);
     draw();
     if (!document.hidden) connection.ask("overlays", "overlays", {step: state.step, tuned: Boolean(state.tuned && page.isTuning()), after: head.version});
@@ -267,5 +270,5 @@ export function forget() {
     pane.version = 0;
     pane.key = "";
   }
-  panes.overlays = null;
+  shownOverlays = null;
 }

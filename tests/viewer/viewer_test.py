@@ -184,6 +184,18 @@ class ViewerTest(unittest.TestCase):
                 if what.endswith(".obj") and screenshots:
                     self.browser.save(screenshots / "viewer_model.png")
 
+    def test_cloud_grows(self):
+        rec = self.tmp / "cloud.rec"
+        places = [math.sin(i * i) for i in range(3000)]
+        rec.write_bytes(recording(2, 2, [{"pns": {"Points": Array(FLOAT, (3, count, 1), places[:3 * count])}} for count in (10, 100, 1000)]))
+        with Viewer(f"readd load.name={rec}", "--types", "off", "--paused") as viewer:
+            self.browser.open(viewer, "kind=model")
+            self.browser.click("#step")
+            for count in ("10", "100", "1,000"):
+                self.browser.click("#step")
+                wait(lambda: self.browser.text("#size").startswith(count + " points"), f"{count} points")
+                self.assertTrue(self.browser.js("return document.getElementById('empty').hidden"))
+
     def test_reload_keeps_the_state(self):
         with Viewer(EDGES) as viewer:
             self.browser.open(viewer)
