@@ -72,6 +72,66 @@ TEST(HostLibrary, sendsFramesOfTheCallerThroughStepsOfBothAndShowsThemBetween)
     EXPECT_EQ(chain.steps()[1].name, "own");
 }
 
+// The frame that a pipeline with `sets` makes of one and the same input; `change` is made while it runs.
+Array frameOf(const std::vector<std::string>& sets, const std::function<void(Chain&)>& change,
+              std::vector<std::size_t>* initialised = nullptr)
+{
+    static const StepLibrary library;
+    Pipeline pipeline = pipelineFromLine("cdown1 ! ccanny");
+    for (const std::string set : {"dataX=64", "dataY=48", "dataFormat=CPU::u_1x16", "down1.factor=1"})
+        applySet(pipeline, set);
+    for (const std::string& set : sets) applySet(pipeline, set);
+    checkSettings(pipeline);
+    Hooks hooks;
+    hooks.observe = [&](std::size_t position, const varitype& record) {
+        if (initialised != nullptr && eventType(record) == event::kInit) initialised->push_back(position);
+    };
+    Chain chain(pipeline, library, hooks);
+    const auto send = [&] {
+        const auto samples = chain.input().writable().elements<std::uint16_t>();
+        for (std::size_t i = 0; i < samples.size(); ++i)
+            samples[i] = std::uint16_t(32768 + (i % 64 / 8 * 31 + i / 640 * 17) % 251);
+        varitype record{Struct()};
+        return chain.transform(record).value();
+    };
+    chain.initialise();
+    if (initialised != nullptr) initialised->clear();
+    if (change) {
+        send();
+        change(chain);
+    }
+    const varitype result = send();
+    return pixelsOf(result["handle"].as<int>());
+}
+
+TEST(HostLibrary, updatesWhatHasChangedToWhatItWouldBeFromTheStart)
+{
+    const struct
+    {
+        std::size_t step;
+        std::string set;
+        std::vector<std::size_t> initialised;
+    } cases[] = {
+        {1, "OCV.trh=3000", {1, 2}},
+        {1, "OCV.trl=900", {1, 2}},
+        {0, "down1.factor=2", {0, 1, 2}},  // the next step gets smaller frames
+    };
+    const Array before = frameOf({}, {});
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.set);
+        std::vector<std::size_t> initialised;
+        const auto change = [&](Chain& chain) {
+            applySet(chain.pipeline(), c.step, c.set);
+            checkSettings(chain.pipeline());
+            chain.update();
+        };
+        const Array updated = frameOf({}, change, &initialised), fresh = frameOf({c.set}, {});
+        EXPECT_TRUE(varitype(updated).equals(varitype(fresh)));
+        EXPECT_FALSE(varitype(updated).equals(varitype(before)));
+        EXPECT_EQ(initialised, c.initialised);
+    }
+}
+
 TEST(HostLibrary, namesStepKindFrameAndMessageOfAnErrorAndGoesOnAfterwards)
 {
     const StepLibrary library;
