@@ -112,8 +112,9 @@ TEST(SimulateRender, BouncesReachTheShade)
         R"({"shape": "box", "size": [400, 400, 10], "pose": {"rotation": [0, 45, 0], "translation": [-140, 0, 560]}},
                              {"shape": "box", "size": [400, 400, 10], "pose": {"rotation": [0, -80, 0], "translation": [60, 0, 560]}})");
     const auto total = [&] {
+        const Rendering rendering = render(scene, {}, 1, 2);
         double sum = 0;
-        for (const float value : render(scene, {}, 1, 2).pictures[0].values) sum += value;
+        for (const float value : rendering.pictures[0].values) sum += value;
         return sum;
     };
     const double direct = total();
