@@ -244,6 +244,7 @@ TEST(FileReader, MovesThePixels)
 }
 
 // A file that grows while it is played, and a host that goes on after the flush.
+#ifndef _WIN32  // where no one can write to a file that is being read
 TEST(FileReader, ReadsAgainAtItsTurnWhatCouldNotBeReadAhead)
 {
     const TempDir dir;
@@ -271,6 +272,7 @@ TEST(FileReader, ReadsAgainAtItsTurnWhatCouldNotBeReadAhead)
         EXPECT_TRUE(chain.notices.empty());
     }
 }
+#endif
 
 TEST(FileReader, ReportsWhatIsNoRecording)
 {
