@@ -127,6 +127,14 @@ void refuseFileName(const std::string& text)
             fmt::format("{} is a file, but the name of a pipeline file ends in .json", inQuotes(text))};
 }
 
+// Whether the text names a file: a description may end in .json as well, with the value of a setting.
+bool namesPipelineFile(const std::string& text)
+{
+    std::error_code error;
+    return text.ends_with(".json") &&
+           (text.find('=') == std::string::npos || std::filesystem::exists(pathFromUtf8(text), error));
+}
+
 Pipeline pipelineFromFile(const std::optional<std::string>& text, const std::string& name)
 {
     if (!text) throw UsageError{cannot("read", name)};
@@ -197,7 +205,7 @@ Pipeline readTemplate(const std::string& text, const std::vector<std::string>& s
     Pipeline pipeline;
     if (text == "-") {
         pipeline = pipelineFromFile(descriptor::readAll(descriptor::kInput), "standard input");
-    } else if (text.ends_with(".json")) {
+    } else if (namesPipelineFile(text)) {
         pipeline = pipelineFromFile(descriptor::readFile(text), text);
     } else {
         refuseFileName(text);
