@@ -1,23 +1,52 @@
 #!/usr/bin/env bash
-# From photographs to edge pictures: installs what is missing, builds, runs examples/edges.json over
-# examples/images, and says where the pictures are.
+# Installs what is missing, builds, and shows what the program does:
+#
+#   scripts/demo.sh         from photographs to edge pictures (examples/edges.json)
+#   scripts/demo.sh scan    from pictures of projected patterns to a model in millimetres, compared with the truth
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+demo=${1:-edges}
 
-scripts/bootstrap.sh
-# The tree of scripts/test.sh, which need not build these again.
-cmake --preset dev >/dev/null
-cmake --build --preset dev --parallel "$(nproc)" --target scansteps_program scansteps_plugin scansteps_man
+build() {
+    scripts/bootstrap.sh
+    # The tree of scripts/test.sh, which need not build these again.
+    cmake --preset dev >/dev/null
+    cmake --build --preset dev --parallel "$(nproc)" --target scansteps_program scansteps_plugin scansteps_man "$@"
+}
 
-rm -f out/edge*.jpg
-mkdir -p out
-build/dev/bin/scansteps run examples/edges.json
+edges() {
+    build
+    rm -f out/edge*.jpg
+    mkdir -p out
+    build/dev/bin/scansteps run examples/edges.json
 
-shopt -s nullglob
-pictures=(out/edge*.jpg)
-[ ${#pictures[@]} -ge 8 ] || { echo "demo: only ${#pictures[@]} pictures came out" >&2; exit 1; }
-echo
-echo "${#pictures[@]} edge pictures: $PWD/${pictures[0]} to $PWD/${pictures[-1]}"
-echo "To look at every step and move the thresholds, in the browser:"
-echo "  build/dev/bin/scansteps view examples/edges.json --open"
-echo "Their photographs:  $PWD/examples/images/img0000.jpg and on"
+    shopt -s nullglob
+    pictures=(out/edge*.jpg)
+    [ ${#pictures[@]} -ge 8 ] || { echo "demo: only ${#pictures[@]} pictures came out" >&2; exit 1; }
+    echo
+    echo "${#pictures[@]} edge pictures: $PWD/${pictures[0]} to $PWD/${pictures[-1]}"
+    echo "To look at every step and move the thresholds, in the browser:"
+    echo "  build/dev/bin/scansteps view examples/edges.json --open"
+    echo "Their photographs:  $PWD/examples/images/img0000.jpg and on"
+}
+
+scan() {
+    build images scan scansteps_deviation
+    mkdir -p out/scan
+    rm -f out/scan/*
+    build/dev/bin/scansteps run examples/scan/structured_light.json
+    echo
+    echo "Deviation from the truth:"
+    build/dev/bin/scansteps-deviation examples/scan/structured_light out/scan/model.ply --picture out/scan/deviation.png
+    echo
+    echo "The model:               $PWD/out/scan/model.ply"
+    echo "Its errors in colours:   $PWD/out/scan/deviation.png (red: too far, blue: too near, full colour at 0.25 mm)"
+    echo "To turn it in the browser:"
+    echo "  build/dev/bin/scansteps view out/scan/model.ply --open"
+    echo "The pictures it is from: $PWD/examples/scan/structured_light/img0000.png and on"
+}
+
+case $demo in
+    edges | scan) "$demo" ;;
+    *) echo "usage: scripts/demo.sh [edges|scan]" >&2; exit 2 ;;
+esac

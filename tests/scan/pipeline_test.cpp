@@ -1,4 +1,6 @@
 // The bundled series, from pictures to a mesh, through the program.
+#include <nlohmann/json.hpp>
+
 #include "support/process.h"
 #include "support/test.h"
 
@@ -21,7 +23,15 @@ TEST(ScanPipeline, theBundledSeriesBecomesAMesh)
     const ProgramResult result = scan("img%04d.png", model);
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_THAT(result.out, HasSubstr(" triangles\n"));
-    EXPECT_GT(std::filesystem::file_size(model), 100000U);
+    const ProgramResult deviation =
+        runCommand(SCANSTEPS_BIN_DIR "/scansteps-deviation --json " + kSeries + " " + model);
+    ASSERT_EQ(deviation.exitCode, 0) << deviation.err;
+    const auto values = nlohmann::json::parse(deviation.out);
+    EXPECT_GT(values["measured"], 0.98 * values["measurable"].get<double>());
+    const auto& inside = values["inside"];
+    EXPECT_LT(inside["rms"], 1.5 * inside["expectedRms"].get<double>());
+    EXPECT_LT(std::abs(inside["mean"].get<double>()), 0.01);
+    EXPECT_LT(values["all"]["median"], 0.035);
 }
 
 TEST(ScanPipeline, aMissingPictureEndsTheRunWithAMessage)

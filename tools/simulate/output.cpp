@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "pfm_file.h"
 #include "ply_file.h"
 #include "sensor.h"
 
@@ -71,17 +72,6 @@ void writePoses(const Scene& scene, double exposure, const fs::path& folder)
 }
 
 }  // namespace
-
-void writePfm(const std::string& name, const Image& image)
-{
-    std::string text =
-        fmt::format("{}\n{} {}\n-1.0\n", image.channels == 3 ? "PF" : "Pf", image.width, image.height);
-    const std::size_t row = static_cast<std::size_t>(image.width * image.channels);
-    for (int y = image.height - 1; y >= 0; --y)
-        text.append(reinterpret_cast<const char*>(image.values.data() + image.index(0, y)),
-                    row * sizeof(float));
-    scan::writeTextFile(name, text, "truth");
-}
 
 void writeSeries(const Scene& scene, const OutputOptions& options, void (*progress)(std::size_t, std::size_t))
 {

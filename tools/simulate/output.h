@@ -27,7 +27,4 @@ struct OutputOptions
 void writeSeries(const Scene& scene, const OutputOptions& options,
                  void (*progress)(std::size_t, std::size_t));
 
-/// A map of floats as PFM: little-endian, rows from bottom to top.
-void writePfm(const std::string& name, const Image& image);
-
 }  // namespace scansteps::simulate
