@@ -53,10 +53,11 @@ constexpr std::array<CellShare, kSide> kShares = [] {
     return shares;
 }();
 
-struct Tables
+// Vectors of any width are loaded from it.
+struct alignas(64) Tables
 {
-    std::array<float, kSamples> u{}, v{};    // of the samples, pixels from the centre
-    std::array<float, kGradients> weight{};  // Gaussian, 0 in the two columns between rows
+    alignas(64) std::array<float, kSamples> u{}, v{};  // of the samples, pixels from the centre
+    std::array<float, kGradients> weight{};            // Gaussian, 0 in the two columns between rows
 };
 
 struct GradientKernels
