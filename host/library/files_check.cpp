@@ -28,6 +28,7 @@ void FilesCheck::checkStep(std::size_t i, SettingRole role)
         const auto value = effectiveValue(pipeline_, i, setting.path);
         if (value ? value->kind() != Kind::String : setting.required) continue;
         const std::string name = value ? value->as<std::string>() : setting.text;
+        if (role == SettingRole::Input && !value && name.empty()) continue;  // reads nothing
         if (role == SettingRole::Input)
             checkInput(i, setting, name);
         else

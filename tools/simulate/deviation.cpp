@@ -64,40 +64,31 @@ bool isInside(const ViewTruth& truth, int x, int y)
     return true;
 }
 
-// Collects the deviations of points.
-class Collector
-{
-  public:
-    void add(double value, double expected)
-    {
-        sizes_.push_back(std::abs(value));
-        sum_ += value;
-        squares_ += value * value;
-        if (!std::isnan(expected)) expectedSquares_ += expected * expected;
-        far_ += std::abs(value) > 0.5;
-    }
-    Statistics statistics()
-    {
-        if (sizes_.empty()) return {};
-        std::ranges::sort(sizes_);
-        const double count = double(sizes_.size());
-        return {std::int64_t(sizes_.size()),
-                far_,
-                sum_ / count,
-                std::sqrt(squares_ / count),
-                std::sqrt(expectedSquares_ / count),
-                sizes_[sizes_.size() / 2],
-                sizes_[sizes_.size() * 95 / 100],
-                sizes_.back()};
-    }
-
-  private:
-    std::vector<double> sizes_;
-    double sum_ = 0, squares_ = 0, expectedSquares_ = 0;
-    std::int64_t far_ = 0;
-};
-
 }  // namespace
+
+void Collector::add(double value, double expected)
+{
+    sizes_.push_back(std::abs(value));
+    sum_ += value;
+    squares_ += value * value;
+    if (!std::isnan(expected)) expectedSquares_ += expected * expected;
+    far_ += std::abs(value) > 0.5;
+}
+
+Statistics Collector::statistics()
+{
+    if (sizes_.empty()) return {};
+    std::ranges::sort(sizes_);
+    const double count = double(sizes_.size());
+    return {std::int64_t(sizes_.size()),
+            far_,
+            sum_ / count,
+            std::sqrt(squares_ / count),
+            std::sqrt(expectedSquares_ / count),
+            sizes_[sizes_.size() / 2],
+            sizes_[sizes_.size() * 95 / 100],
+            sizes_.back()};
+}
 
 Deviation deviationOf(const Mesh& model, const ViewTruth& truth, const scan::Calibration& calibration,
                       const Measurement& measurement)

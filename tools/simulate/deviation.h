@@ -38,6 +38,20 @@ struct Statistics
     double median = 0, percentile95 = 0, largest = 0;
 };
 
+/// Collects deviations of points, in millimetres.
+class Collector
+{
+  public:
+    /// `expected`: the expected error, or NaN.
+    void add(double value, double expected);
+    Statistics statistics();
+
+  private:
+    std::vector<double> sizes_;
+    double sum_ = 0, squares_ = 0, expectedSquares_ = 0;
+    std::int64_t far_ = 0;
+};
+
 struct Deviation
 {
     Image map;          ///< measured minus true depth, millimetres; NaN: not measured

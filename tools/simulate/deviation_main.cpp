@@ -1,4 +1,5 @@
-// scansteps-deviation: compares a model that was measured in one view with the truth of the simulated series.
+// scansteps-deviation: compares a model that was measured in one view, or a closed one, with the truth of the
+// simulated series.
 #include <fmt/format.h>
 #include <plugins/images/encode.h>
 #include <plugins/scan/checked_json.h>
@@ -13,6 +14,7 @@
 #include "deviation.h"
 #include "pfm_file.h"
 #include "ply_file.h"
+#include "surface_distance.h"
 
 namespace {
 
@@ -23,7 +25,7 @@ struct Options
     std::string model, series, calibration, picture;
     simulate::Measurement measurement;
     double limit = 0.25;
-    bool json = false;
+    bool json = false, closed = false;
 };
 
 double share(std::int64_t part, std::int64_t all)
@@ -102,6 +104,58 @@ void compare(Options options)
                         "picture");
 }
 
+// The true surface of the first object, in the camera coordinates of the first view.
+simulate::Mesh truthOf(const std::string& series)
+{
+    simulate::Mesh mesh = simulate::readPly(series + "/truth/object0.ply");
+    const auto poses = nlohmann::json::parse(scan::readTextFile(series + "/truth/poses.json", "truth"));
+    const auto& pose = poses.at("poses").at(0).at("objects").at(0);
+    Eigen::Matrix3d rotation;
+    Eigen::Vector3d translation;
+    for (int i = 0; i < 9; ++i) rotation(i / 3, i % 3) = pose.at("rotation").at(std::size_t(i)).get<double>();
+    for (int i = 0; i < 3; ++i) translation[i] = pose.at("translation").at(std::size_t(i)).get<double>();
+    for (Eigen::Vector3d& vertex : mesh.vertices) vertex = rotation * vertex + translation;
+    return mesh;
+}
+
+void printClosed(const simulate::ClosedDeviation& d)
+{
+    using simulate::Statistics;
+    const auto row = [&d](const char* name, auto text) {
+        fmt::print("{:<38}{:>18}{:>18}\n", name, text(d.measured), text(d.filled));
+    };
+    const auto length = [&](const char* name, double Statistics::*value) {
+        row(name, [value](const Statistics& s) { return fmt::format("{:.4f} mm", s.*value); });
+    };
+    fmt::print("{:<38}{:>18}{:>18}\n", "", "measured", "filled holes");
+    fmt::print("{:<38}{:>18}{:>18}\n", "triangles", d.measuredTriangles, d.filledTriangles);
+    row("vertices compared", [](const Statistics& s) { return fmt::format("{}", s.points); });
+    length("RMS distance to the true surface", &Statistics::rms);
+    length("mean distance, positive outside", &Statistics::mean);
+    length("half of the vertices are within", &Statistics::median);
+    length("95 % of the vertices are within", &Statistics::percentile95);
+    length("largest distance", &Statistics::largest);
+    row("vertices off by more than 0.5 mm",
+        [](const Statistics& s) { return fmt::format("{:.4f} %", share(s.far, s.points)); });
+    fmt::print("{} sides with one triangle, {} with more than two; Euler number {}\n", d.openSides,
+               d.sharedSides, d.euler);
+}
+
+void compareClosed(const Options& options)
+{
+    const simulate::ClosedDeviation deviation =
+        simulate::deviationOf(simulate::readModel(options.model), truthOf(options.series));
+    if (!options.json) return printClosed(deviation);
+    const nlohmann::ordered_json json = {{"measured", jsonOf(deviation.measured)},
+                                         {"filled", jsonOf(deviation.filled)},
+                                         {"measuredTriangles", deviation.measuredTriangles},
+                                         {"filledTriangles", deviation.filledTriangles},
+                                         {"openSides", deviation.openSides},
+                                         {"sharedSides", deviation.sharedSides},
+                                         {"euler", deviation.euler}};
+    fmt::print("{}\n", json.dump(1));
+}
+
 int complain(const char* reason)
 {
     fmt::print(stderr, "scansteps-deviation: error: {}\n", reason);
@@ -112,11 +166,13 @@ int complain(const char* reason)
 
 int main(int argc, char** argv)
 {
-    CLI::App app("Compares a model that was measured in one view with the truth.", "scansteps-deviation");
+    CLI::App app("Compares a model with the truth of a simulated series.", "scansteps-deviation");
     Options options;
     app.add_option("series", options.series, "folder of the simulated series, with patterns.json and truth/")
         ->required();
-    app.add_option("model", options.model, "the model, a PLY file in camera coordinates")->required();
+    app.add_option("model", options.model,
+                   "the model, a PLY file in camera coordinates; with --mesh also a recording")
+        ->required();
     app.add_option("--calibration", options.calibration,
                    "the true calibration, instead of that in the folder");
     app.add_option("--noise", options.measurement.noise, "noise of the camera in grey levels (2)")
@@ -124,10 +180,13 @@ int main(int argc, char** argv)
     app.add_option("--picture", options.picture, "PNG file for the deviations in false colours");
     app.add_option("--limit", options.limit, "deviation in mm that has the full colour (0.25)")
         ->check(CLI::Range(1e-6, 1e6));
+    app.add_flag("--mesh", options.closed,
+                 "compare a model of all sides, in the coordinates of the first view, with truth/object0.ply "
+                 "(scansteps-simulate --meshes); of a recording, filled holes are reported apart");
     app.add_flag("--json", options.json, "print JSON instead of a table");
     CLI11_PARSE(app, argc, argv);
     try {
-        compare(options);
+        options.closed ? compareClosed(options) : compare(options);
     } catch (const char* reason) {
         return complain(reason);
     } catch (const std::exception& error) {
