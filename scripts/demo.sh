@@ -3,6 +3,7 @@
 #
 #   scripts/demo.sh         from photographs to edge pictures (examples/edges.json)
 #   scripts/demo.sh scan    from pictures of projected patterns to a model in millimetres, compared with the truth
+#   scripts/demo.sh views   eight such views, rendered first, become a closed model with texture
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 demo=${1:-edges}
@@ -46,7 +47,24 @@ scan() {
     echo "The pictures it is from: $PWD/examples/scan/structured_light/img0000.png and on"
 }
 
+views() {
+    scripts/bootstrap.sh build simulator
+    build images scan scansteps_deviation scansteps_simulate
+    mkdir -p out/scan
+    rm -rf out/scan/views out/scan/closed*
+    build/dev/bin/scansteps-simulate examples/scan/views/scene.json --out out/scan/views --meshes
+    printf '%s\n' "$PWD"/out/scan/views/pose*/img*.png >out/scan/views/pictures.txt
+    build/dev/bin/scansteps run examples/scan/views.json
+    echo
+    echo "Deviation from the truth:"
+    build/dev/bin/scansteps-deviation out/scan/views out/scan/closed.rec --mesh
+    echo
+    echo "The model:  $PWD/out/scan/closed.obj, with closed.mtl and closed.jpg"
+    echo "To turn it in the browser:"
+    echo "  build/dev/bin/scansteps view out/scan/closed.obj --open"
+}
+
 case $demo in
-    edges | scan) "$demo" ;;
-    *) echo "usage: scripts/demo.sh [edges|scan]" >&2; exit 2 ;;
+    edges | scan | views) "$demo" ;;
+    *) echo "usage: scripts/demo.sh [edges|scan|views]" >&2; exit 2 ;;
 esac

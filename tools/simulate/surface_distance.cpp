@@ -8,8 +8,9 @@
 #include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
-#include <map>
+#include <numeric>
 #include <string_view>
+#include <tuple>
 
 #include "ply_file.h"
 
@@ -40,14 +41,34 @@ Vector nearestOnTriangle(const Vector& p, const Vector& a, const Vector& b, cons
     return a + ab * (vb / sum) + ac * (vc / sum);
 }
 
+// The first vertex at the same place: at seams of textures vertices are doubled.
+std::vector<int> firstAtPlace(const Mesh& mesh)
+{
+    std::vector<int> order(mesh.vertices.size()), first(mesh.vertices.size());
+    std::iota(order.begin(), order.end(), 0);
+    const auto place = [&](int n) {
+        const Vector& v = mesh.vertices[std::size_t(n)];
+        return std::tuple(v.x(), v.y(), v.z());
+    };
+    std::ranges::sort(order, {}, place);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        const bool isSame = i > 0 && place(order[i]) == place(order[i - 1]);
+        first[std::size_t(order[i])] = isSame ? first[std::size_t(order[i - 1])] : order[i];
+    }
+    return first;
+}
+
 void addTopology(const Mesh& mesh, ClosedDeviation& deviation)
 {
+    const std::vector<int> first = firstAtPlace(mesh);
     std::vector<std::array<int, 2>> sides;
     std::vector<bool> isUsed(mesh.vertices.size(), false);
     for (const auto& t : mesh.triangles)
         for (std::size_t i = 0; i < 3; ++i) {
-            sides.push_back({std::min(t[i], t[(i + 1) % 3]), std::max(t[i], t[(i + 1) % 3])});
-            isUsed[std::size_t(t[i])] = true;
+            const auto [low, high] =
+                std::minmax(first[std::size_t(t[i])], first[std::size_t(t[(i + 1) % 3])]);
+            sides.push_back({low, high});
+            isUsed[std::size_t(low)] = isUsed[std::size_t(high)] = true;
         }
     std::ranges::sort(sides);
     std::int64_t different = 0;

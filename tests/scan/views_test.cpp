@@ -1,4 +1,4 @@
-// The step sfuse in the program: views of a recording, and what is wrong with them.
+// The steps sfuse and stex in the program: views of a recording, and what is wrong with them.
 #include <plugins/scan/view_record.h>
 
 #include "scan/sphere_views.h"
@@ -97,6 +97,88 @@ TEST(ScanSfuse, saysWhatIsWrongWithAView)
         EXPECT_EQ(result.exitCode, 4);
         EXPECT_THAT(result.err, HasSubstr(c.message));
     }
+}
+
+// Views with grey pictures, and the file of their camera.
+struct Photographed
+{
+    TempDir folder;
+    std::string views = (folder.path() / "views.rec").string(),
+                calibration = (folder.path() / "camera.json").string();
+
+    Photographed()
+    {
+        BIOfs file(views, BIOfs::Mode::Write);
+        writeRecord(file, Struct{{"eventType", event::kInit},
+                                 {"dataX", kSide},
+                                 {"dataY", kSide},
+                                 {"dataFormat", "CPU::u_1x8"}});
+        for (varitype view : sixViews()) {
+            Array picture(Kind::Uchar, 3 * kSide, kSide);
+            std::ranges::fill(picture.elements<std::uint8_t>(), std::uint8_t{150});
+            view.set("data", std::move(picture));
+            writeRecord(file, view);
+        }
+        writeRecord(file, Struct{{"eventType", event::kFlush}});
+        file.close();
+        writeCamera(kSide);
+    }
+    void writeCamera(int side) const
+    {
+        Calibration file;
+        file.camera.size = {side, side};
+        file.camera.focal = {kFocal, kFocal};
+        file.camera.centre = {kSide / 2, kSide / 2};
+        writeCalibration(calibration, file);
+    }
+    ProgramResult run(const std::string& reader) const
+    {
+        return runProgram("run \"" + reader + " load.name=" + views +
+                          " ! sfuse sfuse.voxel=1 ! stex stex.calibration=" + calibration +
+                          " ! cply export.name=" + (folder.path() / "model.obj").string() + "\"");
+    }
+};
+
+TEST(ScanStex, makesATexturedModelWithoutGaps)
+{
+    const Photographed scene;
+    const ProgramResult result = scene.run("read");
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("              0 triangles without a picture\n"));
+    std::ifstream obj(scene.folder.path() / "model.obj");
+    std::map<std::string, int> places;
+    std::vector<int> vertices;
+    std::map<std::pair<int, int>, int> sides;
+    int textured = 0;
+    for (std::string line; std::getline(obj, line);) {
+        if (line.starts_with("v "))
+            vertices.push_back(places.emplace(line, int(places.size())).first->second);
+        if (!line.starts_with("f ")) continue;
+        std::array<int, 3> corner{}, place{};
+        std::istringstream words(line.substr(2));
+        for (std::size_t i = 0; i < 3; ++i) {
+            char slash = 0;
+            words >> corner[i] >> slash >> place[i];
+            textured += slash == '/' && place[i] > 0;
+        }
+        for (std::size_t i = 0; i < 3; ++i) {
+            const auto [a, b] = std::minmax(vertices[std::size_t(corner[i] - 1)],
+                                            vertices[std::size_t(corner[(i + 1) % 3] - 1)]);
+            ++sides[{a, b}];
+        }
+    }
+    EXPECT_GT(sides.size(), 5000U);
+    EXPECT_EQ(std::size_t(textured), 2 * sides.size());
+    EXPECT_TRUE(std::ranges::all_of(sides, [](const auto& side) { return side.second == 2; }));
+    EXPECT_GT(std::filesystem::file_size(scene.folder.path() / "model.jpg"), 10000U);
+}
+
+TEST(ScanStex, saysWhatIsMissing)
+{
+    const Photographed scene;
+    EXPECT_THAT(scene.run("readd").err, HasSubstr("the record has no \"images\""));  // frames stay "data"
+    scene.writeCamera(kSide + 1);
+    EXPECT_THAT(scene.run("read").err, HasSubstr("but the camera has 161 x 161 pixels"));
 }
 
 }  // namespace
