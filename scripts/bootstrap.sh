@@ -8,7 +8,7 @@ set -euo pipefail
 build=(
     g++ cmake ninja-build ccache pkg-config python3
     clang clang-format clang-tidy libclang-rt-dev
-    libjpeg-dev libpng-dev libtiff-dev libwebp-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev libvalijson-dev libceres-dev
+    libjpeg-dev libpng-dev libtiff-dev libwebp-dev libimath-dev libhwy-dev libcli11-dev nlohmann-json3-dev libfmt-dev libeigen3-dev libstb-dev libvalijson-dev libceres-dev libnanoflann-dev
     libgtest-dev libgmock-dev libbenchmark-dev valgrind
     libwebsockets-dev libjs-three
     python3-dev python3-numpy pybind11-dev
