@@ -20,7 +20,7 @@ class Sfuse final : public CPUBase
     const char* getName() override { return "Sfuse"; }
     void init(varitype& params) override;
     void process(varitype& params) override;
-    /// Sends the mesh on as a frame of its own before the flush.
+    /// Sends the mesh on as a frame of its own before the flush; not after an error.
     void flush(varitype& params) override;
 
   private:
@@ -31,6 +31,7 @@ class Sfuse final : public CPUBase
     std::optional<Stage> stage_;
     StructArray images_;
     bool isVideo_ = false, hasAllPictures_ = true;
+    bool isWhole_ = true;  // no view ended with an error
 };
 
 SCANSTEPS_FACTORY(sfuse, Sfuse)
@@ -53,7 +54,7 @@ void Sfuse::init(varitype& params)
     }
     images_.clear();
     isVideo_ = settings.has("VideoFormat");
-    hasAllPictures_ = true;
+    hasAllPictures_ = isWhole_ = true;
     forward(*this, params);
 }
 
@@ -72,6 +73,7 @@ void Sfuse::process(varitype& params)
 {
     StepTimer timer(*this);
     if (!fusion_) fail("sfuse: a view arrived before the settings");
+    isWhole_ = false;
     const RecordMesh view(params, "sfuse");
     const Pose pose = poseOfView(params);
     Array picture = pictureOf(params, isVideo_, "sfuse");
@@ -82,6 +84,7 @@ void Sfuse::process(varitype& params)
                     fusion_->views());
     hasAllPictures_ &= picture.kind() == Kind::Uchar;
     images_.push_back(Struct{{"data", std::move(picture)}, {"pose", poseArray(pose)}});
+    isWhole_ = true;
     timer.stop();
 }
 
@@ -118,7 +121,7 @@ void Sfuse::sendMesh(StepTimer& timer)
 
 void Sfuse::flush(varitype& params)
 {
-    if (fusion_ && fusion_->views() > 0) {
+    if (fusion_ && isWhole_ && fusion_->views() > 0) {
         StepTimer timer(*this);
         sendMesh(timer);
     }
