@@ -19,7 +19,7 @@ python_tests=(
 )
 bench_peers=(
     libturbojpeg0-dev libyuv-dev libswscale-dev libavutil-dev libvips-dev libassimp-dev
-    python3-meshio python3-vtk9 python3-numpy python3-skimage python3-vigra python3-pil
+    python3-meshio python3-vtk9 python3-numpy python3-skimage python3-vigra python3-pil python3-open3d
 )
 # Programs of other makers that tests open our model files with; without them those tests are skipped.
 readers=(

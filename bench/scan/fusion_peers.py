@@ -6,7 +6,7 @@ usage: fusion_peers.py BIN SERIES VIEWS.rec [VOXEL]
 BIN: folder of the built programs. SERIES: what scansteps-simulate --meshes wrote, with a camera without
 distortion and a turntable. VIEWS.rec: the recording of its views after smesh. Both get the same points, poses and
 truncation, one thread, and both times are those of integration and extraction, the best of three. Open3D gets the
-points as depth images, without colours, which sfuse averages as well. Debian packages: python3-open3d.
+points as depth images, once with (grey) pictures, whose colours sfuse averages too, and once without. Debian packages: python3-open3d.
 """
 import json
 import os
@@ -88,17 +88,18 @@ def turned(calibration, steps):
     return matrix
 
 
-def run_peer(depths, calibration, voxel, truncation):
+def run_peer(depths, calibration, voxel, truncation, has_colours):
     camera = calibration["camera"]
     assert not any(camera["distortion"]), "depth images have no distortion"
     height, width = depths[0].shape
     intrinsic = o3d.camera.PinholeCameraIntrinsic(width, height, *camera["focal"], *camera["centre"])
-    black = o3d.geometry.Image(np.zeros((height, width), np.float32))
+    types = o3d.pipelines.integration.TSDFVolumeColorType
+    picture = o3d.geometry.Image(np.full((height, width, 3), 128, np.uint8) if has_colours else np.zeros((height, width), np.float32))
     images = [o3d.geometry.RGBDImage.create_from_color_and_depth(
-        black, o3d.geometry.Image(depth), depth_scale=1.0, depth_trunc=1e6, convert_rgb_to_intensity=True) for depth in depths]
+        picture, o3d.geometry.Image(depth), depth_scale=1.0, depth_trunc=1e6, convert_rgb_to_intensity=not has_colours) for depth in depths]
     poses = [turned(calibration, n) for n in range(len(depths))]
     start = time.perf_counter()
-    volume = o3d.pipelines.integration.ScalableTSDFVolume(voxel, truncation, o3d.pipelines.integration.TSDFVolumeColorType.NoColor)
+    volume = o3d.pipelines.integration.ScalableTSDFVolume(voxel, truncation, types.RGB8 if has_colours else types.NoColor)
     for image, pose in zip(images, poses):
         volume.integrate(image, intrinsic, pose)
     mesh = volume.extract_triangle_mesh()
@@ -120,15 +121,17 @@ def main():
         calibration = json.load(file)
     depths = list(depth_images(views))
     with tempfile.TemporaryDirectory() as folder:
-        ours, peers = [], []
+        ours, bare, peers = [], [], []
         for _ in range(3):
             ours.append(run_ours(tools, name, views, voxel, f"{folder}/ours.rec"))
-            seconds, mesh = run_peer(depths, calibration, voxel, 4 * voxel)
-            peers.append(seconds)
+            peers.append(run_peer(depths, calibration, voxel, 4 * voxel, True)[0])
+            seconds, mesh = run_peer(depths, calibration, voxel, 4 * voxel, False)
+            bare.append(seconds)
         o3d.io.write_triangle_mesh(f"{folder}/peer.ply", mesh)
         print(f"{len(depths)} views, {sum(int((d > 0).sum()) for d in depths)} points, voxels of {voxel} mm\n")
         print("|  | sfuse | Open3D |\n|---|---|---|")
-        print(f"| seconds | {min(ours):.2f} | {min(peers):.2f} ({min(peers) / min(ours):.1f} times) |")
+        for label, seconds in (("seconds, with colours", peers), ("seconds, the peer without colours", bare)):
+            print(f"| {label} | {min(ours):.2f} | {min(seconds):.2f} ({min(seconds) / min(ours):.1f} times) |")
         results = [json.loads(subprocess.run([f"{tools}/scansteps-deviation", series, f"{folder}/{model}", "--mesh", "--json"],
                                              check=True, capture_output=True, text=True).stdout)
                    for model in ("ours.rec", "peer.ply")]

@@ -80,7 +80,9 @@ std::vector<VoxelBlock*> Fusion::blocksNear(const View& view)
     const Pose toObject = view.pose.inverse();
     const Eigen::Matrix3f rotation = toObject.rotation.cast<float>() / float(kBlockSide * settings_.voxel);
     const Eigen::Vector3f shift = toObject.translation.cast<float>() / float(kBlockSide * settings_.voxel);
-    const auto reach = float(settings_.truncation / kBlockSide);
+    // Cells at the surface reach less than 2 voxels; half of the truncation leaves room for views that
+    // disagree.
+    const auto reach = float(std::max(2.0, settings_.truncation / 2) / kBlockSide);
     const auto stamp = std::uint32_t(views_.size() + 1);
     std::vector<std::size_t> numbers;
     Eigen::Vector3i lastLow = Eigen::Vector3i::Constant(INT_MAX), lastHigh = lastLow;

@@ -3,13 +3,10 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 #include <limits>
 
 namespace scansteps::scan {
 namespace {
-
-constexpr float kUnknown = std::numeric_limits<float>::quiet_NaN();
 
 int edgeBetween(int a, int b)
 {
@@ -121,48 +118,81 @@ class Extractor
                 addVertices(n);
             }
         for (const std::size_t n : active_) {
-            load(n);
-            addTriangles();
+            findNeighbours(n);
+            addTriangles(info_[n]->signs);
         }
         return std::move(mesh_);
     }
 
   private:
+    // A bit for each voxel of the rows that values_ has.
+    struct Signs
+    {
+        std::array<std::uint16_t, std::size_t(kSide) * kSide> negative{}, known{};
+    };
+
     // The vertices of a block are numbered row by row: one for each bit 3 * x + axis whose edge is cut.
     struct BlockInfo
     {
         std::uint32_t first = 0;
         std::array<std::uint32_t, kBlockSide * kBlockSide> mask{};
         std::array<std::uint16_t, kBlockSide * kBlockSide> before{};
+        Signs signs;
     };
 
     static int local(int x, int y, int z) { return (z * kSide + y) * kSide + x; }
 
+    void findNeighbours(std::size_t n)
+    {
+        neighbours_[0] = std::int64_t(n);
+        for (int part = 1; part < 8; ++part)
+            neighbours_[std::size_t(part)] =
+                blocks_.find(blocks_[n].place + Eigen::Vector3i(part & 1, part >> 1 & 1, part >> 2));
+    }
+
     // Returns whether there are both signs.
     bool load(std::size_t n)
     {
-        const VoxelBlock& own = blocks_[n];
-        float low = std::numeric_limits<float>::max(), high = -low;
-        for (int part = 0; part < 8; ++part) {
-            const Eigen::Vector3i offset(part & 1, part >> 1 & 1, part >> 2);
-            const std::int64_t number = part == 0 ? std::int64_t(n) : blocks_.find(own.place + offset);
-            neighbours_[std::size_t(part)] = number;
-            const Eigen::Vector3i from = offset * kBlockSide;
-            for (int z = from.z(); z < (offset.z() ? kSide : kBlockSide); ++z)
-                for (int y = from.y(); y < (offset.y() ? kSide : kBlockSide); ++y)
-                    for (int x = from.x(); x < (offset.x() ? kSide : kBlockSide); ++x) {
-                        float& value = values_[std::size_t(local(x, y, z))];
-                        value = kUnknown;
-                        if (number < 0) continue;
-                        const VoxelBlock& block = blocks_[std::size_t(number)];
-                        const auto at = std::size_t(((z & 7) * kBlockSide + (y & 7)) * kBlockSide + (x & 7));
-                        if (block.weight[at] <= 0) continue;
-                        value = block.sum[at] / block.weight[at];
-                        low = std::min(low, value);
-                        high = std::max(high, value);
+        findNeighbours(n);
+        signs_ = {};
+        std::uint32_t negative = 0, positive = 0;
+        for (int z = 0; z < kSide; ++z)
+            for (int y = 0; y < kSide; ++y) {
+                const int part = (y >> 3) << 1 | (z >> 3) << 2,
+                          row = ((z & 7) * kBlockSide + (y & 7)) * kBlockSide;
+                const int at = local(0, y, z);
+                std::uint32_t isNegative = 0, isKnown = 0;
+                const auto take = [&](std::int64_t number, int from, int to, int count) {
+                    if (number < 0) return;
+                    const VoxelBlock& block = blocks_[std::size_t(number)];
+                    for (int x = 0; x < count; ++x) {
+                        const float weight = block.weight[std::size_t(from + x)],
+                                    sum = block.sum[std::size_t(from + x)];
+                        values_[std::size_t(at + to + x)] = sum / weight;
+                        isNegative |= std::uint32_t(sum < 0) << (to + x);
+                        isKnown |= std::uint32_t(weight > 0) << (to + x);
                     }
-        }
-        return low < 0 && high >= 0;
+                };
+                take(neighbours_[std::size_t(part)], row, 0, kBlockSide);
+                take(neighbours_[std::size_t(part | 1)], row, kBlockSide, 1);
+                signs_.negative[std::size_t(z * kSide + y)] = std::uint16_t(isNegative);
+                signs_.known[std::size_t(z * kSide + y)] = std::uint16_t(isKnown);
+                negative |= isNegative & isKnown;
+                positive |= ~isNegative & isKnown;
+            }
+        return negative != 0 && positive != 0;
+    }
+
+    // The voxels of a row whose edges along each axis have a vertex.
+    std::array<std::uint32_t, 3> cutEdges(int y, int z) const
+    {
+        const auto at = std::size_t(z * kSide + y);
+        const std::uint32_t negative = signs_.negative[at], known = signs_.known[at];
+        const auto across = [&](std::uint32_t otherNegative, std::uint32_t otherKnown) {
+            return (negative ^ otherNegative) & known & otherKnown & 0xFF;
+        };
+        return {across(negative >> 1, known >> 1), across(signs_.negative[at + 1], signs_.known[at + 1]),
+                across(signs_.negative[at + kSide], signs_.known[at + kSide])};
     }
 
     void addVertices(std::size_t n)
@@ -172,14 +202,17 @@ class Extractor
         info_[n] = std::make_unique<BlockInfo>();
         BlockInfo& info = *info_[n];
         info.first = std::uint32_t(mesh_.vertices.size() / 3);
+        info.signs = signs_;
         for (int row = 0; row < kBlockSide * kBlockSide; ++row) {
             info.before[std::size_t(row)] = std::uint16_t(mesh_.vertices.size() / 3 - info.first);
             const int y = row % kBlockSide, z = row / kBlockSide;
+            const std::array<std::uint32_t, 3> cut = cutEdges(y, z);
+            if ((cut[0] | cut[1] | cut[2]) == 0) continue;
             for (int x = 0; x < kBlockSide; ++x)
                 for (int axis = 0; axis < 3; ++axis) {
+                    if ((cut[std::size_t(axis)] >> x & 1) == 0) continue;
                     const auto at = std::size_t(local(x, y, z));
                     const float a = values_[at], b = values_[at + std::size_t(kStep[std::size_t(axis)])];
-                    if (std::isnan(a) || std::isnan(b) || (a < 0) == (b < 0)) continue;
                     info.mask[std::size_t(row)] |= 1U << (3 * x + axis);
                     Eigen::Vector3d place =
                         (kBlockSide * blocks_[n].place + Eigen::Vector3i(x, y, z)).cast<double>();
@@ -202,24 +235,31 @@ class Extractor
         return info.first + info.before[row] + std::uint32_t(std::popcount(earlier));
     }
 
-    void addTriangles()
+    void addTriangles(const Signs& signs)
     {
         for (int z = 0; z < kBlockSide; ++z)
-            for (int y = 0; y < kBlockSide; ++y)
-                for (int x = 0; x < kBlockSide; ++x) {
-                    int negative = 0;
-                    bool isKnown = true;
-                    for (int corner = 0; corner < 8; ++corner) {
-                        const float value = values_[std::size_t(
-                            local(x + (corner & 1), y + (corner >> 1 & 1), z + (corner >> 2)))];
-                        isKnown &= !std::isnan(value);
-                        negative |= int(value < 0) << corner;
-                    }
-                    if (!isKnown || negative == 0 || negative == 255) continue;
-                    for (const auto& triangle : table_[std::size_t(negative)])
+            for (int y = 0; y < kBlockSide; ++y) {
+                const auto at = std::size_t(z * kSide + y);
+                std::array<std::uint32_t, 4> negative;  // of the four rows around a row of cells
+                std::uint32_t any = 0, all = 0x1FF, known = 0x1FF;
+                for (std::size_t i = 0; i < 4; ++i) {
+                    const std::size_t row = at + (i & 1) + (i >> 1) * kSide;
+                    negative[i] = signs.negative[row];
+                    known &= signs.known[row];
+                    any |= negative[i];
+                    all &= negative[i];
+                }
+                known &= known >> 1;
+                std::uint32_t crossed = known & (any | any >> 1) & ~(all & all >> 1) & 0xFF;
+                for (; crossed != 0; crossed &= crossed - 1) {
+                    const int x = std::countr_zero(crossed);
+                    std::uint32_t corners = 0;
+                    for (std::size_t i = 0; i < 4; ++i) corners |= (negative[i] >> x & 3) << 2 * i;
+                    for (const auto& triangle : table_[corners])
                         for (const std::uint8_t edge : triangle)
                             mesh_.indices.push_back(vertexOf(x, y, z, edge));
                 }
+            }
     }
 
     const VoxelBlocks& blocks_;
@@ -229,6 +269,7 @@ class Extractor
     std::vector<std::size_t> active_;
     std::array<float, std::size_t(kSide) * kSide * kSide> values_{};
     std::array<std::int64_t, 8> neighbours_{};
+    Signs signs_;
     SurfaceMesh mesh_;
 };
 

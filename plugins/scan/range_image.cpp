@@ -59,7 +59,8 @@ class Drawer
         const std::size_t count = mesh_.indices.size() / 3, stride = count / 20000 + 1;
         Vector normal;
         for (std::size_t t = 0; t < count; ++t) {
-            if (!showsFront(t, normal)) {
+            isFront_.push_back(showsFront(t, normal));
+            if (!isFront_.back()) {
                 ++image_.turnedAway;
                 continue;
             }
@@ -111,8 +112,7 @@ class Drawer
 
     void draw(std::size_t t)
     {
-        Vector normal;
-        if (!showsFront(t, normal)) return;
+        if (!isFront_[t]) return;
         const std::uint32_t* corners = &mesh_.indices[3 * t];
         const Vertex &a = vertices_[corners[0]], &b = vertices_[corners[1]], &c = vertices_[corners[2]];
         const float area = (b.u - a.u) * (c.v - a.v) - (b.v - a.v) * (c.u - a.u);
@@ -187,6 +187,7 @@ class Drawer
     const ViewMesh& mesh_;
     const RangeLimits& limits_;
     RangeImage image_;
+    std::vector<bool> isFront_;
     std::vector<Vertex> vertices_;
     std::vector<float> quality_;
 };
