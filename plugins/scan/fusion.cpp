@@ -129,8 +129,10 @@ std::vector<float> Fusion::coloursOf(const FusedMesh& mesh) const
         const Eigen::Vector3f shift = view.pose.translation.cast<float>();
         Eigen::Vector3f colour;
         for (std::size_t n = 0; n < measured; ++n) {
-            const float weight =
-                seen(view.image, rotation * vertexAt(surface, n) + shift, truncation, colour);
+            const Eigen::Vector3f point = rotation * vertexAt(surface, n) + shift;
+            const Eigen::Vector3f normal = rotation * Eigen::Map<const Eigen::Vector3f>(&mesh.normals[3 * n]);
+            if (normal.dot(point) >= 0) continue;  // shows its back
+            const float weight = seen(view.image, point, truncation, colour);
             if (weight <= 0) continue;
             sums[n] += weight * colour;
             weights[n] += weight;
