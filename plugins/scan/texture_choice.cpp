@@ -20,7 +20,7 @@ class DepthBuffer
 {
   public:
     DepthBuffer(const TextureModel& model, const CameraModel& camera, const Pose& pose)
-        : model_(model), width_(camera.size.x()), height_(camera.size.y()), focal_(float(camera.focal.mean()))
+        : width_(camera.size.x()), height_(camera.size.y()), focal_(float(camera.focal.mean()))
     {
         const std::size_t count = model.vertices.size() / 3;
         pixels_.resize(2 * count, kNaN);
@@ -107,7 +107,6 @@ class DepthBuffer
             }
     }
 
-    const TextureModel& model_;
     int width_, height_;
     float focal_;
     std::vector<float> pixels_, depth_;
